@@ -1,0 +1,383 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "high_res_worker.h"
+
+#include <string>
+#include <thread>
+#include <unistd.h>
+#include <utility>
+
+#include <opencv2/calib3d.hpp>
+#include <opencv2/imgcodecs.hpp>
+
+#include "high_res_composition.h"
+#include "high_res_frame.h"
+#include "tarn_stitcher.h"
+#include "worker_protocol.h"
+
+namespace {
+
+using tarn::at_stage;
+using tarn::load_acquire;
+using tarn::store_release;
+using tarn::worker_stage;
+
+constexpr int poll_interval = 10000;  // µs
+
+// Measures one wait of the protocol against max_wait_seconds.
+class wait_clock {
+public:
+    bool has_run_out() const
+    {
+        const double elapsed = static_cast<double>(cv::getTickCount() - start_) / cv::getTickFrequency();
+        return elapsed > static_cast<double>(load_acquire(max_wait_seconds));
+    }
+
+private:
+    std::int64_t start_ = cv::getTickCount();
+};
+
+// One worker: the life of one frame, from the launch to the end of its turn. Every access to what workers share
+// goes through the generation, so that a worker of a replaced task unwinds instead.
+class high_res_worker {
+public:
+    high_res_worker(tarn::task_generation generation, cv::Mat frame, std::vector<float> angles,
+                    std::vector<float> scales, int direction, int big_frame_index)
+        : generation_(generation), frame_(std::move(frame)), angles_(std::move(angles)),
+          scales_(std::move(scales)), direction_(direction), index_(big_frame_index)
+    {
+    }
+
+    void run()
+    {
+        pass(worker_stage::started);
+        if (load_acquire(big_stitch_status) == tarn::pipeline_failed) {
+            const auto lock = tarn::lock_task(generation_);
+            tarn::raise_ticket();
+            return;
+        }
+        try {
+            prepare_frame();
+            describe_frame();
+            write_frame_file();
+            if (wait_until_idle() && wait_for_ticket()) {
+                take_turn();
+            }
+        } catch (const std::exception&) {
+            fail();
+        }
+    }
+
+private:
+    // The boundary between two stages.
+    void pass(worker_stage stage) const
+    {
+        at_stage(stage, index_);
+        tarn::check_current(generation_);
+    }
+
+    void prepare_frame()
+    {
+        frame_ = tarn::shrink_and_turn(frame_);
+        const tarn::frame_shape shape = tarn::measure_shape(angles_, scales_);
+        switch (tarn::choose_projection(shape, direction_, index_, load_acquire(SP))) {
+        case tarn::projection_rule::switch_sphere:
+            SphericalProjection(frame_, frame_, shape.min_v_angle);
+            switch_to_sphere(shape.min_v_angle);
+            break;
+        case tarn::projection_rule::sphere:
+            SphericalProjection(frame_, frame_, shape.min_v_angle);
+            break;
+        case tarn::projection_rule::cylinder:
+            cylindrical_projection(frame_, frame_, shape.min_h_angle);
+            break;
+        case tarn::projection_rule::none:
+            break;
+        }
+        pass(worker_stage::frame_prepared);
+    }
+
+    // Bends the one-frame panorama like the second frame, and describes it anew.
+    void switch_to_sphere(float angle)
+    {
+        // Within the task this wait has no time-out, even after a failure. This is meant.
+        while (load_acquire(big_stitch_status) != tarn::pipeline_ready) {
+            pass(worker_stage::polling_for_base);
+            usleep(poll_interval);
+        }
+        cv::Mat panorama;
+        {
+            const auto lock = tarn::lock_task(generation_);
+            panorama = big_stitch_image;
+        }
+        SphericalProjection(panorama, panorama, angle);
+        {
+            const auto lock = tarn::lock_task(generation_);
+            big_stitch_image = panorama;
+        }
+        std::vector<cv::KeyPoint> keypoints;
+        cv::Mat descriptors;
+        stitch_feature_finder->detectAndCompute(panorama, cv::Mat(), keypoints, descriptors, false);
+        const auto lock = tarn::lock_task(generation_);
+        neighbour_keypoints.swap(keypoints);
+        // Bytes, not floats: the matcher refuses to pair them with the next frame's, and the turn fails. This is
+        // meant; no conversion belongs here.
+        neighbour_descriptors = descriptors;
+        store_release(SP, true);
+    }
+
+    void describe_frame()
+    {
+        described_ = tarn::describe(frame_, stitch_feature_finder);
+        {
+            const auto lock = tarn::lock_task(generation_);
+            store_release(big_work_scale, described_.work_scale);
+        }
+        pass(worker_stage::frame_described);
+    }
+
+    // Writes the detection copy. Whether that succeeds is ignored.
+    void write_frame_file()
+    {
+        {
+            // Whoever starts a new task waits for this file and then deletes it, or has been here first.
+            const tarn::working_directory_lock directory_stays;
+            std::string path;
+            {
+                const auto lock = tarn::lock_task(generation_);
+                path = big_local_path + "big_frame" + std::to_string(index_) + ".jpg";
+            }
+            cv::imwrite(path, described_.scaled_frame);
+            const auto lock = tarn::lock_task(generation_);
+            test_image_path.swap(path);
+        }
+        described_.scaled_frame.release();
+        pass(worker_stage::file_written);
+    }
+
+    // Both waits: true when the awaited state was seen, false after a time-out, which ends the pipeline.
+    bool wait_until_idle()
+    {
+        const wait_clock clock;
+        while (load_acquire(big_stitch_status) == tarn::pipeline_busy) {
+            if (clock.has_run_out()) {
+                give_up();
+                return false;
+            }
+            pass(worker_stage::polling_for_idle);
+            usleep(poll_interval);
+        }
+        return true;
+    }
+
+    bool wait_for_ticket()
+    {
+        const wait_clock clock;
+        while (load_acquire(big_frame_num) + 1 != index_) {
+            if (clock.has_run_out()) {
+                give_up();
+                return false;
+            }
+            pass(worker_stage::polling_for_turn);
+            usleep(poll_interval);
+        }
+        return true;
+    }
+
+    void take_turn()
+    {
+        int old_status = tarn::pipeline_empty;
+        {
+            const auto lock = tarn::lock_task(generation_);
+            // Whatever the status was, 4 included: a worker that was already waiting goes on after another's
+            // failure. This is meant.
+            old_status = load_acquire(big_stitch_status);
+            store_release(big_stitch_status, tarn::pipeline_busy);
+            // A later worker may have stored its own scale while this one waited.
+            store_release(big_work_scale, described_.work_scale);
+            if (old_status != tarn::pipeline_empty) {
+                neighbour_ = {big_stitch_image, neighbour_homo, neighbour_keypoints, neighbour_descriptors};
+            }
+        }
+        pass(worker_stage::turn_taken);
+        if (old_status == tarn::pipeline_empty) {
+            hand_over(frame_, cv::Mat::eye(3, 3, CV_64F));
+            return;
+        }
+        const cv::Mat panorama_from_frame = register_frame();
+        pass(worker_stage::registered);
+        if (panorama_from_frame.empty()) {
+            fail();
+            return;
+        }
+        const auto grown = tarn::compose(neighbour_.panorama, frame_, panorama_from_frame);
+        pass(worker_stage::composed);
+        if (!grown) {
+            fail();
+            return;
+        }
+        hand_over(grown->image, grown->panorama_from_frame);
+    }
+
+    // The frame into the panorama, found by way of the frame composed last; empty when that fails.
+    cv::Mat register_frame() const
+    {
+        constexpr float check_match_conf = 0.2f;
+        constexpr size_t least_matches = 20;
+        constexpr double reprojection_threshold = 3.0;  // px
+        constexpr int max_iterations = 2000;
+        constexpr double confidence = 0.995;
+
+        std::vector<cv::DMatch> good_matches;
+        single_match(neighbour_.descriptors, described_.descriptors, good_matches, check_match_conf);
+        if (good_matches.size() < least_matches) {
+            return {};
+        }
+        // Both frames' points are divided by the current frame's scale: all frames of a sweep have one size.
+        const float scale = described_.work_scale;
+        std::vector<cv::Point2f> frame_points;
+        std::vector<cv::Point2f> neighbour_points;
+        for (const cv::DMatch& m : good_matches) {
+            const cv::Point2f& here = described_.keypoints[static_cast<size_t>(m.trainIdx)].pt;
+            const cv::Point2f& there = neighbour_.keypoints[static_cast<size_t>(m.queryIdx)].pt;
+            frame_points.emplace_back(here.x / scale, here.y / scale);
+            neighbour_points.emplace_back(there.x / scale, there.y / scale);
+        }
+        const cv::Mat neighbour_from_frame =
+            cv::findHomography(frame_points, neighbour_points, cv::RANSAC, reprojection_threshold,
+                               cv::noArray(), max_iterations, confidence);
+        if (neighbour_from_frame.empty()) {
+            return {};
+        }
+        cv::Mat panorama_from_frame = neighbour_.homo * neighbour_from_frame;
+
+        const auto width = static_cast<float>(frame_.cols);
+        const auto height = static_cast<float>(frame_.rows);
+        const std::vector<cv::Point2f> frame_corners = {
+            {0.0f, 0.0f}, {width, 0.0f}, {width, height}, {0.0f, height}};
+        std::vector<cv::Point2f> transpose_corners;
+        cv::perspectiveTransform(frame_corners, transpose_corners, panorama_from_frame);
+        return is_convex(transpose_corners) ? panorama_from_frame : cv::Mat();
+    }
+
+    // The three ways in which a turn, or the wait for one, ends.
+
+    void hand_over(const cv::Mat& panorama, const cv::Mat& panorama_from_frame)
+    {
+        const auto lock = tarn::lock_task(generation_);
+        big_stitch_image = panorama;
+        neighbour_homo = panorama_from_frame;
+        neighbour_keypoints.swap(described_.keypoints);
+        neighbour_descriptors = described_.descriptors;
+        store_release(big_stitch_status, tarn::pipeline_ready);
+        tarn::raise_ticket();
+    }
+
+    void fail() const
+    {
+        const auto lock = tarn::lock_task(generation_);
+        tarn::mark_failed(index_);
+        tarn::raise_ticket();
+    }
+
+    void give_up() const
+    {
+        const auto lock = tarn::lock_task(generation_);
+        tarn::raise_ticket();
+        tarn::mark_failed(index_);
+    }
+
+    // What is read of the frame composed last, as it was when the turn began.
+    struct neighbour {
+        cv::Mat panorama;
+        cv::Mat homo;
+        std::vector<cv::KeyPoint> keypoints;
+        cv::Mat descriptors;
+    };
+
+    tarn::task_generation generation_;
+    cv::Mat frame_;
+    std::vector<float> angles_;
+    std::vector<float> scales_;
+    int direction_;
+    int index_;
+    tarn::described_frame described_{};
+    neighbour neighbour_;
+};
+
+void run_worker(high_res_worker& worker)
+{
+    try {
+        worker.run();
+    } catch (const tarn::task_replaced&) {
+        // The task that the frame belonged to is gone, and with it everything that there was to report.
+    }
+}
+
+// What a worker's thread owns. The count goes last, when the frame's pixels have been let go.
+struct worker_thread {
+    tarn::worker_in_flight counted;
+    high_res_worker worker;
+
+    void operator()()
+    {
+        run_worker(worker);
+    }
+};
+
+}  // namespace
+
+void stitch_big_image(cv::Mat frame, std::vector<float> angles, std::vector<float> scales, int direction,
+                      int big_frame_index)
+{
+    high_res_worker worker(tarn::current_generation(), std::move(frame), std::move(angles), std::move(scales),
+                           direction, big_frame_index);
+    run_worker(worker);
+}
+
+bool TarnStitcher::get_big_image(int last_big_frame_index)
+{
+    const wait_clock clock;
+    const int entry_status = load_acquire(big_stitch_status);
+    if (entry_status == tarn::pipeline_failed) {
+        return false;
+    }
+    while (load_acquire(big_frame_num) < last_big_frame_index) {
+        if (clock.has_run_out()) {
+            break;
+        }
+        usleep(poll_interval);
+    }
+
+    cv::Mat panorama;
+    std::string _img_path;
+    {
+        const auto lock = tarn::lock_current_task();
+        if (big_frame_num != last_big_frame_index || big_stitch_status != tarn::pipeline_ready) {
+            return true;  // nothing to write; the path tells, not the result. This is meant.
+        }
+        panorama = big_stitch_image;
+        _img_path = big_local_path + "big_stitch.jpg";
+    }
+    cv::imwrite(_img_path, panorama);
+    big_stitch_image_path = _img_path;
+    return true;
+}
+
+namespace tarn {
+
+void launch_worker(const cv::Mat& frame, const std::vector<float>& angles, const std::vector<float>& scales,
+                   int direction, int big_frame_index)
+{
+    at_stage(worker_stage::launching, big_frame_index);
+    std::thread(worker_thread{worker_in_flight(), high_res_worker(current_generation(), frame, angles, scales,
+                                                                  direction, big_frame_index)})
+        .detach();
+}
+
+pipeline_snapshot look_at_pipeline()
+{
+    const auto lock = lock_current_task();
+    return {big_stitch_status, big_frame_num, first_failed_frame(), big_stitch_image};
+}
+
+}  // namespace tarn

@@ -1,0 +1,80 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// The high-resolution panorama: one worker per key frame, on a detached thread, and the protocol by which the
+// workers take turns.
+//
+// Shared state (tarn_stitcher.h): big_stitch_status, big_frame_num (the number of turns over, the "ticket"),
+// big_stitch_image and the neighbour_* record of the frame composed last.
+//
+//   big_stitch_status 0   No panorama yet. The worker that gets its turn makes its frame the base.
+//   big_stitch_status 2   One worker holds its turn. Only it writes the panorama and the neighbour_* record,
+//                         and only by handing over complete ones when its turn ends.
+//   big_stitch_status 3   The last turn ended well. The panorama and the neighbour_* record belong together;
+//                         anyone may read them.
+//   big_stitch_status 4   The last turn failed, or a wait timed out. The live path answers -1 from now on, and
+//                         workers that start now do nothing but pass the ticket on.
+//
+// The life of the worker with index N (1, 2, 3, … within a task):
+//
+//   1  status 4: raise the ticket and end.
+//   2  Prepare the frame, describe it, write its frame file. No shared state is needed, so workers do this side
+//      by side. (Only the second frame may wait here, for the base, when the sphere is switched on.)
+//   3  Wait while the status is 2, polling every 10 ms; after max_wait_seconds raise the ticket, set 4, end.
+//   4  Wait until the ticket is N - 1, polling every 10 ms; after max_wait_seconds raise the ticket, set 4, end.
+//      From here on the worker N - 1 is done with everything shared, since raising the ticket is the last thing
+//      that a worker does, and the store that raises it publishes all before it.
+//   5  Take the turn: set 2, whatever the status was. (So a worker that was already waiting goes on after
+//      another one's failure, and its success makes the status 3 again. This is meant.)
+//   6  Old status 0: the frame becomes the panorama; set 3, raise the ticket, end.
+//   7  Otherwise register against the neighbour_* record and compose: hand over, set 3, raise the ticket; or
+//      fail: set 4, raise the ticket.
+//
+// Every way out raises the ticket by exactly one, so that a failure never blocks those behind it. The one
+// exception is a worker whose task has been replaced: the ticket is not its own any more, and it just ends.
+#pragma once
+
+#include <vector>
+
+#include <opencv2/core.hpp>
+
+/// Body of a worker: adds one frame to the high-resolution panorama of the current task. The live path runs it
+/// on a detached thread; called directly it works on the caller's thread and blocks until its turn is over.
+///
+/// @param frame            full-size camera frame, CV_8UC3, B,G,R; its pixels are shared and only read
+/// @param angles           the frame's four corner angles in degrees, top-left, top-right, bottom-right,
+///                         bottom-left; fewer than four fail the turn
+/// @param scales           the frame's four side ratios; fewer than four fail the turn
+/// @param direction        direction of the sweep, 0 to 4 (motion.h)
+/// @param big_frame_index  1, 2, 3, … within the task: names the frame file and fixes the turn
+/// Failure shows in big_stitch_status only; nothing derived from std::exception leaves the function.
+void stitch_big_image(cv::Mat frame, std::vector<float> angles, std::vector<float> scales, int direction,
+                      int big_frame_index);
+
+namespace tarn {
+
+/// Starts stitch_big_image on a detached thread as a worker of the current task. `frame` is passed as a header
+/// that shares its pixels, the vectors are copied. Host's thread.
+/// @throws std::system_error when no thread can be started; nothing is left behind then
+void launch_worker(const cv::Mat& frame, const std::vector<float>& angles, const std::vector<float>& scales,
+                   int direction, int big_frame_index);
+
+/// Values of big_stitch_status; 1 is never used.
+constexpr int pipeline_empty = 0;
+constexpr int pipeline_busy = 2;
+constexpr int pipeline_ready = 3;
+constexpr int pipeline_failed = 4;
+
+/// One consistent look at the high-resolution pipeline of the current task.
+struct pipeline_snapshot {
+    int status;              ///< big_stitch_status
+    int turns_over;          ///< big_frame_num: key frames done with, successfully or not
+    int first_failed_frame;  ///< big_frame_index of the first worker that failed in this task; 0 if none has
+    cv::Mat panorama;        ///< big_stitch_image so far, CV_8UC3; shares its pixels, which never change
+};
+
+/// For a host that wants to hold back, report progress or keep a part of the panorama: may be called from any
+/// thread at any time. TarnStitcher::big_frame_index minus `turns_over` is the number of key frames still on
+/// their way. The panorama is empty before the first turn is over.
+pipeline_snapshot look_at_pipeline();
+
+}  // namespace tarn

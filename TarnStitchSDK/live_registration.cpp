@@ -1,0 +1,481 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// The live path: how one frame of the sweep is registered against the one before, graded and, if it shows enough
+// that is new, laid onto the preview. ofcheck_stitch, at the end, tells the story; the steps stand above it in
+// their order.
+#include <algorithm>
+#include <cmath>
+#include <cstdint>
+#include <iostream>
+#include <numeric>
+
+#include <opencv2/calib3d.hpp>
+#include <opencv2/imgproc.hpp>
+#include <opencv2/video/tracking.hpp>
+
+#include "numeric.h"
+#include "tarn_stitcher.h"
+
+namespace {
+
+// Values of TarnStitcher::stitcher_status that the live path sets.
+constexpr int registering = 1;
+constexpr int finished = 3;
+
+// Result codes (the host's interface has the full table).
+constexpr int code_pipeline_failed = -1;
+constexpr int code_stop = 0;
+constexpr int code_normal = 1;
+constexpr int code_few_inliers = 2;
+constexpr int code_very_few_inliers = 3;
+constexpr int code_wrong_way = 4;
+constexpr int code_too_fast = 5;
+constexpr int code_skewed = 6;
+
+constexpr int working_width = 300;  // px
+
+using points = std::vector<cv::Point2f>;
+
+cv::Mat identity()
+{
+    return (cv::Mat_<double>(3, 3) << 1, 0, 0, 0, 1, 0, 0, 0, 1);
+}
+
+cv::Mat translation(double x, double y)
+{
+    return (cv::Mat_<double>(3, 3) << 1, 0, x, 0, 1, y, 0, 0, 1);
+}
+
+points mapped(const points& corners, const cv::Mat& homography)
+{
+    points result;
+    cv::perspectiveTransform(corners, result, homography);
+    return result;
+}
+
+bool outnumbers(int limit, size_t count)
+{
+    return tarn::as_unsigned_limit(limit) > count;
+}
+
+// ---------------------------------------------------------------------------------------------- frame intake
+
+// Shrinks to `target_height` pixels of *width*: the parameter's name is the older one.
+void image_resize(const cv::Mat& input, cv::Mat& output, int target_height)
+{
+    float scale = 1.0f;
+    if (input.cols > target_height) {
+        scale = static_cast<float>(target_height) / static_cast<float>(input.cols);
+    }
+    cv::resize(input, output, cv::Size(), scale, scale, cv::INTER_LINEAR_EXACT);
+}
+
+// Any channel count other than 3 or 1 leaves `gray` as it is.
+void to_gray(const cv::Mat& image, cv::Mat& gray)
+{
+    if (image.channels() == 3) {
+        cv::cvtColor(image, gray, cv::COLOR_BGR2GRAY);
+    } else if (image.channels() == 1) {
+        image.copyTo(gray);
+    }
+}
+
+// A frame made ready for tracking.
+struct live_frame {
+    cv::Mat frame;              // scaled, in colour
+    cv::Mat scaled_gray_frame;  // the same in gray
+    float work_scale = 0.0f;
+    points frame_good_keypoints;
+    points frame_corners;
+
+    explicit live_frame(const cv::Mat& input_frame)
+    {
+        image_resize(input_frame, frame, working_width);
+        to_gray(frame, scaled_gray_frame);
+        // 1 in normal operation, since both images come from one resize.
+        work_scale = static_cast<float>(static_cast<double>(scaled_gray_frame.rows) / frame.rows);
+
+        constexpr int max_corners = 80;
+        constexpr double quality_level = 0.01;
+        constexpr double min_distance = 10.0;  // px
+        constexpr int block_size = 3;
+        cv::goodFeaturesToTrack(scaled_gray_frame, frame_good_keypoints, max_corners, quality_level,
+                                min_distance, cv::noArray(), block_size, false, 0.04);
+
+        const auto width = static_cast<float>(frame.cols);
+        const auto height = static_cast<float>(frame.rows);
+        frame_corners = {{0.0f, 0.0f}, {width, 0.0f}, {width, height}, {0.0f, height}};
+    }
+};
+
+// Points of the reference frame and where they are found in this one, pair by pair.
+struct tracked_points {
+    points neighbour_points;
+    points matched_frame_points;
+};
+
+tracked_points track(const stitch_data& reference, const live_frame& current)
+{
+    constexpr int max_level = 3;
+    constexpr int max_count = 30;
+    constexpr double epsilon = 0.01;
+    constexpr double min_eigenvalue = 0.0001;
+    const cv::Size window(21, 21);
+    const points last_frame_points = reference.good_keypoints;
+    points frame_points;
+    std::vector<uchar> vstatus;
+    std::vector<float> verror;
+    cv::calcOpticalFlowPyrLK(
+        reference.scaled_gray_frame, current.scaled_gray_frame, last_frame_points, frame_points, vstatus,
+        verror, window, max_level,
+        cv::TermCriteria(cv::TermCriteria::COUNT + cv::TermCriteria::EPS, max_count, epsilon), 0,
+        min_eigenvalue);
+
+    tracked_points result;
+    const float scale = current.work_scale;
+    for (size_t i = 0; i < vstatus.size(); ++i) {
+        if (vstatus[i] != 0) {
+            result.neighbour_points.emplace_back(last_frame_points[i].x / scale,
+                                                 last_frame_points[i].y / scale);
+            result.matched_frame_points.emplace_back(frame_points[i].x / scale, frame_points[i].y / scale);
+        }
+    }
+    return result;
+}
+
+// ------------------------------------------------------------------------------------------ motion estimation
+
+// RANSAC homography from this frame into the reference frame, with its support.
+struct frame_motion {
+    cv::Mat reference_from_frame;
+    int in_count = 0;
+    float in_ratio = 0.0f;  // NaN for an empty mask
+
+    explicit frame_motion(const tracked_points& tracks)
+    {
+        constexpr double reprojection_threshold = 3.0;  // px
+        std::vector<char> mask;
+        reference_from_frame = cv::findHomography(tracks.matched_frame_points, tracks.neighbour_points,
+                                                  cv::RANSAC, reprojection_threshold, mask);
+        in_count = static_cast<int>(std::count(mask.begin(), mask.end(), 1));
+        in_ratio = static_cast<float>(in_count) / static_cast<float>(mask.size());
+    }
+};
+
+bool is_opposite(int direction, int move_direction)
+{
+    return (direction == 1 && move_direction == 2) || (direction == 2 && move_direction == 1)
+           || (direction == 3 && move_direction == 4) || (direction == 4 && move_direction == 3);
+}
+
+// How far the frame's centre moves, in pixels of the scaled frame.
+float centre_shift(const cv::Mat& frame, const cv::Mat& reference_from_frame)
+{
+    const int centre_x = frame.cols / 2;
+    const int centre_y = frame.rows / 2;
+    points frame_center = {{static_cast<float>(centre_x), static_cast<float>(centre_y)}};
+    points transpose_center = mapped(frame_center, reference_from_frame);
+    return get_move_distance(frame_center, transpose_center);
+}
+
+// Length of an edge as a fraction of the side that it was: the differences are single, the rest is double.
+float side_ratio(const cv::Point2f& from, const cv::Point2f& to, int side)
+{
+    const double dx = from.x - to.x;
+    const double dy = from.y - to.y;
+    return static_cast<float>(std::sqrt(dx * dx + dy * dy) / side);
+}
+
+// Shape of a mapped frame: its corner angles, in degrees, and its sides relative to the frame's own.
+struct distortion {
+    std::vector<float> angles;
+    std::vector<float> scales;
+    float maxa;  // largest deviation of a corner from a right angle, degrees
+
+    distortion(points& p, const cv::Mat& frame)
+        : angles{angle_of_two_vector(p[1], p[3], p[0]), angle_of_two_vector(p[2], p[0], p[1]),
+                 angle_of_two_vector(p[3], p[1], p[2]), angle_of_two_vector(p[0], p[2], p[3])},
+          scales{side_ratio(p[0], p[1], frame.cols), side_ratio(p[1], p[2], frame.rows),
+                 side_ratio(p[2], p[3], frame.cols), side_ratio(p[3], p[0], frame.rows)},
+          maxa(max_axis({std::fabs(angles[0] - 90.0f), std::fabs(angles[1] - 90.0f),
+                         std::fabs(angles[2] - 90.0f), std::fabs(angles[3] - 90.0f)}))
+    {
+    }
+};
+
+// A frame placed in the panorama, and the extent of the two together.
+struct placement {
+    cv::Mat H;                 // this frame into the panorama, moved so that nothing lies left of or above it
+    points transpose_corners;  // the frame's corners there
+    float left_x = 0.0f;
+    float top_y = 0.0f;
+    float warp_width = 0.0f;
+    float warp_height = 0.0f;
+    float stitch_width = 0.0f;
+    float stitch_height = 0.0f;
+};
+
+// Chains the frame's motion into the panorama and moves the panorama's origin where the frame reaches beyond it.
+// That shift stays in the task even if the frame is rejected afterwards; this is meant.
+placement place_in_panorama(TarnStitcher& task, const live_frame& current, const cv::Mat& reference_from_frame)
+{
+    placement place;
+    place.H = task.last_check_data.homo * reference_from_frame;
+    points& p = place.transpose_corners;
+    p = mapped(current.frame_corners, place.H);
+
+    const float leftmost = min_axis({p[0].x, p[1].x, p[2].x, p[3].x});
+    const float topmost = min_axis({p[0].y, p[1].y, p[2].y, p[3].y});
+    const float base_shift_x = leftmost < 0.0f ? -leftmost : 0.0f;
+    const float base_shift_y = topmost < 0.0f ? -topmost : 0.0f;
+    task.total_shift_x += base_shift_x;
+    task.total_shift_y += base_shift_y;
+
+    const cv::Mat shift = translation(base_shift_x, base_shift_y);
+    place.H = shift * place.H;
+    cv::perspectiveTransform(task.last_warp_points, task.last_warp_points, shift);
+    p = mapped(current.frame_corners, place.H);
+    return place;
+}
+
+void measure_extent(placement& place, const TarnStitcher& task)
+{
+    const points& p = place.transpose_corners;
+    place.left_x = std::min(p[0].x, p[3].x);
+    const float right_x = std::max(p[1].x, p[2].x);
+    const float bottom_y = std::max(p[2].y, p[3].y);
+    place.top_y = std::min(p[0].y, p[1].y);
+    const cv::Mat& panorama = task.last_stitch_image;
+    place.stitch_width = std::max(right_x, task.total_shift_x + static_cast<float>(panorama.cols));
+    place.stitch_height = std::max(bottom_y, task.total_shift_y + static_cast<float>(panorama.rows));
+    place.warp_width = right_x - place.left_x;
+    place.warp_height = bottom_y - place.top_y;
+}
+
+// A side of exactly either limit passes.
+bool has_sane_size(const placement& place)
+{
+    constexpr double smallest = 2.0;    // px
+    constexpr double largest = 4000.0;  // px
+    return !(place.warp_height < smallest || place.warp_width < smallest || place.warp_width > largest
+             || place.warp_height > largest);
+}
+
+// ------------------------------------------------------------------------------------------------ composition
+
+// Lays the frame onto the preview, which grows as far as the frame needs.
+void compose_preview(TarnStitcher& task, const live_frame& current, placement& place)
+{
+    using tarn::truncate_to_int;
+    const cv::Mat& panorama = task.last_stitch_image;
+    cv::Mat stitch_image =
+        cv::Mat::zeros(truncate_to_int(place.stitch_height), truncate_to_int(place.stitch_width), CV_8UC3);
+    const cv::Rect old_place(truncate_to_int(task.total_shift_x), truncate_to_int(task.total_shift_y),
+                             panorama.cols, panorama.rows);
+    panorama.copyTo(stitch_image(old_place));
+    task.total_shift_x = 0.0f;
+    task.total_shift_y = 0.0f;
+
+    const cv::Mat warpH = translation(-place.left_x, -place.top_y) * place.H;
+    const cv::Rect frame_place(truncate_to_int(place.left_x), truncate_to_int(place.top_y),
+                               truncate_to_int(place.warp_width), truncate_to_int(place.warp_height));
+    cv::Mat scaled_image_warp;
+    cv::warpPerspective(current.frame, scaled_image_warp, warpH, frame_place.size(), cv::INTER_LINEAR,
+                        cv::BORDER_CONSTANT, cv::Scalar());
+
+    // The whole bounding box is overwritten, its black corners included; the seam puts the panorama back there.
+    cv::Mat last_shift_img = stitch_image.clone();
+    scaled_image_warp.copyTo(stitch_image(frame_place));
+    optimizeSeam(last_shift_img, stitch_image, place.transpose_corners);
+    task.last_stitch_image = stitch_image;
+}
+
+// ------------------------------------------------------------------------------------------------- the result
+
+// A rejected frame leaves the reference and the panorama as they are.
+int* reject(TarnStitcher& task, int* stitch_result)
+{
+    tarn::store_release(task.stitcher_status, finished);
+    ++task.failed_count;
+    if (task.failed_count >= task.failed_thresh) {
+        stitch_result[0] = code_stop;
+    }
+    return stitch_result;
+}
+
+// Adds a distance to the window of recent ones; true when the window is full and its mean is too great. The
+// window is as long as the limit of rejections; one field serves both, which is meant.
+bool moves_too_fast(TarnStitcher& task, float move_distance)
+{
+    constexpr double greatest_mean = 10.0;  // px
+    std::vector<float>& recent = task.last_move_distances;
+    recent.push_back(move_distance);
+    if (recent.size() <= tarn::as_unsigned_limit(task.failed_thresh)) {
+        return false;
+    }
+    recent.erase(recent.begin());
+    const float sum = std::accumulate(recent.begin(), recent.end(), 0.0f);
+    return sum / static_cast<float>(recent.size()) > greatest_mean;
+}
+
+bool is_skewed(float maxa, int move_direction)
+{
+    constexpr double greatest_when_horizontal = 8.0;  // degrees
+    constexpr double greatest_when_vertical = 5.0;    // degrees
+    return (maxa > greatest_when_horizontal && (move_direction == 3 || move_direction == 4))
+           || (maxa > greatest_when_vertical && (move_direction == 1 || move_direction == 2));
+}
+
+// Grades an accepted frame; a later remark overwrites an earlier one.
+void grade(TarnStitcher& task, int in_count, float move_distance, float maxa, int move_direction, int& code)
+{
+    constexpr int very_few_below = 20;
+    constexpr int few_up_to = 49;
+    if (in_count < very_few_below) {
+        code = code_very_few_inliers;
+    } else if (in_count <= few_up_to) {
+        code = code_few_inliers;
+    }
+    if (moves_too_fast(task, move_distance)) {
+        code = code_too_fast;
+    }
+    if (is_skewed(maxa, move_direction)) {
+        code = code_skewed;
+    }
+}
+
+// Makes the first frame with enough corners the reference and the preview.
+void begin_panorama(TarnStitcher& task, const live_frame& current)
+{
+    task.last_stitch_image = current.frame;
+    task.last_warp_points = current.frame_corners;
+    task.last_check_data.scaled_gray_frame = current.scaled_gray_frame;
+    task.last_check_data.good_keypoints = current.frame_good_keypoints;
+    task.last_check_data.work_scale = current.work_scale;
+    task.last_check_data.homo = identity();
+    task.last_check_data.base_homo = identity();
+}
+
+// Hands a frame to the next worker.
+void hand_over(TarnStitcher& task, const cv::Mat& frame, const std::vector<float>& angles,
+               const std::vector<float>& scales, int direction)
+{
+    ++task.big_frame_index;
+    tarn::launch_worker(frame, angles, scales, direction, task.big_frame_index);
+}
+
+}  // namespace
+
+int* TarnStitcher::ofcheck_stitch(cv::Mat& input_frame, const int direction, const int is_last_one)
+{
+    static int stitch_result[2];
+
+    // The rows are printed twice, and the line is left without an end. Both are meant.
+    std::cout << "input_frame shape is " << input_frame.rows << "*" << input_frame.rows << ", type is "
+              << input_frame.type();
+    stitch_result[0] = code_normal;
+    stitch_result[1] = 0;
+
+    if (tarn::load_acquire(big_stitch_status) == tarn::pipeline_failed) {
+        stitch_result[0] = code_pipeline_failed;
+        return stitch_result;
+    }
+    if (is_last_one != 0) {
+        // The last frame goes to the worker without being registered here.
+        hand_over(*this, input_frame, last_angles, last_scales, direction);
+        if (!get_big_image(big_frame_index)) {
+            stitch_result[0] = code_pipeline_failed;
+        }
+        return stitch_result;
+    }
+    if (tarn::load_acquire(stitcher_status) == registering) {
+        std::cout << "check: The stitcher is still running other function!" << stitcher_status << std::endl;
+        stitch_result[0] = code_stop;
+        return stitch_result;
+    }
+    tarn::store_release(stitcher_status, registering);
+
+    const live_frame current(input_frame);
+    if (outnumbers(matches_thresh, current.frame_good_keypoints.size())) {
+        return reject(*this, stitch_result);
+    }
+    ++frame_index;
+    last_frame = input_frame;
+    if (frame_index == 1) {
+        begin_panorama(*this, current);
+        hand_over(*this, input_frame, last_angles, last_scales, direction);
+        tarn::store_release(stitcher_status, finished);
+        stitch_result[0] = code_normal;
+        return stitch_result;
+    }
+
+    const tracked_points tracks = track(last_check_data, current);
+    if (outnumbers(matches_thresh, tracks.matched_frame_points.size())) {
+        return reject(*this, stitch_result);
+    }
+    const frame_motion motion(tracks);
+    points frame_corners = current.frame_corners;
+    points transpose_corners = mapped(frame_corners, motion.reference_from_frame);
+    if (!is_good_homo(transpose_corners, current.frame, area_thresh, angle_thresh)
+        || motion.in_ratio < inline_thresh) {
+        return reject(*this, stitch_result);
+    }
+
+    int move_direction = get_direction(frame_corners, transpose_corners);
+    if (move_direction == 0 && last_direction != 0) {
+        move_direction = last_direction;
+    }
+    if (last_direction == 0) {
+        last_direction = move_direction;
+    }
+    if (is_opposite(direction, move_direction)) {
+        // Not counted as a failure: the user is told to turn round, however long it takes.
+        tarn::store_release(stitcher_status, finished);
+        stitch_result[0] = code_wrong_way;
+        return stitch_result;
+    }
+    const float move_distance = centre_shift(current.frame, motion.reference_from_frame);
+
+    // Against the last key frame. What is measured here stays in the task even if the frame is rejected below.
+    cv::Mat base_H = last_check_data.base_homo * motion.reference_from_frame;
+    transpose_corners = mapped(frame_corners, base_H);
+    const distortion shape(transpose_corners, current.frame);
+    last_angles = shape.angles;
+    last_scales = shape.scales;
+    const float iou = single_box_iou(frame_corners, transpose_corners);
+
+    placement place = place_in_panorama(*this, current, motion.reference_from_frame);
+    if (!is_convex(place.transpose_corners)) {
+        return reject(*this, stitch_result);
+    }
+    measure_extent(place, *this);
+    if (!has_sane_size(place)) {
+        return reject(*this, stitch_result);
+    }
+
+    // A key frame shows little of the last one, or some less of it after a change of direction; the worker
+    // is then told the direction before the change.
+    constexpr double overlap_at_turn = 0.9;
+    const bool shows_enough_new = iou < iou_thresh;
+    const bool turns_round = static_cast<double>(iou) < overlap_at_turn && last_direction != move_direction;
+    if (shows_enough_new || turns_round) {
+        last_warp_points = place.transpose_corners;
+        stitch_result[0] = code_normal;
+        hand_over(*this, shows_enough_new ? input_frame : last_frame, shape.angles, shape.scales,
+                  shows_enough_new ? move_direction : last_direction);
+        compose_preview(*this, current, place);
+        base_H = identity();
+    }
+
+    // Every accepted frame becomes the reference: the corners found in it, not the points tracked into it.
+    last_check_data.scaled_gray_frame = current.scaled_gray_frame;
+    last_check_data.good_keypoints = current.frame_good_keypoints;
+    last_check_data.work_scale = current.work_scale;
+    last_check_data.homo = place.H;
+    last_check_data.base_homo = base_H;
+    last_direction = move_direction;
+    tarn::store_release(stitcher_status, finished);
+    grade(*this, motion.in_count, move_distance, shape.maxa, move_direction, stitch_result[0]);
+    failed_count = 0;
+    return stitch_result;
+}

@@ -1,0 +1,142 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "tarn_stitch_jni.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <iostream>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <opencv2/imgproc.hpp>
+
+#include "worker_protocol.h"
+
+// The variables that its constructor resets are inline variables of a header included above, so they are
+// constructed before it whatever the order in which the objects are linked.
+TarnStitcher tarn_stitcher("");
+
+namespace {
+
+// Waits while a frame is inside the task, for at most 11 sleeps; then the caller goes on regardless.
+void wait_while_busy()
+{
+    constexpr int one_sleep = 100000;     // µs
+    constexpr int longest_sum = 1000000;  // µs; exceeded by the eleventh sleep
+    int total_sleep = 0;
+    const auto busy = [] {
+        const int status = tarn::load_acquire(tarn_stitcher.stitcher_status);
+        return status == 1 || status == 2;
+    };
+    while (total_sleep <= longest_sum && busy()) {
+        usleep(one_sleep);
+        total_sleep += one_sleep;
+    }
+}
+
+// Replaces the task. The old one stays in place when the new directory cannot be had.
+void start_task(const std::string& _local_path)
+{
+    // Held throughout, so that no worker of the old task puts a file into a directory just emptied.
+    const tarn::working_directory_lock no_file_is_written;
+    if (_local_path != tarn_stitcher.local_path) {
+        tarn_stitcher.remove_local_path();
+    }
+    constexpr mode_t owner_may_write = 0200;  // exactly this mode
+    if (_local_path.empty() || isFloderexit(_local_path.c_str())
+        || mkdir(_local_path.c_str(), owner_may_write) == 0) {
+        tarn_stitcher = TarnStitcher(_local_path);
+    }
+}
+
+}  // namespace
+
+int resetStitch(const char* input_path)
+{
+    try {
+        const std::string _local_path = input_path == nullptr ? "" : input_path;
+        wait_while_busy();
+        start_task(_local_path);
+    } catch (const std::exception&) {
+        // Memory is short: nothing is reported, and the old task stays in place.
+    }
+    return 1;
+}
+
+int* videoStitch(cv::Mat mat, int direction, int is_last_one)
+{
+    static int buf[2] = {0, 0};
+    const std::int64_t start = cv::getTickCount();
+    try {
+        // Always a new image: the worker and the task keep its pixels.
+        cv::Mat input_frame;
+        cv::cvtColor(mat, input_frame, cv::COLOR_RGBA2BGR);
+        const int* stitch_result = tarn_stitcher.ofcheck_stitch(input_frame, direction, is_last_one);
+        input_frame.release();
+        std::copy_n(stitch_result, 2, buf);
+    } catch (const std::exception& e) {
+        // buf keeps the result of the frame before.
+        std::cout << "stitch: When checkimage encounter an error" << e.what() << std::endl;
+        tarn::store_release(tarn_stitcher.stitcher_status, 3);
+    }
+    const std::int64_t finish = cv::getTickCount();
+    std::cout << "main thread: videoStitch finish, total spent"
+              << static_cast<double>(finish - start) / cv::getTickFrequency() << std::endl;
+    return buf;
+}
+
+const char* getCurrentPanoramaShow()
+{
+    return tarn_stitcher.big_stitch_image_path.c_str();
+}
+
+const char* getTestCurrentPanoramaShow()
+{
+    // A copy of the host's own: a worker may replace the string at any moment, and with it the characters.
+    static std::string shown_path;
+    try {
+        const auto lock = tarn::lock_current_task();
+        shown_path = test_image_path;
+    } catch (const std::exception&) {
+        shown_path.clear();
+    }
+    return shown_path.c_str();
+}
+
+cv::Mat getCurrentPanoramsShowMat()
+{
+    return tarn_stitcher.last_stitch_image;
+}
+
+int* nativeCarrier_getCurrentPanoramaShow()
+{
+    try {
+        return matToBitmapArray(tarn_stitcher.last_stitch_image);
+    } catch (const std::exception&) {
+        return nullptr;
+    }
+}
+
+int* matToBitmapArray(const cv::Mat& image)
+{
+    constexpr std::uint32_t opaque = 0xFF000000U;
+    const size_t n = image.total();
+    int* pixels = new int[n + 2];
+    if (image.dims <= 2 && image.type() == CV_8UC3) {
+        int* next = pixels;
+        for (int i = 0; i < image.rows; ++i) {
+            const auto* row = image.ptr<cv::Vec3b>(i);
+            next = std::transform(row, row + image.cols, next, [](const cv::Vec3b& bgr) {
+                const std::uint32_t red = bgr[2];
+                const std::uint32_t green = bgr[1];
+                const std::uint32_t blue = bgr[0];
+                return static_cast<int>(opaque | red << 16 | green << 8 | blue);
+            });
+        }
+    } else {
+        std::fill_n(pixels, n, static_cast<int>(opaque));
+    }
+    // The size travels behind the pixels.
+    pixels[n] = image.cols;
+    pixels[n + 1] = image.rows;
+    return pixels;
+}

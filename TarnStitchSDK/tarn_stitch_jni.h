@@ -1,0 +1,84 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// The host's interface: everything an application needs to stitch a sweep.
+//
+// The life of a sweep
+// -------------------
+//     resetStitch("/data/cache/sweep/");               // a directory that the library may empty
+//     for each frame of the camera:
+//         int* result = videoStitch(rgba, 3, 0);       // 3: the camera is meant to move to the right
+//         tell the user by result[0]; show getCurrentPanoramsShowMat()
+//     videoStitch(rgba, 3, 1);                         // the last frame: waits for the workers
+//     copy the file getCurrentPanoramaShow() away      // "" if there is none
+//
+// Threads: all functions belong to one thread, the host's. Workers run beside it; they never call the host.
+// Strings, result arrays: owned by the library, valid until the next call.
+// Failure: no exception leaves these functions; a frame-level outcome is a code.
+// Output: the library writes log lines to standard output. One of them has no line end.
+// Orientation: frames are taken as a camera's sensor delivers them when the device is held upright. The
+// high-resolution panorama is turned by 90 degrees clockwise against them; the preview is not.
+#pragma once
+
+#include <opencv2/core.hpp>
+
+#include "tarn_stitcher.h"
+
+/// The task that all entry points act on. Constructed with "" before main, after the variables that it resets.
+extern TarnStitcher tarn_stitcher;
+
+/// Starts a new task. Waits for a frame that is being registered, for at most 11 times 100 ms; removes the
+/// working directory of the old task if the path changes; creates the new one if it is missing, else empties it.
+///
+/// @param input_path  working directory with a trailing "/", wholly the library's: whatever lies in it is
+///                    deleted. "" (or null) for a task without files. A missing directory is created with mode
+///                    0200, which an ordinary user cannot enter on most file systems: create it yourself first.
+/// @returns 1, always. When a missing directory cannot be created the old task stays in place.
+int resetStitch(const char* input_path);
+
+/// Registers one frame. Typically a few milliseconds; the call with the last frame also waits for the workers
+/// (at most max_wait_seconds) and writes the panorama.
+///
+/// @param mat          CV_8UC4 in R,G,B,A order, of one size throughout a sweep; only read, and not kept
+/// @param direction    the direction in which the camera is meant to move, 1 down, 2 up, 3 right, 4 left in the
+///                     frames' own coordinates; motion opposite to it is rejected. 0 for no preference
+/// @param is_last_one  not 0 for the last frame, which is composed without being registered live
+/// @returns two ints, overwritten by the next call; the second is 0. The first:
+///
+/// | code | meaning                                   | tell the user                             |
+/// |------|-------------------------------------------|-------------------------------------------|
+/// | -1   | the high-resolution pipeline has failed   | start again                               |
+/// | 0    | ten frames in a row rejected, or busy     | go back to where the panorama ends        |
+/// | 1    | normal                                    |                                           |
+/// | 2    | accepted with 20 to 49 inliers            | few details here                          |
+/// | 3    | accepted with fewer than 20 inliers       | very few details here                     |
+/// | 4    | rejected: motion against the hint         | wrong way                                 |
+/// | 5    | accepted; mean motion above 10 px (of 300) | slower                                   |
+/// | 6    | accepted, but skewed                      | hold the device level                     |
+///
+/// A frame that raises an error (no pixels, a wrong channel count or depth) is logged and dropped; the array
+/// then still holds what it held before, {0, 0} in the very first call.
+int* videoStitch(cv::Mat mat, int direction, int is_last_one);
+
+/// Path of the finished high-resolution panorama, a JPEG in the working directory; "" until there is one.
+/// Valid until the next call of resetStitch or videoStitch.
+const char* getCurrentPanoramaShow();
+
+/// Path of the frame file that a worker wrote last, for diagnosis; "" before the first one ever.
+/// Valid until the next call of this function.
+const char* getTestCurrentPanoramaShow();
+
+/// The preview panorama, CV_8UC3 in B,G,R order, as wide as the frames' working copy (at most 300 px) at first
+/// and growing with every key frame. Shares its pixels, which never change; empty before the first frame.
+cv::Mat getCurrentPanoramsShowMat();
+
+/// The preview panorama as packed pixels (see matToBitmapArray). The caller deletes the array with delete[].
+/// Null when memory is short.
+int* nativeCarrier_getCurrentPanoramaShow();
+
+/// An image as packed 32-bit pixels for a platform bitmap.
+///
+/// @param image  CV_8UC3, B,G,R; may be empty, may be a view. An image of another type gives black pixels.
+/// @returns a new array of n + 2 ints, n = rows * cols: the pixels row by row, top row first, each 0xFFRRGGBB;
+///          then the width at n and the height at n + 1. The caller deletes it with delete[].
+/// @throws std::bad_alloc
+int* matToBitmapArray(const cv::Mat& image);

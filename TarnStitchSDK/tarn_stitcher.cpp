@@ -1,0 +1,38 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// The life cycle of a task.
+#include "tarn_stitcher.h"
+
+#include <unistd.h>
+#include <utility>
+
+#include "worker_protocol.h"
+
+TarnStitcher::TarnStitcher(std::string input_path) : local_path(std::move(input_path))
+{
+    const tarn::working_directory_lock no_file_is_written;
+    {
+        const auto workers_of_the_old_task_are_shut_out = tarn::begin_task();
+        std::vector<cv::KeyPoint>().swap(neighbour_keypoints);  // the storage is released, too
+        big_stitch_image = cv::Mat();
+        neighbour_homo = cv::Mat();
+        neighbour_descriptors = cv::Mat();
+        tarn::store_release(big_stitch_status, tarn::pipeline_empty);
+        tarn::store_release(SP, false);
+        tarn::store_release(big_frame_num, 0);
+        tarn::store_release(big_work_scale, 0.0f);
+        big_local_path = local_path;
+    }
+    if (isFloderexit(local_path.c_str())) {
+        deleteFile(local_path.c_str());
+    }
+}
+
+void TarnStitcher::remove_local_path()
+{
+    const tarn::working_directory_lock no_file_is_written;
+    if (isFloderexit(local_path.c_str())) {
+        deleteFile(local_path.c_str());
+        rmdir(local_path.c_str());
+    }
+}

@@ -1,0 +1,46 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// The directory in which a task keeps its files: testing for it, emptying it, naming what lies in it.
+//
+// All functions take NUL-terminated paths in the file system's own encoding, follow no symbolic link inside a
+// tree that they delete, and report no failure: an entry that cannot be removed stays. They may be called from
+// any thread; two calls must not work on the same tree at once (see tarn::working_directory_lock).
+#pragma once
+
+#include <mutex>
+#include <string>
+
+/// True when `path` is a directory that can be opened for reading. (The spelling is the interface's.)
+bool isFloderexit(const char* path);
+
+/// Joins a directory and an entry's name into `filepath`, with exactly one "/" between them; a `path` that
+/// ends in "/" gets no second one, an empty `path` gets one.
+///
+/// `filepath` is the caller's and must have room for strlen(path) + strlen(filename) + 2 characters; it must
+/// not overlap the other two. Nothing is checked.
+void getFilePath(const char* path, const char* filename, char* filepath);
+
+/// Deletes what lies at `path`: a regular file is removed; a directory is emptied but stays itself; anything
+/// else (a symbolic link, a device, a socket, nothing) is left alone. A directory inside the tree that holds
+/// something left alone stays as well.
+///
+/// Paths inside the tree may be of any length. One file descriptor is open per level of nesting; what lies
+/// deeper than the process has descriptors stays.
+void deleteFile(const char* path);
+
+namespace tarn {
+
+/// Holds the working directory: while one lives, no other thread writes a file there or empties it.
+///
+/// Workers take it for one file at a time; whoever starts a task takes it from the removal of the old directory
+/// until the new one is empty, so that a worker of the replaced task cannot leave a file behind. May be
+/// nested on one thread. It is never taken while the hand-over mutex is held, only the other way round.
+class working_directory_lock {
+public:
+    working_directory_lock();
+
+private:
+    std::unique_lock<std::recursive_mutex> lock_;
+};
+
+}  // namespace tarn
