@@ -1,0 +1,25 @@
+#!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
+#
+# Builds and runs the tests under AddressSanitizer with UndefinedBehaviorSanitizer, and under ThreadSanitizer.
+# Arguments: the presets to check, by default both. Loops of random tests and cancelled sweeps are shortened
+# (TARN_TEST_SCALE, a factor), since the programs run many times slower.
+set -euo pipefail
+# shellcheck source=scripts/lib/common.sh
+source "$(dirname "${BASH_SOURCE[0]}")/lib/common.sh"
+
+need_packages "${build_packages[@]}" "${test_packages[@]}"
+
+export TARN_TEST_SCALE=${TARN_TEST_SCALE:-0.1}
+
+presets=("$@")
+if ((${#presets[@]} == 0)); then
+  presets=(asan-ubsan tsan)
+fi
+for preset in "${presets[@]}"; do
+  say "Building with $preset"
+  configure "$preset" --log-level=WARNING
+  build "$preset"
+  say "Running the tests with $preset"
+  ctest --preset "$preset" --parallel "$jobs"
+done
