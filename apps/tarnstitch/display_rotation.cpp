@@ -1,0 +1,168 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// A walk through the boxes of an MP4 file to the matrix of its video track. Only box headers and two small
+// boxes are read, whatever the file's size.
+#include "display_rotation.h"
+
+#include <array>
+#include <cstdint>
+#include <cstring>
+#include <fstream>
+
+namespace tarn::host {
+
+namespace {
+
+/// A stretch of the file: a box without its header.
+struct box {
+    std::array<char, 4> type{};
+    std::uint64_t begin = 0;
+    std::uint64_t end = 0;
+
+    bool is(const char* name) const
+    {
+        return std::memcmp(type.data(), name, type.size()) == 0;
+    }
+};
+
+std::uint64_t big_endian(const unsigned char* bytes, int count)
+{
+    std::uint64_t value = 0;
+    for (int i = 0; i < count; ++i) {
+        value = value << 8 | bytes[i];
+    }
+    return value;
+}
+
+class box_reader {
+public:
+    explicit box_reader(const std::string& path) : file_(path, std::ios::binary)
+    {
+        file_.seekg(0, std::ios::end);
+        const std::streamoff size = file_.tellg();
+        whole_.end = size > 0 ? static_cast<std::uint64_t>(size) : 0;
+    }
+
+    const box& whole() const
+    {
+        return whole_;
+    }
+
+    bool read(std::uint64_t at, unsigned char* bytes, std::size_t count)
+    {
+        file_.clear();
+        file_.seekg(static_cast<std::streamoff>(at));
+        file_.read(reinterpret_cast<char*>(bytes), static_cast<std::streamsize>(count));
+        return static_cast<bool>(file_);
+    }
+
+    /// Reads the box that starts at `at` within `parent`; nothing when it does not fit there.
+    std::optional<box> box_at(std::uint64_t at, const box& parent)
+    {
+        constexpr std::uint64_t header_size = 8;
+        constexpr std::uint64_t long_header_size = 16;
+        std::array<unsigned char, long_header_size> header{};
+        if (at >= parent.end || parent.end - at < header_size || !read(at, header.data(), header_size)) {
+            return std::nullopt;
+        }
+        std::uint64_t size = big_endian(header.data(), 4);
+        std::uint64_t used = header_size;
+        if (size == 0) {
+            size = parent.end - at;  // up to the end
+        } else if (size == 1) {
+            used = long_header_size;
+            if (parent.end - at < long_header_size || !read(at, header.data(), long_header_size)) {
+                return std::nullopt;
+            }
+            size = big_endian(header.data() + header_size, 8);
+        }
+        if (size < used || size > parent.end - at) {
+            return std::nullopt;
+        }
+        box found;
+        std::memcpy(found.type.data(), header.data() + 4, found.type.size());
+        found.begin = at + used;
+        found.end = at + size;
+        return found;
+    }
+
+    /// The first box of a type in `parent` at or behind `from`.
+    std::optional<box> find(const char* type, const box& parent, std::uint64_t from)
+    {
+        for (auto next = box_at(from, parent); next; next = box_at(next->end, parent)) {
+            if (next->is(type)) {
+                return next;
+            }
+        }
+        return std::nullopt;
+    }
+
+    std::optional<box> find(const char* type, const box& parent)
+    {
+        return find(type, parent, parent.begin);
+    }
+
+private:
+    std::ifstream file_;
+    box whole_;
+};
+
+bool is_video_track(box_reader& reader, const box& track)
+{
+    const auto media = reader.find("mdia", track);
+    const auto handler = media ? reader.find("hdlr", *media) : std::nullopt;
+    constexpr std::uint64_t handler_type_offset = 8;  // behind version, flags and a word of zeros
+    std::array<unsigned char, 4> type{};
+    return handler && handler->end - handler->begin >= handler_type_offset + type.size()
+           && reader.read(handler->begin + handler_type_offset, type.data(), type.size())
+           && std::memcmp(type.data(), "vide", type.size()) == 0;
+}
+
+int quarter_turns_of(box_reader& reader, const box& track)
+{
+    const auto header = reader.find("tkhd", track);
+    unsigned char version = 0;
+    if (!header || !reader.read(header->begin, &version, 1)) {
+        return 0;
+    }
+    // Behind version, flags, times (of twice the length in version 1), numbers, layer and volume.
+    const std::uint64_t offset = version == 1 ? 52 : 40;
+    constexpr std::size_t word = 4;
+    std::array<unsigned char, 5 * word> matrix{};  // a b u c d of [a b u; c d v; x y w]
+    if (header->end - header->begin < offset + matrix.size()
+        || !reader.read(header->begin + offset, matrix.data(), matrix.size())) {
+        return 0;
+    }
+    const auto element = [&matrix](std::size_t index) {
+        return static_cast<std::int32_t>(
+            static_cast<std::uint32_t>(big_endian(matrix.data() + index * word, 4)));
+    };
+    const std::int32_t a = element(0);
+    const std::int32_t b = element(1);
+    const std::int32_t c = element(3);
+    const std::int32_t d = element(4);
+    // A point (x, y) is shown at (a x + c y, b x + d y), with y downward.
+    if (a == 0 && d == 0) {
+        return b > 0 && c < 0 ? 1 : (b < 0 && c > 0 ? 3 : 0);
+    }
+    return a < 0 && d < 0 && b == 0 && c == 0 ? 2 : 0;
+}
+
+}  // namespace
+
+std::optional<int> display_quarter_turns(const std::string& file)
+{
+    box_reader reader(file);
+    const auto movie = reader.find("moov", reader.whole());
+    if (!movie) {
+        return std::nullopt;
+    }
+    for (auto track = reader.find("trak", *movie); track; track = reader.find("trak", *movie, track->end)) {
+        if (is_video_track(reader, *track)) {
+            return quarter_turns_of(reader, *track);
+        }
+    }
+    return std::nullopt;
+}
+
+}  // namespace tarn::host

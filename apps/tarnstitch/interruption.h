@@ -1,0 +1,36 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// Leaving nothing behind when the program is told to stop: SIGINT (Ctrl-C), SIGTERM and SIGHUP end it at once,
+// after the temporary files and directories named here have been removed.
+//
+// The signals are blocked in every thread and awaited by one of their own, which may therefore do ordinary
+// work: no code runs in a signal handler. It then ends the program by the same signal, so that the caller
+// (a shell, make) sees what happened.
+#pragma once
+
+#include <mutex>
+#include <string>
+
+namespace tarn::host {
+
+/// Starts awaiting the signals; those that the caller has set to be ignored (nohup) stay ignored. Must be
+/// called while the program has one thread only. Also sees to it that a closed pipe or a full file shows as
+/// an error where it is written instead of killing the program.
+void watch_for_interruption();
+
+/// While one lives, an interruption waits. For the short moments in which a file comes into being or changes
+/// its name, and the list of what to remove has to follow.
+class interruption_hold {
+public:
+    interruption_hold();
+
+    /// Adds a file or a directory (with all that is in it) to what an interruption removes.
+    void remove_when_interrupted(const std::string& path);
+    /// Takes it from the list: it has gone, or it has become a result.
+    void keep_when_interrupted(const std::string& path);
+
+private:
+    std::unique_lock<std::mutex> lock_;
+};
+
+}  // namespace tarn::host

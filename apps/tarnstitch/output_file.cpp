@@ -1,0 +1,215 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// Output files: the checks before, the temporary name, the rename.
+#include "output_file.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <fcntl.h>
+#include <filesystem>
+#include <random>
+#include <sys/stat.h>
+#include <system_error>
+#include <unistd.h>
+
+#include "host_error.h"
+#include "interruption.h"
+
+namespace fs = std::filesystem;
+
+namespace tarn::host {
+
+namespace {
+
+[[noreturn]] void fail(const std::string& path, const std::string& reason)
+{
+    throw host_error(exit_code::output_failed, "cannot write " + path + ": " + reason);
+}
+
+std::string reason_of(int error_number)
+{
+    return std::generic_category().message(error_number);
+}
+
+/// Where the file itself stands, or will stand: the end of the symbolic links at `path`, if it is one.
+fs::path real_place(const std::string& path)
+{
+    std::error_code error;
+    const fs::path target = fs::canonical(path, error);
+    return error ? fs::path(path) : target;
+}
+
+fs::path directory_of(const fs::path& place)
+{
+    return place.has_parent_path() ? place.parent_path() : fs::path(".");
+}
+
+/// A new file under a short hidden name, which goes with the object unless it was renamed to its place. The
+/// name does not build on the target's, which may be as long as a name can be.
+class temporary_file {
+public:
+    temporary_file(const fs::path& directory, const std::string& shown_path)
+    {
+        std::random_device entropy;
+        interruption_hold hold;
+        do {
+            char name[32];
+            std::snprintf(name, sizeof name, ".tarnstitch-%08x", static_cast<unsigned>(entropy()));
+            path_ = (directory / name).string();
+            // With mode 0666 the file gets what the umask leaves, as any program's output does.
+            descriptor_ = open(path_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+        } while (descriptor_ == -1 && errno == EEXIST);
+        if (descriptor_ == -1) {
+            fail(shown_path, reason_of(errno));
+        }
+        hold.remove_when_interrupted(path_);
+    }
+
+    ~temporary_file()
+    {
+        close_descriptor();
+        if (!renamed_) {
+            interruption_hold hold;
+            unlink(path_.c_str());
+            hold.keep_when_interrupted(path_);
+        }
+    }
+
+    temporary_file(const temporary_file&) = delete;
+    temporary_file& operator=(const temporary_file&) = delete;
+
+    /// @returns 0, or the number of the error
+    int write_all(const std::vector<unsigned char>& bytes) const
+    {
+        std::size_t done = 0;
+        while (done < bytes.size()) {
+            const ssize_t written = write(descriptor_, bytes.data() + done, bytes.size() - done);
+            if (written > 0) {
+                done += static_cast<std::size_t>(written);
+            } else if (written == 0 || errno != EINTR) {
+                return written == 0 ? ENOSPC : errno;
+            }
+        }
+        return 0;
+    }
+
+    /// Gives the file the permissions of the one that it is going to replace, if there is one.
+    void take_mode_of(const fs::path& place) const
+    {
+        struct stat standing = {};
+        if (stat(place.c_str(), &standing) == 0) {
+            // A file system without permissions refuses, and has none to keep.
+            static_cast<void>(fchmod(descriptor_, standing.st_mode & 0777));
+        }
+    }
+
+    /// @returns 0, or the number of the error
+    int move_to(const fs::path& place)
+    {
+        // Some file systems find out only now that they are full. Some cannot sync, which is no failure.
+        if (fsync(descriptor_) != 0 && errno != EINVAL && errno != ENOSYS) {
+            return errno;
+        }
+        const int close_error = close_descriptor();
+        if (close_error != 0) {
+            return close_error;
+        }
+        interruption_hold hold;
+        if (rename(path_.c_str(), place.c_str()) != 0) {
+            return errno;
+        }
+        renamed_ = true;
+        hold.keep_when_interrupted(path_);
+        return 0;
+    }
+
+private:
+    int close_descriptor()
+    {
+        const int error = (descriptor_ != -1 && close(descriptor_) != 0) ? errno : 0;
+        descriptor_ = -1;
+        return error;
+    }
+
+    std::string path_;
+    int descriptor_ = -1;
+    bool renamed_ = false;
+};
+
+}  // namespace
+
+void check_output_place(const std::string& path)
+{
+    if (path.empty()) {
+        throw host_error(exit_code::output_failed, "cannot write an output without a name");
+    }
+    const fs::path place = real_place(path);
+    const fs::path directory = directory_of(place);
+
+    std::error_code error;
+    const fs::file_status directory_status = fs::status(directory, error);
+    if (directory_status.type() == fs::file_type::not_found) {
+        fail(path, "there is no directory " + directory.string());
+    }
+    if (directory_status.type() == fs::file_type::none) {
+        fail(path, error.message());
+    }
+    if (!fs::is_directory(directory_status)) {
+        fail(path, directory.string() + " is not a directory");
+    }
+
+    const fs::file_status status = fs::status(place, error);
+    if (status.type() == fs::file_type::none) {
+        fail(path, error.message());
+    }
+    if (fs::is_directory(status) || !place.has_filename()) {
+        fail(path, "it is a directory");
+    }
+    if (fs::exists(status)) {
+        // Renaming onto a device or a pipe would replace it, and a write-protected file is meant to stay.
+        if (!fs::is_regular_file(status)) {
+            fail(path, "it is not a regular file");
+        }
+        if (access(place.c_str(), W_OK) != 0) {
+            fail(path, reason_of(errno));
+        }
+    }
+    const temporary_file proof(directory, path);
+}
+
+void write_whole_file(const std::string& path, const std::vector<unsigned char>& bytes)
+{
+    const fs::path place = real_place(path);
+    temporary_file file(directory_of(place), path);
+    const int write_error = file.write_all(bytes);
+    if (write_error != 0) {
+        fail(path, reason_of(write_error));
+    }
+    file.take_mode_of(place);
+    const int move_error = file.move_to(place);
+    if (move_error != 0) {
+        fail(path, reason_of(move_error));
+    }
+}
+
+std::string with_addition(const std::string& path, const std::string& addition)
+{
+    const fs::path whole(path);
+    return (whole.parent_path() / (whole.stem().string() + addition + whole.extension().string())).string();
+}
+
+bool same_place(const std::string& one, const std::string& other)
+{
+    std::error_code error;
+    if (fs::equivalent(one, other, error)) {
+        return true;
+    }
+    const fs::path first = fs::weakly_canonical(fs::absolute(one), error);
+    if (error) {
+        return false;
+    }
+    const fs::path second = fs::weakly_canonical(fs::absolute(other), error);
+    return !error && first == second;
+}
+
+}  // namespace tarn::host

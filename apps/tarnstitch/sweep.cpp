@@ -1,0 +1,262 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// Feeding the library and waiting for its workers.
+#include "sweep.h"
+
+#include <algorithm>
+#include <chrono>
+#include <fstream>
+#include <iterator>
+#include <thread>
+
+#include <opencv2/imgcodecs.hpp>
+#include <opencv2/imgproc.hpp>
+
+#include "host_error.h"
+#include "tarn_stitch_jni.h"
+
+namespace tarn::host {
+
+namespace {
+
+constexpr auto poll_interval = std::chrono::milliseconds(2);
+
+/// A worker waits at most twice for max_wait_seconds before it gives up, so when no turn has ended for three
+/// times as long none is going to: one was never started (no thread to be had), or waits for a base panorama
+/// that failed.
+std::chrono::seconds patience()
+{
+    return std::chrono::seconds(3 * static_cast<std::int64_t>(load_acquire(max_wait_seconds)));
+}
+
+/// A task in the working directory, ended with the object: the library leaves the directory for good, so that
+/// no worker writes there any more.
+class library_task {
+public:
+    explicit library_task(const std::string& directory)
+    {
+        resetStitch(directory.c_str());
+    }
+
+    ~library_task()
+    {
+        resetStitch("");
+    }
+
+    library_task(const library_task&) = delete;
+    library_task& operator=(const library_task&) = delete;
+};
+
+/// Key frames handed over whose turn is not over.
+int key_frames_on_their_way()
+{
+    return tarn_stitcher.big_frame_index - look_at_pipeline().turns_over;
+}
+
+/// Waits until at most `limit` key frames are on their way.
+/// @returns false when they have stopped moving instead
+bool wait_for_workers(int limit, bool also_until_failure)
+{
+    using clock = std::chrono::steady_clock;
+    int last_seen = key_frames_on_their_way();
+    clock::time_point last_progress = clock::now();
+    while (last_seen > limit) {
+        if (also_until_failure && look_at_pipeline().status == pipeline_failed) {
+            return true;
+        }
+        if (clock::now() - last_progress > patience()) {
+            return false;
+        }
+        std::this_thread::sleep_for(poll_interval);
+        const int now_on_their_way = key_frames_on_their_way();
+        if (now_on_their_way != last_seen) {
+            last_seen = now_on_their_way;
+            last_progress = clock::now();
+        }
+    }
+    return true;
+}
+
+/// Holds back while enough key frames are on their way: every wait of the workers' protocol gives up after a
+/// while, and each worker holds a frame, so that a file fed as fast as it can be read would fail in the end.
+bool hold_back(int workers)
+{
+    return wait_for_workers(workers - 1, true);
+}
+
+/// Waits until no key frame is on its way. Only then is a failure final: a worker that was already waiting for
+/// its turn takes it all the same, and its success brings the pipeline back.
+/// @returns whether the pipeline works
+bool settle()
+{
+    return wait_for_workers(0, false) && look_at_pipeline().status != pipeline_failed;
+}
+
+std::vector<unsigned char> bytes_of_file(const std::string& path)
+{
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+}
+
+/// A JPEG that was cut short (by a full disk) lacks the marker at its end.
+bool is_whole_jpeg(const std::vector<unsigned char>& bytes)
+{
+    const std::size_t size = bytes.size();
+    return size > 4 && bytes[0] == 0xff && bytes[1] == 0xd8 && bytes[size - 2] == 0xff
+           && bytes[size - 1] == 0xd9;
+}
+
+/// The sweep as it goes: what run_sweep tells in steps.
+class running_sweep {
+public:
+    running_sweep(frame_feed& feed, const sweep_settings& settings) : feed_(feed), settings_(settings)
+    {
+    }
+
+    sweep_result run()
+    {
+        const library_task task(settings_.working_directory);
+        try {
+            feed_frame frame;
+            bool works = true;
+            while (works && feed_.next(frame)) {
+                works = hand_over(frame);
+                last_frame_ = frame.rgba;
+            }
+        } catch (const host_error& error) {
+            result_.outcome = sweep_outcome::input_failed;
+            result_.input_error = error.what();
+            settle();
+        }
+        result_.key_frames = tarn_stitcher.big_frame_index;
+        collect_panorama();
+        collect_preview();
+        return result_;
+    }
+
+private:
+    /// Hands one frame over, the last one until its panorama is there.
+    /// @returns false when the pipeline has failed for good
+    bool hand_over(const feed_frame& frame)
+    {
+        ++result_.frames;
+        if (!hold_back(settings_.workers)) {
+            return broken_at(frame);
+        }
+        int code = answer_to(frame);
+        if (code == lowest_code) {
+            if (!settle()) {
+                count(code, false);
+                return broken_at(frame);
+            }
+            // The pipeline has come back. The frame was dropped, unless it was the last one and had been given
+            // to a worker already.
+            if (result_.key_frames == tarn_stitcher.big_frame_index) {
+                code = answer_to(frame);
+            }
+        }
+        const bool works = !frame.last || finish(frame);
+        count(code, taken_ && works);
+        return works;
+    }
+
+    /// One call of the library.
+    int answer_to(const feed_frame& frame)
+    {
+        const cv::Mat reference_before = tarn_stitcher.last_check_data.scaled_gray_frame;
+        result_.key_frames = tarn_stitcher.big_frame_index;
+        const int code = videoStitch(frame.rgba, settings_.direction_hint, frame.last ? 1 : 0)[0];
+        if (tarn_stitcher.big_frame_index > result_.key_frames) {
+            frame_of_key_.push_back(frame.number);
+        }
+        // The code does not tell a frame that fitted from one of the first few that did not: both are 1. A
+        // frame that fitted is the one against which the next is registered.
+        taken_ = frame.last ? code != lowest_code
+                            : tarn_stitcher.last_check_data.scaled_gray_frame.data != reference_before.data;
+        return std::clamp(code, lowest_code, highest_code);
+    }
+
+    void count(int code, bool taken)
+    {
+        ++result_.by_code[static_cast<std::size_t>(code - lowest_code)];
+        result_.taken += taken ? 1 : 0;
+    }
+
+    /// Sees to it that the panorama is written: the library waits for the last worker just so long, and answers
+    /// "normal" whether it has written a file or not.
+    bool finish(const feed_frame& frame)
+    {
+        if (*getCurrentPanoramaShow() == '\0') {
+            if (!settle()) {
+                return broken_at(frame);
+            }
+            tarn_stitcher.get_big_image(tarn_stitcher.big_frame_index);
+        }
+        return *getCurrentPanoramaShow() != '\0' || broken_at(frame);
+    }
+
+    bool broken_at(const feed_frame& frame)
+    {
+        result_.outcome = sweep_outcome::pipeline_failed;
+        result_.broken_at_frame = frame.number;
+        return false;
+    }
+
+    void collect_panorama()
+    {
+        const pipeline_snapshot pipeline = look_at_pipeline();
+        result_.failed_key_frame = pipeline.first_failed_frame;
+        if (pipeline.first_failed_frame >= 1
+            && static_cast<std::size_t>(pipeline.first_failed_frame) <= frame_of_key_.size()) {
+            result_.failed_frame = frame_of_key_[static_cast<std::size_t>(pipeline.first_failed_frame) - 1];
+        }
+        result_.panorama_size = pipeline.panorama.size();
+        if (result_.outcome == sweep_outcome::complete) {
+            result_.panorama_file = bytes_of_file(getCurrentPanoramaShow());
+            if (is_whole_jpeg(result_.panorama_file)) {
+                return;
+            }
+        }
+        // What was composed so far; or a whole panorama whose file could not be written in the temporary
+        // directory, encoded just as the library does it.
+        result_.panorama_file.clear();
+        if (!pipeline.panorama.empty()) {
+            cv::imencode(".jpg", pipeline.panorama, result_.panorama_file);
+        }
+    }
+
+    /// The library starts a preview with the first frame that it can track. When only the last frame is left
+    /// for the panorama (a single picture, a blank wall before it) there is none, and the panorama is that
+    /// frame. So is the preview then, in the size in which it would have started.
+    void collect_preview()
+    {
+        result_.preview = getCurrentPanoramsShowMat();
+        if (!result_.preview.empty() || last_frame_.empty()) {
+            return;
+        }
+        constexpr int preview_frame_width = 300;
+        cv::cvtColor(last_frame_, result_.preview, cv::COLOR_RGBA2BGR);
+        if (result_.preview.cols > preview_frame_width) {
+            const double scale = static_cast<double>(preview_frame_width) / result_.preview.cols;
+            cv::Mat small;
+            cv::resize(result_.preview, small, cv::Size(), scale, scale, cv::INTER_LINEAR_EXACT);
+            result_.preview = small;
+        }
+    }
+
+    frame_feed& feed_;
+    const sweep_settings& settings_;
+    sweep_result result_;
+    cv::Mat last_frame_;
+    std::vector<int> frame_of_key_;  ///< number of the frame that each key frame was
+    bool taken_ = false;             ///< whether the library took the frame that answer_to handed over
+};
+
+}  // namespace
+
+sweep_result run_sweep(frame_feed& feed, const sweep_settings& settings)
+{
+    return running_sweep(feed, settings).run();
+}
+
+}  // namespace tarn::host

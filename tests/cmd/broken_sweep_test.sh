@@ -1,0 +1,53 @@
+#!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
+#
+# Sweeps that break: said where, what there is saved under the partial name, exit code 1.
+set -euo pipefail
+# shellcheck source=tests/cmd/lib.sh
+source "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
+
+make_slide
+
+# The last frame shows something else, so it cannot be joined, after the library has answered "normal".
+"$media" slide slide/%d0.png 1 480 360 30 2
+mv slide/10.png slide/9.png
+echo kept >slide-panorama.jpg
+run 1 slide --preview preview.png
+expect_said "stitching failed at frame 9: key frame"
+expect_said "(frame 9) could not be joined to the panorama; what was composed until then is in slide-panorama-partial.jpg"
+expect_said "9 frames"
+expect_equal "earlier panorama" kept "$(cat slide-panorama.jpg)"
+expect_equal "height of the part" 360 "$("$media" size slide-panorama-partial.jpg | cut -dx -f2)"
+expect_equal "turn of the part" 0 "$("$media" turn slide/1.png slide-panorama-partial.jpg 1)"
+expect_equal "turn of the preview" 0 "$("$media" turn slide/1.png preview.png "$(awk 'BEGIN { print 300 / 360 }')")"
+
+# A part of an earlier run is replaced, and one that cannot be is said to be so.
+cp slide-panorama-partial.jpg part.jpg
+echo old >slide-panorama-partial.jpg
+run 1 slide
+cmp part.jpg slide-panorama-partial.jpg
+rm slide-panorama-partial.jpg
+mkdir slide-panorama-partial.jpg
+run 1 slide
+expect_said "cannot write slide-panorama-partial.jpg"
+expect_said "stitching failed at frame 9"
+
+# A sweep that outgrows the largest panorama fails in its middle. The frames after that are not read.
+mkdir long
+"$media" slide long/%d.jpg 150 3000 200 60 3 # 3000 + 149 * 60 = 11940 pixels in all
+for workers in 1 4; do
+  run 1 long -o out.jpg --preview long.png --workers $workers
+  expect_no_file out.jpg
+  expect_file long.png
+  expect_said "stitching failed at frame"
+  frame=$(grep -oP 'failed at frame \K[0-9]+' stderr)
+  key_frame=$(grep -oP 'key frame [0-9]+ \(frame \K[0-9]+' stderr)
+  ((frame > 100 && frame < 150)) || fail "broken at frame $frame"
+  ((key_frame < frame)) || fail "key frame $key_frame shows at frame $frame"
+  expect_said "1 pipeline failed"
+  expect_said "$frame frames"
+  width=$("$media" size out-partial.jpg | cut -dx -f1)
+  ((width > 8000 && width <= 10000)) || fail "the part is $width pixels wide"
+done
+
+echo "passed"

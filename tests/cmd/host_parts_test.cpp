@@ -1,0 +1,610 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// The parts of the command-line host, each as a function. The whole program is tested by the scripts beside
+// this file.
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <random>
+#include <string>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <vector>
+
+#include <gtest/gtest.h>
+#include <opencv2/core.hpp>
+
+#include "display_rotation.h"
+#include "frame_source.h"
+#include "frame_turn.h"
+#include "host_error.h"
+#include "image_files.h"
+#include "motion.h"
+#include "options.h"
+#include "output_file.h"
+#include "report.h"
+
+using namespace tarn::host;
+namespace fs = std::filesystem;
+
+namespace {
+
+/// An empty directory of the test's own.
+class with_directory : public testing::Test {
+protected:
+    void SetUp() override
+    {
+        std::string made = (fs::temp_directory_path() / "tarnstitch-test-XXXXXX").string();
+        ASSERT_NE(mkdtemp(made.data()), nullptr);
+        directory_ = made;
+    }
+
+    void TearDown() override
+    {
+        fs::remove_all(directory_);
+    }
+
+    std::string at(const std::string& name) const
+    {
+        return (directory_ / name).string();
+    }
+
+    void put(const std::string& name, const std::string& content = "x") const
+    {
+        std::ofstream(at(name)) << content;
+    }
+
+    std::string content(const std::string& name) const
+    {
+        std::ifstream file(at(name));
+        return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+    }
+
+    std::vector<std::string> names(const std::vector<std::string>& paths) const
+    {
+        std::vector<std::string> result;
+        result.reserve(paths.size());
+        for (const std::string& path : paths) {
+            result.push_back(fs::path(path).filename().string());
+        }
+        return result;
+    }
+
+    std::size_t entries() const
+    {
+        return static_cast<std::size_t>(
+            std::distance(fs::directory_iterator(directory_), fs::directory_iterator()));
+    }
+
+    fs::path directory_;
+};
+
+using NumberedImages = with_directory;
+using DirectoryImages = with_directory;
+using OutputFile = with_directory;
+using InputName = with_directory;
+using DisplayRotation = with_directory;
+
+std::string big_endian(std::uint64_t value, int bytes)
+{
+    std::string text;
+    for (int shift = 8 * (bytes - 1); shift >= 0; shift -= 8) {
+        text += static_cast<char>(value >> shift & 0xff);
+    }
+    return text;
+}
+
+/// A box of an MP4 file.
+std::string box(const std::string& type, const std::string& content)
+{
+    return big_endian(content.size() + 8, 4) + type + content;
+}
+
+/// A track with a handler and a display matrix [a b; c d].
+std::string track(const std::string& handler, int a, int b, int c, int d, int version = 0)
+{
+    const auto fixed_point = [](int value) { return big_endian(static_cast<std::uint32_t>(value * 65536), 4); };
+    const std::string header = std::string(1, static_cast<char>(version))
+                               + std::string(version == 1 ? 51 : 39, 0) + fixed_point(a) + fixed_point(b)
+                               + std::string(4, 0) + fixed_point(c) + fixed_point(d) + std::string(24, 0);
+    return box("trak", box("edts", "x") + box("tkhd", header)
+                           + box("mdia", box("mdhd", "y") + box("hdlr", std::string(8, 0) + handler + "name")));
+}
+
+options parsed(std::vector<const char*> arguments)
+{
+    arguments.insert(arguments.begin(), "tarnstitch");
+    return parse_options(static_cast<int>(arguments.size()), arguments.data());
+}
+
+exit_code code_of_error(const std::vector<const char*>& arguments)
+{
+    try {
+        parsed(arguments);
+    } catch (const host_error& error) {
+        EXPECT_EQ(std::string(error.what()).find('\n'), std::string::npos) << error.what();
+        return error.code();
+    }
+    return exit_code::done;
+}
+
+std::vector<unsigned char> bytes(const std::string& text)
+{
+    return {text.begin(), text.end()};
+}
+
+}  // namespace
+
+TEST(NaturalOrder, NumbersCompareByValue)
+{
+    EXPECT_TRUE(natural_less("frame2.png", "frame10.png"));
+    EXPECT_FALSE(natural_less("frame10.png", "frame2.png"));
+    EXPECT_TRUE(natural_less("a9b10", "a10b9"));
+}
+
+TEST(NaturalOrder, NumbersLongerThanAnyIntegerTypeCompareByValue)
+{
+    EXPECT_TRUE(natural_less("99999999999999999999999999999998", "99999999999999999999999999999999"));
+    EXPECT_TRUE(natural_less("99999999999999999999999999999999", "100000000000000000000000000000000"));
+}
+
+TEST(NaturalOrder, LeadingZerosOnlyDecideBetweenOtherwiseEqualNames)
+{
+    EXPECT_TRUE(natural_less("2", "02"));
+    EXPECT_FALSE(natural_less("02", "2"));
+    EXPECT_TRUE(natural_less("02", "3"));
+    EXPECT_TRUE(natural_less("0", "00"));
+}
+
+TEST(NaturalOrder, PrefixComesFirst)
+{
+    EXPECT_TRUE(natural_less("frame", "frame1"));
+    EXPECT_TRUE(natural_less("", "a"));
+    EXPECT_FALSE(natural_less("", ""));
+}
+
+TEST(NaturalOrder, BytesAboveAsciiComeAfterAscii)
+{
+    EXPECT_TRUE(natural_less("z", "\xc3\xa9"));
+}
+
+TEST(NaturalOrder, IsAStrictWeakOrderOverRandomNames)
+{
+    std::mt19937 random(20240611);
+    const std::string letters = "0012a.";
+    std::vector<std::string> some(60);
+    for (std::string& name : some) {
+        for (std::size_t length = random() % 6; length > 0; --length) {
+            name += letters[random() % letters.size()];
+        }
+    }
+    for (const std::string& a : some) {
+        EXPECT_FALSE(natural_less(a, a)) << a;
+        for (const std::string& b : some) {
+            EXPECT_FALSE(natural_less(a, b) && natural_less(b, a)) << a << " " << b;
+            EXPECT_TRUE(a == b || natural_less(a, b) || natural_less(b, a)) << a << " " << b;
+            for (const std::string& c : some) {
+                EXPECT_FALSE(natural_less(a, b) && natural_less(b, c) && !natural_less(a, c))
+                    << a << " " << b << " " << c;
+            }
+        }
+    }
+}
+
+TEST(NumberedName, TakesAPatternApart)
+{
+    numbered_name name;
+    ASSERT_TRUE(parse_numbered_name("some dir/frame_%04d.png", name));
+    EXPECT_EQ(name.directory, "some dir/");
+    EXPECT_EQ(name.before, "frame_");
+    EXPECT_EQ(name.after, ".png");
+    EXPECT_EQ(name.width, 4U);
+    EXPECT_TRUE(name.zero_padded);
+}
+
+TEST(NumberedName, DoubledPercentStandsForItself)
+{
+    numbered_name name;
+    ASSERT_TRUE(parse_numbered_name("100%%_%d%%.jpg", name));
+    EXPECT_EQ(name.before, "100%_");
+    EXPECT_EQ(name.after, "%.jpg");
+}
+
+TEST(NumberedName, PercentInTheDirectoryIsLiteral)
+{
+    numbered_name name;
+    ASSERT_TRUE(parse_numbered_name("50%d/%d.jpg", name));
+    EXPECT_EQ(name.directory, "50%d/");
+    EXPECT_FALSE(parse_numbered_name("50%d/frame.jpg", name));
+}
+
+TEST(NumberedName, AnythingElseIsNoPattern)
+{
+    numbered_name name;
+    for (const char* text :
+         {"", "frame.png", "%s.png", "%", "frame%", "%4", "%d%d.png", "%-4d.png", "%0999999d.png", "%n.png"}) {
+        EXPECT_FALSE(parse_numbered_name(text, name)) << text;
+    }
+}
+
+TEST_F(NumberedImages, ComeByRisingNumberWithGapsAndMoreDigitsThanTheWidth)
+{
+    for (const char* name : {"f0002.png", "f0010.png", "f0001.png", "f9999.png", "f10000.png", "f1.png",
+                             "f00003.png", "f0004.jpg", "g0005.png", "f00a6.png", "f.png", "f-007.png"}) {
+        put(name);
+    }
+    numbered_name name;
+    ASSERT_TRUE(parse_numbered_name(at("f%04d.png"), name));
+    EXPECT_EQ(names(numbered_images(name)),
+              (std::vector<std::string>{"f0001.png", "f0002.png", "f0010.png", "f9999.png", "f10000.png"}));
+}
+
+TEST_F(NumberedImages, WithoutAWidthHaveNoLeadingZeros)
+{
+    for (const char* name : {"0.jpg", "2.jpg", "10.jpg", "01.jpg", "00.jpg"}) {
+        put(name);
+    }
+    numbered_name name;
+    ASSERT_TRUE(parse_numbered_name(at("%d.jpg"), name));
+    EXPECT_EQ(names(numbered_images(name)), (std::vector<std::string>{"0.jpg", "2.jpg", "10.jpg"}));
+}
+
+TEST_F(NumberedImages, MissingDirectoryIsAnInputError)
+{
+    numbered_name name;
+    ASSERT_TRUE(parse_numbered_name(at("none/%d.jpg"), name));
+    EXPECT_THROW(numbered_images(name), host_error);
+}
+
+TEST_F(DirectoryImages, AreVisibleImagesInNaturalOrder)
+{
+    for (const char* name :
+         {"2.JPG", "10.png", "1.Tiff", ".3.jpg", "._4.jpg", "notes.txt", "clip.mp4", "5", "jpg"}) {
+        put(name);
+    }
+    fs::create_directory(at("6.jpg"));
+    EXPECT_EQ(names(images_in_directory(directory_.string())),
+              (std::vector<std::string>{"1.Tiff", "2.JPG", "10.png"}));
+}
+
+TEST_F(InputName, IsTheStemOfAFileAndTheWholeNameOfADirectory)
+{
+    fs::create_directory(at("a.b"));
+    put("river pan.tar.mp4");
+    EXPECT_EQ(name_of_input(at("river pan.tar.mp4")), "river pan.tar");
+    EXPECT_EQ(name_of_input(at("a.b")), "a.b");
+    EXPECT_EQ(name_of_input(at("a.b/")), "a.b");
+    EXPECT_EQ(name_of_input(at("a.b/.")), "a.b");
+    EXPECT_EQ(name_of_input("/"), "sweep");
+}
+
+TEST_F(InputName, OfASequenceIsWhatStandsBeforeTheNumber)
+{
+    fs::create_directory(at("stills"));
+    EXPECT_EQ(name_of_input(at("hall_%04d.png")), "hall");
+    EXPECT_EQ(name_of_input(at("stills/%04d.png")), "stills");
+    put("literal%d.png");
+    EXPECT_EQ(name_of_input(at("literal%d.png")), "literal%d");
+}
+
+TEST_F(DisplayRotation, IsReadFromTheMatrixOfTheFirstVideoTrack)
+{
+    struct matrix_and_turns {
+        int a, b, c, d, quarter_turns;
+    };
+
+    for (const matrix_and_turns& one :
+         {matrix_and_turns{1, 0, 0, 1, 0}, matrix_and_turns{0, 1, -1, 0, 1}, matrix_and_turns{-1, 0, 0, -1, 2},
+          matrix_and_turns{0, -1, 1, 0, 3}, matrix_and_turns{-1, 0, 0, 1, 0} /* a mirror is no turn */}) {
+        for (const int version : {0, 1}) {
+            put("a.mp4", box("ftyp", "isom") + box("mdat", std::string(100, 'm'))
+                             + box("moov", box("mvhd", "z") + track("soun", -1, 0, 0, -1)
+                                               + track("vide", one.a, one.b, one.c, one.d, version)
+                                               + track("vide", -1, 0, 0, -1)));
+            EXPECT_EQ(display_quarter_turns(at("a.mp4")), one.quarter_turns);
+        }
+    }
+}
+
+TEST_F(DisplayRotation, BoxesOf64BitLengthAndUpToTheEndOfTheFileAreFollowed)
+{
+    const std::string movie = box("moov", track("vide", 0, 1, -1, 0));
+    put("long.mp4", big_endian(1, 4) + "mdat" + big_endian(16 + 5, 8) + "media" + movie);
+    EXPECT_EQ(display_quarter_turns(at("long.mp4")), 1);
+    put("open.mp4", box("ftyp", "isom") + big_endian(0, 4) + movie.substr(4));
+    EXPECT_EQ(display_quarter_turns(at("open.mp4")), 1);
+}
+
+TEST_F(DisplayRotation, OtherAndDamagedFilesHaveNone)
+{
+    EXPECT_FALSE(display_quarter_turns(at("none.mp4")));
+    put("empty.mp4", "");
+    EXPECT_FALSE(display_quarter_turns(at("empty.mp4")));
+    put("text.mp4", "This is no video, but it is long enough to be read as one.");
+    EXPECT_FALSE(display_quarter_turns(at("text.mp4")));
+    for (const std::string& size : {big_endian(7, 4), big_endian(0xffffffff, 4), big_endian(1, 4)}) {
+        put("size.mp4", box("ftyp", "isom") + size + "moov" + std::string(8, '\xff'));
+        EXPECT_FALSE(display_quarter_turns(at("size.mp4")));
+    }
+    put("sound.mp4", box("moov", track("soun", 0, 1, -1, 0)));
+    EXPECT_FALSE(display_quarter_turns(at("sound.mp4")));
+
+    // Cut off anywhere: an answer, or none, but always an end.
+    const std::string whole = box("ftyp", "isom") + box("moov", track("vide", 0, 1, -1, 0));
+    for (std::size_t length = 0; length < whole.size(); ++length) {
+        put("cut.mp4", whole.substr(0, length));
+        EXPECT_FALSE(display_quarter_turns(at("cut.mp4"))) << length;
+    }
+    put("whole.mp4", whole);
+    EXPECT_EQ(display_quarter_turns(at("whole.mp4")), 1);
+}
+
+TEST(FrameTurn, UprightFramesAreTurnedCounterClockwiseAndBecomeRgba)
+{
+    cv::Mat image(2, 3, CV_8UC3, cv::Scalar::all(0));
+    image.at<cv::Vec3b>(0, 2) = {1, 2, 3};  // top right
+    const cv::Mat turned = frame_for_library(image, frame_turn::counter_clockwise);
+    ASSERT_EQ(turned.size(), cv::Size(2, 3));
+    ASSERT_EQ(turned.type(), CV_8UC4);
+    EXPECT_EQ(turned.at<cv::Vec4b>(0, 0), cv::Vec4b(3, 2, 1, 255));  // top left
+}
+
+TEST(FrameTurn, SquareFrameIsNotWrittenTo)
+{
+    cv::Mat image(2, 2, CV_8UC3, cv::Scalar::all(0));
+    image.at<cv::Vec3b>(0, 1) = {1, 2, 3};
+    const cv::Mat before = image.clone();
+    frame_for_library(image, frame_turn::counter_clockwise);
+    EXPECT_EQ(cv::norm(image, before, cv::NORM_INF), 0.0);
+}
+
+TEST(FrameTurn, PreviewIsTurnedBack)
+{
+    cv::Mat upright(2, 3, CV_8UC3);
+    cv::randu(upright, 0, 256);
+    cv::Mat as_the_library_has_it;
+    cv::rotate(upright, as_the_library_has_it, cv::ROTATE_90_COUNTERCLOCKWISE);
+    EXPECT_EQ(cv::norm(preview_for_viewer(as_the_library_has_it, frame_turn::counter_clockwise), upright,
+                       cv::NORM_INF),
+              0.0);
+    EXPECT_EQ(cv::norm(preview_for_viewer(upright, frame_turn::none), upright, cv::NORM_INF), 0.0);
+    EXPECT_TRUE(preview_for_viewer(cv::Mat(), frame_turn::counter_clockwise).empty());
+}
+
+TEST(FrameTurn, DirectionHintIsWhatTheLibrarySeesInTheTurnedFrames)
+{
+    struct motion_and_shift {
+        camera_motion motion;
+        cv::Point2f shift;  // of the camera in the upright picture
+    };
+
+    constexpr float width = 640.0f;
+    for (const motion_and_shift& one : {motion_and_shift{camera_motion::right, {9.0f, 0.0f}},
+                                        motion_and_shift{camera_motion::left, {-9.0f, 0.0f}},
+                                        motion_and_shift{camera_motion::down, {0.0f, 9.0f}},
+                                        motion_and_shift{camera_motion::up, {0.0f, -9.0f}}}) {
+        const std::vector<cv::Point2f> upright = {{0, 0}, {width, 0}, {width, 480}, {0, 480}};
+        std::vector<cv::Point2f> upright_moved;
+        std::vector<cv::Point2f> turned;
+        std::vector<cv::Point2f> turned_moved;
+        for (const cv::Point2f& corner : upright) {
+            upright_moved.push_back(corner + one.shift);
+            // Counter-clockwise: x becomes y, and y is counted from the right-hand side.
+            turned.emplace_back(corner.y, width - corner.x);
+            turned_moved.emplace_back(upright_moved.back().y, width - upright_moved.back().x);
+        }
+        std::vector<cv::Point2f> corners = upright;
+        EXPECT_EQ(direction_hint(one.motion, frame_turn::none), get_direction(corners, upright_moved));
+        EXPECT_EQ(direction_hint(one.motion, frame_turn::counter_clockwise),
+                  get_direction(turned, turned_moved));
+    }
+    EXPECT_EQ(direction_hint(camera_motion::any, frame_turn::none), 0);
+    EXPECT_EQ(direction_hint(camera_motion::any, frame_turn::counter_clockwise), 0);
+}
+
+TEST_F(OutputFile, NewFileGetsWhatTheUmaskLeaves)
+{
+    const mode_t before = umask(0027);
+    write_whole_file(at("new.jpg"), bytes("new"));
+    umask(before);
+    EXPECT_EQ(content("new.jpg"), "new");
+    EXPECT_EQ(fs::status(at("new.jpg")).permissions(), static_cast<fs::perms>(0640));
+    EXPECT_EQ(entries(), 1U);
+}
+
+TEST_F(OutputFile, ReplacedFileKeepsItsPermissions)
+{
+    put("old.jpg", "old");
+    fs::permissions(at("old.jpg"), static_cast<fs::perms>(0604));
+    write_whole_file(at("old.jpg"), bytes("new"));
+    EXPECT_EQ(content("old.jpg"), "new");
+    EXPECT_EQ(fs::status(at("old.jpg")).permissions(), static_cast<fs::perms>(0604));
+    EXPECT_EQ(entries(), 1U);
+}
+
+TEST_F(OutputFile, SymbolicLinkStaysAndItsTargetIsReplaced)
+{
+    put("target.jpg", "old");
+    fs::create_symlink("target.jpg", at("link.jpg"));
+    write_whole_file(at("link.jpg"), bytes("new"));
+    EXPECT_TRUE(fs::is_symlink(at("link.jpg")));
+    EXPECT_EQ(content("target.jpg"), "new");
+}
+
+TEST_F(OutputFile, NameOfTheGreatestLengthCanBeWritten)
+{
+    const std::string name = std::string(251, 'n') + ".jpg";
+    check_output_place(at(name));
+    write_whole_file(at(name), bytes("new"));
+    EXPECT_EQ(content(name), "new");
+}
+
+TEST_F(OutputFile, CheckLeavesNothingAndChangesNothing)
+{
+    put("old.jpg", "old");
+    check_output_place(at("old.jpg"));
+    check_output_place(at("new.jpg"));
+    EXPECT_EQ(content("old.jpg"), "old");
+    EXPECT_EQ(entries(), 1U);
+}
+
+TEST_F(OutputFile, PlacesThatCannotBeWrittenAreRefused)
+{
+    put("file");
+    fs::create_directory(at("dir.jpg"));
+    ASSERT_EQ(mkfifo(at("pipe.jpg").c_str(), 0600), 0);
+    for (const std::string& place :
+         {std::string(), at("dir.jpg"), at("none/a.jpg"), at("file/a.jpg"), at("pipe.jpg"), at("new/"),
+          at(std::string(300, 'n') + ".jpg"), std::string("/proc/a.jpg")}) {
+        EXPECT_THROW(check_output_place(place), host_error) << place;
+    }
+    EXPECT_EQ(entries(), 3U);
+}
+
+TEST_F(OutputFile, FailedWriteLeavesWhatWasThere)
+{
+    fs::create_directory(at("dir.jpg"));
+    EXPECT_THROW(write_whole_file(at("dir.jpg"), bytes("new")), host_error);
+    EXPECT_TRUE(fs::is_directory(at("dir.jpg")));
+    EXPECT_EQ(entries(), 1U);
+}
+
+TEST_F(OutputFile, AdditionGoesBeforeTheEnding)
+{
+    EXPECT_EQ(with_addition("a.b/c.d.jpg", "-partial"), "a.b/c.d-partial.jpg");
+    EXPECT_EQ(with_addition("c.JPEG", "-partial"), "c-partial.JPEG");
+}
+
+TEST_F(OutputFile, SamePlaceIsSeenThroughDotsAndLinks)
+{
+    put("a.jpg");
+    fs::create_symlink("a.jpg", at("link.jpg"));
+    EXPECT_TRUE(same_place(at("a.jpg"), at("./a.jpg")));
+    EXPECT_TRUE(same_place(at("a.jpg"), at("link.jpg")));
+    EXPECT_TRUE(same_place(at("yet to be.jpg"), at("../" + directory_.filename().string() + "/yet to be.jpg")));
+    EXPECT_TRUE(same_place("yet to be.jpg", "./yet to be.jpg"));
+    EXPECT_FALSE(same_place(at("a.jpg"), at("b.jpg")));
+}
+
+TEST(Options, AllAreRead)
+{
+    const options all = parsed({"in.mp4", "-o", "a.jpg", "--preview", "b.png", "--sensor-orientation",
+                                "--direction", "left", "--workers", "3"});
+    EXPECT_EQ(all.input, "in.mp4");
+    EXPECT_EQ(all.output, "a.jpg");
+    EXPECT_EQ(all.preview, "b.png");
+    EXPECT_TRUE(all.sensor_orientation);
+    EXPECT_EQ(all.direction, camera_motion::left);
+    EXPECT_EQ(all.workers, 3);
+}
+
+TEST(Options, DefaultsAreTheDocumentedOnes)
+{
+    const options all = parsed({"in.mp4"});
+    EXPECT_EQ(all.output, "");
+    EXPECT_EQ(all.preview, "");
+    EXPECT_FALSE(all.sensor_orientation);
+    EXPECT_EQ(all.direction, camera_motion::any);
+    EXPECT_EQ(all.workers, 0);
+    EXPECT_GE(default_workers(), 2);
+    EXPECT_LE(default_workers(), 6);
+}
+
+TEST(Options, InputThatStartsWithADashFollowsTwoDashes)
+{
+    EXPECT_EQ(parsed({"--", "-in.mp4"}).input, "-in.mp4");
+}
+
+TEST(Options, MistakesAreUsageErrorsOfOneLine)
+{
+    const std::vector<std::vector<const char*>> mistakes = {
+        {},
+        {"a.mp4", "b.mp4"},
+        {"a.mp4", "--none"},
+        {"a.mp4", "-o"},
+        {"a.mp4", "--direction", "sideways"},
+        {"a.mp4", "--direction", "7"},
+        {"a.mp4", "--workers", "0"},
+        {"a.mp4", "--workers", "17"},
+        {"a.mp4", "--workers", "-1"},
+        {"a.mp4", "--workers", "two"},
+        {"a.mp4", "-o", "a.jpg", "-o", "b.jpg"},
+    };
+    for (const auto& arguments : mistakes) {
+        EXPECT_EQ(code_of_error(arguments), exit_code::usage) << testing::PrintToString(arguments);
+    }
+}
+
+TEST(Options, HelpNamesEveryOptionAndExitCodeInLinesThatFitATerminal)
+{
+    const std::string text = help_text();
+    for (const option_row& row : option_table()) {
+        const std::string names = row.names;
+        EXPECT_NE(text.find(names.substr(names.find(',') + 1)), std::string::npos) << names;
+    }
+    std::size_t start = 0;
+    for (std::size_t end = text.find('\n'); end != std::string::npos; end = text.find('\n', start)) {
+        EXPECT_LE(end - start, 100U) << text.substr(start, end - start);
+        start = end + 1;
+    }
+    for (const char* code : {"  0  ", "  1  ", "  2  ", "  3  ", "  4  "}) {
+        EXPECT_NE(text.find(code), std::string::npos) << code;
+    }
+}
+
+TEST(Report, EveryCodeHasANameOfItsOwn)
+{
+    std::vector<std::string> all;
+    for (int code = lowest_code; code <= highest_code; ++code) {
+        all.emplace_back(code_name(code));
+        EXPECT_NE(all.back(), "unknown");
+    }
+    std::sort(all.begin(), all.end());
+    EXPECT_EQ(std::unique(all.begin(), all.end()), all.end());
+    EXPECT_STREQ(code_name(lowest_code - 1), "unknown");
+    EXPECT_STREQ(code_name(highest_code + 1), "unknown");
+}
+
+TEST(Report, SummaryCountsFramesByCodeName)
+{
+    sweep_result result;
+    result.frames = 12;
+    result.taken = 9;
+    result.by_code[static_cast<std::size_t>(1 - lowest_code)] = 9;
+    result.by_code[static_cast<std::size_t>(4 - lowest_code)] = 3;
+    result.key_frames = 1;
+    result.panorama_size = {640, 480};
+    const std::string line = summary_line(result, 2, 1.26);
+    EXPECT_EQ(line,
+              "12 frames, 9 taken, 2 unreadable (3 wrong way, 9 normal); 1 key frame; panorama 640x480, no "
+              "preview; 1.3 s");
+}
+
+TEST(Report, BrokenSweepSaysWhereAndWhatIsLeft)
+{
+    sweep_result result;
+    result.outcome = sweep_outcome::pipeline_failed;
+    result.broken_at_frame = 57;
+    result.failed_key_frame = 4;
+    result.failed_frame = 41;
+    ASSERT_EQ(notes_on(result, "x-partial.jpg").size(), 1U);
+    EXPECT_EQ(
+        notes_on(result, "x-partial.jpg")[0],
+        "stitching failed at frame 57: key frame 4 (frame 41) could not be joined to the panorama; what was "
+        "composed until then is in x-partial.jpg");
+    EXPECT_EQ(
+        notes_on(result, "")[0],
+        "stitching failed at frame 57: key frame 4 (frame 41) could not be joined to the panorama; nothing of "
+        "a panorama is left");
+}
+
+TEST(Report, CompleteSweepThatLostAKeyFrameSaysSo)
+{
+    sweep_result result;
+    result.frames = 50;
+    EXPECT_TRUE(notes_on(result, "").empty());
+    result.failed_key_frame = 3;
+    result.failed_frame = 20;
+    ASSERT_EQ(notes_on(result, "").size(), 1U);
+    EXPECT_NE(notes_on(result, "")[0].find("key frame 3 (frame 20)"), std::string::npos);
+}

@@ -1,0 +1,59 @@
+#!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
+#
+# Inputs that cannot be stitched: one clear line, exit code 3, no output.
+set -euo pipefail
+# shellcheck source=tests/cmd/lib.sh
+source "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
+
+expect_error 3 "there is no file or directory none.mp4" none.mp4
+expect_error 3 "there is no file or directory no such dir/none.mp4" "no such dir/none.mp4"
+expect_error 3 "there is no file or directory http://localhost/a.mp4" http://localhost/a.mp4
+
+: >empty.mp4
+expect_error 3 "empty.mp4 is empty" empty.mp4
+
+echo "This is no video." >text.mp4
+expect_error 3 "text.mp4 is neither a video nor an image" text.mp4
+expect_error 3 "is neither a video nor an image" /dev/null
+
+head -c 300000 /dev/urandom >noise.mp4
+expect_error 3 "noise.mp4" noise.mp4
+
+# Cut off within its index, nothing of it can be read.
+head -c 1000 "$samples/parking_pan.mp4" >truncated.mp4
+expect_error 3 "truncated.mp4" truncated.mp4
+
+echo "This is no image." >text.jpg
+run 3 text.jpg
+expect_said "no frame can be read from text.jpg"
+
+mkdir "nothing in it"
+expect_error 3 "there are no images in nothing in it" "nothing in it"
+echo text >"nothing in it/notes.txt"
+expect_error 3 "there are no images in nothing in it" "nothing in it"
+expect_error 3 "there are no files nothing in it/frame%04d.png" "nothing in it/frame%04d.png"
+expect_error 3 "there is no file or directory nothing in it/frame%s.png" "nothing in it/frame%s.png"
+expect_error 3 "nowhere" "nowhere/frame%04d.png"
+
+# A name over two lines is still reported on one.
+expect_error 3 "two?lines" $'two\nlines'
+
+mkdir broken
+echo "no image" >broken/1.png
+echo "no image" >broken/2.png
+run 3 broken
+expect_said "cannot read broken/1.png; it is left out"
+expect_said "no frame can be read from broken"
+
+if [[ $(id -u) -ne 0 ]]; then
+  mkdir closed
+  chmod 000 closed
+  expect_error 3 "closed" closed
+  cp "$samples/parking_pan.mp4" closed.mp4
+  chmod 000 closed.mp4
+  expect_error 3 "closed.mp4" closed.mp4
+fi
+
+expect_equal "panoramas" "" "$(find . -name '*panorama*')"
+echo "passed"

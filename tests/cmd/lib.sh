@@ -1,0 +1,76 @@
+# shellcheck shell=bash disable=SC2034
+# SPDX-License-Identifier: Apache-2.0
+#
+# What the tests of the command-line host share. Sourced with three arguments: the program, the directory of
+# the samples, the media tool. Each test works in a fresh directory, $work, and gives the program a directory for
+# temporary files of its own, so that what is left behind shows.
+
+program=$1
+samples=$2
+media=$3
+work=$(mktemp -d)
+cd "$work" || exit 1
+# shellcheck disable=SC2154 # the name is the test's, which sources this file
+trap 'rc=$?; chmod -R u+rwx "$work"; rm -rf "$work"; exit $rc' EXIT
+
+export TMPDIR=$work/temporary
+mkdir "$TMPDIR"
+
+fail() {
+  echo "FAILED: $*" >&2
+  echo "--- standard error of the last run:" >&2
+  cat "$work/stderr" >&2 || true
+  exit 1
+}
+
+# run CODE ARGUMENT...: runs the program, expects the exit code, an empty standard output and no temporary
+# files left. Its standard error is in $work/stderr.
+run() {
+  local expected=$1 code=0
+  shift
+  "$program" "$@" >"$work/stdout" 2>"$work/stderr" || code=$?
+  [[ $code -eq $expected ]] || fail "exit code $code instead of $expected: tarnstitch $*"
+  [[ ! -s $work/stdout ]] || fail "something on standard output: tarnstitch $*"
+  expect_nothing_left
+}
+
+expect_nothing_left() {
+  local left
+  left=$(find "$TMPDIR" -mindepth 1; find "$work" -name '.tarnstitch-*')
+  [[ -z $left ]] || fail "left behind: $left"
+}
+
+# expect_error CODE TEXT ARGUMENT...: runs the program, expects the exit code and one line on standard error
+# that contains the text.
+expect_error() {
+  local expected=$1 text=$2
+  shift 2
+  run "$expected" "$@"
+  [[ $(wc -l <"$work/stderr") -eq 1 ]] || fail "not one line: tarnstitch $*"
+  expect_said "tarnstitch: "
+  expect_said "$text"
+}
+
+# expect_said TEXT: the last run's standard error contains the text.
+expect_said() {
+  grep -qF -e "$1" "$work/stderr" || fail "not said: $1"
+}
+
+expect_file() {
+  [[ -s $1 ]] || fail "no file $1"
+}
+
+expect_no_file() {
+  [[ ! -e $1 ]] || fail "there is a file $1"
+}
+
+# expect_equal WHAT EXPECTED ACTUAL
+expect_equal() {
+  [[ $2 == "$3" ]] || fail "$1: $3 instead of $2"
+}
+
+# A short sweep to the right over a textured picture: $work/slide/1.png to 8.png, 480x360 pixels each.
+make_slide() {
+  mkdir slide
+  "$media" slide slide/%d.png 8 480 360 30 1
+}

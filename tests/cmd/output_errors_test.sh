@@ -1,0 +1,75 @@
+#!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
+#
+# Outputs that cannot be written: one clear line, exit code 4, before the work starts; what is there stays.
+set -euo pipefail
+# shellcheck source=tests/cmd/lib.sh
+source "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
+
+make_slide
+input=slide
+
+expect_error 4 "there is no directory none" $input -o none/a.jpg
+expect_error 4 "there is no directory none" $input --preview none/a.png
+echo text >file
+expect_error 4 "file is not a directory" $input -o file/a.jpg
+mkdir directory.jpg
+expect_error 4 "it is a directory" $input -o directory.jpg
+expect_error 4 "it is a directory" $input --preview directory.jpg
+expect_error 4 "/proc/a.jpg" $input -o /proc/a.jpg
+expect_error 4 "/proc/a.png" $input --preview /proc/a.png
+mkfifo pipe.jpg
+expect_error 4 "pipe.jpg: it is not a regular file" $input -o pipe.jpg
+name=$(printf 'n%.0s' {1..300})
+expect_error 4 "File name too long" $input -o "$name.jpg"
+
+expect_error 4 "must end in .jpg or .jpeg" $input -o a.png
+expect_error 4 "must end in .jpg or .jpeg" $input -o a
+expect_error 4 ".xyz is no image format" $input --preview a.xyz
+expect_error 4 "has no ending" $input --preview a
+
+# An output must not take the place of what is read.
+cp slide/1.png one.png
+expect_error 4 "one of the input's files" one.png --preview one.png
+"$media" rotate slide/2.png slide/3.jpg 4
+expect_error 4 "one of the input's files" slide -o slide/3.jpg
+expect_error 4 "one of the input's files" slide -o ./slide/../slide/3.jpg
+expect_error 4 "one of the input's files" slide --preview slide/4.png
+expect_file slide/4.png
+rm slide/3.jpg
+
+(
+  export TMPDIR=$work/no-such-directory
+  code=0
+  "$program" $input -o a.jpg 2>stderr || code=$?
+  expect_equal "exit code without a temporary directory" 4 $code
+  expect_said "cannot make a temporary directory in $TMPDIR"
+)
+
+if [[ $(id -u) -ne 0 ]]; then
+  mkdir closed
+  chmod 500 closed
+  expect_error 4 "Permission denied" $input -o closed/a.jpg
+  echo kept >protected.jpg
+  chmod 400 protected.jpg
+  expect_error 4 "Permission denied" $input -o protected.jpg
+  expect_equal "protected file" kept "$(cat protected.jpg)"
+fi
+
+# A file system that is full when the results are written (here: a limit on the size of files, which a preview
+# without compression exceeds and the panorama does not). One output's failure is not the other's.
+echo kept >preview.bmp
+code=0
+(
+  ulimit -f 300 # KiB
+  exec "$program" $input -o small.jpg --preview preview.bmp
+) >stdout 2>stderr || code=$?
+expect_equal "exit code at the size limit" 4 $code
+expect_said "cannot write preview.bmp: File too large"
+expect_equal "preview that could not be replaced" kept "$(cat preview.bmp)"
+expect_file small.jpg
+expect_nothing_left
+
+expect_no_file a.jpg
+expect_no_file slide-panorama.jpg
+echo "passed"

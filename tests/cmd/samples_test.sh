@@ -1,0 +1,61 @@
+#!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
+#
+# The samples from end to end: both panoramas upright, every frame accounted for, the same result at any pace.
+set -euo pipefail
+# shellcheck source=tests/cmd/lib.sh
+source "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
+
+# check NAME FRAMES HEIGHT: stitches a sample whose frames are HEIGHT pixels high.
+check() {
+  local name=$1 frames=$2 height=$3 line sum
+  run 0 "$samples/$name.mp4" --preview "$name.png"
+  expect_file "$name-panorama.jpg"
+  expect_file "$name.png"
+  expect_equal "lines" 1 "$(wc -l <stderr)"
+
+  # The names' counts add up to the number of frames.
+  line=$(cat stderr)
+  [[ $line =~ ^"tarnstitch: $frames frames, "[0-9]+" taken ("([^\)]*)"); "[0-9]+" key frames; panorama "([0-9x]+)", preview "([0-9x]+)"; "[0-9.]+" s"$ ]] \
+    || fail "summary of $name: $line"
+  sum=$(tr ',' '\n' <<<"${BASH_REMATCH[1]}" | awk '{ sum += $1 } END { print sum }')
+  expect_equal "frames by code of $name" "$frames" "$sum"
+  expect_equal "panorama of $name" "${BASH_REMATCH[2]}" "$("$media" size "$name-panorama.jpg")"
+  expect_equal "preview of $name" "${BASH_REMATCH[3]}" "$("$media" size "$name.png")"
+
+  # Upright: the first frame is found in both as it is. In the preview it is scaled from its height to 300.
+  "$media" frames "$samples/$name.mp4" first.png 0 1 1
+  expect_equal "turn of the panorama of $name" 0 "$("$media" turn first.png "$name-panorama.jpg" 1)"
+  expect_equal "turn of the preview of $name" 0 \
+    "$("$media" turn first.png "$name.png" "$(awk "BEGIN { print 300 / $height }")")"
+}
+
+check parking_pan 150 320
+check river_pan 235 320
+check hall_slide 240 540
+
+# The pace changes nothing.
+for workers in 1 2 16; do
+  run 0 "$samples/parking_pan.mp4" -o again.jpg --preview again.png --workers $workers
+  cmp parking_pan-panorama.jpg again.jpg || fail "another panorama with $workers workers"
+  cmp parking_pan.png again.png || fail "another preview with $workers workers"
+done
+
+# In the sensor's orientation the panorama comes out turned by 90 degrees clockwise, the preview as it was.
+run 0 "$samples/parking_pan.mp4" -o sensor.jpg --preview sensor.png --sensor-orientation
+"$media" frames "$samples/parking_pan.mp4" first.png 0 1 1
+expect_equal "turn of the sensor's panorama" 90 "$("$media" turn first.png sensor.jpg 1)"
+expect_equal "turn of the sensor's preview" 0 "$("$media" turn first.png sensor.png "$(awk 'BEGIN { print 300 / 426 }')")"
+
+# The camera moves to the right here, and to the left there. Against a hint that says otherwise no frame fits.
+run 0 "$samples/parking_pan.mp4" --direction right
+expect_equal "wrong way" 0 "$(grep -c "wrong way" stderr || true)"
+cmp parking_pan-panorama.jpg again.jpg || fail "the hint changed the panorama"
+"$program" "$samples/parking_pan.mp4" --direction left 2>stderr || true
+expect_said "wrong way"
+"$program" "$samples/river_pan.mp4" --direction left 2>stderr || fail "river to the left"
+expect_equal "wrong way" 0 "$(grep -c "wrong way" stderr || true)"
+"$program" "$samples/river_pan.mp4" --sensor-orientation --direction right 2>stderr || true
+expect_said "wrong way"
+
+echo "passed"

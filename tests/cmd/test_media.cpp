@@ -1,0 +1,241 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// A small tool for the tests of the command-line host: makes pictures and videos with known properties, and
+// measures the pictures that the program made.
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <iostream>
+#include <iterator>
+#include <map>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include <opencv2/imgcodecs.hpp>
+#include <opencv2/imgproc.hpp>
+#include <opencv2/videoio.hpp>
+
+namespace {
+
+using arguments = std::vector<std::string>;
+using byte_vector = std::vector<unsigned char>;
+
+byte_vector read_bytes(const std::string& path)
+{
+    std::ifstream file(path, std::ios::binary);
+    if (!file) {
+        throw std::runtime_error("cannot read " + path);
+    }
+    return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+}
+
+void write_bytes(const std::string& path, const byte_vector& bytes)
+{
+    std::ofstream file(path, std::ios::binary);
+    file.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+    if (!file) {
+        throw std::runtime_error("cannot write " + path);
+    }
+}
+
+cv::Mat read_image(const std::string& path)
+{
+    cv::Mat image = cv::imread(path);
+    if (image.empty()) {
+        throw std::runtime_error("cannot read " + path);
+    }
+    return image;
+}
+
+void write_image(const std::string& path, const cv::Mat& image)
+{
+    if (!cv::imwrite(path, image)) {
+        throw std::runtime_error("cannot write " + path);
+    }
+}
+
+std::string numbered(const std::string& pattern, int number)
+{
+    std::array<char, 4096> name{};
+    std::snprintf(name.data(), name.size(), pattern.c_str(), number);
+    return name.data();
+}
+
+/// frames VIDEO PATTERN FIRST COUNT STEP: every STEP-th frame as images numbered from 1.
+void frames(const arguments& given)
+{
+    cv::VideoCapture video(given.at(0));
+    const int first = std::stoi(given.at(2));
+    const int count = std::stoi(given.at(3));
+    const int step = std::stoi(given.at(4));
+    cv::Mat image;
+    int written = 0;
+    for (int index = 0; written < count && video.read(image); ++index) {
+        if (index >= first && (index - first) % step == 0) {
+            write_image(numbered(given.at(1), ++written), image);
+        }
+    }
+    if (written < count) {
+        throw std::runtime_error("the video is too short");
+    }
+}
+
+/// A picture with details of all sizes, the same for the same seed.
+cv::Mat textured(const cv::Size& size, int seed)
+{
+    cv::RNG random(static_cast<std::uint64_t>(seed) * 7919 + 1);
+    cv::Mat sum = cv::Mat::zeros(size, CV_32FC3);
+    constexpr std::array coarseness = {4, 16, 64};
+    for (const int grain : coarseness) {
+        cv::Mat noise(size.height / grain + 2, size.width / grain + 2, CV_32FC3);
+        random.fill(noise, cv::RNG::UNIFORM, 0.0, 255.0 / static_cast<double>(coarseness.size()));
+        cv::Mat layer;
+        cv::resize(noise, layer, size, 0, 0, cv::INTER_CUBIC);
+        sum += layer;
+    }
+    cv::Mat picture;
+    sum.convertTo(picture, CV_8UC3);
+    return picture;
+}
+
+/// slide PATTERN COUNT WIDTH HEIGHT STEP SEED: a window that moves to the right over a textured picture.
+void slide(const arguments& given)
+{
+    const int count = std::stoi(given.at(1));
+    const cv::Size window(std::stoi(given.at(2)), std::stoi(given.at(3)));
+    const int step = std::stoi(given.at(4));
+    const cv::Mat picture =
+        textured({window.width + step * (count - 1), window.height}, std::stoi(given.at(5)));
+    for (int index = 0; index < count; ++index) {
+        write_image(numbered(given.at(0), index + 1), picture(cv::Rect(cv::Point(index * step, 0), window)));
+    }
+}
+
+/// flat FILE WIDTH HEIGHT: a picture of one colour.
+void flat(const arguments& given)
+{
+    write_image(given.at(0),
+                cv::Mat(std::stoi(given.at(2)), std::stoi(given.at(1)), CV_8UC3, cv::Scalar(90, 120, 60)));
+}
+
+/// size IMAGE: prints its size, "640x480".
+void size(const arguments& given)
+{
+    const cv::Mat image = read_image(given.at(0));
+    std::cout << image.cols << "x" << image.rows << "\n";
+}
+
+/// turn PART WHOLE SCALE: prints by how many degrees, clockwise, PART (scaled) has to be turned to be found in
+/// WHOLE, or "none" when it is not found.
+void turn(const arguments& given)
+{
+    cv::Mat part = read_image(given.at(0));
+    const cv::Mat whole = read_image(given.at(1));
+    const double scale = std::stod(given.at(2));
+    cv::resize(part, part, cv::Size(), scale, scale, cv::INTER_AREA);
+    // The rim of a frame may be covered by the next one's; its middle is enough.
+    part = part(cv::Rect(part.cols / 4, part.rows / 4, part.cols / 2, part.rows / 2)).clone();
+    double best = 0.7;  // of a correlation that is 1 for the same picture
+    int best_turn = -1;
+    for (int degrees = 0; degrees < 360; degrees += 90) {
+        if (part.cols <= whole.cols && part.rows <= whole.rows) {
+            cv::Mat scores;
+            cv::matchTemplate(whole, part, scores, cv::TM_CCOEFF_NORMED);
+            double score = 0.0;
+            cv::minMaxLoc(scores, nullptr, &score);
+            if (score > best) {
+                best = score;
+                best_turn = degrees;
+            }
+        }
+        cv::Mat turned;
+        cv::rotate(part, turned, cv::ROTATE_90_CLOCKWISE);
+        part = turned;
+    }
+    std::cout << (best_turn < 0 ? "none" : std::to_string(best_turn)) << "\n";
+}
+
+/// rotate IN OUT QUARTERS: turns a picture clockwise.
+void rotate(const arguments& given)
+{
+    cv::Mat image = read_image(given.at(0));
+    for (int quarters = std::stoi(given.at(2)); quarters > 0; --quarters) {
+        cv::Mat turned;
+        cv::rotate(image, turned, cv::ROTATE_90_CLOCKWISE);
+        image = turned;
+    }
+    write_image(given.at(1), image);
+}
+
+/// exif IN OUT ORIENTATION: a JPEG with an Exif block that holds nothing but the orientation, 1 to 8.
+void exif(const arguments& given)
+{
+    const byte_vector image = read_bytes(given.at(0));
+    const auto orientation = static_cast<unsigned char>(std::stoi(given.at(2)));
+    const byte_vector block = {
+        0xff, 0xe1,        0x00, 0x22, 'E',  'x',  'i',  'f',  0x00, 0x00,
+        'M',  'M',         0x00, 0x2a, 0x00, 0x00, 0x00, 0x08,              // offset of the directory
+        0x00, 0x01,        0x01, 0x12, 0x00, 0x03, 0x00, 0x00, 0x00, 0x01,  // one entry, 16 bits
+        0x00, orientation, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00};
+    byte_vector result(image.begin(), image.begin() + 2);
+    result.insert(result.end(), block.begin(), block.end());
+    // The encoder's own application block comes first in some readers' eyes, so it goes.
+    auto rest = image.begin() + 2;
+    if (image.at(2) == 0xff && image.at(3) == 0xe0) {
+        rest += 2 + (image.at(4) << 8 | image.at(5));
+    }
+    result.insert(result.end(), rest, image.end());
+    write_bytes(given.at(1), result);
+}
+
+/// matrix IN OUT: an MP4 whose display matrix says that it is to be shown turned by 90 degrees clockwise.
+void matrix(const arguments& given)
+{
+    byte_vector video = read_bytes(given.at(0));
+    constexpr std::array<unsigned char, 4> name = {'t', 'k', 'h', 'd'};
+    const auto box = std::search(video.begin(), video.end(), name.begin(), name.end());
+    // Version 0: the name, 4 bytes of flags, 5 words of times and numbers, 4 words of layer and volume.
+    constexpr std::ptrdiff_t matrix_offset = 4 + 4 + 20 + 16;
+    if (video.end() - box < matrix_offset + 36) {
+        throw std::runtime_error("no track header");
+    }
+    const std::array<std::uint32_t, 9> turned = {0, 0x00010000, 0, 0xffff0000, 0, 0, 0, 0, 0x40000000};
+    auto byte = box + matrix_offset;
+    for (const std::uint32_t word : turned) {
+        for (int shift = 24; shift >= 0; shift -= 8) {
+            *byte++ = static_cast<unsigned char>(word >> shift & 0xff);
+        }
+    }
+    write_bytes(given.at(1), video);
+}
+
+/// damage IN OUT: the file with a stretch of its middle overwritten.
+void damage(const arguments& given)
+{
+    byte_vector bytes = read_bytes(given.at(0));
+    const auto middle = bytes.begin() + static_cast<std::ptrdiff_t>(bytes.size() / 2);
+    std::fill(middle, middle + static_cast<std::ptrdiff_t>(bytes.size() / 20),
+              static_cast<unsigned char>(0x5a));
+    write_bytes(given.at(1), bytes);
+}
+
+}  // namespace
+
+int main(int argc, char** argv)
+{
+    const std::map<std::string, void (*)(const arguments&)> commands = {
+        {"frames", frames}, {"slide", slide}, {"flat", flat},     {"size", size},     {"turn", turn},
+        {"rotate", rotate}, {"exif", exif},   {"matrix", matrix}, {"damage", damage},
+    };
+    try {
+        const arguments given(argv + std::min(argc, 2), argv + argc);
+        commands.at(argc > 1 ? argv[1] : "")(given);
+        return EXIT_SUCCESS;
+    } catch (const std::exception& error) {
+        std::cerr << "test media: " << error.what() << "\n";
+        return EXIT_FAILURE;
+    }
+}

@@ -1,0 +1,47 @@
+#!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
+#
+# --help, --version and mistakes on the command line.
+set -euo pipefail
+# shellcheck source=tests/cmd/lib.sh
+source "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
+
+# Help and version go to standard output, and nothing else goes anywhere.
+for option in --help -h; do
+  "$program" $option >help 2>stderr || fail "$option"
+  [[ ! -s stderr ]] || fail "$option on standard error"
+  for text in "usage: tarnstitch" "-o, --output" --preview --sensor-orientation --direction --workers --version \
+    "Exit codes:"; do
+    grep -qF -e "$text" help || fail "$option does not mention $text"
+  done
+done
+"$program" --version >version 2>stderr || fail "--version"
+[[ ! -s stderr ]] || fail "--version on standard error"
+grep -qE '^tarnstitch [0-9]+\.[0-9]+\.[0-9]+ \(OpenCV 4\.[0-9.]+\)$' version || fail "--version: $(cat version)"
+
+# Help counts even beside other mistakes.
+"$program" --help --none >/dev/null 2>stderr || fail "--help --none"
+
+# A full standard output is an error.
+code=0
+"$program" --help >/dev/full 2>stderr || code=$?
+expect_equal "exit code with a full standard output" 4 $code
+
+expect_error 2 "INPUT" # without an input
+expect_error 2 "--none" "$samples/parking_pan.mp4" --none
+expect_error 2 "second.mp4" "$samples/parking_pan.mp4" second.mp4
+expect_error 2 "--output" "$samples/parking_pan.mp4" -o
+expect_error 2 "--output: it needs a name" "$samples/parking_pan.mp4" -o ""
+expect_error 2 "--preview: it needs a name" "$samples/parking_pan.mp4" --preview ""
+expect_error 2 "INPUT: it needs a name" ""
+expect_error 2 "--direction: it is right, left, up, down or none, not sideways" \
+  "$samples/parking_pan.mp4" --direction sideways
+expect_error 2 "--direction" "$samples/parking_pan.mp4" --direction 1
+expect_error 2 "--workers" "$samples/parking_pan.mp4" --workers 0
+expect_error 2 "--workers" "$samples/parking_pan.mp4" --workers 17
+expect_error 2 "--workers" "$samples/parking_pan.mp4" --workers many
+expect_error 2 "different names" "$samples/parking_pan.mp4" -o a.jpg --preview ./a.jpg
+expect_error 2 "different names" "$samples/parking_pan.mp4" -o a.jpg --preview a-partial.jpg
+expect_no_file a.jpg
+
+echo "passed"
