@@ -116,7 +116,7 @@ private:
         }
         std::vector<cv::KeyPoint> keypoints;
         cv::Mat descriptors;
-        stitch_feature_finder->detectAndCompute(panorama, cv::Mat(), keypoints, descriptors, false);
+        feature_finder_->detectAndCompute(panorama, cv::Mat(), keypoints, descriptors, false);
         const auto lock = tarn::lock_task(generation_);
         neighbour_keypoints.swap(keypoints);
         // Bytes, not floats: the matcher refuses to pair them with the next frame's, and the turn fails. This is
@@ -127,7 +127,7 @@ private:
 
     void describe_frame()
     {
-        described_ = tarn::describe(frame_, stitch_feature_finder);
+        described_ = tarn::describe(frame_, feature_finder_);
         {
             const auto lock = tarn::lock_task(generation_);
             store_release(big_work_scale, described_.work_scale);
@@ -295,6 +295,8 @@ private:
     };
 
     tarn::task_generation generation_;
+    // A share of its own, which the end of the process does not take away.
+    cv::Ptr<cv::AKAZE> feature_finder_ = stitch_feature_finder;
     cv::Mat frame_;
     std::vector<float> angles_;
     std::vector<float> scales_;
@@ -369,9 +371,9 @@ void launch_worker(const cv::Mat& frame, const std::vector<float>& angles, const
                    int direction, int big_frame_index)
 {
     at_stage(worker_stage::launching, big_frame_index);
-    std::thread(worker_thread{worker_in_flight(), high_res_worker(current_generation(), frame, angles, scales,
-                                                                  direction, big_frame_index)})
-        .detach();
+    // The generation first: when the process begins to end in between, it is a replaced task's.
+    high_res_worker worker(current_generation(), frame, angles, scales, direction, big_frame_index);
+    std::thread(worker_thread{worker_in_flight(), std::move(worker)}).detach();
 }
 
 pipeline_snapshot look_at_pipeline()

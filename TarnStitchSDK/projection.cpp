@@ -9,7 +9,7 @@
 
 void cylindrical_projection(cv::Mat& img, cv::Mat& output, float angle)
 {
-    CV_Assert(img.type() == CV_8UC3);
+    CV_Assert(img.empty() || img.type() == CV_8UC3);
     const auto w = static_cast<float>(img.cols);
     const auto h = static_cast<float>(img.rows);
     cv::Mat map_img = cv::Mat::zeros(img.rows, img.cols, CV_8UC3);
@@ -77,7 +77,7 @@ cv::Vec3b interpolate(const cv::Vec3b* upper, const cv::Vec3b* lower, float dx, 
 
 void SphericalProjection(cv::Mat& imgMat, cv::Mat& output, float angle)
 {
-    CV_Assert(imgMat.type() == CV_8UC3);
+    CV_Assert(imgMat.empty() || imgMat.type() == CV_8UC3);
     const int cols = imgMat.cols;
     const int rows = imgMat.rows;
     const int half_cols = cols / 2;

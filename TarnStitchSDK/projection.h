@@ -17,7 +17,7 @@
 ///                column reached (which is itself cut off). May be the same object as `img`.
 /// @param angle   degrees; meant for small view angles. Where cos(angle) <= 0 the result is not defined, but
 ///                safe.
-/// @throws cv::Exception for an image that is not CV_8UC3
+/// @throws cv::Exception for an image with pixels that is not CV_8UC3
 void cylindrical_projection(cv::Mat& img, cv::Mat& output, float angle);
 
 /// Bends an image onto a sphere of radius r = 2 cols cos(angle) by pulling each target pixel back from the
@@ -28,5 +28,6 @@ void cylindrical_projection(cv::Mat& img, cv::Mat& output, float angle);
 ///                column. May be the same object as `imgMat`.
 /// @param angle   degrees; meant for small view angles. Where cos(angle) <= 0 or a target lies beyond the
 ///                sphere the result is not defined, but safe.
-/// @throws cv::Exception when no target pixel meets the source, or for an image that is not CV_8UC3
+/// @throws cv::Exception when no target pixel meets the source, or for an image with pixels that is not
+///         CV_8UC3
 void SphericalProjection(cv::Mat& imgMat, cv::Mat& output, float angle);

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <cstdint>
 #include <cstdlib>
 
 #include <opencv2/imgproc.hpp>
@@ -134,16 +135,18 @@ private:
         const int n = static_cast<int>(contour.size());
         const auto at = [&contour](int index) { return contour[static_cast<size_t>(index)]; };
         const cv::Point here = at(j);
-        int sum_dx = 0;
-        int sum_dy = 0;
+        std::int64_t sum_dx = 0;  // neighbours may lie anywhere outside the image
+        std::int64_t sum_dy = 0;
+        const auto add_distance = [&](const cv::Point& neighbour) {
+            sum_dx += std::abs(std::int64_t{here.x} - neighbour.x);
+            sum_dy += std::abs(std::int64_t{here.y} - neighbour.y);
+        };
         for (int k = 1; k <= 2; ++k) {
             if (j - k >= 0) {
-                sum_dx += std::abs(here.x - at(j - k).x);
-                sum_dy += std::abs(here.y - at(j - k).y);
+                add_distance(at(j - k));
             }
             if (j + k < n) {
-                sum_dx += std::abs(here.x - at(j + k).x);
-                sum_dy += std::abs(here.y - at(j + k).y);
+                add_distance(at(j + k));
             }
         }
         if (sum_dx > sum_dy) {

@@ -50,9 +50,11 @@ std::unique_lock<std::mutex> begin_task();
 /// Counts a worker as in flight from its launch until its thread has let go of everything.
 ///
 /// The first one ever also arranges for the end of the process: before anything that workers use is destroyed,
-/// they are told to stop, and those in flight are waited for, for two seconds at most.
+/// they are told to stop, and those in flight are waited for, for two seconds at most. What a worker uses beyond
+/// that time must be its own, or never destroyed.
 class worker_in_flight {
 public:
+    /// @throws std::system_error when the process is ending
     worker_in_flight();
     ~worker_in_flight();
     worker_in_flight(worker_in_flight&& other) noexcept;

@@ -36,6 +36,26 @@ namespace {
     throw host_error(exit_code::input_failed, line);
 }
 
+bool media_logs_are_wanted()
+{
+    return std::getenv("OPENCV_LOG_LEVEL") != nullptr;
+}
+
+/// Silences standard error around a decoder: decoders print warnings of their own, where the caller has a line
+/// for a file that cannot be read.
+class quiet_decoder {
+public:
+    quiet_decoder()
+    {
+        if (!media_logs_are_wanted()) {
+            silence_.emplace(STDERR_FILENO);
+        }
+    }
+
+private:
+    std::optional<silenced_descriptor> silence_;
+};
+
 /// Image files, each a picture.
 class image_source : public frame_source {
 public:
@@ -51,8 +71,7 @@ public:
             return false;
         }
         frame.name = files_[next_++];
-        // Decoders print their warnings themselves; the caller has a line of its own for an unreadable file.
-        const silenced_descriptor silence(STDERR_FILENO);
+        const quiet_decoder quiet;
         try {
             frame.image = cv::imread(frame.name, read_flags_);
         } catch (const cv::Exception&) {
@@ -93,7 +112,7 @@ public:
     {
         // A name such as "a:b.mp4" would be taken for a protocol's; with a directory before it, it is not.
         const std::string path = fs::path(file).has_parent_path() ? file : "./" + file;
-        const silenced_descriptor silence(STDERR_FILENO);
+        const quiet_decoder quiet;
         for (const cv::VideoCaptureAPIs backend : cv::videoio_registry::getStreamBackends()) {
             if (!decodes_video_files(backend)) {
                 continue;
@@ -106,7 +125,13 @@ public:
                 continue;  // a back-end that cannot be loaded
             }
         }
-        const std::optional<int> turns = upright ? display_quarter_turns(file) : std::optional<int>(0);
+        std::error_code error;
+        std::optional<int> turns;
+        if (!upright) {
+            turns = 0;
+        } else if (fs::is_regular_file(file, error)) {
+            turns = display_quarter_turns(file);
+        }
         quarter_turns_ = turns.value_or(0);
         // Back-ends differ in their default, so it is set either way.
         capture_.set(cv::CAP_PROP_ORIENTATION_AUTO, turns ? 0.0 : 1.0);
@@ -176,7 +201,9 @@ std::unique_ptr<frame_source> open_images(std::vector<std::string> files, const 
 std::unique_ptr<frame_source> open_file(const std::string& input, const source_settings& settings)
 {
     std::error_code error;
-    if (fs::is_regular_file(input, error)) {
+    const bool regular =
+        fs::is_regular_file(input, error);  // anything else, a pipe perhaps, is opened but once
+    if (regular) {
         const int descriptor = open(input.c_str(), O_RDONLY | O_CLOEXEC);
         if (descriptor == -1) {
             fail("cannot read " + input + ": " + std::generic_category().message(errno));
@@ -193,7 +220,7 @@ std::unique_ptr<frame_source> open_file(const std::string& input, const source_s
     if (video->is_open()) {
         return video;
     }
-    if (cv::haveImageReader(input)) {
+    if (regular && cv::haveImageReader(input)) {
         return std::make_unique<image_source>(std::vector<std::string>{input}, settings.upright);
     }
     fail(input + " is neither a video nor an image that can be read");
@@ -244,7 +271,7 @@ std::string name_of_input(const std::string& input)
 
 void silence_media_logs()
 {
-    if (std::getenv("OPENCV_LOG_LEVEL") == nullptr) {
+    if (!media_logs_are_wanted()) {
         cv::utils::logging::setLogLevel(cv::utils::logging::LOG_LEVEL_SILENT);
     }
     constexpr const char* quiet = "-8";

@@ -53,8 +53,8 @@ std::unique_ptr<frame_source> open_frame_source(const std::string& input, const 
 /// for "frame_%04d.png".
 std::string name_of_input(const std::string& input);
 
-/// Keeps the media libraries from printing on standard error, unless the environment asks them to
-/// (OPENCV_LOG_LEVEL, OPENCV_FFMPEG_LOGLEVEL). Call it before the first input is opened.
+/// Keeps the media libraries from printing on standard error, unless OPENCV_LOG_LEVEL in the
+/// environment asks them to. Call it before the first input is opened.
 void silence_media_logs();
 
 }  // namespace tarn::host

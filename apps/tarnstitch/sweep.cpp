@@ -139,10 +139,10 @@ private:
     /// @returns false when the pipeline has failed for good
     bool hand_over(const feed_frame& frame)
     {
-        ++result_.frames;
         if (!hold_back(settings_.workers)) {
             return broken_at(frame);
         }
+        ++result_.frames;
         int code = answer_to(frame);
         if (code == lowest_code) {
             if (!settle()) {

@@ -1,0 +1,50 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// The test program's own usleep.
+#include "counted_sleep.h"
+
+#include <cerrno>
+#include <ctime>
+#include <unistd.h>
+#include <utility>
+
+namespace tarn::test {
+
+namespace {
+
+thread_local counted_sleep* counting = nullptr;
+
+}  // namespace
+
+counted_sleep::counted_sleep(std::function<void(int)> during) : during_(std::move(during))
+{
+    counting = this;
+}
+
+counted_sleep::~counted_sleep()
+{
+    counting = nullptr;
+}
+
+void counted_sleep::sleep(unsigned microseconds)
+{
+    sleeps_.push_back(microseconds);
+    if (during_)
+        during_(static_cast<int>(sleeps_.size()));
+}
+
+}  // namespace tarn::test
+
+// Found before the C library's by every call in this program and in the libraries that it loads.
+extern "C" int usleep(useconds_t microseconds)
+{
+    if (tarn::test::counting != nullptr) {
+        tarn::test::counting->sleep(microseconds);
+        return 0;
+    }
+    timespec rest = {static_cast<time_t>(microseconds / 1000000),
+                     static_cast<long>(microseconds % 1000000) * 1000};
+    while (nanosleep(&rest, &rest) != 0 && errno == EINTR) {
+    }
+    return 0;
+}
