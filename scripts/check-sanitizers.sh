@@ -9,6 +9,7 @@ set -euo pipefail
 source "$(dirname "${BASH_SOURCE[0]}")/lib/common.sh"
 
 need_packages "${build_packages[@]}" "${test_packages[@]}"
+java=$(java_option)
 
 export TARN_TEST_SCALE=${TARN_TEST_SCALE:-0.1}
 
@@ -18,7 +19,7 @@ if ((${#presets[@]} == 0)); then
 fi
 for preset in "${presets[@]}"; do
   say "Building with $preset"
-  configure "$preset" --log-level=WARNING
+  configure "$preset" --log-level=WARNING "$java"
   build "$preset"
   say "Running the tests with $preset"
   ctest --preset "$preset" --parallel "$jobs"

@@ -10,7 +10,8 @@ source "$(dirname "${BASH_SOURCE[0]}")/lib/common.sh"
 need_packages "${build_packages[@]}" "${test_packages[@]}" clang-tidy-14
 command -v clang-tidy-14 >/dev/null || fail "clang-tidy-14 is missing."
 
-configure dev --log-level=WARNING
+java=$(java_option)
+configure dev --log-level=WARNING "$java"
 
 if (($# > 0)); then
   files=("$@")

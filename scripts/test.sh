@@ -7,10 +7,20 @@ set -euo pipefail
 source "$(dirname "${BASH_SOURCE[0]}")/lib/common.sh"
 
 need_packages "${build_packages[@]}" "${test_packages[@]}"
+java=$(java_option)
 
 say "Building TarnStitch and its tests"
-configure release -DTARN_BUILD_TESTS=ON -DTARN_BUILD_APPS=ON "$@"
+configure release -DTARN_BUILD_TESTS=ON -DTARN_BUILD_APPS=ON "$java" "$@"
 build release
 
 say "Running the tests"
-ctest --preset release --parallel "$jobs"
+status=0
+ctest --preset release --parallel "$jobs" || status=$?
+
+# ctest shows what a test writes only if it fails.
+junit=build/release/bindings/java/test/junit.txt
+if [[ $java == *ON && -s $junit ]]; then
+  say "The Java tests, by their own runner"
+  sed -n '/^Test run finished/,$p' "$junit"
+fi
+exit "$status"

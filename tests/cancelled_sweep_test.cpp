@@ -39,6 +39,8 @@ protected:
     /// Launches a worker with the index 2 and holds it at `stage`.
     void bring_to(worker_stage stage)
     {
+        const int visits_before = stepper.times_at(stage, 2);
+        const int turns_before = stepper.times_at(worker_stage::turn_taken, 1);
         stepper.hold_at(stage, 2);
         switch (stage) {
         case worker_stage::polling_for_base:
@@ -47,7 +49,7 @@ protected:
         case worker_stage::polling_for_idle:
             stepper.hold_at(worker_stage::turn_taken, 1);
             launch_key_frame(1);
-            ASSERT_TRUE(stepper.wait_until_at(worker_stage::turn_taken, 1));
+            ASSERT_TRUE(stepper.wait_until_at(worker_stage::turn_taken, 1, turns_before + 1));
             launch_key_frame(2);
             break;
         case worker_stage::polling_for_turn:
@@ -58,7 +60,7 @@ protected:
             launch_key_frame(2);
             break;
         }
-        ASSERT_TRUE(stepper.wait_until_at(stage, 2));
+        ASSERT_TRUE(stepper.wait_until_at(stage, 2, visits_before + 1));
     }
 
     /// Replaces the task while the worker is held, lets it go, and checks that nothing shows of it.

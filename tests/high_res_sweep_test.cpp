@@ -4,6 +4,7 @@
 // frame against the truth, the panorama's size and content, the projection rules, and that nothing depends on
 // timing.
 #include <algorithm>
+#include <chrono>
 #include <cmath>
 #include <condition_variable>
 #include <fstream>
@@ -12,12 +13,14 @@
 #include <memory>
 #include <mutex>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include <gtest/gtest.h>
 #include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
 
+#include "support/counted_sleep.h"
 #include "support/rendered_sweep.h"
 #include "support/sample_video.h"
 #include "support/stitcher_fixture.h"
@@ -413,8 +416,17 @@ TEST_F(HighResSweep, SweepWithoutEnoughToMatchFailsAndIsAnsweredMinus1)
     for (int i = 0; i < sweep.length(); ++i)
         feed(record, sweep.host_frame(i), moving_right, false);
     const cv::Mat elsewhere = textured_plane(cv::Size(512, 512), 77)(cv::Rect(cv::Point(0, 0), size));
-    feed(record, host_frame_from(elsewhere), moving_right, true);
-    EXPECT_EQ(record.codes.back(), 1) << "the call had begun before the failure";
+    // Its worker starts when the host already waits for it, and so the call does not know of the failure.
+    hold_workers();
+    {
+        const counted_sleep count([this](int number) {
+            if (number == 1)
+                release_workers();
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        });
+        feed(record, host_frame_from(elsewhere), moving_right, true);
+    }
+    EXPECT_EQ(record.codes.back(), 1);
     EXPECT_EQ(big_stitch_status, 4);
     EXPECT_STREQ(getCurrentPanoramaShow(), "");
     feed(record, sweep.host_frame(5), moving_right, false);

@@ -46,7 +46,9 @@ bool frame_feed::read_ahead()
         ++pictures_;
         if (picture.image.empty()) {
             ++unreadable_;
-            say("cannot read " + picture.name + "; it is left out");
+            if (source_->announced() > 1) {  // otherwise it is the input that cannot be read
+                say("cannot read " + picture.name + "; it is left out");
+            }
             continue;
         }
         // The library registers each frame against the one before, pixel for pixel: one size is assumed.

@@ -13,6 +13,8 @@ jobs=$(nproc 2>/dev/null || getconf _NPROCESSORS_ONLN 2>/dev/null || echo 2)
 build_packages=(g++ cmake ninja-build libopencv-dev libcli11-dev)
 # shellcheck disable=SC2034
 test_packages=(libgtest-dev)
+# For the tests of the Java binding, which are left out where these are missing.
+java_packages=(default-jdk-headless junit5)
 # shellcheck disable=SC2034
 benchmark_packages=(libbenchmark-dev)
 
@@ -48,6 +50,8 @@ has_package() {
     libopencv-dev) compiles '#include <opencv2/core.hpp>' ;;
     libcli11-dev) compiles '#include <CLI/CLI.hpp>' ;;
     libgtest-dev) compiles '#include <gtest/gtest.h>' ;;
+    default-jdk-headless) command -v javac >/dev/null ;;
+    junit5) compgen -G '/usr/share/java/junit-platform-console-standalone*.jar' >/dev/null ;;
     libbenchmark-dev) compiles '#include <benchmark/benchmark.h>' ;;
     *) command -v "$1" >/dev/null ;;
   esac
@@ -137,6 +141,17 @@ build() {
   cmake --build --preset "$preset" --parallel "$jobs" "$@"
 }
 
+# java_option: CMake's option for the Java binding, on or off; installs what it needs if that is possible.
+java_option() {
+  need_packages "${java_packages[@]}" >&2
+  if command -v javac >/dev/null && compgen -G '/usr/share/java/junit-platform-console-standalone*.jar' >/dev/null; then
+    echo -DTARN_BUILD_JAVA=ON
+  else
+    say "The Java binding is left out: it needs ${java_packages[*]}." >&2
+    echo -DTARN_BUILD_JAVA=OFF
+  fi
+}
+
 # our_files PATTERN…: the project's own files, one per line.
 our_files() {
   local pattern
@@ -144,5 +159,6 @@ our_files() {
   for pattern in "$@"; do
     names+=(-o -name "$pattern")
   done
-  find TarnStitchSDK apps benchmarks examples tests scripts .ci -type f \( "${names[@]:1}" \) | LC_ALL=C sort
+  find . \( -path ./build -o -path ./out -o -path ./.git \) -prune -o -type f \( "${names[@]:1}" \) -print \
+    | LC_ALL=C sort
 }

@@ -3,8 +3,14 @@
 // The parts of the command-line host, each as a function. The whole program is tested by the scripts beside
 // this file.
 #include <algorithm>
+#include <array>
+#include <cstdio>
+#include <cstdlib>
+#include <fcntl.h>
 #include <filesystem>
 #include <fstream>
+#include <iostream>
+#include <optional>
 #include <random>
 #include <string>
 #include <sys/stat.h>
@@ -23,6 +29,8 @@
 #include "options.h"
 #include "output_file.h"
 #include "report.h"
+#include "scratch_directory.h"
+#include "standard_streams.h"
 
 using namespace tarn::host;
 namespace fs = std::filesystem;
@@ -85,6 +93,31 @@ using OutputFile = with_directory;
 using InputName = with_directory;
 using DisplayRotation = with_directory;
 
+/// Makes the directory the one for temporary files.
+class ScratchDirectory : public with_directory {
+protected:
+    void SetUp() override
+    {
+        with_directory::SetUp();
+        const char* const named = std::getenv("TMPDIR");
+        before_ = named != nullptr ? std::optional<std::string>(named) : std::nullopt;
+        setenv("TMPDIR", directory_.c_str(), 1);
+    }
+
+    void TearDown() override
+    {
+        if (before_) {
+            setenv("TMPDIR", before_->c_str(), 1);
+        } else {
+            unsetenv("TMPDIR");
+        }
+        with_directory::TearDown();
+    }
+
+private:
+    std::optional<std::string> before_;
+};
+
 std::string big_endian(std::uint64_t value, int bytes)
 {
     std::string text;
@@ -131,6 +164,45 @@ exit_code code_of_error(const std::vector<const char*>& arguments)
 std::vector<unsigned char> bytes(const std::string& text)
 {
     return {text.begin(), text.end()};
+}
+
+// What follows runs in processes of their own, so that the test's streams stay as they are.
+
+[[noreturn]] void open_closed_descriptors()
+{
+    for (int descriptor = 0; descriptor < 3; ++descriptor) {
+        close(descriptor);
+    }
+    open_standard_descriptors();
+    const int next = open("/dev/null", O_RDONLY);
+    _exit(next > STDERR_FILENO && write(STDOUT_FILENO, "x", 1) == 1 ? 0 : 1);
+}
+
+[[noreturn]] void silence_and_come_back()
+{
+    std::array<int, 2> ends{};
+    if (pipe(ends.data()) != 0 || dup2(ends[1], STDOUT_FILENO) == -1) {
+        _exit(1);
+    }
+    std::cout << "before;" << std::flush;
+    {
+        const silenced_descriptor silence(STDOUT_FILENO);
+        std::cout << "stream, not flushed";
+        std::printf("stdio, not flushed");
+        if (write(STDOUT_FILENO, "direct", 6) != 6) {
+            _exit(1);
+        }
+    }
+    std::cout << "after" << std::flush;
+    std::array<char, 100> text{};
+    const ssize_t length = read(ends[0], text.data(), text.size());
+    _exit(length > 0 && std::string(text.data(), static_cast<std::size_t>(length)) == "before;after" ? 0 : 1);
+}
+
+[[noreturn]] void say_and_exit(const std::string& text)
+{
+    say(text);
+    _exit(0);
 }
 
 }  // namespace
@@ -484,6 +556,56 @@ TEST_F(OutputFile, SamePlaceIsSeenThroughDotsAndLinks)
     EXPECT_TRUE(same_place(at("yet to be.jpg"), at("../" + directory_.filename().string() + "/yet to be.jpg")));
     EXPECT_TRUE(same_place("yet to be.jpg", "./yet to be.jpg"));
     EXPECT_FALSE(same_place(at("a.jpg"), at("b.jpg")));
+}
+
+TEST_F(ScratchDirectory, IsPrivateEndsInASlashAndGoesWithAllThatIsInIt)
+{
+    std::string path;
+    {
+        const scratch_directory scratch;
+        path = scratch.path();
+        EXPECT_EQ(path.back(), '/');
+        EXPECT_TRUE(fs::path(path).is_absolute());
+        EXPECT_EQ(fs::path(path).parent_path().parent_path(), directory_);
+        EXPECT_EQ(fs::status(path).permissions(), fs::perms::owner_all);
+        fs::create_directory(path + "below");
+        std::ofstream(path + "below/file") << "x";
+    }
+    EXPECT_FALSE(fs::exists(path));
+    EXPECT_EQ(entries(), 0U);
+}
+
+TEST_F(ScratchDirectory, LeavesWhatALinkInItPointsTo)
+{
+    fs::create_directory(at("kept"));
+    put("kept/file");
+    {
+        const scratch_directory scratch;
+        fs::create_directory_symlink(at("kept"), scratch.path() + "link");
+    }
+    EXPECT_EQ(content("kept/file"), "x");
+}
+
+TEST_F(ScratchDirectory, CannotBeMadeWhereThereIsNoDirectory)
+{
+    setenv("TMPDIR", at("none").c_str(), 1);
+    EXPECT_THROW(scratch_directory(), host_error);
+}
+
+TEST(StandardStreamsDeathTest, ClosedDescriptorsAreOpenedSoThatNoFileTakesTheirNumbers)
+{
+    EXPECT_EXIT(open_closed_descriptors(), testing::ExitedWithCode(0), "");
+}
+
+TEST(StandardStreamsDeathTest, SilencedDescriptorSwallowsAllOutputAndComesBack)
+{
+    EXPECT_EXIT(silence_and_come_back(), testing::ExitedWithCode(0), "");
+}
+
+TEST(StandardStreamsDeathTest, MessageIsOneLineWhateverIsInIt)
+{
+    EXPECT_EXIT(say_and_exit("a\nb\tc\x7f \xc3\xa9"), testing::ExitedWithCode(0),
+                "^tarnstitch: a\\?b\\?c\\? \xc3\xa9\n$");
 }
 
 TEST(Options, AllAreRead)

@@ -25,8 +25,17 @@ head -c 1000 "$samples/parking_pan.mp4" >truncated.mp4
 expect_error 3 "truncated.mp4" truncated.mp4
 
 echo "This is no image." >text.jpg
-run 3 text.jpg
-expect_said "no frame can be read from text.jpg"
+expect_error 3 "no frame can be read from text.jpg" text.jpg
+
+# Decoders have words of their own for these, which would be a second line.
+"$media" flat flat.png 400 300
+head -c 200 flat.png >truncated.png
+expect_error 3 "no frame can be read from truncated.png" truncated.png
+"$media" slide slide%d.jpg 1 400 300 0 1
+head -c 9000 slide1.jpg >truncated.jpg
+run 0 truncated.jpg -o truncated-result.jpg
+expect_equal "lines on a truncated JPEG" 2 "$(grep -c '^tarnstitch: ' stderr)"
+expect_equal "lines on a truncated JPEG" 2 "$(wc -l <stderr)"
 
 mkdir "nothing in it"
 expect_error 3 "there are no images in nothing in it" "nothing in it"
@@ -49,7 +58,11 @@ expect_said "no frame can be read from broken"
 if [[ $(id -u) -ne 0 ]]; then
   mkdir closed
   chmod 000 closed
-  expect_error 3 "closed" closed
+  code=0
+  "$program" closed 2>stderr || code=$?
+  chmod 700 closed
+  expect_equal "exit code with a closed directory" 3 $code
+  expect_said "cannot read the directory closed: Permission denied"
   cp "$samples/parking_pan.mp4" closed.mp4
   chmod 000 closed.mp4
   expect_error 3 "closed.mp4" closed.mp4

@@ -16,8 +16,8 @@ seed=${TARN_TEST_SEED:-$(date +%s)}
 i=0
 while [ "$i" -lt "$count" ]; do
     case $((i % 3)) in
-    0) way=return ;;
-    1) way=exit ;;
+    0) way="return" ;;
+    1) way="exit" ;;
     2) way=thread ;;
     esac
     run_seed=$(((seed + i) % 1000000000))
