@@ -1,0 +1,138 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// The C++ host that the Java one is compared with, and the decoder that feeds both the same frames.
+//
+//   reference_host frames VIDEO              writes the frames to standard output: width and height as 32-bit
+//                                            integers in network order, then the frames, R,G,B,A, until the end
+//   reference_host images VIDEO DIRECTORY    writes every second frame, upright, as a numbered PNG file
+//   reference_host stitch VIDEO DIRECTORY    stitches them; the directory gets codes.txt (a code per line, frame
+//                                            by frame), big_stitch.jpg and preview.png
+//
+// Except in the images the frames are turned to lie on their side, as a camera's sensor delivers them.
+#include <arpa/inet.h>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+#include <string>
+#include <thread>
+
+#include <opencv2/imgcodecs.hpp>
+#include <opencv2/imgproc.hpp>
+#include <opencv2/videoio.hpp>
+
+#include "tarn_stitch_jni.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+class sensor {
+public:
+    explicit sensor(const std::string& video) : video_(video)
+    {
+    }
+
+    bool read(cv::Mat& rgba)
+    {
+        cv::Mat frame;
+        if (!video_.read(frame)) {
+            return false;
+        }
+        cv::rotate(frame, frame, cv::ROTATE_90_COUNTERCLOCKWISE);
+        cv::cvtColor(frame, rgba, cv::COLOR_BGR2RGBA);
+        return true;
+    }
+
+private:
+    cv::VideoCapture video_;
+};
+
+bool write_bytes(const void* bytes, std::size_t size)
+{
+    return std::fwrite(bytes, 1, size, stdout) == size;
+}
+
+int write_frames(const std::string& video)
+{
+    sensor camera(video);
+    cv::Mat rgba;
+    bool first = true;
+    while (camera.read(rgba)) {
+        if (first) {
+            const std::uint32_t size[] = {htonl(static_cast<std::uint32_t>(rgba.cols)),
+                                          htonl(static_cast<std::uint32_t>(rgba.rows))};
+            if (!write_bytes(size, sizeof size)) {
+                return EXIT_FAILURE;
+            }
+            first = false;
+        }
+        if (!write_bytes(rgba.data, rgba.total() * rgba.elemSize())) {
+            return EXIT_FAILURE;
+        }
+    }
+    return first ? EXIT_FAILURE : EXIT_SUCCESS;
+}
+
+int write_images(const std::string& path, const fs::path& directory)
+{
+    cv::VideoCapture video(path);
+    cv::Mat frame;
+    for (int i = 0; video.read(frame); ++i) {
+        char name[] = "frame0000.png";
+        std::snprintf(name, sizeof name, "frame%04d.png", i % 10000);
+        if (i % 2 == 0 && !cv::imwrite((directory / name).string(), frame)) {
+            return EXIT_FAILURE;
+        }
+    }
+    return EXIT_SUCCESS;
+}
+
+int stitch(const std::string& video, const fs::path& directory)
+{
+    std::ofstream codes(directory / "codes.txt");
+    const fs::path work = directory / "work";
+    fs::create_directory(work);
+    resetStitch((work.string() + "/").c_str());
+    sensor camera(video);
+    cv::Mat rgba;
+    cv::Mat next;
+    bool has_next = camera.read(next);
+    while (has_next) {
+        cv::swap(rgba, next);
+        has_next = camera.read(next);
+        codes << videoStitch(rgba, 0, has_next ? 0 : 1)[0] << '\n';
+        while (tarn_stitcher.big_frame_index - tarn::look_at_pipeline().turns_over > 2) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        }
+    }
+    fs::copy_file(getCurrentPanoramaShow(), directory / "big_stitch.jpg");
+    const bool written = cv::imwrite((directory / "preview.png").string(), getCurrentPanoramsShowMat());
+    resetStitch("");
+    return written && codes.flush() ? EXIT_SUCCESS : EXIT_FAILURE;
+}
+
+}  // namespace
+
+int main(int argc, char* argv[])
+{
+    const std::string what = argc > 1 ? argv[1] : "";
+    try {
+        if (what == "frames" && argc == 3) {
+            return write_frames(argv[2]);
+        }
+        if (what == "images" && argc == 4) {
+            return write_images(argv[2], argv[3]);
+        }
+        if (what == "stitch" && argc == 4) {
+            return stitch(argv[2], argv[3]);
+        }
+    } catch (const std::exception& e) {
+        std::cerr << e.what() << '\n';
+        return EXIT_FAILURE;
+    }
+    std::cerr << "usage: reference_host frames VIDEO | images VIDEO DIRECTORY | stitch VIDEO DIRECTORY\n";
+    return 2;
+}
