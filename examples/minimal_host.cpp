@@ -34,7 +34,8 @@ int main(int argc, char* argv[])
         if (code != 1)
             std::cerr << "code " << code << '\n';
         // A camera is slow enough; a file has to wait for the workers.
-        while (tarn_stitcher.big_frame_index - tarn::look_at_pipeline().turns_over > 2)
+        while (tarn_stitcher.big_frame_index - tarn::look_at_pipeline().turns_over > 2
+               && tarn::look_at_pipeline().status != tarn::pipeline_failed)
             std::this_thread::sleep_for(std::chrono::milliseconds(10));
     } while (!next.empty());
     const std::string panorama = getCurrentPanoramaShow();  // "" if there is none
