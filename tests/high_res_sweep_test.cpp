@@ -12,6 +12,7 @@
 #include <iterator>
 #include <memory>
 #include <mutex>
+#include <ostream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -561,6 +562,11 @@ TEST_F(HighResTiming, RandomNumbersDrawnElsewhereDoNotMatter)
 struct known_sample {
     const char* file;
     double net_widths;  ///< way of the camera along the sweep, in frame widths, chained from frame to frame
+
+    friend std::ostream& operator<<(std::ostream& stream, const known_sample& sample)
+    {
+        return stream << sample.file;
+    }
 };
 
 class HighResSample : public HighResSweep, public testing::WithParamInterface<known_sample> {};

@@ -9,6 +9,7 @@
 #include <functional>
 #include <iterator>
 #include <limits>
+#include <ostream>
 #include <string>
 #include <system_error>
 #include <tuple>
@@ -1241,6 +1242,11 @@ TEST_F(Grade, DistanceIsThatOfTheFramesCentreInWholePixels)
 struct skew_case {
     int direction;
     float limit;
+
+    friend std::ostream& operator<<(std::ostream& stream, const skew_case& skew)
+    {
+        return stream << tarn::test::direction_name(skew.direction) << ", " << skew.limit << " degrees";
+    }
 };
 
 class GradeSkew : public LiveRegistration, public testing::WithParamInterface<skew_case> {};
@@ -1278,7 +1284,7 @@ TEST_P(GradeSkew, DeviationAtTheLimitPassesAndAnyMoreAnswers6)
 INSTANTIATE_TEST_SUITE_P(AllDirections, GradeSkew,
                          testing::Values(skew_case{moving_down, 5.0f}, skew_case{moving_up, 5.0f},
                                          skew_case{moving_right, 8.0f}, skew_case{moving_left, 8.0f}),
-                         [](const auto& suite) { return "Direction" + std::to_string(suite.param.direction); });
+                         [](const auto& suite) { return tarn::test::direction_name(suite.param.direction); });
 
 TEST_F(Grade, SkewIsNotJudgedWithoutADirection)
 {

@@ -4,6 +4,7 @@
 // the preview, and the place of every frame in it against the truth. Workers are held at their start.
 #include <algorithm>
 #include <cmath>
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -379,6 +380,11 @@ struct known_sample {
     const char* file;
     int direction;      ///< of the sweep as a whole
     double net_widths;  ///< way of the camera along it, in frame widths, chained from frame to frame
+
+    friend std::ostream& operator<<(std::ostream& stream, const known_sample& sample)
+    {
+        return stream << sample.file;
+    }
 };
 
 class LiveSample : public LiveSweep, public testing::WithParamInterface<known_sample> {};
