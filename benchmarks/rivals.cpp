@@ -1,0 +1,291 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// The program around the rivals: runs them interleaved in random order, several times each, and writes one table
+// with, for each rival, the median over the repetitions, their interquartile range in percent of it, the least, and
+// how many times as fast as the first rival of its subject and input it is by the medians.
+//
+//     PROGRAM [--table=PATH] [options of Google Benchmark]
+//
+// writes PATH.md and PATH.csv. Ends with 1 when a proof fails or nothing was run.
+#include "rivals.h"
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <cstdlib>
+#include <fstream>
+#include <iomanip>
+#include <iostream>
+#include <map>
+#include <memory>
+#include <sstream>
+#include <time.h>
+#include <vector>
+
+#include <opencv2/core.hpp>
+
+namespace tarn::bench {
+
+namespace {
+
+struct entry {
+    rival who;
+    std::function<bool()> proof;
+    std::function<void(benchmark::State&)> body;
+
+    enum { open, proved, refuted } answer = open;
+
+    std::vector<double> seconds;  // per iteration, one value per repetition
+    std::map<std::string, std::vector<double>> counters;
+};
+
+std::string benchmark_name(const rival& who)
+{
+    return who.subject + '/' + who.name + '/' + who.input + '/' + std::to_string(who.threads);
+}
+
+// In the order in which they were added. Addresses of entries stay.
+std::vector<std::unique_ptr<entry>>& entries()
+{
+    static std::vector<std::unique_ptr<entry>> all;
+    return all;
+}
+
+void run(benchmark::State& state, entry& which)
+{
+    cv::setNumThreads(which.who.threads);
+    if (which.answer == entry::open) {
+        which.answer = which.proof() ? entry::proved : entry::refuted;
+    }
+    if (which.answer == entry::refuted) {
+        state.SkipWithError("its answer is wrong");
+        return;
+    }
+    which.body(state);
+}
+
+// A quantile of a sorted list that is not empty, interpolated.
+double quantile(const std::vector<double>& sorted, double share)
+{
+    const double place = share * static_cast<double>(sorted.size() - 1);
+    const auto below = static_cast<size_t>(place);
+    const size_t above = std::min(below + 1, sorted.size() - 1);
+    const double rest = place - static_cast<double>(below);
+    return sorted[below] * (1.0 - rest) + sorted[above] * rest;
+}
+
+double median(std::vector<double> values)
+{
+    std::sort(values.begin(), values.end());
+    return quantile(values, 0.5);
+}
+
+// Collects the repetitions; says which benchmark is done, so that a long run shows that it lives.
+class collector : public benchmark::BenchmarkReporter {
+public:
+    bool ReportContext(const Context& context) override
+    {
+        PrintBasicContext(&GetErrorStream(), context);
+        return true;
+    }
+
+    void ReportRuns(const std::vector<Run>& runs) override
+    {
+        for (const Run& run : runs) {
+            if (run.error_occurred) {
+                failed_ = true;
+                GetErrorStream() << run.benchmark_name() << ": " << run.error_message << '\n';
+                continue;
+            }
+            if (run.run_type != Run::RT_Iteration) {
+                continue;
+            }
+            for (const auto& which : entries()) {
+                if (run.run_name.function_name == benchmark_name(which->who)) {
+                    which->seconds.push_back(run.real_accumulated_time / static_cast<double>(run.iterations));
+                    for (const auto& [name, counter] : run.counters) {
+                        which->counters[name].push_back(counter.value);
+                    }
+                    GetErrorStream() << "done: " << benchmark_name(which->who) << '\n';
+                    break;
+                }
+            }
+        }
+    }
+
+    bool failed() const
+    {
+        return failed_;
+    }
+
+private:
+    bool failed_ = false;
+};
+
+std::string fixed(double value, int digits)
+{
+    std::ostringstream text;
+    text << std::fixed << std::setprecision(digits) << value;
+    return text.str();
+}
+
+// Three significant digits or so, never in scientific notation.
+std::string short_number(double value)
+{
+    const double magnitude = std::abs(value);
+    return fixed(value, magnitude >= 100.0 ? 0 : magnitude >= 10.0 ? 1 : magnitude >= 1.0 ? 2 : 3);
+}
+
+using row = std::vector<std::string>;
+
+// The header and one row per rival that was run.
+std::vector<row> table()
+{
+    std::vector<std::string> counter_names;
+    for (const auto& which : entries()) {
+        for (const auto& counter : which->counters) {
+            if (std::find(counter_names.begin(), counter_names.end(), counter.first) == counter_names.end()) {
+                counter_names.push_back(counter.first);
+            }
+        }
+    }
+    std::vector<row> rows = {
+        {"subject", "input", "by", "threads", "ms", "spread %", "least ms", "ns per pixel", "times as fast"}};
+    rows[0].insert(rows[0].end(), counter_names.begin(), counter_names.end());
+
+    std::map<std::string, double> first_of;
+    for (const auto& which : entries()) {
+        if (which->seconds.empty()) {
+            continue;
+        }
+        const rival& who = which->who;
+        std::vector<double> sorted = which->seconds;
+        std::sort(sorted.begin(), sorted.end());
+        const double middle = quantile(sorted, 0.5);
+        const double spread = (quantile(sorted, 0.75) - quantile(sorted, 0.25)) / middle * 100.0;
+        const double first = first_of.emplace(who.subject + '/' + who.input, middle).first->second;
+        row line = {who.subject,
+                    who.input,
+                    who.name,
+                    std::to_string(who.threads),
+                    fixed(middle * 1e3, 3),
+                    fixed(spread, 1),
+                    fixed(sorted.front() * 1e3, 3),
+                    who.pixels > 0.0 ? fixed(middle * 1e9 / who.pixels, 3) : "",
+                    fixed(first / middle, 2)};
+        for (const std::string& name : counter_names) {
+            const auto found = which->counters.find(name);
+            line.push_back(found == which->counters.end() ? "" : short_number(median(found->second)));
+        }
+        rows.push_back(line);
+    }
+    return rows;
+}
+
+void write_markdown(std::ostream& out, const std::vector<row>& rows)
+{
+    constexpr size_t text_columns = 3;
+    for (size_t i = 0; i < rows.size(); ++i) {
+        for (const std::string& cell : rows[i]) {
+            out << "| " << cell << ' ';
+        }
+        out << "|\n";
+        if (i == 0) {
+            for (size_t column = 0; column < rows[0].size(); ++column) {
+                out << (column < text_columns ? "| --- " : "| ---: ");
+            }
+            out << "|\n";
+        }
+    }
+}
+
+void write_csv(std::ostream& out, const std::vector<row>& rows)
+{
+    for (const row& line : rows) {
+        for (size_t column = 0; column < line.size(); ++column) {
+            out << (column == 0 ? "" : ",") << line[column];
+        }
+        out << '\n';
+    }
+}
+
+// Takes --table=PATH out of the arguments.
+std::string table_path(std::vector<char*>& arguments)
+{
+    const std::string option = "--table=";
+    std::string path;
+    const auto is_option = [&](const char* argument) { return std::string(argument).rfind(option, 0) == 0; };
+    const auto found = std::find_if(arguments.begin(), arguments.end(), is_option);
+    if (found != arguments.end()) {
+        path = std::string(*found).substr(option.size());
+        arguments.erase(found);
+    }
+    return path;
+}
+
+int run_all(int argc, char* argv[])
+{
+    // What a command line does not set otherwise. Rivals in turn: a slow minute of the machine meets all of them.
+    static std::array<std::string, 3> defaults = {"--benchmark_repetitions=15", "--benchmark_min_time=0.05",
+                                                  "--benchmark_enable_random_interleaving=true"};
+    std::vector<char*> arguments = {argv[0]};
+    for (std::string& option : defaults) {
+        arguments.push_back(option.data());
+    }
+    arguments.insert(arguments.end(), argv + 1, argv + argc);
+    const std::string path = table_path(arguments);
+    int count = static_cast<int>(arguments.size());
+    benchmark::Initialize(&count, arguments.data());
+    if (benchmark::ReportUnrecognizedArguments(count, arguments.data())) {
+        return 1;
+    }
+    for (const auto& which : entries()) {
+        benchmark::RegisterBenchmark(
+            benchmark_name(which->who).c_str(),
+            [](benchmark::State& state, entry* timed) { run(state, *timed); }, which.get())
+            ->UseManualTime()
+            ->Unit(benchmark::kMillisecond);
+    }
+    collector results;
+    const size_t matching = benchmark::RunSpecifiedBenchmarks(&results);
+    benchmark::Shutdown();
+
+    const std::vector<row> rows = table();
+    write_markdown(std::cout, rows);
+    if (!path.empty()) {
+        std::ofstream markdown(path + ".md");
+        write_markdown(markdown, rows);
+        std::ofstream csv(path + ".csv");
+        write_csv(csv, rows);
+        if (!markdown.flush() || !csv.flush()) {
+            std::cerr << "cannot write " << path << ".md and .csv\n";
+            return 1;
+        }
+    }
+    return matching == 0 || results.failed() ? 1 : 0;
+}
+
+}  // namespace
+
+double process_cpu_seconds()
+{
+    timespec now{};
+    clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &now);
+    return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) * 1e-9;
+}
+
+void add(const rival& who, std::function<bool()> proof, std::function<void(benchmark::State&)> body)
+{
+    auto added = std::make_unique<entry>();
+    added->who = who;
+    added->proof = std::move(proof);
+    added->body = std::move(body);
+    entries().push_back(std::move(added));
+}
+
+}  // namespace tarn::bench
+
+int main(int argc, char* argv[])
+{
+    return tarn::bench::run_all(argc, argv);
+}

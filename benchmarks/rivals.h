@@ -1,0 +1,78 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// Rivals: implementations of one task, timed beside each other in one run. Each proves its answer before it is
+// timed; what comes out is one table per program, in Markdown and as CSV (see rivals.cpp).
+//
+//     TARN_RIVALS(my_rivals)
+//     {
+//         add({"resize", "plain", "1920x1080", 1, 1920.0 * 1080.0}, [] { return true; }, time_plain);
+//         add({"resize", "fast", "1920x1080", 1, 1920.0 * 1080.0}, fast_equals_plain, time_fast);
+//     }
+#pragma once
+
+#include <chrono>
+#include <cstddef>
+#include <functional>
+#include <string>
+
+#include <benchmark/benchmark.h>
+
+namespace tarn::bench {
+
+/// One row of the table. The first row of a subject and input is what the others are measured against.
+struct rival {
+    std::string subject;  ///< what is done; no "/"
+    std::string name;     ///< by whom; no "/"
+    std::string input;    ///< on what, for instance a size; no "/"
+    int threads = 1;      ///< set for OpenCV's loops before it runs; at most those that there are
+    double pixels = 0.0;  ///< per iteration; 0 where time per pixel means nothing
+};
+
+/// @param proof  run once, before the rival's first timing; false ends its timing and fails the program
+/// @param body   a benchmark; one iteration is one frame, one turn, one sweep. Manual time: see time_frames.
+///               Counters that it sets become columns of the table, by their medians.
+void add(const rival& who, std::function<bool()> proof, std::function<void(benchmark::State&)> body);
+
+/// Processor time of all threads of the process so far, in seconds.
+double process_cpu_seconds();
+
+/// The loop of a benchmark over `count` inputs, one after the other, so that each has left the caches when its
+/// turn comes again. `prepare` restores all of them between two rounds; only `run(index)` is timed: its
+/// duration, and as the counter "cpu ms" the processor time of all threads, which other programs disturb less.
+template <typename Prepare, typename Run>
+void time_frames(benchmark::State& state, std::size_t count, Prepare prepare, Run run)
+{
+    using clock = std::chrono::steady_clock;
+    std::size_t index = count;
+    double cpu_seconds = 0.0;
+    for ([[maybe_unused]] auto iteration : state) {
+        if (index == count) {
+            prepare();
+            index = 0;
+        }
+        const double cpu_begin = process_cpu_seconds();
+        const clock::time_point begin = clock::now();
+        run(index);
+        const clock::time_point end = clock::now();
+        cpu_seconds += process_cpu_seconds() - cpu_begin;
+        state.SetIterationTime(std::chrono::duration<double>(end - begin).count());
+        ++index;
+    }
+    state.counters["cpu ms"] = benchmark::Counter(cpu_seconds * 1e3, benchmark::Counter::kAvgIterations);
+}
+
+/// Runs a function before main.
+struct at_start {
+    explicit at_start(void (*function)())
+    {
+        function();
+    }
+};
+
+}  // namespace tarn::bench
+
+/// Opens the function in which a source adds its rivals.
+#define TARN_RIVALS(name)                                                                                      \
+    static void name();                                                                                        \
+    static const tarn::bench::at_start name##_at_start(name);                                                  \
+    static void name()
