@@ -94,7 +94,7 @@ protected:
 
     std::string new_directory(int number) const
     {
-        const std::string path = root() + "next" + std::to_string(number) + "/";
+        std::string path = root() + "next" + std::to_string(number) + "/";
         fs::create_directory(path);
         return path;
     }
