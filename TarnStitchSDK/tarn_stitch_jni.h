@@ -55,7 +55,7 @@ int resetStitch(const char* input_path);
 /// | 5    | accepted; mean motion above 10 px (of 300) | slower                                   |
 /// | 6    | accepted, but skewed                      | hold the device level                     |
 ///
-/// A frame that raises an error (no pixels, a wrong channel count or depth) is logged and dropped; the array
+/// A frame that raises an error (no pixels, two channels, 16 bits) is logged and dropped; the array
 /// then still holds what it held before, {0, 0} in the very first call.
 int* videoStitch(cv::Mat mat, int direction, int is_last_one);
 
