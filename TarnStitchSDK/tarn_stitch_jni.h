@@ -30,7 +30,8 @@ extern TarnStitcher tarn_stitcher;
 /// working directory of the old task if the path changes; creates the new one if it is missing, else empties it.
 ///
 /// @param input_path  working directory with a trailing "/", wholly the library's: whatever lies in it is
-///                    deleted. "" (or null) for a task without files. A missing directory is created with mode
+///                    deleted. "" (or null) touches no directory, and the
+///                    task's files then lie in the current one. A missing directory is created with mode
 ///                    0200, which an ordinary user cannot enter on most file systems: create it yourself first.
 /// @returns 1, always. When a missing directory cannot be created the old task stays in place.
 int resetStitch(const char* input_path);

@@ -119,7 +119,9 @@ public:
 
 // The variables that a task shares with its workers, in the order in which they are constructed. As inline
 // variables of one header they are constructed in this order in every program, and before the global
-// tarn_stitcher, whose constructor resets them, in whatever order the objects are linked.
+// tarn_stitcher, whose constructor resets them, in whatever order the objects are linked. Visible whatever the
+// host's own flags say: with hidden ones, a host of the shared library would get a second set of its own.
+#pragma GCC visibility push(default)
 
 /// Path of the frame file that a worker wrote last; "" before the first one. Not reset with the task.
 inline std::string test_image_path;
@@ -144,7 +146,7 @@ inline cv::Mat neighbour_homo;
 /// Keypoints of the frame composed last, in pixels of its detection copy.
 inline std::vector<cv::KeyPoint> neighbour_keypoints;
 
-/// Their descriptors, one per row, CV_32F.
+/// Their descriptors, one per row, CV_32F; bytes after the sphere has been switched on.
 inline cv::Mat neighbour_descriptors;
 
 /// State of the high-resolution pipeline: 0, 2, 3 or 4 (high_res_worker.h).
@@ -164,3 +166,5 @@ inline std::string big_local_path;
 
 /// Seconds after which a wait for a worker's turn gives up. The host may change it; a new task does not.
 inline int max_wait_seconds = 20;
+
+#pragma GCC visibility pop
