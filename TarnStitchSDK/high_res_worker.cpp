@@ -350,6 +350,7 @@ bool TarnStitcher::get_big_image(int last_big_frame_index)
         usleep(poll_interval);
     }
 
+    const tarn::working_directory_lock directory_stays;
     cv::Mat panorama;
     std::string _img_path;
     {

@@ -7,10 +7,11 @@
 // big_stitch_image and the neighbour_* record of the frame composed last.
 //
 //   big_stitch_status 0   No panorama yet. The worker that gets its turn makes its frame the base.
-//   big_stitch_status 2   One worker holds its turn. Only it writes the panorama and the neighbour_* record,
-//                         and only by handing over complete ones when its turn ends.
+//   big_stitch_status 2   One worker holds its turn. It writes the panorama and the neighbour_* record, and only
+//                         by handing over complete ones when its turn ends.
 //   big_stitch_status 3   The last turn ended well. The panorama and the neighbour_* record belong together;
-//                         anyone may read them.
+//                         anyone may read them. Only the switch to the sphere (step 2) writes them in this
+//                         state, the panorama first and its description later, both outside any turn.
 //   big_stitch_status 4   The last turn failed, or a wait timed out. The live path answers -1 from now on, and
 //                         workers that start now do nothing but pass the ticket on.
 //
@@ -21,8 +22,8 @@
 //      by side. (Only the second frame may wait here, for the base, when the sphere is switched on.)
 //   3  Wait while the status is 2, polling every 10 ms; after max_wait_seconds raise the ticket, set 4, end.
 //   4  Wait until the ticket is N - 1, polling every 10 ms; after max_wait_seconds raise the ticket, set 4, end.
-//      From here on the worker N - 1 is done with everything shared, since raising the ticket is the last thing
-//      that a worker does, and the store that raises it publishes all before it.
+//      From here on the worker N - 1 is done with everything shared: whoever raises the ticket does so under the
+//      hand-over mutex, together with all else that it has left to write, and step 5 takes that mutex too.
 //   5  Take the turn: set 2, whatever the status was. (So a worker that was already waiting goes on after
 //      another one's failure, and its success makes the status 3 again. This is meant.)
 //   6  Old status 0: the frame becomes the panorama; set 3, raise the ticket, end.
@@ -31,6 +32,10 @@
 //
 // Every way out raises the ticket by exactly one, so that a failure never blocks those behind it. The one
 // exception is a worker whose task has been replaced: the ticket is not its own any more, and it just ends.
+//
+// A time-out raises the ticket out of turn, so after one two workers may hold turns at once: the one that outlived
+// the wait and the one that the raised ticket let in. Each works on the record that it took, both hand over whole
+// ones under the mutex, and the later one stands.
 #pragma once
 
 #include <vector>

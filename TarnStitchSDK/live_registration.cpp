@@ -95,6 +95,8 @@ struct live_frame {
         // 1 in normal operation, since both images come from one resize.
         work_scale = static_cast<float>(static_cast<double>(scaled_gray_frame.rows) / frame.rows);
 
+        // Finds nothing, and raises nothing, in the empty gray image of a frame of two or four channels: such a
+        // frame is rejected for its lack of corners.
         constexpr int max_corners = 80;
         constexpr double quality_level = 0.01;
         constexpr double min_distance = 10.0;  // px
@@ -310,7 +312,7 @@ bool moves_too_fast(TarnStitcher& task, float move_distance)
     constexpr double greatest_mean = 10.0;  // px
     std::vector<float>& recent = task.last_move_distances;
     recent.push_back(move_distance);
-    if (recent.size() <= tarn::as_unsigned_limit(task.failed_thresh)) {
+    if (static_cast<std::int64_t>(recent.size()) <= task.failed_thresh) {
         return false;
     }
     recent.erase(recent.begin());

@@ -13,7 +13,7 @@
 //
 // Threads: all functions belong to one thread, the host's. Workers run beside it; they never call the host.
 // Strings, result arrays: owned by the library, valid until the next call.
-// Failure: no exception leaves these functions; a frame-level outcome is a code.
+// Failure: no exception leaves these functions, but for one of matToBitmapArray; a frame-level outcome is a code.
 // Output: the library writes log lines to standard output. One of them has no line end.
 // Orientation: frames are taken as a camera's sensor delivers them when the device is held upright. The
 // high-resolution panorama is turned by 90 degrees clockwise against them; the preview is not.

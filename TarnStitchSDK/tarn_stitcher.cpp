@@ -10,6 +10,7 @@
 
 TarnStitcher::TarnStitcher(std::string input_path) : local_path(std::move(input_path))
 {
+    std::string workers_path = local_path;  // before anything changes, since it may throw
     const tarn::working_directory_lock no_file_is_written;
     {
         const auto workers_of_the_old_task_are_shut_out = tarn::begin_task();
@@ -21,7 +22,7 @@ TarnStitcher::TarnStitcher(std::string input_path) : local_path(std::move(input_
         tarn::store_release(SP, false);
         tarn::store_release(big_frame_num, 0);
         tarn::store_release(big_work_scale, 0.0f);
-        big_local_path = local_path;
+        big_local_path.swap(workers_path);
     }
     if (isFloderexit(local_path.c_str())) {
         deleteFile(local_path.c_str());

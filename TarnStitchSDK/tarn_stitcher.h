@@ -78,7 +78,8 @@ public:
     float total_shift_y = 0.0f;  ///< px by which it must grow upwards
     cv::Mat last_frame;          ///< newest frame with enough corners, full size, B,G,R
     cv::Mat last_stitch_image;   ///< the preview panorama, CV_8UC3
-    int last_direction = 0;      ///< direction of the last accepted frame, 0 to 4
+    int last_direction = 0;  ///< direction of the last accepted frame, 0 to 4; the first one seen, even of a
+                             ///< frame that is rejected later, while it is 0
     std::vector<float> last_angles = std::vector<float>(4, 90.0f);  ///< degrees, of the last measured frame
     std::vector<float> last_scales = std::vector<float>(4, 1.0f);   ///< side ratios of the last measured frame
     std::string last_stitch_image_path;                             ///< unused
@@ -158,7 +159,8 @@ inline bool SP = false;
 /// Number of worker turns over: the ticket.
 inline int big_frame_num = 0;
 
-/// Factor from the full high-resolution frame to the detection copy of the current turn.
+/// Factor from the full high-resolution frame to its detection copy: of the current turn's frame, or of one that
+/// was described during that turn. Each worker calculates with its own.
 inline float big_work_scale = 0.0f;
 
 /// The working directory as the workers see it; file names are appended directly.

@@ -29,8 +29,8 @@ std::mutex& handover_mutex()
     return mutex;
 }
 
-// The body of a parallel loop that does nothing. No lambda: its wrapper would be read on the image library's threads,
-// whose meeting with this one ThreadSanitizer cannot see.
+// The body of a parallel loop that does nothing. No lambda: its wrapper would be read on the image library's
+// threads, whose meeting with this one ThreadSanitizer cannot see.
 struct empty_loop : cv::ParallelLoopBody {
     void operator()(const cv::Range&) const override
     {

@@ -8,9 +8,9 @@
 //   polls      big_stitch_status, big_frame_num, big_work_scale, SP and max_wait_seconds are read with
 //              load_acquire and written with store_release, so that a thread that sees a value sees all that
 //              was written before it.
-//   hand-over  images, keypoints and strings are copied or replaced (headers only) while the hand-over mutex
-//              is held, and so is every change of the status and the ticket. It is never held across image
-//              work, a poll or a file.
+//   hand-over  images, keypoints and strings are copied or replaced while the hand-over mutex is held (of the
+//              images just the headers), and so is every change of the status and the ticket. It is never held
+//              across image work, a poll or a file.
 //   directory  files of the working directory are written and deleted under tarn::working_directory_lock.
 //
 // Each task has a generation. Constructing a TarnStitcher raises it, and a worker carries the one that it was

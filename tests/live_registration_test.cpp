@@ -1212,6 +1212,16 @@ TEST_F(Grade, WindowOf0JudgesNothing)
     EXPECT_TRUE(tarn_stitcher.last_move_distances.empty());
 }
 
+TEST_F(Grade, NegativeWindowJudgesNothingAndDoesNotGrow)
+{
+    start();
+    tarn_stitcher.failed_thresh = -5;
+    for (int i = 1; i <= 3; ++i) {
+        EXPECT_EQ(feed(view(12 * i, 0)), 1) << i;
+        EXPECT_TRUE(tarn_stitcher.last_move_distances.empty()) << i;
+    }
+}
+
 TEST_F(Grade, RejectedFramesDoNotEnterTheWindow)
 {
     start();

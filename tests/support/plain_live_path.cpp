@@ -286,7 +286,7 @@ int plain_live_path::register_frame(cv::Mat input_frame, int direction)
     else if (in_count <= 49)
         result = 2;
     last_move_distances.push_back(move_distance);
-    if (last_move_distances.size() > static_cast<std::size_t>(failed_thresh)) {
+    if (static_cast<long long>(last_move_distances.size()) > failed_thresh) {
         last_move_distances.erase(last_move_distances.begin());
         float sum = 0;
         for (const float distance : last_move_distances)
