@@ -5,9 +5,9 @@
 #include <array>
 #include <cmath>
 #include <cstdint>
-#include <cstdlib>
+#include <limits>
 
-#include <opencv2/imgproc.hpp>
+#include <opencv2/core/hal/intrin.hpp>
 
 #include "motion.h"
 #include "numeric.h"
@@ -17,28 +17,137 @@ namespace {
 
 constexpr float seam_band_half_width = 10.0f;  // px
 
-bool is_empty(const cv::Vec3b& pixel)
+// The first column of a range at which a condition fails that holds up to some column and nowhere behind it. The guess
+// is tried before the search: a good one saves time, a bad one or NaN changes nothing else.
+template <typename Condition>
+int first_failing(cv::Range range, double guess, Condition condition)
+{
+    const int tried = guess > range.start ? static_cast<int>(std::min<double>(guess, range.end)) : range.start;
+    if (tried > range.start && !condition(tried - 1)) {
+        range.end = tried - 1;
+    } else if (tried < range.end && condition(tried)) {
+        range.start = tried + 1;
+    } else {
+        return tried;
+    }
+    while (range.start < range.end) {
+        const int middle = range.start + (range.end - range.start) / 2;
+        if (condition(middle)) {
+            range.start = middle + 1;
+        } else {
+            range.end = middle;
+        }
+    }
+    return range.start;
+}
+
+// The band along the line through an edge: the pixels whose point_2_line is less than seam_band_half_width. The whole
+// line counts, not the edge's segment.
+class seam_band {
+public:
+    seam_band(const cv::Point2f& from, const cv::Point2f& to)
+    {
+        LinePara line{};
+        getLinePara(from.x, from.y, to.x, to.y, line);
+        k_ = line.k;
+        b_ = line.b;
+        // The quotient grows with its numerator, so that one comparison with the right float stands for it.
+        const float k2 = std::sqrt(k_ * k_ + 1.0f);
+        limit_ = seam_band_half_width * k2;
+        while (limit_ / k2 < seam_band_half_width) {
+            limit_ = std::nextafter(limit_, infinity);
+        }
+        while (std::nextafter(limit_, 0.0f) / k2 >= seam_band_half_width) {
+            limit_ = std::nextafter(limit_, 0.0f);
+        }
+        is_anywhere_ = std::isfinite(k_) && std::isfinite(b_);  // otherwise distances are infinite or NaN
+    }
+
+    // The columns of a row that are near, all of them neighbours: k x + b - y rises or falls along a row, and rounding
+    // keeps an order.
+    cv::Range columns(cv::Range range, int row) const
+    {
+        if (!is_anywhere_) {
+            return {range.start, range.start};
+        }
+        const auto y = static_cast<float>(row);
+        const float rising = k_ < 0.0f ? -1.0f : 1.0f;
+        const auto rising_offset = [&](int column) {
+            return rising * (k_ * static_cast<float>(column) + b_ - y);
+        };
+        const double centre = (static_cast<double>(y) - b_) / k_;
+        const double reach = std::fabs(static_cast<double>(limit_) / k_);
+        const int begin = first_failing(range, std::ceil(centre - reach),
+                                        [&](int column) { return rising_offset(column) <= -limit_; });
+        const int end = first_failing({begin, range.end}, std::ceil(centre + reach),
+                                      [&](int column) { return rising_offset(column) < limit_; });
+        return {begin, end};
+    }
+
+private:
+    static constexpr float infinity = std::numeric_limits<float>::infinity();
+
+    float k_;
+    float b_;
+    float limit_;  // the least |k x + b - y| that is not near
+    bool is_anywhere_;
+};
+
+// Pixels of a block: bit 3 n stands for pixel n.
+using pixel_set = std::uint64_t;
+constexpr int block_size = 3 * cv::v_uint8x16::nlanes;  // bytes
+constexpr pixel_set all_pixels = 0x249249249249;
+
+pixel_set empty_pixels(const uchar* block)
+{
+    constexpr int n = cv::v_uint8x16::nlanes;
+    const auto zero_bytes = [block](int part) {
+        const auto bits =
+            static_cast<unsigned>(cv::v_signmask(cv::v_load(block + part * n) == cv::v_setzero_u8()));
+        return pixel_set{bits} << part * n;
+    };
+    const pixel_set zero = zero_bytes(0) | zero_bytes(1) | zero_bytes(2);
+    return zero & zero >> 1 & zero >> 2 & all_pixels;
+}
+
+void copy_pixels(const uchar* source, uchar* destination, pixel_set which)
+{
+    if (which == all_pixels) {
+        std::copy_n(source, block_size, destination);
+        return;
+    }
+    for (int i = 0; i < block_size; i += 3) {
+        if ((which >> i & 1) != 0) {
+            std::copy_n(source + i, 3, destination + i);
+        }
+    }
+}
+
+bool is_empty(const uchar* pixel)
 {
     return pixel[0] == 0 && pixel[1] == 0 && pixel[2] == 0;
 }
 
-// A line through an edge, with its normaliser computed once for all pixels.
-struct seam_line {
-    LinePara line{};
-    float k2;  // sqrt(k² + 1)
+enum class where { everywhere, where_empty };
 
-    seam_line(const cv::Point2f& from, const cv::Point2f& to)
-    {
-        getLinePara(from.x, from.y, to.x, to.y, line);
-        k2 = std::sqrt(line.k * line.k + 1.0f);
+// Takes the pixels of some columns from the source unless they are empty, everywhere or where the destination is.
+template <where place>
+void take(const uchar* source, uchar* destination, cv::Range columns)
+{
+    const int end = 3 * columns.end;
+    int i = 3 * columns.start;
+    for (; i + block_size <= end; i += block_size) {
+        const pixel_set wanted = place == where::everywhere ? all_pixels : empty_pixels(destination + i);
+        if (wanted != 0) {
+            copy_pixels(source + i, destination + i, wanted & ~empty_pixels(source + i));
+        }
     }
-
-    // The whole line counts, not the edge's segment. A NaN distance is never near.
-    bool is_near(float x, float y) const
-    {
-        return point_2_line(line.k, line.b, k2, x, y) < seam_band_half_width;
+    for (; i < end; i += 3) {
+        if ((place == where::everywhere || is_empty(destination + i)) && !is_empty(source + i)) {
+            std::copy_n(source + i, 3, destination + i);
+        }
     }
-};
+}
 
 }  // namespace
 
@@ -52,215 +161,21 @@ void optimizeSeam(cv::Mat& last_img, cv::Mat& stitched_image, std::vector<cv::Po
     const int right_x = tarn::truncate_to_int(max_axis({p[0].x, p[1].x, p[2].x, p[3].x}));
     const int bottom_y = tarn::truncate_to_int(max_axis({p[0].y, p[1].y, p[2].y, p[3].y}));
     const int top_y = tarn::truncate_to_int(min_axis({p[0].y, p[1].y, p[2].y, p[3].y}));
-    const std::array<seam_line, 4> lines = {seam_line(p[0], p[1]), seam_line(p[1], p[2]), seam_line(p[2], p[3]),
-                                            seam_line(p[3], p[0])};
+    const std::array<seam_band, 4> bands = {seam_band(p[0], p[1]), seam_band(p[1], p[2]), seam_band(p[2], p[3]),
+                                            seam_band(p[3], p[0])};
 
     // The frame that was just pasted lies inside both images; anything else is kept from reaching outside.
-    const int first_column = std::max(left_x, 0);
-    const int end_column = std::min({right_x, last_img.cols, stitched_image.cols});
-    const int first_row = std::max(top_y, 0);
-    const int end_row = std::min({bottom_y, last_img.rows, stitched_image.rows});
-
-    for (int i = first_row; i < end_row; ++i) {
-        const auto* source = last_img.ptr<cv::Vec3b>(i);
-        auto* destination = stitched_image.ptr<cv::Vec3b>(i);
-        const auto y = static_cast<float>(i);
-        for (int j = first_column; j < end_column; ++j) {
-            if (is_empty(source[j])) {
-                continue;
-            }
-            const auto x = static_cast<float>(j);
-            if (is_empty(destination[j])
-                || std::any_of(lines.begin(), lines.end(),
-                               [x, y](const seam_line& line) { return line.is_near(x, y); })) {
-                destination[j] = source[j];
-            }
-        }
-    }
-}
-
-namespace {
-
-// Gray values above this one count as content.
-constexpr double content_above = 1.0;
-
-// A gray value below this one is never blended.
-constexpr int least_blended_gray = 2;
-
-// Length of the cross-fade. The last step is one short of it, which is meant.
-constexpr int fade_range = 50;  // px
-
-using contour_t = std::vector<cv::Point>;
-
-// 1 inside the largest outer contour of the image's content, 0 elsewhere; all 0 for an image without content.
-cv::Mat content_mask(const cv::Mat& gray)
-{
-    cv::Mat binary;
-    cv::threshold(gray, binary, content_above, 255.0, cv::THRESH_BINARY);
-    std::vector<contour_t> contours;
-    std::vector<cv::Vec4i> hierarchy;
-    cv::findContours(binary, contours, hierarchy, cv::RETR_EXTERNAL, cv::CHAIN_APPROX_NONE);
-
-    cv::Mat mask = cv::Mat::zeros(gray.size(), CV_8UC1);
-    // The first of contours with equally many points wins.
-    const auto largest =
-        std::max_element(contours.begin(), contours.end(),
-                         [](const contour_t& a, const contour_t& b) { return a.size() < b.size(); });
-    if (largest != contours.end()) {
-        cv::fillPoly(mask, std::vector<contour_t>{*largest}, cv::Scalar(1), cv::LINE_8, 0);
-    }
-    return mask;
-}
-
-// Where the fade at an outline point leads, decided from point to point: the outline's orientation and the
-// side of the greater difference keep their values where the next point does not decide them.
-class fade_walk {
-public:
-    fade_walk(const cv::Mat& source_gray, const cv::Mat& target_gray)
-        : source_gray_(source_gray), target_gray_(target_gray)
-    {
-    }
-
-    // Direction of the fade at contour[j]: 1 towards +x, 2 -x, 3 +y, 4 -y; 0 before any point has decided it.
-    int direction_at(const contour_t& contour, int j)
-    {
-        update_orientation(contour, j);
-        update_direction(contour[static_cast<size_t>(j)]);
-        return direction_;
-    }
-
-private:
-    void update_orientation(const contour_t& contour, int j)
-    {
-        const int n = static_cast<int>(contour.size());
-        const auto at = [&contour](int index) { return contour[static_cast<size_t>(index)]; };
-        const cv::Point here = at(j);
-        std::int64_t sum_dx = 0;  // neighbours may lie anywhere outside the image
-        std::int64_t sum_dy = 0;
-        const auto add_distance = [&](const cv::Point& neighbour) {
-            sum_dx += std::abs(std::int64_t{here.x} - neighbour.x);
-            sum_dy += std::abs(std::int64_t{here.y} - neighbour.y);
-        };
-        for (int k = 1; k <= 2; ++k) {
-            if (j - k >= 0) {
-                add_distance(at(j - k));
-            }
-            if (j + k < n) {
-                add_distance(at(j + k));
-            }
-        }
-        if (sum_dx > sum_dy) {
-            runs_horizontally_ = true;
-        } else if (sum_dx < sum_dy) {
-            runs_horizontally_ = false;
-        }
-    }
-
-    void update_direction(const cv::Point& here)
-    {
-        int d1 = 0;
-        int d2 = 0;
-        int d3 = 0;
-        int d4 = 0;
-        for (int k = 1; k <= 2; ++k) {
-            if (runs_horizontally_) {
-                d3 += difference(here.y + k, here.x);
-                d4 += difference(here.y - k, here.x);
-            } else {
-                d1 += difference(here.y, here.x + k);
-                d2 += difference(here.y, here.x - k);
-            }
-        }
-        // All four are compared each time although two of them are 0: when the live two are equal the
-        // direction stays what it was.
-        if (d1 > d2 && d1 > d3 && d1 > d4) {
-            direction_ = 1;
-        } else if (d2 > d1 && d2 > d3 && d2 > d4) {
-            direction_ = 2;
-        } else if (d3 > d1 && d3 > d2 && d3 > d4) {
-            direction_ = 3;
-        } else if (d4 > d1 && d4 > d2 && d4 > d3) {
-            direction_ = 4;
-        }
-    }
-
-    // Difference of the two gray images at a pixel; 0 outside.
-    int difference(int y, int x) const
-    {
-        if (y < 0 || y >= source_gray_.rows || x < 0 || x >= source_gray_.cols) {
-            return 0;
-        }
-        return std::abs(source_gray_.at<uchar>(y, x) - target_gray_.at<uchar>(y, x));
-    }
-
-    const cv::Mat& source_gray_;
-    const cv::Mat& target_gray_;
-    bool runs_horizontally_ = false;
-    int direction_ = 0;
-};
-
-// One step of the fade: (1 - a) source + a target, in single precision, truncated.
-cv::Vec3b blend(const cv::Vec3b& source, const cv::Vec3b& target, float a)
-{
-    cv::Vec3b result;
-    for (int c = 0; c < 3; ++c) {
-        const float value = (1.0f - a) * static_cast<float>(source[c]) + a * static_cast<float>(target[c]);
-        result[c] = static_cast<uchar>(value);
-    }
-    return result;
-}
-
-// Fades from the source at `start` to the target along a direction.
-void fade(const cv::Mat& source, const cv::Mat& source_gray, cv::Mat& target, const cv::Point& start,
-          int direction)
-{
-    constexpr std::array<int, 5> step_x = {0, 1, -1, 0, 0};
-    constexpr std::array<int, 5> step_y = {0, 0, 0, 1, -1};
-    const auto d = static_cast<size_t>(direction);
-    for (int i = 1; i < fade_range; ++i) {
-        const int x = start.x + i * step_x.at(d);
-        const int y = start.y + i * step_y.at(d);
-        if (x < 0 || x >= source.cols || y < 0 || y >= source.rows) {
-            break;  // and so would every later step
-        }
-        if (source_gray.at<uchar>(y, x) < least_blended_gray) {
-            continue;
-        }
-        const auto a = static_cast<float>(i / static_cast<double>(fade_range));
-        auto& pixel = target.at<cv::Vec3b>(y, x);
-        pixel = blend(source.at<cv::Vec3b>(y, x), pixel, a);
-    }
-}
-
-}  // namespace
-
-void fill_contours(std::vector<std::vector<cv::Point>> target_contours, cv::Mat& source_image,
-                   cv::Mat& target_image)
-{
-    CV_Assert(source_image.type() == CV_8UC3 && target_image.type() == CV_8UC3);
-    CV_Assert(source_image.size() == target_image.size());
-    cv::Mat source_gray;
-    cv::Mat target_gray;
-    cv::cvtColor(source_image, source_gray, cv::COLOR_BGR2GRAY);
-    cv::cvtColor(target_image, target_gray, cv::COLOR_BGR2GRAY);
-    const cv::Mat mask = content_mask(source_gray);
-    if (target_contours.empty()) {
+    const cv::Range rows(std::max(top_y, 0), std::min({bottom_y, last_img.rows, stitched_image.rows}));
+    const cv::Range columns(std::max(left_x, 0), std::min({right_x, last_img.cols, stitched_image.cols}));
+    if (columns.start >= columns.end) {
         return;
     }
-
-    const int h = source_image.rows;
-    const int w = source_image.cols;
-    const contour_t& contour = target_contours[0];
-    fade_walk walk(source_gray, target_gray);
-    for (int j = 0; j < static_cast<int>(contour.size()); ++j) {
-        const cv::Point here = contour[static_cast<size_t>(j)];
-        if (here.y <= 0 || here.y >= h - 1 || here.x <= 0 || here.x >= w - 1 || mask.at<uchar>(here) == 0) {
-            continue;
-        }
-        target_image.at<cv::Vec3b>(here) = source_image.at<cv::Vec3b>(here);
-        const int direction = walk.direction_at(contour, j);
-        if (direction != 0) {
-            fade(source_image, source_gray, target_image, here, direction);
+    for (int i = rows.start; i < rows.end; ++i) {
+        const uchar* source = last_img.ptr(i);
+        uchar* destination = stitched_image.ptr(i);
+        take<where::where_empty>(source, destination, columns);
+        for (const seam_band& band : bands) {
+            take<where::everywhere>(source, destination, band.columns(columns, i));
         }
     }
 }
