@@ -1,164 +1,315 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// The cross-fade along an outline: which points of the outline count, where each of their fades leads, and the fades
+// themselves, of neighbouring points together where they lead to the same side.
 #include <algorithm>
 #include <array>
 #include <cstdint>
 #include <cstdlib>
 
+#include <opencv2/core/hal/intrin.hpp>
 #include <opencv2/imgproc.hpp>
 
 #include "seam.h"
 
 namespace {
 
-// Gray values above this one count as content.
+// Gray values above this one count as content, and only content is blended.
 constexpr double content_above = 1.0;
-
-// A gray value below this one is never blended.
-constexpr int least_blended_gray = 2;
 
 // Length of the cross-fade. The last step is one short of it, which is meant.
 constexpr int fade_range = 50;  // px
+constexpr int fade_steps = fade_range - 1;
 
 using contour_t = std::vector<cv::Point>;
 
-// 1 inside the largest outer contour of the image's content, 0 elsewhere; all 0 for an image without content.
-cv::Mat content_mask(const cv::Mat& gray)
+// 255 where an image has content, 0 elsewhere.
+cv::Mat content_of(const cv::Mat& image)
 {
-    cv::Mat binary;
-    cv::threshold(gray, binary, content_above, 255.0, cv::THRESH_BINARY);
-    std::vector<contour_t> contours;
-    std::vector<cv::Vec4i> hierarchy;
-    cv::findContours(binary, contours, hierarchy, cv::RETR_EXTERNAL, cv::CHAIN_APPROX_NONE);
+    cv::Mat content;
+    cv::cvtColor(image, content, cv::COLOR_BGR2GRAY);
+    cv::threshold(content, content, content_above, 255.0, cv::THRESH_BINARY);
+    return content;
+}
 
-    cv::Mat mask = cv::Mat::zeros(gray.size(), CV_8UC1);
+// An outline without the points inside its straight runs, be they level, upright or diagonal: it fills the same
+// pixels.
+contour_t without_inner_points(const contour_t& outline)
+{
+    contour_t corners;
+    for (size_t i = 0; i < outline.size(); ++i) {
+        const cv::Point& before = outline[i == 0 ? outline.size() - 1 : i - 1];
+        const cv::Point& after = outline[i + 1 == outline.size() ? 0 : i + 1];
+        if (outline[i] - before != after - outline[i]) {
+            corners.push_back(outline[i]);
+        }
+    }
+    return corners.empty() ? outline : corners;  // empty for a single point
+}
+
+// 1 inside the largest outer contour of some content, 0 elsewhere; all 0 without content.
+cv::Mat inside_largest_contour(const cv::Mat& content)
+{
+    std::vector<contour_t> contours;
+    cv::findContours(content, contours, cv::RETR_EXTERNAL, cv::CHAIN_APPROX_NONE);
+    cv::Mat mask = cv::Mat::zeros(content.size(), CV_8UC1);
     // The first of contours with equally many points wins.
     const auto largest =
         std::max_element(contours.begin(), contours.end(),
                          [](const contour_t& a, const contour_t& b) { return a.size() < b.size(); });
     if (largest != contours.end()) {
-        cv::fillPoly(mask, std::vector<contour_t>{*largest}, cv::Scalar(1), cv::LINE_8, 0);
+        cv::fillPoly(mask, std::vector<contour_t>{without_inner_points(*largest)}, cv::Scalar(1), cv::LINE_8,
+                     0);
     }
     return mask;
 }
 
-// Where the fade at an outline point leads, decided from point to point: the outline's orientation and the
-// side of the greater difference keep their values where the next point does not decide them.
-class fade_walk {
-public:
-    fade_walk(const cv::Mat& source_gray, const cv::Mat& target_gray)
-        : source_gray_(source_gray), target_gray_(target_gray)
+enum class side { undecided, right, left, below, above };
+
+// A point of the outline that takes the source's pixel.
+struct outline_point {
+    cv::Point place;
+    bool is_level;  // the outline runs more level than upright here
+    side fade = side::undecided;
+};
+
+// Whether the outline is level at contour[j]; `before` where as many columns as rows are passed.
+bool is_level_at(const contour_t& contour, int j, bool before)
+{
+    const int n = static_cast<int>(contour.size());
+    const cv::Point here = contour[static_cast<size_t>(j)];
+    std::int64_t sum_dx = 0;  // neighbours may lie anywhere outside the image
+    std::int64_t sum_dy = 0;
+    for (int k = std::max(j - 2, 0); k <= std::min(j + 2, n - 1); ++k) {
+        const cv::Point& neighbour = contour[static_cast<size_t>(k)];
+        sum_dx += std::abs(std::int64_t{here.x} - neighbour.x);
+        sum_dy += std::abs(std::int64_t{here.y} - neighbour.y);
+    }
+    return sum_dx == sum_dy ? before : sum_dx > sum_dy;
+}
+
+// The points inside the mask and not on the image's border; the others decide nothing.
+std::vector<outline_point> points_inside(const contour_t& contour, const cv::Mat& mask)
+{
+    std::vector<outline_point> points;
+    points.reserve(contour.size());
+    bool is_level = false;
+    for (int j = 0; j < static_cast<int>(contour.size()); ++j) {
+        const cv::Point here = contour[static_cast<size_t>(j)];
+        if (here.y > 0 && here.y < mask.rows - 1 && here.x > 0 && here.x < mask.cols - 1
+            && mask.at<uchar>(here) != 0) {
+            is_level = is_level_at(contour, j, is_level);
+            points.push_back({here, is_level});
+        }
+    }
+    return points;
+}
+
+// Lets each fade lead across the outline to the side on which the two images' gray values differ more over two pixels.
+// Where they differ equally on both sides, it leads where the one before does. Gray values are made for these pixels
+// alone.
+void decide_sides(std::vector<outline_point>& points, const cv::Mat& source, const cv::Mat& target)
+{
+    constexpr std::array<int, 4> offsets = {1, 2, -1, -2};
+    const int count = static_cast<int>(points.size() * offsets.size());
+    cv::Mat source_pixels = cv::Mat::zeros(1, count, CV_8UC3);  // equal outside the image
+    cv::Mat target_pixels = cv::Mat::zeros(1, count, CV_8UC3);
+    const cv::Rect image(cv::Point(), source.size());
+    int next = 0;
+    for (const outline_point& point : points) {
+        for (const int offset : offsets) {
+            const cv::Point place =
+                point.place + (point.is_level ? cv::Point(0, offset) : cv::Point(offset, 0));
+            if (image.contains(place)) {
+                source_pixels.at<cv::Vec3b>(next) = source.at<cv::Vec3b>(place);
+                target_pixels.at<cv::Vec3b>(next) = target.at<cv::Vec3b>(place);
+            }
+            ++next;
+        }
+    }
+    if (points.empty()) {
+        return;
+    }
+    cv::Mat source_gray;
+    cv::Mat target_gray;
+    cv::Mat differences;
+    cv::cvtColor(source_pixels, source_gray, cv::COLOR_BGR2GRAY);
+    cv::cvtColor(target_pixels, target_gray, cv::COLOR_BGR2GRAY);
+    cv::absdiff(source_gray, target_gray, differences);
+
+    const uchar* d = differences.ptr();
+    side fade = side::undecided;
+    for (outline_point& point : points) {
+        const int forward = d[0] + d[1];
+        const int backward = d[2] + d[3];
+        if (forward > backward) {
+            fade = point.is_level ? side::below : side::right;
+        } else if (backward > forward) {
+            fade = point.is_level ? side::above : side::left;
+        }
+        point.fade = fade;
+        d += offsets.size();
+    }
+}
+
+// The target's weight at each step of a fade.
+float weight_of_step(int i)
+{
+    return static_cast<float>(i / static_cast<double>(fade_range));
+}
+
+// The same weight for all bytes.
+struct even_weight {
+    float a;
+
+    float at(int) const
     {
+        return a;
     }
 
-    // Direction of the fade at contour[j]: 1 towards +x, 2 -x, 3 +y, 4 -y; 0 before any point has decided it.
-    int direction_at(const contour_t& contour, int j)
+    cv::v_float32x4 four_at(int) const
     {
-        update_orientation(contour, j);
-        update_direction(contour[static_cast<size_t>(j)]);
-        return direction_;
+        return cv::v_setall_f32(a);
+    }
+};
+
+// A weight for each byte.
+struct weight_per_byte {
+    const float* a;
+
+    float at(int i) const
+    {
+        return a[i];
+    }
+
+    cv::v_float32x4 four_at(int i) const
+    {
+        return cv::v_load(a + i);
+    }
+};
+
+using four_words = std::array<cv::v_uint32x4, 4>;
+
+four_words widened(const cv::v_uint8x16& bytes)
+{
+    four_words words;
+    cv::v_uint16x8 low;
+    cv::v_uint16x8 high;
+    cv::v_expand(bytes, low, high);
+    cv::v_expand(low, words[0], words[1]);
+    cv::v_expand(high, words[2], words[3]);
+    return words;
+}
+
+// (1 - a) source + a target, in single precision, truncated, for the bytes from `begin` to `end` of a row.
+template <typename Weight>
+void blend(const uchar* source, uchar* target, int begin, int end, Weight a)
+{
+    constexpr int step = cv::v_uint8x16::nlanes;
+    const cv::v_float32x4 one = cv::v_setall_f32(1.0f);
+    int i = begin;
+    for (; i + step <= end; i += step) {
+        const four_words s = widened(cv::v_load(source + i));
+        const four_words t = widened(cv::v_load(target + i));
+        const auto blended = [&](int part) {
+            const auto n = static_cast<size_t>(part);
+            const cv::v_float32x4 weight = a.four_at(i + 4 * part);
+            return cv::v_trunc((one - weight) * cv::v_cvt_f32(cv::v_reinterpret_as_s32(s[n]))
+                               + weight * cv::v_cvt_f32(cv::v_reinterpret_as_s32(t[n])));
+        };
+        cv::v_store(target + i,
+                    cv::v_pack_u(cv::v_pack(blended(0), blended(1)), cv::v_pack(blended(2), blended(3))));
+    }
+    for (; i < end; ++i) {
+        const float value =
+            (1.0f - a.at(i)) * static_cast<float>(source[i]) + a.at(i) * static_cast<float>(target[i]);
+        target[i] = static_cast<uchar>(value);
+    }
+}
+
+class fader {
+public:
+    fader(const cv::Mat& source, const cv::Mat& content, cv::Mat& target)
+        : source_(source), content_(content), target_(target)
+    {
+        for (int i = 1; i <= fade_steps; ++i) {
+            std::fill_n(rising_.begin() + 3 * (i - 1), 3, weight_of_step(i));
+        }
+        std::reverse_copy(rising_.begin(), rising_.end(), falling_.begin());
+    }
+
+    // Takes the source's pixels of neighbours in one row whose fades lead to the same side, and makes these fades.
+    // Only fades that lead up or down may be made together: others cross.
+    void fade(const cv::Rect& points, side to)
+    {
+        const cv::Range columns(points.x, points.x + points.width);
+        std::copy(source_.ptr(points.y, columns.start), source_.ptr(points.y) + 3 * columns.end,
+                  target_.ptr(points.y, columns.start));
+        switch (to) {
+        case side::undecided:
+            break;
+        case side::right:
+            blend_content(points.y, {columns.end, std::min(columns.end + fade_steps, target_.cols)},
+                          weight_per_byte{rising_.data() - 3 * columns.end});
+            break;
+        case side::left:
+            blend_content(points.y, {std::max(columns.start - fade_steps, 0), columns.start},
+                          weight_per_byte{falling_.data() - 3 * (columns.start - fade_steps)});
+            break;
+        case side::below:
+            for (int i = 1; i <= fade_steps && points.y + i < target_.rows; ++i) {
+                blend_content(points.y + i, columns, even_weight{weight_of_step(i)});
+            }
+            break;
+        case side::above:
+            for (int i = 1; i <= fade_steps && points.y - i >= 0; ++i) {
+                blend_content(points.y - i, columns, even_weight{weight_of_step(i)});
+            }
+            break;
+        }
     }
 
 private:
-    void update_orientation(const contour_t& contour, int j)
+    // Blends what is content in some columns of a row.
+    template <typename Weight>
+    void blend_content(int y, cv::Range columns, Weight weight)
     {
-        const int n = static_cast<int>(contour.size());
-        const auto at = [&contour](int index) { return contour[static_cast<size_t>(index)]; };
-        const cv::Point here = at(j);
-        std::int64_t sum_dx = 0;  // neighbours may lie anywhere outside the image
-        std::int64_t sum_dy = 0;
-        const auto add_distance = [&](const cv::Point& neighbour) {
-            sum_dx += std::abs(std::int64_t{here.x} - neighbour.x);
-            sum_dy += std::abs(std::int64_t{here.y} - neighbour.y);
-        };
-        for (int k = 1; k <= 2; ++k) {
-            if (j - k >= 0) {
-                add_distance(at(j - k));
-            }
-            if (j + k < n) {
-                add_distance(at(j + k));
-            }
-        }
-        if (sum_dx > sum_dy) {
-            runs_horizontally_ = true;
-        } else if (sum_dx < sum_dy) {
-            runs_horizontally_ = false;
+        const uchar* content = content_.ptr(y);
+        const uchar* end = content + columns.end;
+        const uchar* run = content + columns.start;
+        while (run < end) {
+            const uchar* run_end = std::find(run, end, uchar{0});
+            blend(source_.ptr(y), target_.ptr(y), 3 * static_cast<int>(run - content),
+                  3 * static_cast<int>(run_end - content), weight);
+            run = std::find_if(run_end, end, [](uchar value) { return value != 0; });
         }
     }
 
-    void update_direction(const cv::Point& here)
-    {
-        int d1 = 0;
-        int d2 = 0;
-        int d3 = 0;
-        int d4 = 0;
-        for (int k = 1; k <= 2; ++k) {
-            if (runs_horizontally_) {
-                d3 += difference(here.y + k, here.x);
-                d4 += difference(here.y - k, here.x);
-            } else {
-                d1 += difference(here.y, here.x + k);
-                d2 += difference(here.y, here.x - k);
-            }
-        }
-        // All four are compared each time although two of them are 0: when the live two are equal the
-        // direction stays what it was.
-        if (d1 > d2 && d1 > d3 && d1 > d4) {
-            direction_ = 1;
-        } else if (d2 > d1 && d2 > d3 && d2 > d4) {
-            direction_ = 2;
-        } else if (d3 > d1 && d3 > d2 && d3 > d4) {
-            direction_ = 3;
-        } else if (d4 > d1 && d4 > d2 && d4 > d3) {
-            direction_ = 4;
-        }
-    }
-
-    // Difference of the two gray images at a pixel; 0 outside.
-    int difference(int y, int x) const
-    {
-        if (y < 0 || y >= source_gray_.rows || x < 0 || x >= source_gray_.cols) {
-            return 0;
-        }
-        return std::abs(source_gray_.at<uchar>(y, x) - target_gray_.at<uchar>(y, x));
-    }
-
-    const cv::Mat& source_gray_;
-    const cv::Mat& target_gray_;
-    bool runs_horizontally_ = false;
-    int direction_ = 0;
+    const cv::Mat& source_;
+    const cv::Mat& content_;
+    cv::Mat& target_;
+    std::array<float, 3 * fade_steps> rising_;   // the weights of a fade to the right, byte by byte
+    std::array<float, 3 * fade_steps> falling_;  // and to the left
 };
 
-// One step of the fade: (1 - a) source + a target, in single precision, truncated.
-cv::Vec3b blend(const cv::Vec3b& source, const cv::Vec3b& target, float a)
+// The number of points from `first` on whose fades can be made together: neighbours in one row, passed in one
+// direction, with the same side above or below.
+size_t points_together(const std::vector<outline_point>& points, size_t first)
 {
-    cv::Vec3b result;
-    for (int c = 0; c < 3; ++c) {
-        const float value = (1.0f - a) * static_cast<float>(source[c]) + a * static_cast<float>(target[c]);
-        result[c] = static_cast<uchar>(value);
+    size_t end = first + 1;
+    if (points[first].fade != side::below && points[first].fade != side::above) {
+        return 1;
     }
-    return result;
-}
-
-// Fades from the source at `start` to the target along a direction.
-void fade(const cv::Mat& source, const cv::Mat& source_gray, cv::Mat& target, const cv::Point& start,
-          int direction)
-{
-    constexpr std::array<int, 5> step_x = {0, 1, -1, 0, 0};
-    constexpr std::array<int, 5> step_y = {0, 0, 0, 1, -1};
-    const auto d = static_cast<size_t>(direction);
-    for (int i = 1; i < fade_range; ++i) {
-        const int x = start.x + i * step_x.at(d);
-        const int y = start.y + i * step_y.at(d);
-        if (x < 0 || x >= source.cols || y < 0 || y >= source.rows) {
-            break;  // and so would every later step
+    cv::Point step;
+    while (end < points.size() && points[end].fade == points[first].fade) {
+        const cv::Point next_step = points[end].place - points[end - 1].place;
+        if (next_step.y != 0 || std::abs(next_step.x) != 1 || (end - first > 1 && next_step != step)) {
+            break;
         }
-        if (source_gray.at<uchar>(y, x) < least_blended_gray) {
-            continue;
-        }
-        const auto a = static_cast<float>(i / static_cast<double>(fade_range));
-        auto& pixel = target.at<cv::Vec3b>(y, x);
-        pixel = blend(source.at<cv::Vec3b>(y, x), pixel, a);
+        step = next_step;
+        ++end;
     }
+    return end - first;
 }
 
 }  // namespace
@@ -166,30 +317,20 @@ void fade(const cv::Mat& source, const cv::Mat& source_gray, cv::Mat& target, co
 void fill_contours(std::vector<std::vector<cv::Point>> target_contours, cv::Mat& source_image,
                    cv::Mat& target_image)
 {
-    CV_Assert(source_image.type() == CV_8UC3 && target_image.type() == CV_8UC3);
+    CV_Assert(!source_image.empty() && source_image.type() == CV_8UC3 && target_image.type() == CV_8UC3);
     CV_Assert(source_image.size() == target_image.size());
-    cv::Mat source_gray;
-    cv::Mat target_gray;
-    cv::cvtColor(source_image, source_gray, cv::COLOR_BGR2GRAY);
-    cv::cvtColor(target_image, target_gray, cv::COLOR_BGR2GRAY);
-    const cv::Mat mask = content_mask(source_gray);
     if (target_contours.empty()) {
         return;
     }
-
-    const int h = source_image.rows;
-    const int w = source_image.cols;
-    const contour_t& contour = target_contours[0];
-    fade_walk walk(source_gray, target_gray);
-    for (int j = 0; j < static_cast<int>(contour.size()); ++j) {
-        const cv::Point here = contour[static_cast<size_t>(j)];
-        if (here.y <= 0 || here.y >= h - 1 || here.x <= 0 || here.x >= w - 1 || mask.at<uchar>(here) == 0) {
-            continue;
-        }
-        target_image.at<cv::Vec3b>(here) = source_image.at<cv::Vec3b>(here);
-        const int direction = walk.direction_at(contour, j);
-        if (direction != 0) {
-            fade(source_image, source_gray, target_image, here, direction);
-        }
+    const cv::Mat content = content_of(source_image);
+    std::vector<outline_point> points = points_inside(target_contours[0], inside_largest_contour(content));
+    decide_sides(points, source_image, target_image);
+    fader fades(source_image, content, target_image);
+    for (size_t first = 0; first < points.size();) {
+        const size_t count = points_together(points, first);
+        const cv::Point& a = points[first].place;
+        const cv::Point& b = points[first + count - 1].place;
+        fades.fade({std::min(a.x, b.x), a.y, static_cast<int>(count), 1}, points[first].fade);
+        first += count;
     }
 }
