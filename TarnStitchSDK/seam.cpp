@@ -4,16 +4,20 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
-#include <cstdint>
 #include <limits>
-
-#include <opencv2/core/hal/intrin.hpp>
 
 #include "motion.h"
 #include "numeric.h"
+#include "pixel_block.h"
 #include "quadrilateral.h"
 
 namespace {
+
+using tarn::all_pixels;
+using tarn::bytes_per_block;
+using tarn::empty_pixels;
+using tarn::is_empty;
+using tarn::pixel_set;
 
 constexpr float seam_band_half_width = 10.0f;  // px
 
@@ -93,39 +97,17 @@ private:
     bool is_anywhere_;
 };
 
-// Pixels of a block: bit 3 n stands for pixel n.
-using pixel_set = std::uint64_t;
-constexpr int block_size = 3 * cv::v_uint8x16::nlanes;  // bytes
-constexpr pixel_set all_pixels = 0x249249249249;
-
-pixel_set empty_pixels(const uchar* block)
-{
-    constexpr int n = cv::v_uint8x16::nlanes;
-    const auto zero_bytes = [block](int part) {
-        const auto bits =
-            static_cast<unsigned>(cv::v_signmask(cv::v_load(block + part * n) == cv::v_setzero_u8()));
-        return pixel_set{bits} << part * n;
-    };
-    const pixel_set zero = zero_bytes(0) | zero_bytes(1) | zero_bytes(2);
-    return zero & zero >> 1 & zero >> 2 & all_pixels;
-}
-
 void copy_pixels(const uchar* source, uchar* destination, pixel_set which)
 {
     if (which == all_pixels) {
-        std::copy_n(source, block_size, destination);
+        std::copy_n(source, bytes_per_block, destination);
         return;
     }
-    for (int i = 0; i < block_size; i += 3) {
+    for (int i = 0; i < bytes_per_block; i += 3) {
         if ((which >> i & 1) != 0) {
             std::copy_n(source + i, 3, destination + i);
         }
     }
-}
-
-bool is_empty(const uchar* pixel)
-{
-    return pixel[0] == 0 && pixel[1] == 0 && pixel[2] == 0;
 }
 
 enum class where { everywhere, where_empty };
@@ -136,7 +118,7 @@ void take(const uchar* source, uchar* destination, cv::Range columns)
 {
     const int end = 3 * columns.end;
     int i = 3 * columns.start;
-    for (; i + block_size <= end; i += block_size) {
+    for (; i + bytes_per_block <= end; i += bytes_per_block) {
         const pixel_set wanted = place == where::everywhere ? all_pixels : empty_pixels(destination + i);
         if (wanted != 0) {
             copy_pixels(source + i, destination + i, wanted & ~empty_pixels(source + i));
