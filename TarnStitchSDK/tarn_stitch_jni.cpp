@@ -115,28 +115,3 @@ int* nativeCarrier_getCurrentPanoramaShow()
         return nullptr;
     }
 }
-
-int* matToBitmapArray(const cv::Mat& image)
-{
-    constexpr std::uint32_t opaque = 0xFF000000U;
-    const size_t n = image.total();
-    int* pixels = new int[n + 2];
-    if (image.dims <= 2 && image.type() == CV_8UC3) {
-        int* next = pixels;
-        for (int i = 0; i < image.rows; ++i) {
-            const auto* row = image.ptr<cv::Vec3b>(i);
-            next = std::transform(row, row + image.cols, next, [](const cv::Vec3b& bgr) {
-                const std::uint32_t red = bgr[2];
-                const std::uint32_t green = bgr[1];
-                const std::uint32_t blue = bgr[0];
-                return static_cast<int>(opaque | red << 16 | green << 8 | blue);
-            });
-        }
-    } else {
-        std::fill_n(pixels, n, static_cast<int>(opaque));
-    }
-    // The size travels behind the pixels.
-    pixels[n] = image.cols;
-    pixels[n + 1] = image.rows;
-    return pixels;
-}
