@@ -11,6 +11,7 @@
 #include "reference/pixels.h"
 #include "seam.h"
 #include "support/random_input.h"
+#include "support/thread_count.h"
 
 namespace {
 
@@ -497,10 +498,28 @@ contour_t random_outline(random_input& random, cv::Size size)
     return contours.at(0);
 }
 
+// Blackens what lies outside of a random shape, as around a warped frame; sometimes with specks.
+void blacken_around_shape(random_input& random, cv::Mat& image)
+{
+    contour_t corners(static_cast<size_t>(random.integer(3, 7)));
+    for (cv::Point& corner : corners) {
+        corner = {random.integer(-5, image.cols + 4), random.integer(-5, image.rows + 4)};
+    }
+    cv::Mat outside(image.size(), CV_8UC1, cv::Scalar(1));
+    cv::fillPoly(outside, std::vector<contour_t>{corners}, cv::Scalar(0));
+    for (int specks = random.one_in(4) ? random.integer(1, 30) : 0; specks > 0; --specks) {
+        outside.at<uchar>(random.integer(0, image.rows - 1), random.integer(0, image.cols - 1)) ^= 1;
+    }
+    image.setTo(cv::Scalar::all(0), outside);
+}
+
 void compare_with_reference(random_input& random, cv::Size size)
 {
-    const cv::Mat source = random.image(size);
+    cv::Mat source = random.image(size);
     const cv::Mat target = random.image(size);
+    if (random.one_in(2)) {
+        blacken_around_shape(random, source);
+    }
     std::vector<contour_t> contours(static_cast<size_t>(random.integer(0, 9) == 0 ? 0 : random.integer(1, 2)));
     for (contour_t& contour : contours) {
         contour = random_outline(random, size);
@@ -508,13 +527,16 @@ void compare_with_reference(random_input& random, cv::Size size)
     cv::Mat expected = target.clone();
     reference::fill_contours(contours, source, expected);
 
-    guarded_image shipped_source(source, random);
-    guarded_image shipped(target, random);
-    fill_contours(contours, shipped_source.view(), shipped.view());
-    ASSERT_TRUE(same_pixels(expected, shipped.view()));
-    ASSERT_TRUE(same_pixels(source, shipped_source.view()));
-    ASSERT_TRUE(shipped.guards_are_untouched());
-    ASSERT_TRUE(shipped_source.guards_are_untouched());
+    for (const int threads : {1, 2}) {
+        const tarn::test::thread_count used(threads);
+        guarded_image shipped_source(source, random);
+        guarded_image shipped(target, random);
+        fill_contours(contours, shipped_source.view(), shipped.view());
+        ASSERT_TRUE(same_pixels(expected, shipped.view())) << "threads: " << threads;
+        ASSERT_TRUE(same_pixels(source, shipped_source.view()));
+        ASSERT_TRUE(shipped.guards_are_untouched());
+        ASSERT_TRUE(shipped_source.guards_are_untouched());
+    }
 }
 
 TEST(FillContours, EqualsReferenceOnViewsOfAllSmallSizes)

@@ -9,6 +9,7 @@
 
 #include "reference/pixels.h"
 #include "support/random_input.h"
+#include "support/thread_count.h"
 #include "tarn_stitch_jni.h"
 
 namespace {
@@ -84,6 +85,17 @@ TEST(PixelExport, EqualsReferenceOnImagesAndViewsOfAllSmallSizes)
             ASSERT_EQ(exported(guarded.view()), expected) << "a view, " << width << " x " << height;
             ASSERT_TRUE(guarded.guards_are_untouched());
         }
+    }
+}
+
+TEST(PixelExport, EqualsReferenceOnLargeImagesWhateverTheNumberOfThreads)
+{
+    random_input random;
+    for (const int threads : {1, 2}) {
+        const tarn::test::thread_count used(threads);
+        const cv::Mat image =
+            random.noise(cv::Size(random.integer(900, 1300), random.integer(500, 700)), CV_8UC3);
+        ASSERT_EQ(exported(image), reference::matToBitmapArray(image)) << image.size() << ", " << threads;
     }
 }
 

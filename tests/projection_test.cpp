@@ -1,15 +1,19 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // Bending images onto a cylinder or a sphere.
+#include <algorithm>
+#include <cmath>
 #include <limits>
 #include <optional>
 #include <vector>
 
 #include <gtest/gtest.h>
 
+#include "numeric.h"
 #include "projection.h"
 #include "reference/pixels.h"
 #include "support/random_input.h"
+#include "support/thread_count.h"
 
 namespace {
 
@@ -346,27 +350,32 @@ std::optional<cv::Mat> result_of(projection project)
 using shipped_projection = void (*)(cv::Mat&, cv::Mat&, float);
 using reference_projection = cv::Mat (*)(const cv::Mat&, float);
 
+// With one thread and with two.
 void compare_with_reference(random_input& random, cv::Size size, float angle, shipped_projection shipped,
                             reference_projection plain)
 {
     const cv::Mat image = random.image(size);
     const std::optional<cv::Mat> expected = result_of([&] { return plain(image, angle); });
-    guarded_image guarded(image, random);
-    const std::optional<cv::Mat> actual = result_of([&] {
-        cv::Mat output;
-        shipped(guarded.view(), output, angle);
-        return output;
-    });
-    ASSERT_EQ(actual.has_value(), expected.has_value()) << size << " at " << angle;
-    if (expected) {
-        ASSERT_TRUE(same_pixels(*expected, *actual)) << size << " at " << angle;
-        if (!expected->empty()) {
-            ASSERT_TRUE(same_pixels(whole_buffer(*expected), whole_buffer(*actual))) << size << " at " << angle;
-            ASSERT_EQ(offset_in_buffer(*expected), offset_in_buffer(*actual)) << size << " at " << angle;
+    for (const int threads : {1, 2}) {
+        SCOPED_TRACE(::testing::Message() << size << " at " << angle << ", threads: " << threads);
+        const tarn::test::thread_count used(threads);
+        guarded_image guarded(image, random);
+        const std::optional<cv::Mat> actual = result_of([&] {
+            cv::Mat output;
+            shipped(guarded.view(), output, angle);
+            return output;
+        });
+        ASSERT_EQ(actual.has_value(), expected.has_value());
+        if (expected) {
+            ASSERT_TRUE(same_pixels(*expected, *actual));
+            if (!expected->empty()) {
+                ASSERT_TRUE(same_pixels(whole_buffer(*expected), whole_buffer(*actual)));
+                ASSERT_EQ(offset_in_buffer(*expected), offset_in_buffer(*actual));
+            }
         }
+        ASSERT_TRUE(same_pixels(image, guarded.view()));
+        ASSERT_TRUE(guarded.guards_are_untouched());
     }
-    ASSERT_TRUE(same_pixels(image, guarded.view()));
-    ASSERT_TRUE(guarded.guards_are_untouched());
 }
 
 void compare_all_small_sizes(shipped_projection shipped, reference_projection plain)
@@ -391,38 +400,54 @@ void compare_larger_sizes(shipped_projection shipped, reference_projection plain
     }
 }
 
-// Angles for which the result is not defined.
-void try_degenerate_angles(shipped_projection shipped)
+// Angles for which the result is not defined, and those around.
+std::vector<float> degenerate_angles(random_input& random)
 {
-    random_input random;
-    std::vector<float> angles = {89.9f,
-                                 90.0f,
-                                 90.1f,
-                                 120.0f,
-                                 179.0f,
-                                 180.0f,
-                                 270.0f,
-                                 450.0f,
-                                 -90.0f,
-                                 1e30f,
-                                 std::numeric_limits<float>::max()};
+    std::vector<float> angles = {87.0f,  89.0f,  89.9f,  89.99f, 90.0f,
+                                 90.1f,  120.0f, 179.0f, 180.0f, 270.0f,
+                                 450.0f, -89.9f, -90.0f, 1e30f,  std::numeric_limits<float>::max()};
     angles.push_back(std::numeric_limits<float>::quiet_NaN());
     angles.push_back(std::numeric_limits<float>::infinity());
     for (int i = 0; i < 30; ++i) {
         angles.push_back(random.real(70.0f, 290.0f));
     }
-    for (const float angle : angles) {
-        for (const cv::Size& size : {cv::Size(1, 1), cv::Size(17, 9), cv::Size(40, 30), cv::Size(5, 60)}) {
-            guarded_image guarded(random.image(size), random);
-            cv::Mat output;
-            try {
-                shipped(guarded.view(), output, angle);
-            } catch (const std::exception&) {
-                // The worker takes any of the standard's exceptions for a failed turn.
-            }
-            ASSERT_TRUE(guarded.guards_are_untouched()) << size << " at " << angle;
+    return angles;
+}
+
+void compare_at_degenerate_angles(shipped_projection shipped, reference_projection plain)
+{
+    random_input random;
+    for (const float angle : degenerate_angles(random)) {
+        for (const cv::Size& size : {cv::Size(1, 1), cv::Size(17, 9), cv::Size(40, 30), cv::Size(5, 60),
+                                     cv::Size(33, 64), cv::Size(64, 33)}) {
+            ASSERT_NO_FATAL_FAILURE(compare_with_reference(random, size, angle, shipped, plain));
         }
     }
+}
+
+// The reference, with targets left of and above the image passed over: there are some at degenerate angles.
+cv::Mat clipped_cylinder(const cv::Mat& image, float angle)
+{
+    const auto w = static_cast<float>(image.cols);
+    const auto f = static_cast<float>(std::cos(tarn::radians_from_degrees(angle)) * static_cast<double>(w + w));
+    const float cx = 0.5f * w;
+    const float cy = 0.5f * static_cast<float>(image.rows);
+    cv::Mat buffer = cv::Mat::zeros(image.size(), CV_8UC3);
+    int width = 0;
+    for (int i = 0; i < image.rows; ++i) {
+        for (int j = 0; j < image.cols; ++j) {
+            const float x = static_cast<float>(j) - cx;
+            const float y = static_cast<float>(i) - cy;
+            const float x1 = f * std::atan(x / f) + f * std::atan(cx / f);
+            const float y1 = cy + f * y / std::sqrt(x * x + f * f);
+            const cv::Point place(tarn::truncate_to_int(x1 + 0.5), tarn::truncate_to_int(y1 + 0.5));
+            width = std::max(width, place.x);
+            if (cv::Rect(cv::Point(), image.size()).contains(place)) {
+                buffer.at<cv::Vec3b>(place) = image.at<cv::Vec3b>(i, j);
+            }
+        }
+    }
+    return buffer(cv::Rect(0, 0, width, image.rows));
 }
 
 TEST(CylindricalProjection, EqualsReferenceOnViewsOfAllSmallSizes)
@@ -435,9 +460,27 @@ TEST(CylindricalProjection, EqualsReferenceOnLargerImages)
     compare_larger_sizes(cylindrical_projection, reference::cylindrical_projection);
 }
 
-TEST(CylindricalProjection, DegenerateAnglesAreSafe)
+TEST(CylindricalProjection, EqualsClippedReferenceAtDegenerateAngles)
 {
-    try_degenerate_angles(cylindrical_projection);
+    compare_at_degenerate_angles(cylindrical_projection, clipped_cylinder);
+}
+
+TEST(CylindricalProjection, EqualsReferenceWhereRowsBendSteeply)
+{
+    // Hundreds of target rows in one source row, many of them skipped from one column to the next.
+    random_input random;
+    for (int i = 0; i < 20; ++i) {
+        const cv::Size size(random.integer(2, 60), random.integer(100, 400));
+        compare_with_reference(random, size, random.real(60.0f, 89.9f), cylindrical_projection,
+                               reference::cylindrical_projection);
+    }
+}
+
+TEST(CylindricalProjection, EqualsReferenceOnWideAndHighImages)
+{
+    random_input random;
+    compare_with_reference(random, {6001, 40}, 7.0f, cylindrical_projection, reference::cylindrical_projection);
+    compare_with_reference(random, {40, 6001}, 7.0f, cylindrical_projection, reference::cylindrical_projection);
 }
 
 TEST(SphericalProjection, EqualsReferenceOnViewsOfAllSmallSizes)
@@ -457,9 +500,9 @@ TEST(SphericalProjection, SquaresOfDistancesAreMadeInSinglePrecision)
     compare_with_reference(random, {9001, 150}, 0.0f, SphericalProjection, reference::SphericalProjection);
 }
 
-TEST(SphericalProjection, DegenerateAnglesAreSafe)
+TEST(SphericalProjection, EqualsReferenceAtDegenerateAngles)
 {
-    try_degenerate_angles(SphericalProjection);
+    compare_at_degenerate_angles(SphericalProjection, reference::SphericalProjection);
 }
 
 }  // namespace

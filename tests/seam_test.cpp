@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // Retouching the preview along a frame's edges.
+#include <cmath>
 #include <limits>
 #include <sstream>
 #include <vector>
@@ -274,6 +275,55 @@ TEST(OptimizeSeam, EqualsReferenceOnImagesOfPreviewSize)
         optimizeSeam(source, destination, corners);
         ASSERT_TRUE(same_pixels(expected, destination)) << text_of(corners);
     }
+}
+
+// Whether a pixel is on a band, by the definition alone.
+bool is_on_band(const corners_t& p, int x, int y)
+{
+    for (size_t i = 0; i < 4; ++i) {
+        const cv::Point2f& a = p[i];
+        const cv::Point2f& b = p[(i + 1) % 4];
+        const LinePara line = reference::getLinePara(a.x, a.y, b.x, b.y);
+        const float k2 = std::sqrt(line.k * line.k + 1.0f);
+        if (reference::point_2_line(line.k, line.b, k2, static_cast<float>(x), static_cast<float>(y)) < 10.0f) {
+            return true;
+        }
+    }
+    return false;
+}
+
+TEST(OptimizeSeam, BandsAreTheDefinitionsForAnyCorners)
+{
+    // Corners anywhere: lines level and nearly so, upright, so steep or far that the arithmetic overflows or loses
+    // every digit. What lies outside of the images is clipped.
+    random_input random;
+    int on_band = 0;
+    for (int i = 0; i < 6000; ++i) {
+        const cv::Size size(random.integer(1, 70), random.integer(1, 20));
+        corners_t corners = random.any_quadrilateral(size);
+        if (random.one_in(3)) {
+            corners[1].y = corners[0].y + random.real(-1e-4f, 1e-4f);
+        }
+        if (random.one_in(3)) {
+            corners[2].x = corners[1].x + random.real(-1e-4f, 1e-4f);
+        }
+        const auto& p = corners;
+        const int left = tarn::truncate_to_int(reference::min_axis({p[0].x, p[1].x, p[2].x, p[3].x}));
+        const int right = tarn::truncate_to_int(reference::max_axis({p[0].x, p[1].x, p[2].x, p[3].x}));
+        const int top = tarn::truncate_to_int(reference::min_axis({p[0].y, p[1].y, p[2].y, p[3].y}));
+        const int bottom = tarn::truncate_to_int(reference::max_axis({p[0].y, p[1].y, p[2].y, p[3].y}));
+        const cv::Mat result = seamed(size.width, size.height, corners);
+        for (int y = 0; y < size.height; ++y) {
+            for (int x = 0; x < size.width; ++x) {
+                const bool is_taken =
+                    x >= left && x < right && y >= top && y < bottom && is_on_band(corners, x, y);
+                on_band += is_taken ? 1 : 0;
+                ASSERT_EQ(result.at<cv::Vec3b>(y, x), is_taken ? source_colour : destination_colour)
+                    << "(" << x << ", " << y << ")" << text_of(corners);
+            }
+        }
+    }
+    EXPECT_GT(on_band, 10000);
 }
 
 TEST(OptimizeSeam, BoxReachingOutsideTheImagesIsPassedOverThere)
