@@ -15,7 +15,8 @@
 /// Whether a mapped frame is plausible: convex in whole pixels, its edges not tilted by more than
 /// `angle_thresh` degrees, and covering at least the fraction `area_thresh` of the frame's own rectangle.
 ///
-/// @param corners       the mapped frame; an empty list is not convex and gives false
+/// @param corners       the mapped frame; fewer than four corners give false. Convexity and area are those of the
+///                      polygon through all of them, the tilts those of the first four.
 /// @param frame         the frame itself; only its size is used. A frame without pixels passes the area test.
 /// @param area_thresh   0 to 1
 /// @param angle_thresh  degrees; both comparisons with it are strict, and a NaN tilt passes
@@ -27,7 +28,7 @@ bool is_good_homo(const std::vector<cv::Point2f>& corners, const cv::Mat& frame,
 bool is_convex(const std::vector<cv::Point2f>& corners);
 
 /// Signed angle at `c` from the ray towards `pt1` to the ray towards `pt2`, in degrees, -180 to 180, positive
-/// from +x towards +y. 0 for coincident points. Reads only.
+/// from +x towards +y. 0 where pt1 and pt2 coincide; a ray without length counts as one towards +y. Reads only.
 float angle_of_two_vector(cv::Point2f& pt1, cv::Point2f& pt2, cv::Point2f& c);
 
 /// Tilt of the less level of the two horizontal edges, in degrees, 0 (level) to 90 (upright). NaN when edge 0-1
@@ -56,7 +57,8 @@ float min_axis(std::vector<float> input_list);
 /// The largest element of a list that is not empty. A NaN in front stays the result, a later one is ignored.
 float max_axis(std::vector<float> input_list);
 
-/// Twice the signed area of the triangle c, a, b; positive when the turn from a to b about c leads from +x towards +y.
+/// Twice the signed area of the triangle c, a, b; positive when the turn from a to b about c leads from +x
+/// towards +y.
 float cross(cv::Point2f a, cv::Point2f b, cv::Point2f c);
 
 /// The point in which the line a-b meets the line c-d. Parallel lines give infinite or NaN coordinates.
