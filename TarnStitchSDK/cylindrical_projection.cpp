@@ -49,11 +49,11 @@ struct cylinder {
         return size.empty() ? 0 : std::max(0, *std::max_element(target_column.begin(), target_column.end()));
     }
 
-    // Whether no column leaves the image and each row bends evenly: the more, the farther from the axis. Rounding
-    // keeps an order, so that this holds to the last bit. Degenerate angles fail.
+    // Whether no column leaves the image. Then each row bends evenly, the more, the farther from the axis:
+    // rounding keeps an order, so that this holds to the last bit. Degenerate angles may fail.
     bool bends_evenly() const
     {
-        return f > 0.0f && size.width < exact_as_float
+        return size.width < exact_as_float
                && std::all_of(target_column.begin(), target_column.end(),
                               [this](int column) { return column >= 0 && column < size.width; });
     }

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// The cross-fade along an outline: which points of the outline count, where each of their fades leads, and the fades
-// themselves, of neighbouring points together where they lead to the same side.
+// The cross-fade along an outline: which points of the outline count, where each of their fades leads, and the
+// fades themselves, of neighbouring points together where they lead to the same side.
 #include <algorithm>
 #include <array>
 #include <cstdint>
@@ -157,9 +157,9 @@ std::vector<outline_point> points_inside(const contour_t& contour, const cv::Mat
     return points;
 }
 
-// Lets each fade lead across the outline to the side on which the two images' gray values differ more over two pixels.
-// Where they differ equally on both sides, it leads where the one before does. Gray values are made for these pixels
-// alone.
+// Lets each fade lead across the outline to the side on which the two images' gray values differ more over two
+// pixels. Where they differ equally on both sides, it leads where the one before does. Gray values are made for
+// these pixels alone.
 void decide_sides(std::vector<outline_point>& points, const cv::Mat& source, const cv::Mat& target)
 {
     constexpr std::array<int, 4> offsets = {1, 2, -1, -2};
@@ -290,8 +290,8 @@ public:
         std::reverse_copy(rising_.begin(), rising_.end(), falling_.begin());
     }
 
-    // Takes the source's pixels of neighbours in one row whose fades lead to the same side, and makes these fades.
-    // Only fades that lead up or down may be made together: others cross.
+    // Takes the source's pixels of neighbours in one row whose fades lead to the same side, and makes these
+    // fades. Only fades that lead up or down may be made together: others cross.
     void fade(const cv::Rect& points, side to)
     {
         const cv::Range columns(points.x, points.x + points.width);

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Motion of a frame between two positions (direction, distance), and straight lines. Pure functions; any thread.
+// Motion of a frame between two positions (direction, distance), and straight lines. Pure functions; any
+// thread.
 #pragma once
 
 #include <vector>
@@ -21,8 +22,8 @@ struct LinePara {
 /// | 1, 2 | vertical: mean y shift positive (down), or zero or negative (up)             |
 /// | 3, 4 | horizontal: mean x shift positive (right), or zero or negative (left)        |
 ///
-/// Both lists hold four corners at least, in the same order, in pixels. Reads only. A NaN in the mean shifts leads to
-/// the vertical codes, mostly 2.
+/// Both lists hold four corners at least, in the same order, in pixels. Reads only. A NaN in the mean shifts
+/// leads to the vertical codes, mostly 2.
 int get_direction(std::vector<cv::Point2f>& frame_corners, std::vector<cv::Point2f>& transpose_corners);
 
 /// Euclidean distance in pixels between the first points of two lists, which must not be empty. Reads only.

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Sixteen neighbours of a CV_8UC3 row at a time, as sets of pixels: for kernels that decide pixel by pixel, mostly the
-// same for all of a block.
+// Sixteen neighbours of a CV_8UC3 row at a time, as sets of pixels: for kernels that decide pixel by pixel,
+// mostly the same for all of a block.
 #pragma once
 
 #include <cstdint>

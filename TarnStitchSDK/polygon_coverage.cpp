@@ -51,9 +51,9 @@ struct polygon_edge {
     }
 };
 
-// Whether the whole polygon lies to the left or right of the image, judged by the ends of its edges. This decides
-// for more than speed: with an end that wrapped around, cv::fillPoly leaves polygons unfilled that do reach
-// into the image.
+// Whether the whole polygon lies to the left or right of the image, judged by the ends of its edges. This
+// decides for more than speed: with an end that wrapped around, cv::fillPoly leaves polygons unfilled that do
+// reach into the image.
 bool is_beside(const std::vector<polygon_edge>& edges, cv::Size size)
 {
     std::int64_t x_min = std::numeric_limits<std::int64_t>::max();

@@ -10,8 +10,8 @@
 
 namespace tarn {
 
-/// The number of pixels that cv::fillPoly (one polygon, 8-connected lines, no fractional bits, no offset) sets in
-/// an empty mask: the polygon's outline and what the even-odd rule puts inside it.
+/// The number of pixels that cv::fillPoly (one polygon, 8-connected lines, no fractional bits, no offset) sets
+/// in an empty mask: the polygon's outline and what the even-odd rule puts inside it.
 ///
 /// cv::fillPoly walks down from the polygon's topmost row, wherever that is: seconds for a corner two thousand
 /// million rows above the image. Here the time depends on the image's size and the number of corners only.

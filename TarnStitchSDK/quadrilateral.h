@@ -15,8 +15,8 @@
 /// Whether a mapped frame is plausible: convex in whole pixels, its edges not tilted by more than
 /// `angle_thresh` degrees, and covering at least the fraction `area_thresh` of the frame's own rectangle.
 ///
-/// @param corners       the mapped frame; fewer than four corners give false. Convexity and area are those of the
-///                      polygon through all of them, the tilts those of the first four.
+/// @param corners       the mapped frame; fewer than four corners give false. Convexity and area are those of
+///                      the polygon through all of them, the tilts those of the first four.
 /// @param frame         the frame itself; only its size is used. A frame without pixels passes the area test.
 /// @param area_thresh   0 to 1
 /// @param angle_thresh  degrees; both comparisons with it are strict, and a NaN tilt passes
@@ -47,8 +47,8 @@ void calc_angles();
 
 /// Intersection over union of the axis-aligned bounding boxes of two quadrilaterals, in whole pixels.
 ///
-/// The extents of the intersection are not clamped at zero: boxes apart in one axis give a negative ratio, boxes
-/// apart in both give a positive one. 0 when the union is empty.
+/// The extents of the intersection are not clamped at zero: boxes apart in one axis give a negative ratio,
+/// boxes apart in both give a positive one. 0 when the union is empty.
 float single_box_iou(std::vector<cv::Point2f> pts1, std::vector<cv::Point2f> pts2);
 
 /// The smallest element of a list that is not empty. A NaN in front stays the result, a later one is ignored.

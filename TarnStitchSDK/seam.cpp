@@ -21,8 +21,8 @@ using tarn::pixel_set;
 
 constexpr float seam_band_half_width = 10.0f;  // px
 
-// The first column of a range at which a condition fails that holds up to some column and nowhere behind it. The guess
-// is tried before the search: a good one saves time, a bad one or NaN changes nothing else.
+// The first column of a range at which a condition fails that holds up to some column and nowhere behind it.
+// The guess is tried before the search: a good one saves time, a bad one or NaN changes nothing else.
 template <typename Condition>
 int first_failing(cv::Range range, double guess, Condition condition)
 {
@@ -45,8 +45,8 @@ int first_failing(cv::Range range, double guess, Condition condition)
     return range.start;
 }
 
-// The band along the line through an edge: the pixels whose point_2_line is less than seam_band_half_width. The whole
-// line counts, not the edge's segment.
+// The band along the line through an edge: the pixels whose point_2_line is less than seam_band_half_width. The
+// whole line counts, not the edge's segment.
 class seam_band {
 public:
     seam_band(const cv::Point2f& from, const cv::Point2f& to)
@@ -64,16 +64,12 @@ public:
         while (std::nextafter(limit_, 0.0f) / k2 >= seam_band_half_width) {
             limit_ = std::nextafter(limit_, 0.0f);
         }
-        is_anywhere_ = std::isfinite(k_) && std::isfinite(b_);  // otherwise distances are infinite or NaN
     }
 
-    // The columns of a row that are near, all of them neighbours: k x + b - y rises or falls along a row, and rounding
-    // keeps an order.
+    // The columns of a row that are near, all of them neighbours: k x + b - y rises or falls along a row, and
+    // rounding keeps an order. Where k or b is infinite or NaN, so is every distance, and there are none.
     cv::Range columns(cv::Range range, int row) const
     {
-        if (!is_anywhere_) {
-            return {range.start, range.start};
-        }
         const auto y = static_cast<float>(row);
         const float rising = k_ < 0.0f ? -1.0f : 1.0f;
         const auto rising_offset = [&](int column) {
@@ -94,7 +90,6 @@ private:
     float k_;
     float b_;
     float limit_;  // the least |k x + b - y| that is not near
-    bool is_anywhere_;
 };
 
 void copy_pixels(const uchar* source, uchar* destination, pixel_set which)
@@ -112,7 +107,8 @@ void copy_pixels(const uchar* source, uchar* destination, pixel_set which)
 
 enum class where { everywhere, where_empty };
 
-// Takes the pixels of some columns from the source unless they are empty, everywhere or where the destination is.
+// Takes the pixels of some columns from the source unless they are empty: everywhere, or where the destination
+// is empty.
 template <where place>
 void take(const uchar* source, uchar* destination, cv::Range columns)
 {

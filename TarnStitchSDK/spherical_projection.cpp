@@ -51,8 +51,8 @@ struct source_points {
     {
     }
 
-    // The lengths of the rows at a distance from the middle one. Columns as far to the left and right of the middle
-    // one share theirs.
+    // The lengths of the rows at a distance from the middle one. Columns as far to the left and right of the
+    // middle one share theirs.
     void measure(const sphere& map, int distance)
     {
         const auto ddy = static_cast<float>(distance);
@@ -81,8 +81,8 @@ struct source_points {
 };
 
 // One pixel by itself: the weighted mean of a source pixel and its right, lower and lower right neighbours. The
-// products of the weights are made in double precision, except the last; the sum is made in single precision and
-// truncated. False, and nothing written, where the source does not reach.
+// products of the weights are made in double precision, except the last; the sum is made in single precision
+// and truncated. False, and nothing written, where the source does not reach.
 bool sample(const cv::Mat& source, float point_x, float point_y, cv::Vec3b& target)
 {
     const int left = tarn::truncate_to_int(point_x);
@@ -118,9 +118,10 @@ cv::v_float32x4 channel(const words& pixels)
     return cv::v_cvt_f32(cv::v_reinterpret_as_s32(bytes));
 }
 
-// The same for four pixels side by side, and a zero byte behind them. False, and nothing written, unless all of them
-// come from at least one pixel inside the source. There the weights can be made in single precision: 1 - dx and
-// 1 - dy are floats, and the double product of two floats, narrowed, is their product in single precision.
+// The same for four pixels side by side, and a zero byte behind them. False, and nothing written, unless all of
+// them come from at least one pixel inside the source. There the weights can be made in single precision:
+// 1 - dx and 1 - dy are floats, and the double product of two floats, narrowed, is their product in single
+// precision.
 bool sample_four(const cv::Mat& source, const float* point_x, const float* point_y, uchar* target)
 {
     const cv::v_float32x4 x = cv::v_load(point_x);

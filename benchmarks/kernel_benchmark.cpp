@@ -183,8 +183,8 @@ void add_in_place(const rival& what, Make make_inputs, Plain plain, Kernel kerne
     }
 }
 
-// A preview to which a frame has been added at its right end: the box of the frame was pasted, black corners and
-// all, and the panorama as it was ends in the middle of the box.
+// A preview to which a frame has been added at its right end: the box of the frame was pasted, black corners
+// and all, and the panorama as it was ends in the middle of the box.
 void make_seam(pair_inputs& inputs, cv::Size frame, const std::vector<cv::Point2f>& corners, bool dark)
 {
     const cv::Size size(frame.width * 2, frame.height + frame.height / 8);

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// The program around the rivals: runs them interleaved in random order, several times each, and writes one table
-// with, for each rival, the median over the repetitions, their interquartile range in percent of it, the least, and
-// how many times as fast as the first rival of its subject and input it is by the medians.
+// The program around the rivals: runs them interleaved in random order, several times each, and writes one
+// table with, for each rival, the median over the repetitions, their interquartile range in percent of it, the
+// least, and how many times as fast as the first rival of its subject and input it is by the medians.
 //
 //     PROGRAM [--table=PATH] [options of Google Benchmark]
 //
@@ -225,7 +225,8 @@ std::string table_path(std::vector<char*>& arguments)
 
 int run_all(int argc, char* argv[])
 {
-    // What a command line does not set otherwise. Rivals in turn: a slow minute of the machine meets all of them.
+    // What a command line does not set otherwise. Rivals in turn: a slow minute of the machine meets all of
+    // them.
     static std::array<std::string, 3> defaults = {"--benchmark_repetitions=15", "--benchmark_min_time=0.05",
                                                   "--benchmark_enable_random_interleaving=true"};
     std::vector<char*> arguments = {argv[0]};

@@ -389,8 +389,8 @@ TEST(FillContours, FadeIsCutOffAtTheImagesEdge)
 
 TEST(FillContours, DifferencesAreThoseBeforeTheFirstFade)
 {
-    // The gray images are made once: what an earlier point has changed does not count for a later one. The first
-    // pass fades rows 61 and on towards the frame; the second decides as if it had not.
+    // The gray images are made once: what an earlier point has changed does not count for a later one. The
+    // first pass fades rows 61 and on towards the frame; the second decides as if it had not.
     cv::Mat target = gray_image(near_gray);
     target.rowRange(61, side).setTo(cv::Scalar::all(far_gray));
     contour_t twice = horizontal_outline(60, 20, 90);

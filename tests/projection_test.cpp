@@ -488,6 +488,25 @@ TEST(SphericalProjection, EqualsReferenceOnViewsOfAllSmallSizes)
     compare_all_small_sizes(SphericalProjection, reference::SphericalProjection);
 }
 
+TEST(SphericalProjection, SourceIsNotReadBeyondItsEnd)
+{
+    // Buffers that end with the last pixel: a sanitizer sees what is read behind it.
+    random_input random;
+    for (int i = 0; i < 200; ++i) {
+        const cv::Size size(random.integer(2, 70), random.integer(2, 30));
+        std::vector<uchar> bytes(static_cast<size_t>(size.area()) * 3, 9);
+        const cv::Mat image(size, CV_8UC3, bytes.data());
+        const float angle = random.real(0.0f, 30.0f);
+        const std::optional<cv::Mat> expected =
+            result_of([&] { return reference::SphericalProjection(image, angle); });
+        const std::optional<cv::Mat> actual = result_of([&] { return spherical(image, angle); });
+        ASSERT_EQ(actual.has_value(), expected.has_value()) << size << " at " << angle;
+        if (expected) {
+            ASSERT_TRUE(same_pixels(*expected, *actual)) << size << " at " << angle;
+        }
+    }
+}
+
 TEST(SphericalProjection, EqualsReferenceOnLargerImages)
 {
     compare_larger_sizes(SphericalProjection, reference::SphericalProjection);

@@ -294,8 +294,8 @@ bool is_on_band(const corners_t& p, int x, int y)
 
 TEST(OptimizeSeam, BandsAreTheDefinitionsForAnyCorners)
 {
-    // Corners anywhere: lines level and nearly so, upright, so steep or far that the arithmetic overflows or loses
-    // every digit. What lies outside of the images is clipped.
+    // Corners anywhere: lines level and nearly so, upright, so steep or far that the arithmetic overflows or
+    // loses every digit. What lies outside of the images is clipped.
     random_input random;
     int on_band = 0;
     for (int i = 0; i < 6000; ++i) {

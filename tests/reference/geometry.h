@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// The geometry of the library once more, each function as the plainest transcription of its definition: what the
-// shipped ones must agree with to the last bit. The names are the same, the namespace is another one.
+// The geometry of the library once more, each function as the plainest transcription of its definition: what
+// the shipped ones must agree with to the last bit. The names are the same, the namespace is another one.
 //
 // Where a definition converts a float to an int, tarn::truncate_to_int says what comes of a value out of range;
 // where it subtracts two such ints, tarn::wrapping_difference.
