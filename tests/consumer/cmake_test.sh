@@ -1,0 +1,16 @@
+#!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
+#
+# A CMake project builds against the installed package and stitches a sample.
+# usage: cmake_test.sh PREFIX KIND DIRECTORY
+# shellcheck source=tests/consumer/lib.sh
+source "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
+
+rm -rf "$3"
+quietly cmake -S "$(dirname "${BASH_SOURCE[0]}")/cmake" -B "$3" -DCMAKE_PREFIX_PATH="$1" -DCONSUMER_WAY=package \
+  -DCONSUMER_KIND="$2" -DCMAKE_BUILD_TYPE=Release
+quietly cmake --build "$3"
+quietly "$3/library_only"
+links_library "$3/library_only" "$2"
+links_library "$3/sweep" "$2"
+stitches "$3/sweep" "$3"

@@ -1,0 +1,20 @@
+#!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
+#
+# Each installed header compiles alone, with warnings as errors.
+# usage: headers_test.sh PREFIX
+# shellcheck source=tests/consumer/lib.sh
+source "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
+
+export PKG_CONFIG_PATH
+PKG_CONFIG_PATH=$(dirname "$(find "$1" -name tarn_stitch.pc)")
+# A host's own warnings do not concern OpenCV's headers.
+read -r -a flags <<<"$(pkg-config --cflags tarn_stitch | sed -E 's/-I([^ ]*opencv)/-isystem \1/g')"
+headers=0
+for header in "$1"/include/TarnStitchSDK/*.h; do
+  printf '#include <TarnStitchSDK/%s>\n' "$(basename "$header")" \
+    | "${CXX:-c++}" -std=c++17 -Wall -Wextra -Wpedantic -Werror -fsyntax-only "${flags[@]}" -x c++ -
+  headers=$((headers + 1))
+done
+echo "$headers headers"
+((headers > 0))
