@@ -4,7 +4,6 @@
 // the variables of the interface, of which there must be one set.
 #include <iostream>
 #include <memory>
-
 #include <TarnStitchSDK/tarn_stitch_jni.h>
 
 namespace {

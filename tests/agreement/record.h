@@ -1,0 +1,57 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// What a processor computed, written down as text: one line for each kernel or stage.
+//
+//   exact NAME DIGEST        must be the same on every processor
+//   library NAME VALUE…      depends on the image library, which may compute differently on another processor
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include <opencv2/core.hpp>
+
+namespace tarn::test {
+
+/// A 64-bit digest (FNV-1a) of a sequence of results.
+class digest {
+public:
+    void add(int value);
+    /// By its bits. The sign and the payload of a NaN are the processor's own, so all of them count as one.
+    void add(float value);
+    void add(const cv::Point2f& point);
+    void add(const std::vector<cv::Point2f>& points);
+    /// Size, type and every byte.
+    void add(const cv::Mat& image);
+    void add_bytes(const void* bytes, std::size_t count);
+
+    std::string text() const;
+
+private:
+    std::uint64_t state_ = 14695981039346656037U;
+};
+
+/// Writes the line of a kernel to standard output.
+void write_exact(const std::string& name, const digest& results);
+
+/// Writes the line of a stage to standard output.
+void write_library(const std::string& name, const std::vector<double>& values);
+
+/// All kernels and helpers, over random input of a fixed seed.
+void write_kernel_digests();
+
+/// The stages of the live path and of a worker that are the image library's, each on the same input on every
+/// processor, as far as that can be had: frames of a sample.
+void write_library_stages();
+
+/// Compares two records line by line and reports to standard output.
+/// @returns whether the records have the same lines, and all exact ones agree
+bool compare_records(const std::string& one, const std::string& other);
+
+/// Compares two image files and reports to standard output: sizes, and the differences of the bytes where both
+/// images have some.
+/// @returns whether both can be read and their sizes differ by no more than `tolerance` pixels
+bool compare_images(const std::string& one, const std::string& other, int tolerance);
+
+}  // namespace tarn::test
