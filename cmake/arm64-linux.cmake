@@ -21,13 +21,14 @@ set(tarn_arm64_library_directories
     "${TARN_ARM64_SYSROOT}/usr/lib/aarch64-linux-gnu"
     "${TARN_ARM64_SYSROOT}/usr/lib/aarch64-linux-gnu/blas"
     "${TARN_ARM64_SYSROOT}/usr/lib/aarch64-linux-gnu/lapack"
-    "${TARN_ARM64_SYSROOT}/usr/lib/aarch64-linux-gnu/pulseaudio")
+    "${TARN_ARM64_SYSROOT}/usr/lib")
 list(JOIN tarn_arm64_library_directories ":" tarn_arm64_library_path)
 set(CMAKE_EXE_LINKER_FLAGS_INIT "-Wl,-rpath-link,${tarn_arm64_library_path}")
 set(CMAKE_SHARED_LINKER_FLAGS_INIT "-Wl,-rpath-link,${tarn_arm64_library_path}")
 
 find_program(TARN_QEMU NAMES qemu-aarch64-static qemu-aarch64)
 if(TARN_QEMU)
-  set(CMAKE_CROSSCOMPILING_EMULATOR "${TARN_QEMU}" -L "${TARN_ARM64_SYSROOT}" -E
-                                    "LD_LIBRARY_PATH=${tarn_arm64_library_path}")
+  set(CMAKE_CROSSCOMPILING_EMULATOR
+      "${TARN_QEMU};-L;${TARN_ARM64_SYSROOT};-E;LD_LIBRARY_PATH=${tarn_arm64_library_path}"
+      CACHE STRING "What runs a program of the other architecture")
 endif()

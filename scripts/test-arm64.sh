@@ -12,8 +12,6 @@ source "$(dirname "${BASH_SOURCE[0]}")/lib/common.sh"
 # shellcheck source=scripts/lib/arm64.sh
 source "$root/scripts/lib/arm64.sh"
 
-sample=samples/hall_slide.mp4
-
 need_packages "${build_packages[@]}" "${test_packages[@]}" g++-aarch64-linux-gnu qemu-user-static
 for program in aarch64-linux-gnu-g++ qemu-aarch64-static; do
   command -v "$program" >/dev/null || fail "$program is missing."
@@ -43,24 +41,27 @@ on_arm build/arm64/tests/symbols/interface_names
 on_arm build/arm64/tests/link_order/link_order_shared_library library-first
 on_arm build/arm64/tests/link_order/link_order_hidden_host library-first
 
-mkdir -p out/arm64
+rm -rf out/arm64
+mkdir -p out/arm64/frames
 failed=()
 
 say "Comparing kernels and stages"
-build/release/tests/agreement/processor_agreement record >out/arm64/here.txt
-on_arm build/arm64/tests/agreement/processor_agreement record >out/arm64/arm64.txt
-build/release/tests/agreement/processor_agreement compare out/arm64/here.txt out/arm64/arm64.txt \
+agreement=tests/agreement/processor_agreement
+build/release/$agreement frames out/arm64/frames
+build/release/$agreement record out/arm64/frames >out/arm64/here.txt
+on_arm build/arm64/$agreement record out/arm64/frames >out/arm64/arm64.txt
+build/release/$agreement compare out/arm64/here.txt out/arm64/arm64.txt \
   | tee out/arm64/report.txt || failed+=("the kernels")
 
-say "Comparing a sweep, $sample"
+say "Comparing a sweep"
 sweep() {
-  "$@" "$sample" --workers 1 -o "out/arm64/$name.jpg" --preview "out/arm64/$name-preview.png"
+  "$@" out/arm64/frames --workers 1 -o "out/arm64/$name.jpg" --preview "out/arm64/$name-preview.png"
 }
 name=here sweep build/release/apps/tarnstitch/tarnstitch
 name=arm64 sweep on_arm build/arm64/apps/tarnstitch/tarnstitch
 for ending in -preview.png .jpg; do
   printf '%s: ' "${ending#-}"
-  build/release/tests/agreement/processor_agreement images "out/arm64/here$ending" "out/arm64/arm64$ending" 8 \
+  build/release/$agreement images "out/arm64/here$ending" "out/arm64/arm64$ending" 8 \
     | tee -a out/arm64/report.txt || failed+=("the sweep's $ending")
 done
 

@@ -67,7 +67,7 @@ void write_pixel_kernels()
         cv::Mat target = random.image(size);
         std::vector<std::vector<cv::Point>> contours(1);
         for (int i = random.integer(0, 60); i > 0; --i) {
-            contours[0].emplace_back(random.integer(-5, size.width + 5), random.integer(-5, size.height + 5));
+            contours[0].push_back({random.integer(-5, size.width + 5), random.integer(-5, size.height + 5)});
         }
         fill_contours(contours, source, target);
         results.add(target);
@@ -140,7 +140,7 @@ void write_geometry()
         const std::vector<cv::Point2f> one = any_corners(random);
         results.add(single_box_iou(one, any_corners(random)));
     });
-    write("min_axis and max_axis", 5000, [](random_input& random, digest& results) {
+    write("min_axis,max_axis", 5000, [](random_input& random, digest& results) {
         std::vector<float> list;
         for (int i = random.integer(1, 9); i > 0; --i) {
             list.push_back(random.any_float(100));
@@ -170,7 +170,7 @@ void write_motion()
         std::vector<cv::Point2f> to = random.quadrilateral({300, 200});
         results.add(get_move_distance(from, to));
     });
-    write("getLinePara and point_2_line", 20000, [](random_input& random, digest& results) {
+    write("getLinePara,point_2_line", 20000, [](random_input& random, digest& results) {
         const std::vector<cv::Point2f> points = random.any_quadrilateral({300, 200});
         LinePara line{};
         getLinePara(points[0].x, points[0].y, points[1].x, points[1].y, line);
@@ -181,7 +181,7 @@ void write_motion()
     write("truncate_to_int", 20000, [](random_input& random, digest& results) {
         results.add(truncate_to_int(static_cast<double>(random.any_float(1000))));
     });
-    write("measure_shape and choose_projection", 5000, [](random_input& random, digest& results) {
+    write("measure_shape,choose_projection", 5000, [](random_input& random, digest& results) {
         std::vector<float> angles;
         std::vector<float> scales;
         for (int i = 0; i < 4; ++i) {
@@ -192,8 +192,9 @@ void write_motion()
         results.add(shape.min_h_angle);
         results.add(shape.min_v_angle);
         results.add(shape.mean_scale);
-        results.add(static_cast<int>(
-            choose_projection(shape, random.integer(0, 4), random.integer(1, 3), random.one_in(2))));
+        const int direction = random.integer(0, 4);
+        const int index = random.integer(1, 3);
+        results.add(static_cast<int>(choose_projection(shape, direction, index, random.one_in(2))));
     });
 }
 

@@ -2,6 +2,7 @@
 //
 // What the image library computes for a sweep, stage by stage, on frames of a sample.
 #include <opencv2/calib3d.hpp>
+#include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
 #include <opencv2/video/tracking.hpp>
 
@@ -61,7 +62,7 @@ void write_live_stages(const cv::Mat& first, const cv::Mat& second)
         cv::resize(frames[i], small[i], cv::Size(), scale, scale, cv::INTER_LINEAR_EXACT);
         cv::cvtColor(small[i], gray[i], cv::COLOR_BGR2GRAY);
     }
-    write_library("decoded_frame", image_values(first));
+    write_library("frame", image_values(first));
     write_library("resize", image_values(small[0]));
     write_library("gray", image_values(gray[0]));
 
@@ -106,15 +107,28 @@ void write_worker_stages(const cv::Mat& first, const cv::Mat& second)
 
 }  // namespace
 
-void write_library_stages()
+bool write_frames(const std::string& directory)
 {
     const std::vector<cv::Mat>& frames = sample_video("parking_pan.mp4");
-    if (frames.size() < 12) {
-        write_library("sample_cannot_be_read", {});
-        return;
+    bool written = !frames.empty();
+    for (std::size_t i = 0; i < frames.size(); ++i) {
+        const std::string number = std::to_string(1000 + i);
+        written = cv::imwrite(directory + "/frame" + number + ".png", frames[i]) && written;
     }
-    write_live_stages(frames[0], frames[2]);
-    write_worker_stages(frames[0], frames[11]);
+    return written;
+}
+
+bool write_library_stages(const std::string& directory)
+{
+    const cv::Mat first = cv::imread(directory + "/frame1000.png");
+    const cv::Mat next_but_one = cv::imread(directory + "/frame1002.png");
+    const cv::Mat next_key_frame = cv::imread(directory + "/frame1011.png");
+    if (first.empty() || next_but_one.empty() || next_key_frame.empty()) {
+        return false;
+    }
+    write_live_stages(first, next_but_one);
+    write_worker_stages(first, next_key_frame);
+    return true;
 }
 
 }  // namespace tarn::test

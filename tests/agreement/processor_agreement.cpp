@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// processor_agreement record                     writes what this processor computes
+// processor_agreement frames DIRECTORY           writes the frames that both processors are to work on
+// processor_agreement record DIRECTORY           writes what this processor computes, on those frames and others
 // processor_agreement compare RECORD RECORD      compares two such texts; fails unless all exact lines agree
 // processor_agreement images IMAGE IMAGE [N]     compares two pictures; fails unless their sizes agree to N pixels
 #include <cstdlib>
@@ -14,10 +15,12 @@ int main(int argc, char* argv[])
 {
     using namespace tarn::test;
     const std::vector<std::string> words(argv + 1, argv + argc);
-    if (words.size() == 1 && words[0] == "record") {
+    if (words.size() == 2 && words[0] == "frames") {
+        return write_frames(words[1]) ? 0 : 1;
+    }
+    if (words.size() == 2 && words[0] == "record") {
         write_kernel_digests();
-        write_library_stages();
-        return 0;
+        return write_library_stages(words[1]) ? 0 : 1;
     }
     if (words.size() == 3 && words[0] == "compare") {
         return compare_records(words[1], words[2]) ? 0 : 1;
@@ -26,6 +29,7 @@ int main(int argc, char* argv[])
         const int tolerance = words.size() == 4 ? std::atoi(words[3].c_str()) : 0;
         return compare_images(words[1], words[2], tolerance) ? 0 : 1;
     }
-    std::cerr << "usage: processor_agreement record | compare RECORD RECORD | images IMAGE IMAGE [PIXELS]\n";
+    std::cerr << "usage: processor_agreement frames DIRECTORY | record DIRECTORY | compare RECORD RECORD | "
+                 "images IMAGE IMAGE [PIXELS]\n";
     return 2;
 }

@@ -10,8 +10,10 @@ program=$1
 rm -rf "$2"
 mkdir -p "$2"
 cd "$2"
-"$program" record >one
-"$program" record >two
+mkdir frames
+"$program" frames frames
+"$program" record frames >one
+"$program" record frames >two
 cmp one two
 "$program" compare one two >report
 grep -c '^agrees' report

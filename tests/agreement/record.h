@@ -41,9 +41,15 @@ void write_library(const std::string& name, const std::vector<double>& values);
 /// All kernels and helpers, over random input of a fixed seed.
 void write_kernel_digests();
 
-/// The stages of the live path and of a worker that are the image library's, each on the same input on every
-/// processor, as far as that can be had: frames of a sample.
-void write_library_stages();
+/// Writes the frames of a sample sweep into a directory, as frame1000.png and so on: a video is not decoded to the
+/// same pixels everywhere, a picture without losses is.
+/// @returns whether all could be written
+bool write_frames(const std::string& directory);
+
+/// The stages of the live path and of a worker that are the image library's, on frames that write_frames wrote. A
+/// stage's input is what the stage before gave on the same processor.
+/// @returns whether the frames can be read
+bool write_library_stages(const std::string& directory);
 
 /// Compares two records line by line and reports to standard output.
 /// @returns whether the records have the same lines, and all exact ones agree

@@ -32,7 +32,8 @@ random_input::random_input(std::uint64_t seed)
 {
 }
 
-// The standard library's distributions differ between platforms; these do not.
+// The standard library's distributions differ between platforms; these do not. Several numbers for one object are
+// drawn inside braces: the arguments of a call in parentheses are drawn in an order of the compiler's choice.
 int random_input::integer(int least, int most)
 {
     const auto count = static_cast<std::uint64_t>(std::int64_t{most} - least) + 1;
@@ -107,7 +108,7 @@ std::vector<cv::Point2f> random_input::quadrilateral(cv::Size size)
         if (is_any) {
             corner = {coordinate(size.width), coordinate(size.height)};
         } else {
-            corner += cv::Point2f(real(-0.2f, 0.2f) * w, real(-0.2f, 0.2f) * h);
+            corner += cv::Point2f{real(-0.2f, 0.2f) * w, real(-0.2f, 0.2f) * h};
         }
         if (is_whole) {
             corner = {std::floor(corner.x), std::floor(corner.y)};
@@ -147,8 +148,8 @@ cv::Mat random_input::image(cv::Size size)
 {
     cv::Mat result = noise(size, CV_8UC3);
     const int style = integer(0, 3);
-    const cv::Vec3b colour(static_cast<uchar>(integer(0, 255)), static_cast<uchar>(integer(0, 255)),
-                           static_cast<uchar>(integer(0, 255)));
+    const cv::Vec3b colour{static_cast<uchar>(integer(0, 255)), static_cast<uchar>(integer(0, 255)),
+                           static_cast<uchar>(integer(0, 255))};
     const int step_x = integer(0, 9);
     const int step_y = integer(0, 9);
     for (int y = 0; y < result.rows; ++y) {
@@ -169,7 +170,7 @@ cv::Mat random_input::image(cv::Size size)
         for (int count = integer(1, 3); count > 0; --count) {
             const int x = integer(0, size.width - 1);
             const int y = integer(0, size.height - 1);
-            const cv::Rect black(x, y, integer(1, size.width - x), integer(1, size.height - y));
+            const cv::Rect black{x, y, integer(1, size.width - x), integer(1, size.height - y)};
             result(black).setTo(cv::Scalar::all(0));
         }
     }
@@ -177,11 +178,11 @@ cv::Mat random_input::image(cv::Size size)
 }
 
 guarded_image::guarded_image(const cv::Mat& content, random_input& random)
-    : place_(random.integer(1, 19), random.integer(1, 3), content.cols, content.rows)
+    : place_{random.integer(1, 19), random.integer(1, 3), content.cols, content.rows}
 {
-    buffer_ = random.noise(cv::Size(place_.x + place_.width + random.integer(1, 19),
-                                    place_.y + place_.height + random.integer(1, 3)),
-                           content.type());
+    buffer_ = random.noise(
+        {place_.x + place_.width + random.integer(1, 19), place_.y + place_.height + random.integer(1, 3)},
+        content.type());
     untouched_ = buffer_.clone();
     view_ = buffer_(place_);
     content.copyTo(view_);
