@@ -6,6 +6,7 @@
 
 #include <opencv2/imgproc.hpp>
 
+#include "arc_tangent.h"
 #include "high_res_frame.h"
 #include "numeric.h"
 #include "polygon_coverage.h"
@@ -97,6 +98,46 @@ void write_pixel_kernels()
     });
 }
 
+std::vector<cv::Point2f> corners_of_any_kind(random_input& random)
+{
+    return random.one_in(3) ? random.any_quadrilateral({300, 200}) : random.quadrilateral({300, 200});
+}
+
+void write_angles()
+{
+    struct angle {
+        const char* name;
+        float (*of)(std::vector<cv::Point2f>& corners);
+    };
+
+    const angle angles[] = {
+        {"angle_of_two_vector",
+         [](std::vector<cv::Point2f>& corners) {
+             return angle_of_two_vector(corners[0], corners[1], corners[2]);
+         }},
+        {"calc_hangle", [](std::vector<cv::Point2f>& corners) { return calc_hangle(corners); }},
+        {"calc_vangle", [](std::vector<cv::Point2f>& corners) { return calc_vangle(corners); }},
+        {"calc_angle", [](std::vector<cv::Point2f>& corners) { return calc_angle(corners); }},
+    };
+    for (const angle& each : angles) {
+        write(each.name, 20000, [&each](random_input& random, digest& results) {
+            std::vector<cv::Point2f> corners = corners_of_any_kind(random);
+            results.add(each.of(corners));
+        });
+    }
+    round_arc_tangents(false);
+    for (const angle& each : angles) {
+        random_input random(seed);
+        std::vector<double> degrees;
+        for (int i = 0; i < 5000; ++i) {
+            std::vector<cv::Point2f> corners = corners_of_any_kind(random);
+            degrees.push_back(static_cast<double>(each.of(corners)));
+        }
+        write_close(each.name, degrees);
+    }
+    round_arc_tangents(true);
+}
+
 void write_geometry()
 {
     write("polygon_coverage", 2000, [](random_input& random, digest& results) {
@@ -117,24 +158,9 @@ void write_geometry()
         const float area = random.real(0.0f, 1.0f);
         results.add(is_good_homo(corners, frame, area, random.real(0.0f, 40.0f)) ? 1 : 0);
     });
-    const auto any_corners = [](random_input& random) {
-        return random.one_in(3) ? random.any_quadrilateral({300, 200}) : random.quadrilateral({300, 200});
-    };
+    const auto any_corners = [](random_input& random) { return corners_of_any_kind(random); };
     write("is_convex", 5000, [any_corners](random_input& random, digest& results) {
         results.add(is_convex(any_corners(random)) ? 1 : 0);
-    });
-    write("angle_of_two_vector", 20000, [any_corners](random_input& random, digest& results) {
-        std::vector<cv::Point2f> corners = any_corners(random);
-        results.add(angle_of_two_vector(corners[0], corners[1], corners[2]));
-    });
-    write("calc_hangle", 20000, [any_corners](random_input& random, digest& results) {
-        results.add(calc_hangle(any_corners(random)));
-    });
-    write("calc_vangle", 20000, [any_corners](random_input& random, digest& results) {
-        results.add(calc_vangle(any_corners(random)));
-    });
-    write("calc_angle", 20000, [any_corners](random_input& random, digest& results) {
-        results.add(calc_angle(any_corners(random)));
     });
     write("single_box_iou", 20000, [any_corners](random_input& random, digest& results) {
         const std::vector<cv::Point2f> one = any_corners(random);
@@ -202,9 +228,12 @@ void write_motion()
 
 void write_kernel_digests()
 {
+    round_arc_tangents(true);
     write_pixel_kernels();
+    write_angles();
     write_geometry();
     write_motion();
+    round_arc_tangents(false);
 }
 
 }  // namespace tarn::test

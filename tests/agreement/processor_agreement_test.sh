@@ -17,7 +17,7 @@ mkdir frames
 cmp one two
 "$program" compare one two >report
 grep -c '^agrees' report
-if grep -v -e '^agrees' -e '^library .*: equal' report; then
+if grep -v -e '^agrees' -e '^close .*: equal' -e '^library .*: equal' report; then
   echo "a run differs from another one"
   exit 1
 fi
@@ -38,6 +38,16 @@ change 'library homography' 1 >two
 change 'library homography' 2 >three
 "$program" compare two three >report
 grep '^library  homography: 1 of 9 values differ' report
+
+sed -E '/^close calc_hangle /s/ [^ ]+$/ 40/' one >two
+sed -E '/^close calc_hangle /s/ [^ ]+$/ 40.00001/' one >three
+"$program" compare two three >report
+grep '^close    calc_hangle: 1 of 5000 values differ' report
+sed -E '/^close calc_hangle /s/ [^ ]+$/ 40.001/' one >three
+if "$program" compare two three >report; then
+  echo "an angle that is far away was not noticed"
+  exit 1
+fi
 
 sed 1d one >two
 for other in two no_such_file; do

@@ -71,14 +71,28 @@ void write_exact(const std::string& name, const digest& results)
     std::cout << "exact " << name << ' ' << results.text() << std::endl;
 }
 
-void write_library(const std::string& name, const std::vector<double>& values)
+namespace {
+
+void write_values(const std::string& kind, const std::string& name, const std::vector<double>& values)
 {
     std::ostringstream line;
     line.precision(17);
     for (const double value : values) {
         line << ' ' << value;
     }
-    std::cout << "library " << name << line.str() << std::endl;
+    std::cout << kind << ' ' << name << line.str() << std::endl;
+}
+
+}  // namespace
+
+void write_close(const std::string& name, const std::vector<double>& degrees)
+{
+    write_values("close", name, degrees);
+}
+
+void write_library(const std::string& name, const std::vector<double>& values)
+{
+    write_values("library", name, values);
 }
 
 namespace {
@@ -102,24 +116,29 @@ std::vector<record_line> read_record(const std::string& file_name)
         while (words >> value) {
             line.values.push_back(value);
         }
-        if (line.kind == "exact" || line.kind == "library") {
+        if (line.kind == "exact" || line.kind == "close" || line.kind == "library") {
             lines.push_back(line);
         }
     }
     return lines;
 }
 
-// How far the values of a stage are apart, in words.
-std::string difference(const record_line& one, const record_line& other)
+// How far the values of a line are apart.
+struct difference {
+    std::string in_words;
+    double largest = 0.0;
+};
+
+difference compare_values(const record_line& one, const record_line& other)
 {
     std::ostringstream words;
     if (one.values == other.values) {
         words << "equal, " << one.values.size() << " values";
-        return words.str();
+        return {words.str(), 0.0};
     }
     if (one.values.size() != other.values.size()) {
         words << one.values.size() << " values and " << other.values.size();
-        return words.str();
+        return {words.str(), std::numeric_limits<double>::infinity()};
     }
     std::size_t differing = 0;
     double largest = 0.0;
@@ -127,7 +146,7 @@ std::string difference(const record_line& one, const record_line& other)
     for (std::size_t i = 0; i < one.values.size(); ++i) {
         const double a = std::stod(one.values[i]);
         const double b = std::stod(other.values[i]);
-        if (a != b) {
+        if (a != b && !(std::isnan(a) && std::isnan(b))) {
             ++differing;
             largest = std::max(largest, std::abs(a - b));
             largest_relative = std::max(largest_relative, std::abs(a - b) / std::max(std::abs(a), std::abs(b)));
@@ -135,7 +154,7 @@ std::string difference(const record_line& one, const record_line& other)
     }
     words << differing << " of " << one.values.size() << " values differ, by " << largest << " at most ("
           << largest_relative << " of the value)";
-    return words.str();
+    return {words.str(), std::isnan(largest) ? std::numeric_limits<double>::infinity() : largest};
 }
 
 }  // namespace
@@ -156,8 +175,15 @@ bool compare_records(const std::string& one, const std::string& other)
             const bool agree = a.values == b.values;
             all_agree = all_agree && agree;
             std::cout << (agree ? "agrees   " : "DIFFERS  ") << a.name << '\n';
+        } else if (a.kind == "close") {
+            // Each of two directions of up to half a turn may be off by two last bits.
+            constexpr double greatest = 1e-4;  // degrees
+            const difference apart = compare_values(a, b);
+            const bool agree = apart.largest <= greatest;
+            all_agree = all_agree && agree;
+            std::cout << (agree ? "close    " : "DIFFERS  ") << a.name << ": " << apart.in_words << '\n';
         } else {
-            std::cout << "library  " << a.name << ": " << difference(a, b) << '\n';
+            std::cout << "library  " << a.name << ": " << compare_values(a, b).in_words << '\n';
         }
     }
     if (!same_lines) {

@@ -3,6 +3,8 @@
 // What a processor computed, written down as text: one line for each kernel or stage.
 //
 //   exact NAME DIGEST        must be the same on every processor
+//   close NAME VALUE…        angles in degrees that depend on the C library's arc tangent: may differ by a few last
+//                            bits of a single-precision number
 //   library NAME VALUE…      depends on the image library, which may compute differently on another processor
 #pragma once
 
@@ -38,7 +40,11 @@ void write_exact(const std::string& name, const digest& results);
 /// Writes the line of a stage to standard output.
 void write_library(const std::string& name, const std::vector<double>& values);
 
-/// All kernels and helpers, over random input of a fixed seed.
+/// Writes the line of a helper that uses the C library's arc tangent.
+void write_close(const std::string& name, const std::vector<double>& degrees);
+
+/// All kernels and helpers, over random input of a fixed seed; those with an arc tangent twice, exact with a properly
+/// rounded one and close with the C library's.
 void write_kernel_digests();
 
 /// Writes the frames of a sample sweep into a directory, as frame1000.png and so on: a video is not decoded to the
@@ -52,7 +58,7 @@ bool write_frames(const std::string& directory);
 bool write_library_stages(const std::string& directory);
 
 /// Compares two records line by line and reports to standard output.
-/// @returns whether the records have the same lines, and all exact ones agree
+/// @returns whether the records have the same lines, and all exact and close ones agree
 bool compare_records(const std::string& one, const std::string& other);
 
 /// Compares two image files and reports to standard output: sizes, and the differences of the bytes where both
