@@ -57,17 +57,18 @@ void stitch_big_image(cv::Mat frame, std::vector<float> angles, std::vector<floa
 
 namespace tarn {
 
-/// Starts stitch_big_image on a detached thread as a worker of the current task. `frame` is passed as a header
+/// The library's own, not shown by the shared library:
+/// starts stitch_big_image on a detached thread as a worker of the current task. `frame` is passed as a header
 /// that shares its pixels, the vectors are copied. Host's thread.
 /// @throws std::system_error when no thread can be started; nothing is left behind then
 void launch_worker(const cv::Mat& frame, const std::vector<float>& angles, const std::vector<float>& scales,
                    int direction, int big_frame_index);
 
-/// Values of big_stitch_status; 1 is never used.
-constexpr int pipeline_empty = 0;
-constexpr int pipeline_busy = 2;
-constexpr int pipeline_ready = 3;
-constexpr int pipeline_failed = 4;
+// Values of big_stitch_status; 1 is never used.
+constexpr int pipeline_empty = 0;   ///< no panorama yet
+constexpr int pipeline_busy = 2;    ///< a worker holds its turn
+constexpr int pipeline_ready = 3;   ///< the last turn ended well
+constexpr int pipeline_failed = 4;  ///< the last turn failed, or a wait timed out
 
 /// One consistent look at the high-resolution pipeline of the current task.
 struct pipeline_snapshot {

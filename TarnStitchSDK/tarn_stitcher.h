@@ -51,6 +51,7 @@ struct stitch_data {
     cv::Mat base_homo = (cv::Mat_<double>(3, 3) << 1, 0, 0, 0, 1, 0, 0, 0, 1);
 
     stitch_data() = default;
+    /// Moves every member.
     stitch_data& operator=(stitch_data&&) = default;
     ~stitch_data() = default;
 };

@@ -30,6 +30,8 @@ void deleteFile(const char* path);
 
 namespace tarn {
 
+/// The library's own, not shown by the shared library.
+///
 /// Holds the working directory: while one lives, no other thread writes a file there or empties it.
 ///
 /// Workers take it for one file at a time; whoever starts a task takes it from the removal of the old directory
