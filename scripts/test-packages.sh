@@ -1,0 +1,75 @@
+#!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
+#
+# Installs the packages of out/packages (scripts/package.sh) into a clean root, a minimal system made by mmdebstrap, and
+# runs there: the program stitches a sample, and a project without any other library is built against the development
+# package and run. Needs root. The root stays in build/package-root; --keep takes one that is there already.
+# What stands in single quotes is for a shell inside the root.
+# shellcheck disable=SC2016
+set -euo pipefail
+# shellcheck source=scripts/lib/common.sh
+source "$(dirname "${BASH_SOURCE[0]}")/lib/common.sh"
+
+need_packages mmdebstrap
+command -v mmdebstrap >/dev/null || fail "mmdebstrap is missing."
+[[ $(id -u) == 0 ]] || fail "Making a root and entering it needs root."
+compgen -G 'out/packages/libtarnstitch1_*.deb' >/dev/null || fail "There are no packages in out/packages: run scripts/package.sh."
+
+clean=$root/build/package-root
+if [[ ${1:-} != --keep || ! -e $clean/etc/debian_version ]]; then
+  say "Making a clean root"
+  rm -rf "$clean"
+  # The same release from the same place as this machine's own packages.
+  release=$(. /etc/os-release && echo "$VERSION_CODENAME")
+  mapfile -t sources < <(compgen -G '/etc/apt/sources.list' || true; compgen -G '/etc/apt/sources.list.d/*' || true)
+  mmdebstrap --quiet --variant=minbase "$release" "$clean" "${sources[@]}"
+fi
+
+inside() {
+  chroot "$clean" env DEBIAN_FRONTEND=noninteractive LC_ALL=C.UTF-8 PATH=/usr/sbin:/usr/bin:/sbin:/bin "$@"
+}
+# show COMMAND…: runs it in the root, and says so first.
+show() {
+  printf '\n# %s\n' "$*"
+  inside "$@"
+}
+
+mkdir -p "$clean/packages"
+rm -f "$clean"/packages/*
+cp out/packages/*.deb samples/hall_slide.mp4 tests/consumer/library_only.cpp "$clean/packages/"
+
+say "The program and the library alone"
+install_quietly() {
+  inside apt-get --quiet --quiet -o Dpkg::Use-Pty=0 install --yes --no-install-recommends "$@" >"$clean/packages/log" 2>&1 || {
+    tail -n 20 "$clean/packages/log"
+    fail "cannot be installed: $*"
+  }
+}
+mapfile -t programs < <(cd "$clean" && ls packages/tarnstitch_*.deb packages/libtarnstitch1_*.deb)
+install_quietly "${programs[@]/#//}"
+show dpkg-query --show --showformat='${Package} ${Version} ${db:Status-Status}\n' 'libtarnstitch*' tarnstitch
+show tarnstitch --version
+show tarnstitch /packages/hall_slide.mp4 -o /packages/panorama.jpg --preview /packages/preview.jpg
+show ls -l /packages/panorama.jpg /packages/preview.jpg
+if inside ldd /usr/bin/tarnstitch | grep 'not found'; then
+  fail "the program lacks a library"
+fi
+
+say "The development package"
+mapfile -t development < <(cd "$clean" && ls packages/libtarnstitch-dev_*.deb)
+install_quietly "${development[@]/#//}" g++ pkg-config cmake make
+show sh -c 'cd /packages && g++ -std=c++17 library_only.cpp -o shared $(pkg-config --cflags --libs tarn_stitch)'
+show sh -c '/packages/shared | tail -n 1'
+show sh -c 'cd /packages && g++ -std=c++17 library_only.cpp -o static $(pkg-config --cflags --static --libs tarn_stitch | sed s/-ltarnstitch/-l:libtarnstitch.a/)'
+show sh -c '/packages/static | tail -n 1'
+printf '%s\n' 'cmake_minimum_required(VERSION 3.22)' 'project(host CXX)' \
+  'find_package(TarnStitch 1.0 CONFIG REQUIRED COMPONENTS shared static)' \
+  'add_executable(host library_only.cpp)' 'target_link_libraries(host TarnStitch::tarn_stitch)' \
+  >"$clean/packages/CMakeLists.txt"
+show sh -c 'cmake -S /packages -B /packages/build >/dev/null && cmake --build /packages/build && /packages/build/host | tail -n 1'
+
+say "Removal"
+install_quietly --purge libtarnstitch1- libtarnstitch-dev- tarnstitch-
+left=$(inside find /usr -name '*tarn*')
+[[ -z $left ]] || fail "left behind: $left"
+say "Packages: installed, run and removed in a clean root"
