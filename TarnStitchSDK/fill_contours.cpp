@@ -225,18 +225,19 @@ struct even_weight {
     }
 };
 
-// A weight for each byte.
+// A weight for each byte, from byte `first` of the row on.
 struct weight_per_byte {
     const float* a;
+    int first;
 
     float at(int i) const
     {
-        return a[i];
+        return a[i - first];
     }
 
     cv::v_float32x4 four_at(int i) const
     {
-        return cv::v_load(a + i);
+        return cv::v_load(a + (i - first));
     }
 };
 
@@ -302,11 +303,11 @@ public:
             break;
         case side::right:
             blend_content(points.y, {columns.end, std::min(columns.end + fade_steps, target_.cols)},
-                          weight_per_byte{rising_.data() - 3 * columns.end});
+                          weight_per_byte{rising_.data(), 3 * columns.end});
             break;
         case side::left:
             blend_content(points.y, {std::max(columns.start - fade_steps, 0), columns.start},
-                          weight_per_byte{falling_.data() - 3 * (columns.start - fade_steps)});
+                          weight_per_byte{falling_.data(), 3 * (columns.start - fade_steps)});
             break;
         case side::below:
             for (int i = 1; i <= fade_steps && points.y + i < target_.rows; ++i) {
