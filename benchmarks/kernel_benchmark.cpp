@@ -2,6 +2,7 @@
 //
 // Every pixel kernel, and the matcher, beside its plain reference.
 #include <algorithm>
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -145,8 +146,10 @@ struct pair_inputs {
     }
 };
 
+// `floor`: what no kernel can do without, if there is such a thing.
 template <typename Make, typename Plain, typename Kernel>
-void add_in_place(const rival& what, Make make_inputs, Plain plain, Kernel kernel)
+void add_in_place(const rival& what, Make make_inputs, Plain plain, Kernel kernel,
+                  const std::function<void(const cv::Mat& source)>& floor = nullptr)
 {
     const auto inputs = std::make_shared<pair_inputs>();
     const auto prepare = [inputs, make_inputs] {
@@ -176,6 +179,11 @@ void add_in_place(const rival& what, Make make_inputs, Plain plain, Kernel kerne
     rival who = what;
     who.name = "plain";
     tarn::bench::add(who, nothing_to_prove, time(plain));
+    if (floor != nullptr) {
+        who.name = "floor";
+        tarn::bench::add(who, nothing_to_prove,
+                         time([floor](const cv::Mat& source, const cv::Mat&) { floor(source); }));
+    }
     who.name = "library";
     for (const int threads : {1, 2}) {
         who.threads = threads;
@@ -261,6 +269,17 @@ void make_joint(pair_inputs& inputs, cv::Size size, bool dark)
     }
 }
 
+// The calls of the image library without which fill_contours cannot know the frame's content and its outline.
+void content_and_contours(const cv::Mat& source)
+{
+    cv::Mat content;
+    cv::cvtColor(source, content, cv::COLOR_BGR2GRAY);
+    cv::threshold(content, content, 1.0, 255.0, cv::THRESH_BINARY);
+    std::vector<std::vector<cv::Point>> contours;
+    cv::findContours(content, contours, cv::RETR_EXTERNAL, cv::CHAIN_APPROX_NONE);
+    benchmark::DoNotOptimize(contours.data());
+}
+
 TARN_RIVALS(joints)
 {
     for (const bool dark : {false, true}) {
@@ -273,7 +292,8 @@ TARN_RIVALS(joints)
                 [outline](cv::Mat& source, cv::Mat& target) {
                     reference::fill_contours(outline, source, target);
                 },
-                [outline](cv::Mat& source, cv::Mat& target) { fill_contours(outline, source, target); });
+                [outline](cv::Mat& source, cv::Mat& target) { fill_contours(outline, source, target); },
+                content_and_contours);
         }
     }
 }
@@ -313,6 +333,12 @@ TARN_RIVALS(exports)
             };
         };
         const auto library = [](const cv::Mat& image) { return pixel_array(matToBitmapArray(image)); };
+        // What the new array alone takes, most of it its pages' first touch.
+        const auto floor = [](const cv::Mat& image) {
+            pixel_array pixels(new int[image.total() + 2]);
+            std::fill_n(pixels.get(), image.total() + 2, 1);
+            return pixels;
+        };
         const auto proof = [images, prepare, library] {
             prepare();
             const std::vector<int> expected = reference::matToBitmapArray((*images)[0]);
@@ -321,6 +347,8 @@ TARN_RIVALS(exports)
         const double pixels = size.area();
         tarn::bench::add({"matToBitmapArray", "plain", size_name(size), 1, pixels}, nothing_to_prove,
                          time(plain_export));
+        tarn::bench::add({"matToBitmapArray", "floor", size_name(size), 1, pixels}, nothing_to_prove,
+                         time(floor));
         for (const int threads : {1, 2}) {
             tarn::bench::add({"matToBitmapArray", "library", size_name(size), threads, pixels}, proof,
                              time(library));
