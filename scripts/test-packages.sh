@@ -21,7 +21,8 @@ if [[ ${1:-} != --keep || ! -e $clean/etc/debian_version ]]; then
   rm -rf "$clean"
   # The same release from the same place as this machine's own packages.
   release=$(. /etc/os-release && echo "$VERSION_CODENAME")
-  mapfile -t sources < <(compgen -G '/etc/apt/sources.list' || true; compgen -G '/etc/apt/sources.list.d/*' || true)
+  mapfile -t sources < <(compgen -G '/etc/apt/sources.list' || true; compgen -G '/etc/apt/sources.list.d/*.list' || true
+    compgen -G '/etc/apt/sources.list.d/*.sources' || true)
   mmdebstrap --quiet --variant=minbase "$release" "$clean" "${sources[@]}"
 fi
 
@@ -45,6 +46,7 @@ install_quietly() {
     fail "cannot be installed: $*"
   }
 }
+inside apt-get --quiet --quiet update
 mapfile -t programs < <(cd "$clean" && ls packages/tarnstitch_*.deb packages/libtarnstitch1_*.deb)
 install_quietly "${programs[@]/#//}"
 show dpkg-query --show --showformat='${Package} ${Version} ${db:Status-Status}\n' 'libtarnstitch*' tarnstitch

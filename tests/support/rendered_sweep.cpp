@@ -37,9 +37,18 @@ cv::Mat make_plane(cv::Size size, unsigned seed)
     // Things with edges, as walls and shelves have them: a few hundred per megapixel.
     const int things = size.area() / 2500;
     for (int i = 0; i < things; ++i) {
-        const cv::Point corner(random.uniform(0, size.width), random.uniform(0, size.height));
-        const cv::Size extent(random.uniform(6, 40), random.uniform(6, 40));
-        const cv::Scalar colour(random.uniform(40, 245), random.uniform(40, 245), random.uniform(40, 245));
+        // One draw per statement: the arguments of a call are evaluated in an order of the compiler's choice, and
+        // the same seed is to give the same plane everywhere.
+        cv::Point corner;
+        corner.y = random.uniform(0, size.height);
+        corner.x = random.uniform(0, size.width);
+        cv::Size extent;
+        extent.height = random.uniform(6, 40);
+        extent.width = random.uniform(6, 40);
+        cv::Scalar colour;
+        for (int channel = 2; channel >= 0; --channel) {
+            colour[channel] = random.uniform(40, 245);
+        }
         if (i % 3 == 0)
             cv::circle(plane, corner, extent.width / 3, colour, cv::FILLED, cv::LINE_AA);
         else
