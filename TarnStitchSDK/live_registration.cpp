@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // The live path: how one frame of the sweep is registered against the one before, graded and, if it shows enough
-// that is new, laid onto the preview. ofcheck_stitch, at the end, tells the story; the steps stand above it in
+// that is new, laid onto the preview. register_frame, at the end, tells the story; the steps stand above it in
 // their order.
 #include <algorithm>
 #include <cmath>
@@ -11,8 +11,10 @@
 
 #include <opencv2/calib3d.hpp>
 #include <opencv2/imgproc.hpp>
-#include <opencv2/video/tracking.hpp>
 
+#include "deferred_work.h"
+#include "frame_intake.h"
+#include "live_tracking.h"
 #include "numeric.h"
 #include "tarn_stitcher.h"
 
@@ -31,8 +33,6 @@ constexpr int code_very_few_inliers = 3;
 constexpr int code_wrong_way = 4;
 constexpr int code_too_fast = 5;
 constexpr int code_skewed = 6;
-
-constexpr int working_width = 300;  // px
 
 using points = std::vector<cv::Point2f>;
 
@@ -60,16 +60,6 @@ bool outnumbers(int limit, size_t count)
 
 // ---------------------------------------------------------------------------------------------- frame intake
 
-// Shrinks to `target_height` pixels of *width*: the parameter's name is the older one.
-void image_resize(const cv::Mat& input, cv::Mat& output, int target_height)
-{
-    float scale = 1.0f;
-    if (input.cols > target_height) {
-        scale = static_cast<float>(target_height) / static_cast<float>(input.cols);
-    }
-    cv::resize(input, output, cv::Size(), scale, scale, cv::INTER_LINEAR_EXACT);
-}
-
 // Any channel count other than 3 or 1 leaves `gray` as it is.
 void to_gray(const cv::Mat& image, cv::Mat& gray)
 {
@@ -85,24 +75,14 @@ struct live_frame {
     cv::Mat frame;              // scaled, in colour
     cv::Mat scaled_gray_frame;  // the same in gray
     float work_scale = 0.0f;
-    points frame_good_keypoints;
+    points frame_good_keypoints;  // still to be found
     points frame_corners;
 
-    explicit live_frame(const cv::Mat& input_frame)
+    explicit live_frame(const cv::Mat& working_copy) : frame(working_copy)
     {
-        image_resize(input_frame, frame, working_width);
         to_gray(frame, scaled_gray_frame);
         // 1 in normal operation, since both images come from one resize.
         work_scale = static_cast<float>(static_cast<double>(scaled_gray_frame.rows) / frame.rows);
-
-        // Finds nothing, and raises nothing, in the empty gray image of a frame of two or four channels: such a
-        // frame is rejected for its lack of corners.
-        constexpr int max_corners = 80;
-        constexpr double quality_level = 0.01;
-        constexpr double min_distance = 10.0;  // px
-        constexpr int block_size = 3;
-        cv::goodFeaturesToTrack(scaled_gray_frame, frame_good_keypoints, max_corners, quality_level,
-                                min_distance, cv::noArray(), block_size, false, 0.04);
 
         const auto width = static_cast<float>(frame.cols);
         const auto height = static_cast<float>(frame.rows);
@@ -118,31 +98,30 @@ struct tracked_points {
 
 tracked_points track(const stitch_data& reference, const live_frame& current)
 {
-    constexpr int max_level = 3;
-    constexpr int max_count = 30;
-    constexpr double epsilon = 0.01;
-    constexpr double min_eigenvalue = 0.0001;
-    const cv::Size window(21, 21);
-    const points last_frame_points = reference.good_keypoints;
-    points frame_points;
-    std::vector<uchar> vstatus;
-    std::vector<float> verror;
-    cv::calcOpticalFlowPyrLK(
-        reference.scaled_gray_frame, current.scaled_gray_frame, last_frame_points, frame_points, vstatus,
-        verror, window, max_level,
-        cv::TermCriteria(cv::TermCriteria::COUNT + cv::TermCriteria::EPS, max_count, epsilon), 0,
-        min_eigenvalue);
-
+    const points& last_frame_points = reference.good_keypoints;
+    const tarn::point_flow flow =
+        tarn::track_points(reference.scaled_gray_frame, current.scaled_gray_frame, last_frame_points);
     tracked_points result;
     const float scale = current.work_scale;
-    for (size_t i = 0; i < vstatus.size(); ++i) {
-        if (vstatus[i] != 0) {
+    for (size_t i = 0; i < flow.found.size(); ++i) {
+        if (flow.found[i] != 0) {
             result.neighbour_points.emplace_back(last_frame_points[i].x / scale,
                                                  last_frame_points[i].y / scale);
-            result.matched_frame_points.emplace_back(frame_points[i].x / scale, frame_points[i].y / scale);
+            result.matched_frame_points.emplace_back(flow.places[i].x / scale, flow.places[i].y / scale);
         }
     }
     return result;
+}
+
+// The steps that need the working copies only, and none of the others. The longest comes first.
+void look_ahead(tarn::deferred_work& tracking, tarn::deferred_work& corner_search,
+                tarn::camera_frame& input_frame)
+{
+    std::vector<tarn::deferred_work*> pieces = {&tracking, &corner_search};
+    for (tarn::deferred_work& piece : input_frame.conversion()) {
+        pieces.push_back(&piece);
+    }
+    tarn::run_side_by_side(pieces);
 }
 
 // ------------------------------------------------------------------------------------------ motion estimation
@@ -370,10 +349,16 @@ void hand_over(TarnStitcher& task, const cv::Mat& frame, const std::vector<float
 
 int* TarnStitcher::ofcheck_stitch(cv::Mat& input_frame, const int direction, const int is_last_one)
 {
+    tarn::camera_frame frame(input_frame);
+    return register_frame(frame, direction, is_last_one);
+}
+
+int* TarnStitcher::register_frame(tarn::camera_frame& input_frame, const int direction, const int is_last_one)
+{
     static int stitch_result[2];
 
     // The rows are printed twice, and the line is left without an end. Both are meant.
-    std::cout << "input_frame shape is " << input_frame.rows << "*" << input_frame.rows << ", type is "
+    std::cout << "input_frame shape is " << input_frame.rows() << "*" << input_frame.rows() << ", type is "
               << input_frame.type();
     stitch_result[0] = code_normal;
     stitch_result[1] = 0;
@@ -384,7 +369,7 @@ int* TarnStitcher::ofcheck_stitch(cv::Mat& input_frame, const int direction, con
     }
     if (is_last_one != 0) {
         // The last frame goes to the worker without being registered here.
-        hand_over(*this, input_frame, last_angles, last_scales, direction);
+        hand_over(*this, input_frame.bgr(), last_angles, last_scales, direction);
         if (!get_big_image(big_frame_index)) {
             stitch_result[0] = code_pipeline_failed;
         }
@@ -397,21 +382,32 @@ int* TarnStitcher::ofcheck_stitch(cv::Mat& input_frame, const int direction, con
     }
     tarn::store_release(stitcher_status, registering);
 
-    const live_frame current(input_frame);
+    live_frame current(input_frame.working_copy());
+    tarn::deferred_work corner_search(
+        [&] { current.frame_good_keypoints = tarn::find_corners(current.scaled_gray_frame); });
+    tracked_points tracks;
+    tarn::deferred_work tracking([&] { tracks = track(last_check_data, current); });
+    if (frame_index > 0) {
+        look_ahead(tracking, corner_search, input_frame);
+    }
+
+    // Finds nothing, and raises nothing, in the empty gray image of a frame of two or four channels: such a frame
+    // is rejected for its lack of corners.
+    corner_search.finish();
     if (outnumbers(matches_thresh, current.frame_good_keypoints.size())) {
         return reject(*this, stitch_result);
     }
     ++frame_index;
-    last_frame = input_frame;
+    last_frame = input_frame.bgr();
     if (frame_index == 1) {
         begin_panorama(*this, current);
-        hand_over(*this, input_frame, last_angles, last_scales, direction);
+        hand_over(*this, last_frame, last_angles, last_scales, direction);
         tarn::store_release(stitcher_status, finished);
         stitch_result[0] = code_normal;
         return stitch_result;
     }
 
-    const tracked_points tracks = track(last_check_data, current);
+    tracking.finish();
     if (outnumbers(matches_thresh, tracks.matched_frame_points.size())) {
         return reject(*this, stitch_result);
     }
@@ -463,7 +459,7 @@ int* TarnStitcher::ofcheck_stitch(cv::Mat& input_frame, const int direction, con
     if (shows_enough_new || turns_round) {
         last_warp_points = place.transpose_corners;
         stitch_result[0] = code_normal;
-        hand_over(*this, shows_enough_new ? input_frame : last_frame, shape.angles, shape.scales,
+        hand_over(*this, last_frame, shape.angles, shape.scales,
                   shows_enough_new ? move_direction : last_direction);
         compose_preview(*this, current, place);
         base_H = identity();

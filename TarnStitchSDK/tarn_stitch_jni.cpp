@@ -7,8 +7,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <opencv2/imgproc.hpp>
-
+#include "frame_intake.h"
 #include "worker_protocol.h"
 
 // The variables that its constructor resets are inline variables of a header included above, so they are
@@ -67,11 +66,8 @@ int* videoStitch(cv::Mat mat, int direction, int is_last_one)
     static int buf[2] = {0, 0};
     const std::int64_t start = cv::getTickCount();
     try {
-        // Always a new image: the worker and the task keep its pixels.
-        cv::Mat input_frame;
-        cv::cvtColor(mat, input_frame, cv::COLOR_RGBA2BGR);
-        const int* stitch_result = tarn_stitcher.ofcheck_stitch(input_frame, direction, is_last_one);
-        input_frame.release();
+        tarn::camera_frame input_frame = tarn::camera_frame::from_host(mat);
+        const int* stitch_result = tarn_stitcher.register_frame(input_frame, direction, is_last_one);
         std::copy_n(stitch_result, 2, buf);
     } catch (const std::exception& e) {
         // buf keeps the result of the frame before.

@@ -1,0 +1,194 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "live_tracking.h"
+
+#include <algorithm>
+#include <array>
+#include <cstddef>
+#include <cstring>
+#include <utility>
+
+#include <opencv2/imgproc.hpp>
+#include <opencv2/video/tracking.hpp>
+
+namespace tarn {
+
+namespace {
+
+// ---------------------------------------------------------------------------------------------------- corners
+
+constexpr size_t max_corners = 80;
+constexpr double quality_level = 0.01;
+constexpr int min_distance = 10;  // px
+constexpr int block_size = 3;
+
+// A local maximum of the corner strength.
+struct candidate {
+    float strength;
+    int x, y;
+};
+
+// Of two as strong the lower one, then the one further right, comes first.
+bool comes_after(const candidate& a, const candidate& b)
+{
+    if (a.strength != b.strength) {
+        return a.strength < b.strength;
+    }
+    return a.y != b.y ? a.y < b.y : a.x < b.x;
+}
+
+std::vector<candidate> local_maxima(const cv::Mat& gray)
+{
+    cv::Mat strengths;
+    cv::Mat greatest_near;
+    double greatest = 0.0;
+    cv::cornerMinEigenVal(gray, strengths, block_size);
+    cv::minMaxLoc(strengths, nullptr, &greatest);
+    cv::threshold(strengths, strengths, greatest * quality_level, 0.0, cv::THRESH_TOZERO);
+    cv::dilate(strengths, greatest_near, cv::Mat());
+    std::vector<candidate> result;
+    for (int y = 1; y < gray.rows - 1; ++y) {
+        const auto* const strength = strengths.ptr<float>(y);
+        const auto* const near = greatest_near.ptr<float>(y);
+        for (int x = 1; x < gray.cols - 1; ++x) {
+            if (strength[x] != 0.0f && strength[x] == near[x]) {
+                result.push_back({strength[x], x, y});
+            }
+        }
+    }
+    return result;
+}
+
+// ------------------------------------------------------------------------------------------------------- flow
+
+constexpr int max_level = 3;
+constexpr int max_count = 30;
+constexpr double epsilon = 0.01;
+constexpr double min_eigenvalue = 0.0001;
+constexpr int window_side = 21;  // px
+
+cv::Size window()
+{
+    return {window_side, window_side};
+}
+
+cv::TermCriteria criteria()
+{
+    return {cv::TermCriteria::COUNT + cv::TermCriteria::EPS, max_count, epsilon};
+}
+
+// An image at several scales, each followed by its derivatives, all with a border around them.
+using pyramid = std::vector<cv::Mat>;
+
+bool is_made_of(const pyramid& levels, const cv::Mat& gray)
+{
+    if (levels.empty() || levels[0].size() != gray.size()) {
+        return false;
+    }
+    const auto width = static_cast<size_t>(gray.cols);
+    for (int y = 0; y < gray.rows; ++y) {
+        if (std::memcmp(levels[0].ptr(y), gray.ptr(y), width) != 0) {
+            return false;
+        }
+    }
+    return true;
+}
+
+void build(pyramid& levels, const cv::Mat& gray)
+{
+    cv::buildOpticalFlowPyramid(gray, levels, window(), max_level, true, cv::BORDER_REFLECT_101,
+                                cv::BORDER_CONSTANT, false);
+}
+
+// The pyramids of the last two images. Most often one of them is of the reference: it was the frame before.
+// Looked up by the pixels themselves, so that nobody needs to tell which frames were accepted or replaced.
+class pyramid_pair {
+public:
+    // The pyramids of the reference and of the image after it.
+    std::pair<const pyramid&, const pyramid&> of(const cv::Mat& reference, const cv::Mat& gray)
+    {
+        if (is_made_of(kept_[1], reference)) {
+            std::swap(kept_[0], kept_[1]);
+        } else if (!is_made_of(kept_[0], reference)) {
+            build(kept_[0], reference);
+        }
+        build(kept_[1], gray);
+        return {kept_[0], kept_[1]};
+    }
+
+private:
+    std::array<pyramid, 2> kept_;
+};
+
+// Never destroyed: frames may come as long as the process lives.
+pyramid_pair& pyramids()
+{
+    static auto& pair = *new pyramid_pair;
+    return pair;
+}
+
+// A view may be given its border from the image around it, which a pyramid looked up by pixels does not know.
+bool is_plain_gray(const cv::Mat& image)
+{
+    return image.dims == 2 && image.type() == CV_8UC1 && !image.empty() && !image.isSubmatrix();
+}
+
+// The library loses a point whose window has left the image altogether only where it measures errors as well.
+bool has_left(const cv::Point2f& place, const cv::Size& image)
+{
+    constexpr float half = static_cast<float>(window_side - 1) * 0.5f;
+    const int left = cvFloor(place.x - half);
+    const int top = cvFloor(place.y - half);
+    return left < -window_side || left >= image.width || top < -window_side || top >= image.height;
+}
+
+}  // namespace
+
+std::vector<cv::Point2f> find_corners(const cv::Mat& gray)
+{
+    std::vector<cv::Point2f> corners;
+    if (gray.type() != CV_8UC1 || gray.empty()) {
+        cv::goodFeaturesToTrack(gray, corners, max_corners, quality_level, min_distance, cv::noArray(),
+                                block_size, false, 0.04);
+        return corners;
+    }
+    // The library sorts all candidates, of which there are thousands; the heap orders only those looked at.
+    std::vector<candidate> heap = local_maxima(gray);
+    std::make_heap(heap.begin(), heap.end(), comes_after);
+    std::vector<cv::Point> taken;
+    while (!heap.empty() && taken.size() < max_corners) {
+        std::pop_heap(heap.begin(), heap.end(), comes_after);
+        const cv::Point place(heap.back().x, heap.back().y);
+        heap.pop_back();
+        const auto is_near = [&place](const cv::Point& other) {
+            const cv::Point d = place - other;
+            return d.dot(d) < min_distance * min_distance;
+        };
+        if (std::none_of(taken.begin(), taken.end(), is_near)) {
+            taken.push_back(place);
+        }
+    }
+    corners.assign(taken.begin(), taken.end());
+    return corners;
+}
+
+point_flow track_points(const cv::Mat& reference, const cv::Mat& gray, const std::vector<cv::Point2f>& points)
+{
+    point_flow flow;
+    if (!is_plain_gray(reference) || !is_plain_gray(gray) || reference.size() != gray.size()) {
+        std::vector<float> verror;
+        cv::calcOpticalFlowPyrLK(reference, gray, points, flow.places, flow.found, verror, window(), max_level,
+                                 criteria(), 0, min_eigenvalue);
+        return flow;
+    }
+    const auto [from, to] = pyramids().of(reference, gray);
+    cv::calcOpticalFlowPyrLK(from, to, points, flow.places, flow.found, cv::noArray(), window(), max_level,
+                             criteria(), 0, min_eigenvalue);
+    for (size_t i = 0; i < flow.found.size(); ++i) {
+        if (has_left(flow.places[i], gray.size())) {
+            flow.found[i] = 0;
+        }
+    }
+    return flow;
+}
+
+}  // namespace tarn

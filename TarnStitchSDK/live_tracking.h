@@ -1,0 +1,36 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// Corners of a frame, and where those of the reference frame are found in it. This header is the library's own; a
+// host needs nothing from it.
+#pragma once
+
+#include <vector>
+
+#include <opencv2/core.hpp>
+
+namespace tarn {
+
+/// At most 80 corners, strongest first, at least 10 pixels apart: what cv::goodFeaturesToTrack finds with a
+/// quality level of 0.01 and blocks of 3 pixels. Any thread.
+///
+/// @param gray  CV_8UC1 or CV_32FC1; empty: no corners
+/// @throws cv::Exception for an image of another type
+std::vector<cv::Point2f> find_corners(const cv::Mat& gray);
+
+/// Where points are found in the next image, one place and one mark (0: lost) for each.
+struct point_flow {
+    std::vector<cv::Point2f> places;  ///< px
+    std::vector<uchar> found;
+};
+
+/// Pyramidal optical flow (Lucas-Kanade, windows of 21 x 21, four levels): what cv::calcOpticalFlowPyrLK gives.
+/// Keeps what it derives from an image to use it again when the same image comes as the reference. One thread at a
+/// time.
+///
+/// @param reference  CV_8UC1
+/// @param gray       the next image, of the same size
+/// @param points     in the reference, px; none: nothing is found, whatever the images
+/// @throws cv::Exception for images of other types, or of two sizes
+point_flow track_points(const cv::Mat& reference, const cv::Mat& gray, const std::vector<cv::Point2f>& points);
+
+}  // namespace tarn
