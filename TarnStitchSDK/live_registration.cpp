@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // The live path: how one frame of the sweep is registered against the one before, graded and, if it shows enough
-// that is new, laid onto the preview. register_frame, at the end, tells the story; the steps stand above it in
+// that is new, laid onto the preview. ofcheck_stitch, at the end, tells the story; the steps stand above it in
 // their order.
 #include <algorithm>
 #include <cmath>
@@ -13,9 +13,9 @@
 #include <opencv2/imgproc.hpp>
 
 #include "deferred_work.h"
-#include "frame_intake.h"
 #include "live_tracking.h"
 #include "numeric.h"
+#include "preview_composition.h"
 #include "tarn_stitcher.h"
 
 namespace {
@@ -33,6 +33,8 @@ constexpr int code_very_few_inliers = 3;
 constexpr int code_wrong_way = 4;
 constexpr int code_too_fast = 5;
 constexpr int code_skewed = 6;
+
+constexpr int working_width = 300;  // px
 
 using points = std::vector<cv::Point2f>;
 
@@ -60,6 +62,16 @@ bool outnumbers(int limit, size_t count)
 
 // ---------------------------------------------------------------------------------------------- frame intake
 
+// Shrinks to `target_height` pixels of *width*: the parameter's name is the older one.
+void image_resize(const cv::Mat& input, cv::Mat& output, int target_height)
+{
+    float scale = 1.0f;
+    if (input.cols > target_height) {
+        scale = static_cast<float>(target_height) / static_cast<float>(input.cols);
+    }
+    cv::resize(input, output, cv::Size(), scale, scale, cv::INTER_LINEAR_EXACT);
+}
+
 // Any channel count other than 3 or 1 leaves `gray` as it is.
 void to_gray(const cv::Mat& image, cv::Mat& gray)
 {
@@ -75,11 +87,12 @@ struct live_frame {
     cv::Mat frame;              // scaled, in colour
     cv::Mat scaled_gray_frame;  // the same in gray
     float work_scale = 0.0f;
-    points frame_good_keypoints;  // still to be found
+    points frame_good_keypoints;  // found later
     points frame_corners;
 
-    explicit live_frame(const cv::Mat& working_copy) : frame(working_copy)
+    explicit live_frame(const cv::Mat& input_frame)
     {
+        image_resize(input_frame, frame, working_width);
         to_gray(frame, scaled_gray_frame);
         // 1 in normal operation, since both images come from one resize.
         work_scale = static_cast<float>(static_cast<double>(scaled_gray_frame.rows) / frame.rows);
@@ -96,13 +109,9 @@ struct tracked_points {
     points matched_frame_points;
 };
 
-tracked_points track(const stitch_data& reference, const live_frame& current)
+tracked_points track(const points& last_frame_points, const tarn::point_flow& flow, float scale)
 {
-    const points& last_frame_points = reference.good_keypoints;
-    const tarn::point_flow flow =
-        tarn::track_points(reference.scaled_gray_frame, current.scaled_gray_frame, last_frame_points);
     tracked_points result;
-    const float scale = current.work_scale;
     for (size_t i = 0; i < flow.found.size(); ++i) {
         if (flow.found[i] != 0) {
             result.neighbour_points.emplace_back(last_frame_points[i].x / scale,
@@ -113,12 +122,12 @@ tracked_points track(const stitch_data& reference, const live_frame& current)
     return result;
 }
 
-// The steps that need the working copies only, and none of the others. The longest comes first.
-void look_ahead(tarn::deferred_work& tracking, tarn::deferred_work& corner_search,
-                tarn::camera_frame& input_frame)
+// Searches corners and follows those of the reference at once, where there are threads for it. The search comes
+// first: it is the longest piece.
+void look_ahead(tarn::deferred_work& corner_search, tarn::frame_flow& flow)
 {
-    std::vector<tarn::deferred_work*> pieces = {&tracking, &corner_search};
-    for (tarn::deferred_work& piece : input_frame.conversion()) {
+    std::vector<tarn::deferred_work*> pieces = {&corner_search};
+    for (tarn::deferred_work& piece : flow.pieces()) {
         pieces.push_back(&piece);
     }
     tarn::run_side_by_side(pieces);
@@ -249,25 +258,17 @@ void compose_preview(TarnStitcher& task, const live_frame& current, placement& p
 {
     using tarn::truncate_to_int;
     const cv::Mat& panorama = task.last_stitch_image;
-    cv::Mat stitch_image =
-        cv::Mat::zeros(truncate_to_int(place.stitch_height), truncate_to_int(place.stitch_width), CV_8UC3);
-    const cv::Rect old_place(truncate_to_int(task.total_shift_x), truncate_to_int(task.total_shift_y),
-                             panorama.cols, panorama.rows);
-    panorama.copyTo(stitch_image(old_place));
+    const cv::Size size(truncate_to_int(place.stitch_width), truncate_to_int(place.stitch_height));
+    const cv::Point old_place(truncate_to_int(task.total_shift_x), truncate_to_int(task.total_shift_y));
+    cv::Mat stitch_image = tarn::grown_preview(panorama, size, old_place);
     task.total_shift_x = 0.0f;
     task.total_shift_y = 0.0f;
 
     const cv::Mat warpH = translation(-place.left_x, -place.top_y) * place.H;
     const cv::Rect frame_place(truncate_to_int(place.left_x), truncate_to_int(place.top_y),
                                truncate_to_int(place.warp_width), truncate_to_int(place.warp_height));
-    cv::Mat scaled_image_warp;
-    cv::warpPerspective(current.frame, scaled_image_warp, warpH, frame_place.size(), cv::INTER_LINEAR,
-                        cv::BORDER_CONSTANT, cv::Scalar());
-
-    // The whole bounding box is overwritten, its black corners included; the seam puts the panorama back there.
-    cv::Mat last_shift_img = stitch_image.clone();
-    scaled_image_warp.copyTo(stitch_image(frame_place));
-    optimizeSeam(last_shift_img, stitch_image, place.transpose_corners);
+    tarn::paste_onto_preview(panorama, old_place, stitch_image, current.frame, frame_place, warpH,
+                             place.transpose_corners);
     task.last_stitch_image = stitch_image;
 }
 
@@ -349,16 +350,10 @@ void hand_over(TarnStitcher& task, const cv::Mat& frame, const std::vector<float
 
 int* TarnStitcher::ofcheck_stitch(cv::Mat& input_frame, const int direction, const int is_last_one)
 {
-    tarn::camera_frame frame(input_frame);
-    return register_frame(frame, direction, is_last_one);
-}
-
-int* TarnStitcher::register_frame(tarn::camera_frame& input_frame, const int direction, const int is_last_one)
-{
     static int stitch_result[2];
 
     // The rows are printed twice, and the line is left without an end. Both are meant.
-    std::cout << "input_frame shape is " << input_frame.rows() << "*" << input_frame.rows() << ", type is "
+    std::cout << "input_frame shape is " << input_frame.rows << "*" << input_frame.rows << ", type is "
               << input_frame.type();
     stitch_result[0] = code_normal;
     stitch_result[1] = 0;
@@ -369,7 +364,7 @@ int* TarnStitcher::register_frame(tarn::camera_frame& input_frame, const int dir
     }
     if (is_last_one != 0) {
         // The last frame goes to the worker without being registered here.
-        hand_over(*this, input_frame.bgr(), last_angles, last_scales, direction);
+        hand_over(*this, input_frame, last_angles, last_scales, direction);
         if (!get_big_image(big_frame_index)) {
             stitch_result[0] = code_pipeline_failed;
         }
@@ -382,13 +377,13 @@ int* TarnStitcher::register_frame(tarn::camera_frame& input_frame, const int dir
     }
     tarn::store_release(stitcher_status, registering);
 
-    live_frame current(input_frame.working_copy());
+    live_frame current(input_frame);
     tarn::deferred_work corner_search(
         [&] { current.frame_good_keypoints = tarn::find_corners(current.scaled_gray_frame); });
-    tracked_points tracks;
-    tarn::deferred_work tracking([&] { tracks = track(last_check_data, current); });
+    tarn::frame_flow flow(last_check_data.scaled_gray_frame, current.scaled_gray_frame,
+                          last_check_data.good_keypoints);
     if (frame_index > 0) {
-        look_ahead(tracking, corner_search, input_frame);
+        look_ahead(corner_search, flow);  // neither needs the other
     }
 
     // Finds nothing, and raises nothing, in the empty gray image of a frame of two or four channels: such a frame
@@ -398,16 +393,16 @@ int* TarnStitcher::register_frame(tarn::camera_frame& input_frame, const int dir
         return reject(*this, stitch_result);
     }
     ++frame_index;
-    last_frame = input_frame.bgr();
+    last_frame = input_frame;
     if (frame_index == 1) {
         begin_panorama(*this, current);
-        hand_over(*this, last_frame, last_angles, last_scales, direction);
+        hand_over(*this, input_frame, last_angles, last_scales, direction);
         tarn::store_release(stitcher_status, finished);
         stitch_result[0] = code_normal;
         return stitch_result;
     }
 
-    tracking.finish();
+    const tracked_points tracks = track(last_check_data.good_keypoints, flow.result(), current.work_scale);
     if (outnumbers(matches_thresh, tracks.matched_frame_points.size())) {
         return reject(*this, stitch_result);
     }
@@ -459,7 +454,7 @@ int* TarnStitcher::register_frame(tarn::camera_frame& input_frame, const int dir
     if (shows_enough_new || turns_round) {
         last_warp_points = place.transpose_corners;
         stitch_result[0] = code_normal;
-        hand_over(*this, last_frame, shape.angles, shape.scales,
+        hand_over(*this, shows_enough_new ? input_frame : last_frame, shape.angles, shape.scales,
                   shows_enough_new ? move_direction : last_direction);
         compose_preview(*this, current, place);
         base_H = identity();

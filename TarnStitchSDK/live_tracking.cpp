@@ -46,14 +46,18 @@ std::vector<candidate> local_maxima(const cv::Mat& gray)
     cv::threshold(strengths, strengths, greatest * quality_level, 0.0, cv::THRESH_TOZERO);
     cv::dilate(strengths, greatest_near, cv::Mat());
     std::vector<candidate> result;
+    std::vector<int> columns(static_cast<size_t>(gray.cols));
     for (int y = 1; y < gray.rows - 1; ++y) {
         const auto* const strength = strengths.ptr<float>(y);
         const auto* const near = greatest_near.ptr<float>(y);
+        // Without a branch, which would be a guess at each pixel.
+        size_t count = 0;
         for (int x = 1; x < gray.cols - 1; ++x) {
-            if (strength[x] != 0.0f && strength[x] == near[x]) {
-                result.push_back({strength[x], x, y});
-            }
+            columns[count] = x;
+            count += static_cast<size_t>(strength[x] != 0.0f) & static_cast<size_t>(strength[x] == near[x]);
         }
+        std::for_each(columns.begin(), columns.begin() + static_cast<std::ptrdiff_t>(count),
+                      [&](int x) { result.push_back({strength[x], x, y}); });
     }
     return result;
 }
@@ -171,24 +175,52 @@ std::vector<cv::Point2f> find_corners(const cv::Mat& gray)
     return corners;
 }
 
-point_flow track_points(const cv::Mat& reference, const cv::Mat& gray, const std::vector<cv::Point2f>& points)
+frame_flow::frame_flow(const cv::Mat& reference, const cv::Mat& gray, const std::vector<cv::Point2f>& points)
+    : points_(points)
 {
-    point_flow flow;
     if (!is_plain_gray(reference) || !is_plain_gray(gray) || reference.size() != gray.size()) {
-        std::vector<float> verror;
-        cv::calcOpticalFlowPyrLK(reference, gray, points, flow.places, flow.found, verror, window(), max_level,
-                                 criteria(), 0, min_eigenvalue);
-        return flow;
+        pieces_.emplace_back([this, reference, gray] {
+            std::vector<float> verror;
+            cv::calcOpticalFlowPyrLK(reference, gray, points_, flow_.places, flow_.found, verror, window(),
+                                     max_level, criteria(), 0, min_eigenvalue);
+        });
+        return;
     }
     const auto [from, to] = pyramids().of(reference, gray);
-    cv::calcOpticalFlowPyrLK(from, to, points, flow.places, flow.found, cv::noArray(), window(), max_level,
-                             criteria(), 0, min_eigenvalue);
-    for (size_t i = 0; i < flow.found.size(); ++i) {
-        if (has_left(flow.places[i], gray.size())) {
-            flow.found[i] = 0;
-        }
+    const int count = static_cast<int>(points_.size());
+    flow_.places.resize(points_.size());
+    flow_.found.resize(points_.size());
+    constexpr int points_per_piece = 20;
+    for (int begin = 0; begin < count; begin += points_per_piece) {
+        add_piece(cv::Range(begin, std::min(begin + points_per_piece, count)), from, to);
     }
-    return flow;
+}
+
+// Points are tracked one by one, so it does not matter which of them share a call.
+void frame_flow::add_piece(cv::Range range, const pyramid& from, const pyramid& to)
+{
+    pieces_.emplace_back([this, range, &from, &to] {
+        const auto begin = static_cast<size_t>(range.start);
+        const cv::Mat points(range.size(), 1, CV_32FC2, &points_[begin]);
+        cv::Mat places(range.size(), 1, CV_32FC2, &flow_.places[begin]);
+        cv::Mat found(range.size(), 1, CV_8UC1, &flow_.found[begin]);
+        cv::calcOpticalFlowPyrLK(from, to, points, places, found, cv::noArray(), window(), max_level, criteria(),
+                                 0, min_eigenvalue);
+        const cv::Size image = to[0].size();
+        for (size_t i = begin; i < static_cast<size_t>(range.end); ++i) {
+            if (has_left(flow_.places[i], image)) {
+                flow_.found[i] = 0;
+            }
+        }
+    });
+}
+
+point_flow frame_flow::result()
+{
+    for (deferred_work& piece : pieces_) {
+        piece.finish();
+    }
+    return std::move(flow_);
 }
 
 }  // namespace tarn

@@ -8,6 +8,8 @@
 
 #include <opencv2/core.hpp>
 
+#include "deferred_work.h"
+
 namespace tarn {
 
 /// At most 80 corners, strongest first, at least 10 pixels apart: what cv::goodFeaturesToTrack finds with a
@@ -23,14 +25,35 @@ struct point_flow {
     std::vector<uchar> found;
 };
 
-/// Pyramidal optical flow (Lucas-Kanade, windows of 21 x 21, four levels): what cv::calcOpticalFlowPyrLK gives.
-/// Keeps what it derives from an image to use it again when the same image comes as the reference. One thread at a
-/// time.
-///
-/// @param reference  CV_8UC1
-/// @param gray       the next image, of the same size
-/// @param points     in the reference, px; none: nothing is found, whatever the images
-/// @throws cv::Exception for images of other types, or of two sizes
-point_flow track_points(const cv::Mat& reference, const cv::Mat& gray, const std::vector<cv::Point2f>& points);
+/// Pyramidal optical flow (Lucas-Kanade, windows of 21 x 21, four levels): what cv::calcOpticalFlowPyrLK gives, in
+/// pieces that may be done side by side. What is derived from an image is kept, to be used again when the same
+/// image comes as the reference; so one flow at a time.
+class frame_flow {
+public:
+    /// @param reference  CV_8UC1
+    /// @param gray       the next image, of the same size
+    /// @param points     in the reference, px; copied. None: nothing is found, whatever the images.
+    frame_flow(const cv::Mat& reference, const cv::Mat& gray, const std::vector<cv::Point2f>& points);
+    frame_flow(const frame_flow&) = delete;
+    frame_flow& operator=(const frame_flow&) = delete;
+    ~frame_flow() = default;
+
+    /// The work; what it throws is thrown by result().
+    std::vector<deferred_work>& pieces()
+    {
+        return pieces_;
+    }
+
+    /// Finishes the work.
+    /// @throws cv::Exception for images of other types, or of two sizes
+    point_flow result();
+
+private:
+    void add_piece(cv::Range range, const std::vector<cv::Mat>& from, const std::vector<cv::Mat>& to);
+
+    std::vector<cv::Point2f> points_;
+    point_flow flow_;
+    std::vector<deferred_work> pieces_;
+};
 
 }  // namespace tarn

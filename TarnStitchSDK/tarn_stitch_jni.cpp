@@ -7,7 +7,9 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "frame_intake.h"
+#include <opencv2/imgproc.hpp>
+
+#include "spare_frames.h"
 #include "worker_protocol.h"
 
 // The variables that its constructor resets are inline variables of a header included above, so they are
@@ -66,8 +68,14 @@ int* videoStitch(cv::Mat mat, int direction, int is_last_one)
     static int buf[2] = {0, 0};
     const std::int64_t start = cv::getTickCount();
     try {
-        tarn::camera_frame input_frame = tarn::camera_frame::from_host(mat);
-        const int* stitch_result = tarn_stitcher.register_frame(input_frame, direction, is_last_one);
+        // Never the host's own pixels, nor any that are still in use: the worker and the task keep this image.
+        cv::Mat input_frame;
+        if (mat.type() == CV_8UC4 && mat.dims == 2 && !mat.empty()) {
+            input_frame = tarn::take_spare_frame(mat.size(), CV_8UC3);
+        }
+        cv::cvtColor(mat, input_frame, cv::COLOR_RGBA2BGR);
+        const int* stitch_result = tarn_stitcher.ofcheck_stitch(input_frame, direction, is_last_one);
+        input_frame.release();
         std::copy_n(stitch_result, 2, buf);
     } catch (const std::exception& e) {
         // buf keeps the result of the frame before.

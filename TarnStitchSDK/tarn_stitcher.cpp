@@ -6,7 +6,7 @@
 #include <unistd.h>
 #include <utility>
 
-#include "frame_intake.h"
+#include "spare_frames.h"
 #include "worker_protocol.h"
 
 TarnStitcher::TarnStitcher(std::string input_path) : local_path(std::move(input_path))

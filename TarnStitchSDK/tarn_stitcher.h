@@ -39,10 +39,6 @@
 #include "shared_access.h"
 #include "working_directory.h"
 
-namespace tarn {
-class camera_frame;
-}
-
 /// What is kept of the frame accepted last, against which the next one is registered.
 struct stitch_data {
     cv::Mat scaled_gray_frame;  ///< the frame, at most 300 px wide, CV_8UC1
@@ -115,10 +111,6 @@ public:
     /// @throws cv::Exception and whatever else the image library or the start of a thread raises;
     ///         stitcher_status may be left at 1
     int* ofcheck_stitch(cv::Mat& input_frame, const int direction, const int is_last_one);
-
-    /// The same for a frame whose full-size image is made when it is needed: what videoStitch calls. The library's
-    /// own.
-    int* register_frame(tarn::camera_frame& input_frame, const int direction, const int is_last_one);
 
     /// Waits, for max_wait_seconds at most, until the worker with the given index has had its turn, writes the
     /// panorama to big_local_path + "big_stitch.jpg" and stores that path in big_stitch_image_path.

@@ -86,6 +86,20 @@ int plain_live_path::feed(const cv::Mat& frame, int direction)
     return code;
 }
 
+int plain_live_path::feed_host_frame(const cv::Mat& mat, int direction)
+{
+    try {
+        cv::Mat tmp_frame = mat.clone();
+        cv::Mat input_frame;
+        cv::cvtColor(tmp_frame, input_frame, cv::COLOR_RGBA2BGR);
+        tmp_frame.release();
+        code = register_frame(input_frame, direction);
+    } catch (const std::exception&) {
+        stitcher_status = 3;
+    }
+    return code;
+}
+
 int plain_live_path::reject(int result)
 {
     stitcher_status = 3;

@@ -32,6 +32,9 @@ public:
     /// the image library leaves the code before.
     int feed(const cv::Mat& frame, int direction);
 
+    /// The same from what the host hands in, R,G,B,A: with the copy and the conversion that this takes.
+    int feed_host_frame(const cv::Mat& mat, int direction);
+
     /// Names of the fields in which a task differs from this; empty when all agree to the last bit.
     std::string differences(const TarnStitcher& task) const;
 
