@@ -209,13 +209,13 @@ private:
             fail();
             return;
         }
-        const auto grown = tarn::compose(neighbour_.panorama, frame_, panorama_from_frame);
+        const auto merged = tarn::merge_frame(neighbour_.panorama, frame_, panorama_from_frame);
         pass(worker_stage::composed);
-        if (!grown) {
+        if (!merged) {
             fail();
             return;
         }
-        hand_over(grown->image, grown->panorama_from_frame);
+        hand_over(*merged);
     }
 
     // The frame into the panorama, found by way of the frame composed last; empty when that fails.
@@ -261,9 +261,30 @@ private:
 
     // The three ways in which a turn, or the wait for one, ends.
 
+    void hand_over(const tarn::merged_frame& merged)
+    {
+        {
+            // Nobody can ask for a header while the mutex is held, so pixels that only this turn and the task hold
+            // can be written. What is written is the frame's box; it takes a millisecond or two.
+            const auto lock = tarn::lock_task(generation_);
+            const int headers = big_stitch_image.u == neighbour_.panorama.u ? 2 : 1;
+            if (tarn::can_grow_in_place(neighbour_.panorama, merged, headers)) {
+                end_turn(tarn::grow_in_place(neighbour_.panorama, merged), merged.panorama_from_frame);
+                return;
+            }
+        }
+        hand_over(tarn::grow_in_new_storage(neighbour_.panorama, merged), merged.panorama_from_frame);
+    }
+
     void hand_over(const cv::Mat& panorama, const cv::Mat& panorama_from_frame)
     {
         const auto lock = tarn::lock_task(generation_);
+        end_turn(panorama, panorama_from_frame);
+    }
+
+    // The hand-over mutex must be held.
+    void end_turn(const cv::Mat& panorama, const cv::Mat& panorama_from_frame)
+    {
         big_stitch_image = panorama;
         neighbour_homo = panorama_from_frame;
         neighbour_keypoints.swap(described_.keypoints);

@@ -1,9 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // Laying a high-resolution frame onto the panorama: the canvas and its growth, what is kept and what is filled.
+#include <algorithm>
 #include <cmath>
 #include <limits>
 #include <optional>
+#include <stdexcept>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -34,24 +36,49 @@ cv::Mat shift_by(double x, double y)
     return cv::Mat(tarn::test::translation(x, y));
 }
 
-/// compose(), which must agree with the plain transcription to the last bit and leave its input alone.
-std::optional<tarn::grown_panorama> composed(const cv::Mat& panorama, const cv::Mat& frame, const cv::Mat& H)
+/// A panorama with a frame laid onto it.
+struct grown_panorama {
+    cv::Mat image;
+    cv::Mat panorama_from_frame;
+};
+
+/// A copy of the image as a view of a larger one, with rubbish in the room around it.
+cv::Mat with_room(const cv::Mat& image, int room)
+{
+    cv::Mat storage(image.rows + 2 * room, image.cols + 2 * room, CV_8UC3);
+    cv::randu(storage, 0, 256);
+    cv::Mat view = storage(cv::Rect(cv::Point(room, room), image.size()));
+    image.copyTo(view);
+    return view;
+}
+
+/// The composition, in new storage and in place, which must agree with the plain transcription to the last bit and
+/// leave its input alone.
+std::optional<grown_panorama> composed(const cv::Mat& panorama, const cv::Mat& frame, const cv::Mat& H)
 {
     const cv::Mat panorama_before = panorama.clone();
     const cv::Mat frame_before = frame.clone();
     const cv::Mat H_before = H.clone();
-    auto result = tarn::compose(panorama, frame, H);
+    const auto merged = tarn::merge_frame(panorama, frame, H);
+    const reference::composition expected = reference::compose(panorama, frame, H);
+    EXPECT_EQ(merged.has_value(), !expected.is_too_large);
+    if (!merged) {
+        return std::nullopt;
+    }
+    EXPECT_TRUE(same_pixels(expected.H, merged->panorama_from_frame));
+    const grown_panorama result = {tarn::grow_in_new_storage(panorama, *merged), merged->panorama_from_frame};
+    EXPECT_TRUE(same_pixels(expected.image, result.image));
+    EXPECT_NE(result.image.u, panorama.u);
     EXPECT_TRUE(same_pixels(panorama_before, panorama));
     EXPECT_TRUE(same_pixels(frame_before, frame));
     EXPECT_TRUE(same_pixels(H_before, H));
 
-    const reference::composition expected = reference::compose(panorama, frame, H);
-    EXPECT_EQ(result.has_value(), !expected.is_too_large);
-    if (result) {
-        EXPECT_TRUE(same_pixels(expected.image, result->image));
-        EXPECT_TRUE(same_pixels(expected.H, result->panorama_from_frame));
-        EXPECT_NE(result->image.data, panorama.data);
-    }
+    const cv::Size growth = expected.image.size() - panorama.size();
+    const cv::Mat roomy = with_room(panorama, std::max(growth.width, growth.height));
+    EXPECT_TRUE(tarn::can_grow_in_place(roomy, *merged, 1));
+    const cv::Mat grown = tarn::grow_in_place(roomy, *merged);
+    EXPECT_EQ(grown.u, roomy.u);
+    EXPECT_TRUE(same_pixels(expected.image, grown)) << "in place";
     return result;
 }
 
@@ -276,7 +303,7 @@ TEST(FrameMerge, AgreesWithThePlainTranscriptionForRandomImagesAndHomographies)
             raises = true;
         }
         if (raises) {
-            EXPECT_THROW(tarn::compose(panorama, frame, H), cv::Exception) << i;
+            EXPECT_THROW(tarn::merge_frame(panorama, frame, H), cv::Exception) << i;
         } else {
             composed_rounds += composed(panorama, frame, H) ? 1 : 0;
         }
@@ -313,20 +340,87 @@ TEST(FrameMerge, FrameMappedToNowhereRaisesTheImageLibrarysErrorOrIsTooLarge)
             cv::Mat H = shift_by(10, 10);
             H.at<double>(element / 3, element % 3) = bad;
             try {
-                tarn::compose(panorama, frame, H);
+                tarn::merge_frame(panorama, frame, H);
             } catch (const cv::Exception&) {
             }
         }
     }
-    EXPECT_ANY_THROW(tarn::compose(panorama, frame, shift_by(nan, 0)));
-    EXPECT_FALSE(tarn::compose(panorama, frame, shift_by(1e30, 0)));
+    EXPECT_ANY_THROW(tarn::merge_frame(panorama, frame, shift_by(nan, 0)));
+    EXPECT_FALSE(tarn::merge_frame(panorama, frame, shift_by(1e30, 0)));
 }
 
 TEST(FrameMerge, OtherTypesThanThreeBytesRaiseAnError)
 {
-    EXPECT_THROW(tarn::compose(cv::Mat(40, 60, CV_8UC4), plain(30, 20, light), shift_by(0, 0)), cv::Exception);
-    EXPECT_THROW(tarn::compose(plain(60, 40, grey), cv::Mat(20, 30, CV_8UC1), shift_by(0, 0)), cv::Exception);
-    EXPECT_THROW(tarn::compose(plain(60, 40, grey), cv::Mat(20, 30, CV_16UC3), shift_by(0, 0)), cv::Exception);
+    EXPECT_THROW(tarn::merge_frame(cv::Mat(40, 60, CV_8UC4), plain(30, 20, light), shift_by(0, 0)), cv::Exception);
+    EXPECT_THROW(tarn::merge_frame(plain(60, 40, grey), cv::Mat(20, 30, CV_8UC1), shift_by(0, 0)), cv::Exception);
+    EXPECT_THROW(tarn::merge_frame(plain(60, 40, grey), cv::Mat(20, 30, CV_16UC3), shift_by(0, 0)), cv::Exception);
+}
+
+TEST(GrowthInPlace, NeedsTheRoomOnEverySideToWhichThePanoramaGrows)
+{
+    const cv::Mat frame = plain(30, 20, light);
+    const cv::Mat storage = plain(60 + 7 + 5, 40 + 4 + 3, white);
+    const cv::Mat panorama = storage(cv::Rect(7, 4, 60, 40));  // 7 left, 4 above, 5 right, 3 below
+    const auto fits = [&](double x, double y) {
+        const auto merged = tarn::merge_frame(panorama, frame, shift_by(x, y));
+        return merged && tarn::can_grow_in_place(panorama, *merged, 2);
+    };
+    EXPECT_TRUE(fits(10, 10));
+    EXPECT_TRUE(fits(-7, 10));
+    EXPECT_FALSE(fits(-8, 10));
+    EXPECT_TRUE(fits(10, -4));
+    EXPECT_FALSE(fits(10, -5));
+    EXPECT_TRUE(fits(35, 10));
+    EXPECT_FALSE(fits(36, 10));
+    EXPECT_TRUE(fits(10, 23));
+    EXPECT_FALSE(fits(10, 24));
+    EXPECT_TRUE(fits(35, 23));
+}
+
+TEST(GrowthInPlace, IsRefusedWhenAnyoneElseHoldsTheStorage)
+{
+    cv::Mat panorama = with_room(plain(60, 40, grey), 50);
+    const auto merged = tarn::merge_frame(panorama, plain(30, 20, light), shift_by(50, 10));
+    ASSERT_TRUE(merged);
+    EXPECT_TRUE(tarn::can_grow_in_place(panorama, *merged, 1));
+    {
+        const cv::Mat part = panorama(cv::Rect(0, 0, 5, 5));
+        EXPECT_FALSE(tarn::can_grow_in_place(panorama, *merged, 1));
+        EXPECT_TRUE(tarn::can_grow_in_place(panorama, *merged, 2));
+    }
+    EXPECT_TRUE(tarn::can_grow_in_place(panorama, *merged, 1));
+
+    std::vector<uchar> memory(200 * 3 * 100);
+    const cv::Mat of_the_hosts(100, 200, CV_8UC3, memory.data());
+    panorama = of_the_hosts(cv::Rect(50, 30, 60, 40));
+    EXPECT_FALSE(tarn::can_grow_in_place(panorama, *merged, 1)) << "nobody counts who uses that";
+    EXPECT_FALSE(tarn::can_grow_in_place(cv::Mat(), *merged, 1));
+}
+
+TEST(GrowthInPlace, CopiesOfASweepAreFewAndItsRoomStaysWithinTheGreatestPanorama)
+{
+    for (const cv::Point& step : {cv::Point(20, 0), cv::Point(-20, 1), cv::Point(0, 20), cv::Point(-1, -20)}) {
+        cv::Mat panorama = plain(60, 60, grey);
+        cv::Mat H = shift_by(0, 0);
+        int copies = 0;
+        for (int i = 1; i <= 400; ++i) {
+            const auto merged = tarn::merge_frame(panorama, plain(60, 60, light), shift_by(step.x, step.y) * H);
+            ASSERT_TRUE(merged);
+            H = merged->panorama_from_frame;
+            if (tarn::can_grow_in_place(panorama, *merged, 1)) {
+                panorama = tarn::grow_in_place(panorama, *merged);
+            } else {
+                panorama = tarn::grow_in_new_storage(panorama, *merged);
+                ++copies;
+            }
+            cv::Size storage;
+            cv::Point at;
+            panorama.locateROI(storage, at);
+            ASSERT_LE(std::max(storage.width, storage.height), 10000 + 5000);
+        }
+        EXPECT_GE(std::max(panorama.cols, panorama.rows), 400 * 20);
+        EXPECT_LE(copies, 40) << step;
+    }
 }
 
 // ------------------------------------------------------------------------------------------ through the worker
@@ -346,6 +440,47 @@ TEST_F(WorkerComposition, EveryTurnMakesANewPanoramaAndLeavesTheOldOnesPixelsAlo
     for (size_t i = 0; i < panoramas.size(); ++i) {
         EXPECT_TRUE(same_pixels(copies[i], panoramas[i])) << i;
     }
+}
+
+TEST_F(WorkerComposition, PanoramaThatNobodyElseHoldsGrowsInItsOwnStorage)
+{
+    for (int index = 1; index <= 3; ++index) {
+        add_key_frame(index);
+    }
+    const cv::UMatData* const storage = big_stitch_image.u;
+    const int height = big_stitch_image.rows;
+    add_key_frame(4);
+    ASSERT_EQ(big_stitch_status, 3);
+    EXPECT_EQ(big_stitch_image.u, storage);
+    EXPECT_GT(big_stitch_image.rows, height);
+}
+
+TEST_F(WorkerComposition, TurnThatFailsAfterItsCompositionHasNotTouchedThePanorama)
+{
+    for (int index = 1; index <= 3; ++index) {
+        add_key_frame(index);
+    }
+    const uchar* const pixels = big_stitch_image.data;
+    const cv::Mat before = big_stitch_image.clone();
+    stepper.at(tarn::worker_stage::composed, 4, [] { throw std::runtime_error("no room left"); });
+    add_key_frame(4);
+    EXPECT_EQ(big_stitch_status, 4);
+    EXPECT_EQ(big_stitch_image.data, pixels);
+    EXPECT_TRUE(same_pixels(before, big_stitch_image));
+}
+
+TEST_F(WorkerComposition, HeaderTakenDuringATurnKeepsItsPixels)
+{
+    for (int index = 1; index <= 3; ++index) {
+        add_key_frame(index);
+    }
+    const cv::Mat before = big_stitch_image.clone();
+    cv::Mat taken;
+    stepper.at(tarn::worker_stage::composed, 4, [&taken] { taken = tarn::look_at_pipeline().panorama; });
+    add_key_frame(4);
+    ASSERT_EQ(big_stitch_status, 3);
+    EXPECT_TRUE(same_pixels(before, taken));
+    EXPECT_NE(big_stitch_image.u, taken.u);
 }
 
 TEST_F(WorkerComposition, SweepBackwardsGrowsThePanoramaUpwardsAndMovesTheNeighbour)
