@@ -19,11 +19,16 @@ std::string shown(const cv::Size& size)
 
 }  // namespace
 
-frame_feed::frame_feed(std::unique_ptr<frame_source> source, frame_turn turn)
-    : source_(std::move(source)), turn_(turn)
+frame_feed::frame_feed(std::unique_ptr<frame_source> source, const frame_selection& selection, frame_turn turn)
+    : source_(std::move(source)), selector_(selection), turn_(turn)
 {
     if (!read_ahead()) {
-        throw host_error(exit_code::input_failed, "no frame can be read from " + source_->files().front());
+        const std::string& file = source_->facts().files.front();
+        const bool none_selected = last_stamp_.number > unreadable_;
+        throw host_error(exit_code::input_failed,
+                         none_selected ? "none of the " + std::to_string(last_stamp_.number) + " frames of "
+                                             + file + " lies between --start and --end"
+                                       : "no frame can be read from " + file);
     }
 }
 
@@ -41,41 +46,57 @@ bool frame_feed::next(feed_frame& frame)
 
 bool frame_feed::read_ahead()
 {
-    source_frame picture;
-    while (source_->read(picture)) {
-        ++pictures_;
-        if (picture.image.empty()) {
+    frame_stamp stamp;
+    while (source_->advance(stamp)) {
+        last_stamp_ = stamp;
+        const frame_selector::verdict verdict = selector_.judge(stamp);
+        if (verdict == frame_selector::verdict::end) {
+            return false;
+        }
+        if (verdict == frame_selector::verdict::leave_out) {
+            continue;
+        }
+        const cv::Mat image = source_->picture();
+        if (image.empty()) {
             ++unreadable_;
-            if (source_->announced() > 1) {  // otherwise it is the input that cannot be read
-                say("cannot read " + picture.name + "; it is left out");
+            if (source_->facts().announced > 1) {  // otherwise it is the input that cannot be read
+                note("cannot read " + source_->name() + "; it is left out");
             }
             continue;
         }
         // The library registers each frame against the one before, pixel for pixel: one size is assumed.
         if (size_.empty()) {
-            size_ = picture.image.size();
-        } else if (picture.image.size() != size_) {
-            throw host_error(exit_code::input_failed, picture.name + " is of " + shown(picture.image.size())
+            size_ = image.size();
+        } else if (image.size() != size_) {
+            throw host_error(exit_code::input_failed, source_->name() + " is of " + shown(image.size())
                                                           + " pixels, the frames before it of " + shown(size_));
         }
-        ahead_.rgba = frame_for_library(picture.image, turn_);
-        ahead_.number = pictures_;
-        ahead_.name = picture.name;
+        ahead_.rgba = frame_for_library(image, turn_);
+        ahead_.stamp = stamp;
         return true;
     }
     ended_ = true;
     return false;
 }
 
+std::string frame_feed::damage() const
+{
+    const int count = source_->passed_over();
+    return count == 0
+               ? ""
+               : std::to_string(count) + (count == 1 ? " frame of " : " frames of ") + facts().files.front()
+                     + " cannot be decoded and " + (count == 1 ? "is" : "are") + " left out";
+}
+
 std::string frame_feed::early_end() const
 {
     // What a video says is only about right, so a few frames less are no sign of damage.
     constexpr double share_expected = 0.9;
-    const int announced = source_->announced();
-    if (!ended_ || pictures_ >= share_expected * announced) {
+    const int announced = facts().announced;
+    if (!ended_ || pictures() >= share_expected * announced) {
         return "";
     }
-    return source_->files().front() + " ends at frame " + std::to_string(pictures_) + " of "
+    return facts().files.front() + " ends at frame " + std::to_string(pictures()) + " of "
            + std::to_string(announced) + "; it may have been cut short";
 }
 

@@ -8,6 +8,7 @@
 
 #include <opencv2/core.hpp>
 
+#include "frame_selection.h"
 #include "frame_source.h"
 #include "frame_turn.h"
 
@@ -15,29 +16,65 @@ namespace tarn::host {
 
 /// A frame ready for the library.
 struct feed_frame {
-    cv::Mat rgba;       ///< CV_8UC4, R,G,B,A, turned
-    int number = 0;     ///< 1, 2, 3, … in the order of reading, unreadable pictures included
-    std::string name;   ///< for messages
+    cv::Mat rgba;  ///< CV_8UC4, R,G,B,A, turned
+    frame_stamp stamp;
     bool last = false;  ///< nothing comes after it
 };
 
-/// Reads a source to its end. Holds two frames at most.
-class frame_feed {
+/// What a sweep takes its frames from.
+class sweep_input {
 public:
-    /// Reads the first frame, so that an input without any fails before the work starts.
-    /// @throws host_error (input_failed) when there is no frame
-    frame_feed(std::unique_ptr<frame_source> source, frame_turn turn);
+    sweep_input() = default;
+    virtual ~sweep_input() = default;
+    sweep_input(const sweep_input&) = delete;
+    sweep_input& operator=(const sweep_input&) = delete;
 
     /// Gives the next frame.
     /// @returns false after the last one
     /// @throws host_error (input_failed), naming the picture, when a picture has another size than the first
-    bool next(feed_frame& frame);
+    virtual bool next(feed_frame& frame) = 0;
+};
 
-    /// Pictures left out because they cannot be read; each has been named on standard error.
+/// Reads a source to its end, or to that of the part selected. Holds two frames at most.
+class frame_feed : public sweep_input {
+public:
+    /// Reads the first frame, so that an input without any fails before the work starts.
+    /// @throws host_error (input_failed) when there is no frame
+    frame_feed(std::unique_ptr<frame_source> source, const frame_selection& selection, frame_turn turn);
+
+    bool next(feed_frame& frame) override;
+
+    const source_facts& facts() const
+    {
+        return source_->facts();
+    }
+
+    /// About how many frames there will be; 0 when that is not known.
+    int expected() const
+    {
+        return selector_.expected(facts().announced, facts().rate);
+    }
+
+    /// Width and height of the frames, before turning.
+    cv::Size size() const
+    {
+        return size_;
+    }
+
+    /// Pictures met so far, those that were left out included.
+    int pictures() const
+    {
+        return last_stamp_.number;
+    }
+
+    /// Pictures left out because they cannot be read; files have been named on standard error.
     int unreadable() const
     {
-        return unreadable_;
+        return unreadable_ + source_->passed_over();
     }
+
+    /// One line on damaged pictures in the midst of a video, which its decoder passed over; "" if there are none.
+    std::string damage() const;
 
     /// One line on an input that ended well before it said it would, as one does that was cut short; "" for one
     /// that did not, or has not ended.
@@ -47,10 +84,11 @@ private:
     bool read_ahead();
 
     std::unique_ptr<frame_source> source_;
+    frame_selector selector_;
     frame_turn turn_;
     feed_frame ahead_;  ///< its image is empty when there is none
     cv::Size size_;     ///< of the first frame, before turning
-    int pictures_ = 0;
+    frame_stamp last_stamp_;
     int unreadable_ = 0;
     bool ended_ = false;
 };

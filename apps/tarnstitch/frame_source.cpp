@@ -4,26 +4,20 @@
 #include "frame_source.h"
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
-#include <cstdlib>
 #include <fcntl.h>
 #include <filesystem>
-#include <optional>
 #include <system_error>
 #include <unistd.h>
 #include <utility>
 
-#include <opencv2/core/utils/logger.hpp>
 #include <opencv2/imgcodecs.hpp>
-#include <opencv2/videoio.hpp>
-#include <opencv2/videoio/registry.hpp>
 
-#include "display_rotation.h"
 #include "host_error.h"
 #include "image_files.h"
+#include "metadata.h"
 #include "output_file.h"
-#include "standard_streams.h"
+#include "video_source.h"
 
 namespace fs = std::filesystem;
 
@@ -36,199 +30,128 @@ namespace {
     throw host_error(exit_code::input_failed, line);
 }
 
-bool media_logs_are_wanted()
+bool is_regular(const std::string& path)
 {
-    return std::getenv("OPENCV_LOG_LEVEL") != nullptr;
+    std::error_code error;
+    return fs::is_regular_file(path, error);
 }
-
-/// Silences standard error around a decoder: decoders print warnings of their own, where the caller has a line
-/// for a file that cannot be read.
-class quiet_decoder {
-public:
-    quiet_decoder()
-    {
-        if (!media_logs_are_wanted()) {
-            silence_.emplace(STDERR_FILENO);
-        }
-    }
-
-private:
-    std::optional<silenced_descriptor> silence_;
-};
 
 /// Image files, each a picture.
 class image_source : public frame_source {
 public:
-    image_source(std::vector<std::string> files, bool upright)
-        : files_(std::move(files)),
-          read_flags_(cv::IMREAD_COLOR | (upright ? 0 : static_cast<int>(cv::IMREAD_IGNORE_ORIENTATION)))
+    explicit image_source(std::vector<std::string> files)
     {
+        facts_.announced = static_cast<int>(files.size());
+        facts_.rereadable = std::all_of(files.begin(), files.end(), is_regular);
+        if (is_regular(files.front()) && exif_orientation(files.front()) == shown_turned_counter_clockwise) {
+            facts_.as_recorded = frame_turn::clockwise;
+        }
+        facts_.files = std::move(files);
     }
 
-    bool read(source_frame& frame) override
+    const source_facts& facts() const override
     {
-        if (next_ == files_.size()) {
+        return facts_;
+    }
+
+    bool advance(frame_stamp& stamp) override
+    {
+        if (next_ == facts_.files.size()) {
             return false;
         }
-        frame.name = files_[next_++];
-        const quiet_decoder quiet;
-        try {
-            frame.image = cv::imread(frame.name, read_flags_);
-        } catch (const cv::Exception&) {
-            frame.image = cv::Mat();  // a size beyond the image library's limits, a broken header
-        }
+        stamp.number = static_cast<int>(++next_);
         return true;
     }
 
-    int announced() const override
+    cv::Mat picture() override
     {
-        return static_cast<int>(files_.size());
+        const quiet_decoder quiet;
+        try {
+            return cv::imread(name(), cv::IMREAD_COLOR);  // turned as its Exif orientation says
+        } catch (const cv::Exception&) {
+            return {};  // a size beyond the image library's limits, a broken header
+        }
     }
 
-    const std::vector<std::string>& files() const override
+    std::string name() const override
     {
-        return files_;
+        return facts_.files[next_ - 1];
+    }
+
+    int passed_over() const override
+    {
+        return 0;
     }
 
 private:
-    std::vector<std::string> files_;
-    int read_flags_;
+    static constexpr int shown_turned_counter_clockwise = 8;  // Exif's value of an orientation
+
+    source_facts facts_;
     std::size_t next_ = 0;
 };
 
-/// Of the back-ends that take a file name some do other things with it: one looks for cameras, one would read
-/// "shot7.mp4" as one of a sequence shot7, shot8, ...
-bool decodes_video_files(cv::VideoCaptureAPIs backend)
+void leave_out_files(std::vector<std::string>& files, const std::vector<std::string>& left_out)
 {
-    static constexpr std::array decoders = {cv::CAP_FFMPEG, cv::CAP_GSTREAMER,    cv::CAP_AVFOUNDATION,
-                                            cv::CAP_MSMF,   cv::CAP_OPENCV_MJPEG, cv::CAP_INTEL_MFX};
-    return std::find(decoders.begin(), decoders.end(), backend) != decoders.end();
+    const auto is_left_out = [&left_out](const std::string& file) {
+        return std::any_of(left_out.begin(), left_out.end(),
+                           [&file](const std::string& other) { return same_place(file, other); });
+    };
+    files.erase(std::remove_if(files.begin(), files.end(), is_left_out), files.end());
 }
 
-/// A video file.
-class video_source : public frame_source {
-public:
-    video_source(const std::string& file, bool upright) : files_({file})
-    {
-        // A name such as "a:b.mp4" would be taken for a protocol's; with a directory before it, it is not.
-        const std::string path = fs::path(file).has_parent_path() ? file : "./" + file;
-        const quiet_decoder quiet;
-        for (const cv::VideoCaptureAPIs backend : cv::videoio_registry::getStreamBackends()) {
-            if (!decodes_video_files(backend)) {
-                continue;
-            }
-            try {
-                if (capture_.open(path, backend)) {
-                    break;
-                }
-            } catch (const cv::Exception&) {
-                continue;  // a back-end that cannot be loaded
-            }
-        }
-        std::error_code error;
-        std::optional<int> turns;
-        if (!upright) {
-            turns = 0;
-        } else if (fs::is_regular_file(file, error)) {
-            turns = display_quarter_turns(file);
-        }
-        quarter_turns_ = turns.value_or(0);
-        // Back-ends differ in their default, so it is set either way.
-        capture_.set(cv::CAP_PROP_ORIENTATION_AUTO, turns ? 0.0 : 1.0);
-    }
-
-    bool is_open() const
-    {
-        return capture_.isOpened();
-    }
-
-    bool read(source_frame& frame) override
-    {
-        try {
-            if (!capture_.read(frame.image) || frame.image.empty()) {
-                return false;
-            }
-        } catch (const cv::Exception&) {
-            return false;
-        }
-        static constexpr std::array turn_codes = {cv::ROTATE_90_CLOCKWISE, cv::ROTATE_180,
-                                                  cv::ROTATE_90_COUNTERCLOCKWISE};
-        if (quarter_turns_ > 0) {
-            cv::Mat turned;
-            cv::rotate(frame.image, turned, turn_codes.at(static_cast<std::size_t>(quarter_turns_) - 1));
-            frame.image = turned;
-        }
-        frame.name = "frame " + std::to_string(++number_) + " of " + files_.front();
-        return true;
-    }
-
-    int announced() const override
-    {
-        // Estimated from the length by some back-ends, negative or huge for streams without one.
-        const double count = capture_.get(cv::CAP_PROP_FRAME_COUNT);
-        constexpr double most_believable = 1e8;
-        return count > 0.0 && count < most_believable ? static_cast<int>(count) : 0;
-    }
-
-    const std::vector<std::string>& files() const override
-    {
-        return files_;
-    }
-
-private:
-    std::vector<std::string> files_;
-    cv::VideoCapture capture_;
-    int quarter_turns_ = 0;  ///< by which this class turns frames, clockwise; the back-end then does not
-    int number_ = 0;
-};
-
-std::unique_ptr<frame_source> open_images(std::vector<std::string> files, const source_settings& settings,
+std::unique_ptr<frame_source> open_images(std::vector<std::string> files,
+                                          const std::vector<std::string>& left_out,
                                           const std::string& none_found)
 {
-    files.erase(std::remove_if(files.begin(), files.end(),
-                               [&settings](const std::string& file) {
-                                   return std::any_of(
-                                       settings.left_out.begin(), settings.left_out.end(),
-                                       [&file](const std::string& other) { return same_place(file, other); });
-                               }),
-                files.end());
+    leave_out_files(files, left_out);
     if (files.empty()) {
         fail(none_found);
     }
-    return std::make_unique<image_source>(std::move(files), settings.upright);
+    return std::make_unique<image_source>(std::move(files));
 }
 
-std::unique_ptr<frame_source> open_file(const std::string& input, const source_settings& settings)
+/// Fails with the reason when a file cannot be read, or is empty. Anything but a regular file, a pipe perhaps, is
+/// opened but once, and not here.
+void check_readable(const std::string& file)
 {
+    if (!is_regular(file)) {
+        return;
+    }
+    const int descriptor = open(file.c_str(), O_RDONLY | O_CLOEXEC);
+    if (descriptor == -1) {
+        fail("cannot read " + file + ": " + std::generic_category().message(errno));
+    }
+    close(descriptor);
     std::error_code error;
-    const bool regular =
-        fs::is_regular_file(input, error);  // anything else, a pipe perhaps, is opened but once
-    if (regular) {
-        const int descriptor = open(input.c_str(), O_RDONLY | O_CLOEXEC);
-        if (descriptor == -1) {
-            fail("cannot read " + input + ": " + std::generic_category().message(errno));
-        }
-        close(descriptor);
-        if (fs::file_size(input, error) == 0) {
-            fail(input + " is empty");
-        }
+    if (fs::file_size(file, error) == 0) {
+        fail(file + " is empty");
     }
+}
+
+bool is_image(const std::string& file)
+{
+    return has_image_ending(file) || (is_regular(file) && cv::haveImageReader(file));
+}
+
+std::unique_ptr<frame_source> open_file(const std::string& input)
+{
+    check_readable(input);
     if (has_image_ending(input)) {
-        return std::make_unique<image_source>(std::vector<std::string>{input}, settings.upright);
+        return std::make_unique<image_source>(std::vector<std::string>{input});
     }
-    auto video = std::make_unique<video_source>(input, settings.upright);
-    if (video->is_open()) {
+    std::error_code error;
+    auto video = fs::is_character_file(input, error) ? open_camera(input) : open_video(input);
+    if (video) {
         return video;
     }
-    if (regular && cv::haveImageReader(input)) {
-        return std::make_unique<image_source>(std::vector<std::string>{input}, settings.upright);
+    if (is_image(input)) {
+        return std::make_unique<image_source>(std::vector<std::string>{input});
     }
-    fail(input + " is neither a video nor an image that can be read");
+    fail(fs::is_character_file(input, error) ? input + " is no camera that can be opened"
+                                             : input + " is neither a video nor an image that can be read");
 }
 
-}  // namespace
-
-std::unique_ptr<frame_source> open_frame_source(const std::string& input, const source_settings& settings)
+std::unique_ptr<frame_source> open_one(const std::string& input, const std::vector<std::string>& left_out)
 {
     std::error_code error;
     const fs::file_status status = fs::status(input, error);
@@ -236,16 +159,44 @@ std::unique_ptr<frame_source> open_frame_source(const std::string& input, const 
         fail("cannot read " + input + ": " + error.message());
     }
     if (fs::is_directory(status)) {
-        return open_images(images_in_directory(input), settings, "there are no images in " + input);
+        return open_images(images_in_directory(input), left_out, "there are no images in " + input);
     }
     if (fs::exists(status)) {
-        return open_file(input, settings);
+        return open_file(input);
+    }
+    if (camera_number(input)) {
+        auto camera = open_camera(input);
+        return camera ? std::move(camera) : (fail("there is no " + input + " that can be opened"), nullptr);
     }
     numbered_name name;
     if (parse_numbered_name(input, name)) {
-        return open_images(numbered_images(name), settings, "there are no files " + input);
+        return open_images(numbered_images(name), left_out, "there are no files " + input);
     }
     fail("there is no file or directory " + input);
+}
+
+}  // namespace
+
+std::unique_ptr<frame_source> open_frame_source(const std::vector<std::string>& inputs,
+                                                const std::vector<std::string>& left_out)
+{
+    if (inputs.size() == 1) {
+        return open_one(inputs.front(), left_out);
+    }
+    for (const std::string& input : inputs) {
+        std::error_code error;
+        const fs::file_status status = fs::status(input, error);
+        if (!fs::exists(status)) {
+            fail("there is no file " + input);
+        }
+        check_readable(input);
+        if (fs::is_directory(status) || !is_image(input)) {
+            fail("of several inputs each must be an image, and " + input + " is none");
+        }
+    }
+    std::vector<std::string> files = inputs;
+    std::stable_sort(files.begin(), files.end(), natural_less);
+    return open_images(std::move(files), left_out, "there are no images but results of an earlier run");
 }
 
 std::string name_of_input(const std::string& input)
@@ -256,6 +207,8 @@ std::string name_of_input(const std::string& input)
     std::string result;
     if (fs::is_directory(path, error)) {
         result = fs::canonical(path, error).filename().string();
+    } else if (!fs::exists(path, error) && camera_number(input)) {
+        result = "camera" + std::to_string(*camera_number(input));
     } else if (!fs::exists(path, error) && parse_numbered_name(input, name)) {
         result = name.before;
         result.erase(result.find_last_not_of("-_. ") + 1);
@@ -267,15 +220,6 @@ std::string name_of_input(const std::string& input)
         result = path.stem().string();
     }
     return result.empty() ? "sweep" : result;
-}
-
-void silence_media_logs()
-{
-    if (!media_logs_are_wanted()) {
-        cv::utils::logging::setLogLevel(cv::utils::logging::LOG_LEVEL_SILENT);
-    }
-    constexpr const char* quiet = "-8";
-    setenv("OPENCV_FFMPEG_LOGLEVEL", quiet, 0);
 }
 
 }  // namespace tarn::host

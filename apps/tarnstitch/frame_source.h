@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Where frames come from: a video, a numbered image sequence or a directory of images.
+// Where frames come from: a video, a camera, a numbered image sequence, a directory of images, listed images.
 #pragma once
 
 #include <memory>
@@ -9,12 +9,21 @@
 
 #include <opencv2/core.hpp>
 
+#include "frame_selection.h"
+#include "frame_turn.h"
+
 namespace tarn::host {
 
-/// One picture of the input.
-struct source_frame {
-    cv::Mat image;     ///< CV_8UC3, B,G,R; empty when this picture cannot be read, though others may follow
-    std::string name;  ///< for messages: "frame 12 of clip.mp4", or the file
+/// What is known of an input once it is open.
+struct source_facts {
+    std::vector<std::string> files;  ///< that are read; the camera's name for a camera
+    int announced = 0;               ///< pictures that it says it has, perhaps off by a few; 0: it does not say
+    double rate = 0.0;               ///< pictures per second; 0 when there are no times, or it is not known
+    bool has_times = false;          ///< whether pictures come with time stamps
+    bool live = false;               ///< a camera: pictures come when they come
+    bool rereadable = false;         ///< whether opening it again gives the same pictures
+    /// The turn that gives the library what the camera's sensor recorded, where the file tells.
+    frame_turn as_recorded = frame_turn::counter_clockwise;
 };
 
 /// Pictures one after the other, each read when it is asked for, so that memory does not grow with the input.
@@ -25,36 +34,33 @@ public:
     frame_source(const frame_source&) = delete;
     frame_source& operator=(const frame_source&) = delete;
 
+    virtual const source_facts& facts() const = 0;
+
+    /// Goes on to the next picture.
     /// @returns false when there are no more
-    virtual bool read(source_frame& frame) = 0;
+    virtual bool advance(frame_stamp& stamp) = 0;
 
-    /// How many pictures the input says that it has; 0 when it does not say. A video may be off by a few.
-    virtual int announced() const = 0;
+    /// The picture, upright, CV_8UC3, B,G,R; empty when it cannot be read, though others may follow. To be called
+    /// once at most for each picture; one that is not asked for costs as little as the input's kind allows.
+    virtual cv::Mat picture() = 0;
 
-    /// The files that are read; an output must not be one of them.
-    virtual const std::vector<std::string>& files() const = 0;
+    /// What the picture is called in messages: "frame 12 of clip.mp4", or its file.
+    virtual std::string name() const = 0;
+
+    /// Pictures so far that the input has and its decoder passed over, because they were damaged.
+    virtual int passed_over() const = 0;
 };
 
-/// How an input is to be read.
-struct source_settings {
-    /// Whether pictures are turned as their file says (a video's display matrix, an image's EXIF), so that they
-    /// come upright. Otherwise they come as the sensor recorded them.
-    bool upright = true;
-    /// Files that are no part of a directory's or sequence's pictures: results of an earlier run.
-    std::vector<std::string> left_out;
-};
-
-/// Opens `input`: a video file, an image file, a pattern such as "frame%04d.png", or a directory. A file that
-/// exists under the very name wins over the pattern that the name may be.
+/// Opens the inputs of a command line: a video file, a camera ("camera:0" or its device), an image file, a pattern
+/// such as "frame%04d.png", a directory, or several image files, which are sorted in natural order. A file that
+/// exists under the very name wins over whatever else the name may mean.
+/// @param left_out  files that are no part of a directory's or sequence's pictures: results of an earlier run
 /// @throws host_error (input_failed) with the reason
-std::unique_ptr<frame_source> open_frame_source(const std::string& input, const source_settings& settings);
+std::unique_ptr<frame_source> open_frame_source(const std::vector<std::string>& inputs,
+                                                const std::vector<std::string>& left_out);
 
 /// What the outputs of an input are named after: "river" for "a/river.mp4", "stills" for "a/stills/", "frame"
-/// for "frame_%04d.png".
+/// for "frame_%04d.png", "camera0" for "camera:0".
 std::string name_of_input(const std::string& input);
-
-/// Keeps the media libraries from printing on standard error, unless OPENCV_LOG_LEVEL in the
-/// environment asks them to. Call it before the first input is opened.
-void silence_media_logs();
 
 }  // namespace tarn::host

@@ -15,6 +15,7 @@ enum class exit_code {
     usage = 2,          ///< the command line makes no sense
     input_failed = 3,   ///< the input is missing, unreadable or without frames
     output_failed = 4,  ///< an output, or a temporary file, cannot be written
+    stopped = 130,      ///< the user stopped it; what there was until then is written
 };
 
 /// Ends the program with one line on standard error, what(), and an exit code.

@@ -4,15 +4,20 @@
 #include "interruption.h"
 
 #include <algorithm>
+#include <atomic>
 #include <csignal>
 #include <filesystem>
 #include <system_error>
 #include <thread>
 #include <vector>
 
+#include "standard_streams.h"
+
 namespace tarn::host {
 
 namespace {
+
+std::atomic<stop_kind> asked_for{stop_kind::none};
 
 struct removal_list {
     std::mutex mutex;
@@ -43,8 +48,14 @@ void remove_tree(const std::string& path)
 [[noreturn]] void await_and_end(sigset_t signals)
 {
     int signal_number = 0;
-    while (sigwait(&signals, &signal_number) != 0) {
+    while (sigwait(&signals, &signal_number) != 0
+           || (signal_number == SIGINT && stop_asked_for() < stop_kind::interrupted)) {
+        if (signal_number == SIGINT) {
+            ask_to_stop(stop_kind::interrupted);
+            note("stopping: the panorama is being finished; Ctrl-C again ends at once");
+        }
     }
+    leave_status_line();
     // Locked for good: whoever creates or renames a file from now on waits for the end.
     removals().mutex.lock();
     for (const std::string& path : removals().paths) {
@@ -60,6 +71,18 @@ void remove_tree(const std::string& path)
 }
 
 }  // namespace
+
+stop_kind stop_asked_for()
+{
+    return asked_for.load();
+}
+
+void ask_to_stop(stop_kind kind)
+{
+    stop_kind before = asked_for.load();
+    while (before < kind && !asked_for.compare_exchange_weak(before, kind)) {
+    }
+}
 
 void watch_for_interruption()
 {

@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Leaving nothing behind when the program is told to stop: SIGINT (Ctrl-C), SIGTERM and SIGHUP end it at once,
-// after the temporary files and directories named here have been removed.
+// Being told to stop. The first SIGINT (Ctrl-C) only asks for it: the sweep ends as if its last frame had come. The
+// second one, SIGTERM and SIGHUP end the program at once, after the temporary files and directories named here
+// have been removed.
 //
 // The signals are blocked in every thread and awaited by one of their own, which may therefore do ordinary
 // work: no code runs in a signal handler. It then ends the program by the same signal, so that the caller
@@ -12,6 +13,20 @@
 #include <string>
 
 namespace tarn::host {
+
+/// What the user has asked for, the later ones outweighing those before.
+enum class stop_kind {
+    none,
+    finish,       ///< to end the sweep with the next frame
+    interrupted,  ///< the same, by a signal
+    give_up,      ///< to end it without a result
+};
+
+/// What has been asked for so far. Any thread.
+stop_kind stop_asked_for();
+
+/// Asks for it. Any thread.
+void ask_to_stop(stop_kind kind);
 
 /// Starts awaiting the signals; those that the caller has set to be ignored (nohup) stay ignored. Must be
 /// called while the program has one thread only. Also sees to it that a closed pipe or a full file shows as

@@ -1,14 +1,15 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// The table of options, its parser and its help text.
+// The table of options and its parser.
 #include "options.h"
 
 #include <algorithm>
-#include <map>
+#include <cctype>
+#include <filesystem>
+#include <sstream>
 #include <thread>
 
 #include <CLI/CLI.hpp>
-#include <opencv2/core.hpp>
 
 #include "host_error.h"
 
@@ -18,17 +19,21 @@ namespace {
 
 constexpr int most_workers = 16;
 
-camera_motion motion_named(const std::string& option, const std::string& name)
+/// The value for one of a row's words, in their order.
+template <typename Value>
+Value value_named(const option_row& row, const std::string& name, const std::vector<Value>& values)
 {
-    static const std::map<std::string, camera_motion> motions = {
-        {"right", camera_motion::right}, {"left", camera_motion::left}, {"up", camera_motion::up},
-        {"down", camera_motion::down},   {"none", camera_motion::any},
-    };
-    const auto found = motions.find(name);
-    if (found == motions.end()) {
-        throw CLI::ValidationError(option, "it is right, left, up, down or none, not " + name);
+    std::istringstream words(row.choices);
+    std::string all;
+    std::size_t place = 0;
+    for (std::string word; words >> word; ++place) {
+        if (word == name) {
+            return values.at(place);
+        }
+        all += (all.empty() ? "" : ", ") + word;
     }
-    return found->second;
+    const std::size_t comma = all.rfind(", ");
+    throw CLI::ValidationError(row.names, "it is " + all.replace(comma, 2, " or ") + ", not " + name);
 }
 
 std::string has_a_name(const std::string& path)
@@ -36,57 +41,180 @@ std::string has_a_name(const std::string& path)
     return path.empty() ? "it needs a name" : "";
 }
 
+// What reading an option does, by the kind of the member that it sets.
+
+using adding = void(CLI::App& app, const option_row& row, options& into);
+
+template <auto member>
+void add_flag(CLI::App& app, const option_row& row, options& into)
+{
+    app.add_flag(row.names, into.*member);
+}
+
+template <auto member>
+void add_negated_flag(CLI::App& app, const option_row& row, options& into)
+{
+    app.add_flag_callback(row.names, [&into] { into.*member = false; });
+}
+
+template <auto member>
+void add_path(CLI::App& app, const option_row& row, options& into)
+{
+    app.add_option(row.names, into.*member)->type_name(row.value)->check(has_a_name);
+}
+
+template <auto member, int least, int most>
+void add_number(CLI::App& app, const option_row& row, options& into)
+{
+    app.add_option(row.names, into.*member)->type_name(row.value)->check(CLI::Range(least, most));
+}
+
+template <auto member>
+void add_time(CLI::App& app, const option_row& row, options& into)
+{
+    const auto read = [&row, &into](const std::string& text) {
+        into.selection.*member = parse_time(text);
+        if (into.selection.*member < 0.0) {
+            throw CLI::ValidationError(row.names, text + " is no time (seconds or h:mm:ss)");
+        }
+    };
+    app.add_option_function<std::string>(row.names, read)->type_name(row.value);
+}
+
+/// A choice between the row's words, which stand for the values in this order.
+template <auto member, auto... values>
+void add_words(CLI::App& app, const option_row& row, options& into)
+{
+    const auto read = [&row, &into](const std::string& name) {
+        into.*member = value_named(row, name, std::vector{values...});
+    };
+    app.add_option_function<std::string>(row.names, read)->type_name(row.value);
+}
+
+void add_inputs(CLI::App& app, const option_row& row, options& into)
+{
+    app.add_option(row.names, into.inputs)->required()->check(has_a_name);
+}
+
+void add_step(CLI::App& app, const option_row& row, options& into)
+{
+    constexpr int most = 1000000;
+    app.add_option(row.names, into.selection.step)->type_name(row.value)->check(CLI::Range(1, most));
+}
+
+void add_rate(CLI::App& app, const option_row& row, options& into)
+{
+    constexpr double least = 0.001;
+    constexpr double most = 1000.0;
+    app.add_option(row.names, into.selection.fps)->type_name(row.value)->check(CLI::Range(least, most));
+}
+
+void add_help(CLI::App& app, const option_row& row, options&)
+{
+    app.set_help_flag(row.names);
+}
+
+void add_version(CLI::App& app, const option_row& row, options&)
+{
+    app.set_version_flag(row.names, std::string());
+}
+
 /// An option of the table and what reading it does.
 struct bound_row {
     option_row row;
-    void (*add)(CLI::App& app, const option_row& row, options& into);
+    adding* add;
 };
 
 const std::vector<bound_row>& bound_table()
 {
+    constexpr const char* input = "Input";
+    constexpr const char* outputs = "Outputs";
+    constexpr const char* orientation = "Orientation and direction";
+    constexpr const char* pace = "Pace";
+    constexpr const char* screen = "On the screen";
+    constexpr const char* about = "About";
+    constexpr int most_quality = 100;
     static const std::vector<bound_row> table = {
-        {{"Input", "INPUT", "",
-          "a video file, a numbered image sequence (frame%04d.png), or a\n"
-          "directory of images, which are taken in natural order"},
-         [](CLI::App& app, const option_row& row, options& into) {
-             app.add_option(row.names, into.input)->required()->check(has_a_name);
-         }},
-        {{"Outputs", "-o,--output", "FILE",
-          "the high-resolution panorama, .jpg or .jpeg\n"
-          "(default: the input's name + \"-panorama.jpg\", in the current directory)"},
-         [](CLI::App& app, const option_row& row, options& into) {
-             app.add_option(row.names, into.output)->type_name(row.value)->check(has_a_name);
-         }},
-        {{"Outputs", "--preview", "FILE", "the small live panorama; the ending decides the format"},
-         [](CLI::App& app, const option_row& row, options& into) {
-             app.add_option(row.names, into.preview)->type_name(row.value)->check(has_a_name);
-         }},
-        {{"Orientation and direction", "--sensor-orientation", "",
-          "hand the frames over as the sensor recorded them: the panorama comes\n"
-          "out turned by 90 degrees clockwise against them, the preview does not\n"
-          "(default: frames are upright, and so are panorama and preview)"},
-         [](CLI::App& app, const option_row& row, options& into) {
-             app.add_flag(row.names, into.sensor_orientation);
-         }},
-        {{"Orientation and direction", "--direction", "WAY",
+        {{input, "INPUT", "", value_kind::file, "",
+          "a video file; a camera (camera:0 or /dev/video0); a numbered image\n"
+          "sequence (frame%04d.png); a directory of images; or several images.\n"
+          "Images are taken in natural order, frame2 before frame10"},
+         add_inputs},
+        {{input, "--start", "TIME", value_kind::text, "",
+          "begin at TIME: seconds or h:mm:ss (videos and cameras)"},
+         add_time<&frame_selection::start>},
+        {{input, "--end", "TIME", value_kind::text, "", "end at TIME; with a camera, after so long"},
+         add_time<&frame_selection::end>},
+        {{input, "--step", "N", value_kind::text, "", "take every N-th frame"}, add_step},
+        {{input, "--fps", "RATE", value_kind::text, "",
+          "take at most RATE frames of each second (videos and cameras)"},
+         add_rate},
+
+        {{outputs, "-o,--output", "FILE", value_kind::file, "jpg jpeg png tif tiff",
+          "the high-resolution panorama; the ending decides: .jpg, or .png and\n"
+          ".tif without loss (default: the input's name + \"-panorama.jpg\", in the\n"
+          "current directory)"},
+         add_path<&options::output>},
+        {{outputs, "--quality", "N", value_kind::text, "",
+          "quality of a JPEG panorama, 1 to 100 (default: 95)"},
+         add_number<&options::quality, 1, most_quality>},
+        {{outputs, "--crop", "", value_kind::none, "",
+          "cut the panorama to the largest upright rectangle without empty\n"
+          "(wholly black) pixels"},
+         add_flag<&options::crop>},
+        {{outputs, "--preview", "FILE", value_kind::file, "jpg jpeg png tif tiff bmp webp",
+          "the small live panorama; the ending decides the format"},
+         add_path<&options::preview>},
+        {{outputs, "--frames", "FILE", value_kind::file, "csv jsonl",
+          "what became of each frame: its code, direction, motion, shape, time;\n"
+          ".csv or .jsonl"},
+         add_path<&options::frames>},
+        {{outputs, "--keep-work", "DIR", value_kind::directory, "",
+          "copy the library's working files (each key frame, the panorama) to DIR"},
+         add_path<&options::keep_work>},
+        {{outputs, "--json", "", value_kind::none, "",
+          "a summary of the run on standard output, as one JSON object"},
+         add_flag<&options::json_summary>},
+        {{outputs, "--log", "FILE", value_kind::file, "",
+          "the library's own log lines (default: they are dropped)"},
+         add_path<&options::log>},
+
+        {{orientation, "--turn", "WAY", value_kind::words, "auto ccw cw none",
+          "how frames are turned before the library gets them. What is written is\n"
+          "upright in any case, but some sweeps can be stitched one way only.\n"
+          "auto, the default, is what the camera recorded where the file tells,\n"
+          "and ccw elsewhere"},
+         add_words<&options::turn, turn_choice::automatic, turn_choice::counter_clockwise,
+                   turn_choice::clockwise, turn_choice::none>},
+        {{orientation, "--direction", "WAY", value_kind::words, "right left up down none",
           "how the camera moves in the picture: right, left, up, down or none;\n"
           "motion the opposite way is then rejected (default: none)"},
-         [](CLI::App& app, const option_row& row, options& into) {
-             app.add_option_function<std::string>(
-                    row.names,
-                    [&row, &into](const std::string& name) { into.direction = motion_named(row.names, name); })
-                 ->type_name(row.value);
-         }},
-        {{"Pace", "--workers", "N", "key frames worked on at once, 1 to 16 (default: by the processors)"},
-         [](CLI::App& app, const option_row& row, options& into) {
-             app.add_option(row.names, into.workers)->type_name(row.value)->check(CLI::Range(1, most_workers));
-         }},
-        {{"About", "-h,--help", "", "show this text"},
-         [](CLI::App& app, const option_row& row, options&) { app.set_help_flag(row.names); }},
-        {{"About", "--version", "", "show the versions of tarnstitch and OpenCV"},
-         [](CLI::App& app, const option_row& row, options&) {
-             app.set_version_flag(row.names, std::string());
-         }},
+         add_words<&options::direction, camera_motion::right, camera_motion::left, camera_motion::up,
+                   camera_motion::down, camera_motion::any>},
+        {{orientation, "--no-retry", "", value_kind::none, "",
+          "no second try, with the frames turned the other way, after a failure"},
+         add_negated_flag<&options::retry>},
+
+        {{pace, "--realtime", "", value_kind::none, "",
+          "play a video at its own rate, as a camera would: frames that come\n"
+          "while the library is busy are dropped, and counted"},
+         add_flag<&options::realtime>},
+        {{pace, "--workers", "N", value_kind::text, "",
+          "key frames worked on at once, 1 to 16 (default: by the processors)"},
+         add_number<&options::workers, 1, most_workers>},
+
+        {{screen, "--show", "", value_kind::none, "",
+          "a window with the growing preview and the outline of the current\n"
+          "frame; q finishes the sweep, Esc gives it up"},
+         add_flag<&options::show>},
+        {{screen, "-q,--quiet", "", value_kind::none, "",
+          "no progress, notes or summary; errors are still told"},
+         add_flag<&options::quiet>},
+
+        {{about, "-h,--help", "", value_kind::none, "", "show this text"}, add_help},
+        {{about, "--version", "", value_kind::none, "",
+          "show the versions of tarnstitch, its library and OpenCV"},
+         add_version},
     };
     return table;
 }
@@ -97,23 +225,25 @@ std::string first_line(const std::string& text)
     return text.substr(0, text.find('\n'));
 }
 
-constexpr const char* usage_line = "usage: tarnstitch [options] INPUT\n";
+[[noreturn]] void fail(const std::string& line)
+{
+    throw host_error(exit_code::usage, line + " (see tarnstitch --help)");
+}
 
-constexpr const char* examples = R"(Examples:
-  tarnstitch river.mp4
-  tarnstitch stills/ -o hall.jpg --preview hall-preview.png
-  tarnstitch frame%04d.png --direction right
-
-)";
-
-constexpr const char* exit_codes = R"(Exit codes:
-  0  done
-  1  the sweep could not be stitched; what was composed until then is written
-     under the output's name with "-partial" before its ending
-  2  usage
-  3  the input is missing, unreadable or without frames
-  4  an output cannot be written
-)";
+/// Options that make no sense together.
+void check_together(const options& asked)
+{
+    const frame_selection& selection = asked.selection;
+    if (selection.end >= 0.0 && selection.end <= selection.start) {
+        fail("--end: it must be later than --start");
+    }
+    std::string ending = std::filesystem::path(asked.output).extension().string();
+    std::transform(ending.begin(), ending.end(), ending.begin(),
+                   [](unsigned char character) { return static_cast<char>(std::tolower(character)); });
+    if (asked.quality > 0 && (ending == ".png" || ending == ".tif" || ending == ".tiff")) {
+        fail("--quality: it is for JPEG, and " + ending + " is without loss");
+    }
+}
 
 }  // namespace
 
@@ -143,43 +273,12 @@ options parse_options(int argc, const char* const* argv)
     } catch (const CLI::CallForVersion&) {
         result.version = true;
     } catch (const CLI::ParseError& error) {
-        throw host_error(exit_code::usage, first_line(error.what()) + " (see tarnstitch --help)");
+        fail(first_line(error.what()));
+    }
+    if (!result.help && !result.version) {
+        check_together(result);
     }
     return result;
-}
-
-std::string help_text()
-{
-    constexpr std::size_t column = 26;
-    std::string text = usage_line;
-    text += "Stitches the frames of a camera sweep into a panorama.\n";
-    std::string topic;
-    for (const option_row& row : option_table()) {
-        if (row.topic != topic) {
-            topic = row.topic;
-            text += "\n" + topic + ":\n";
-        }
-        std::string names = row.names;
-        const std::size_t comma = names.find(',');
-        if (comma != std::string::npos) {
-            names.insert(comma + 1, " ");
-        }
-        std::string entry = "  " + names + (*row.value == '\0' ? "" : " " + std::string(row.value));
-        entry.resize(std::max(column, entry.size() + 2), ' ');
-        for (const char character : std::string(row.help)) {
-            entry += character;
-            if (character == '\n') {
-                entry += std::string(column, ' ');
-            }
-        }
-        text += entry + "\n";
-    }
-    return text + "\n" + examples + exit_codes;
-}
-
-std::string version_text()
-{
-    return std::string("tarnstitch ") + TARNSTITCH_VERSION + " (OpenCV " + cv::getVersionString() + ")\n";
 }
 
 int default_workers()

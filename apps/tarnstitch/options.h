@@ -1,34 +1,56 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// The command line: one table of options, from which the parser and the help text are made.
+// The command line: one table of options, from which the parser, the help text, the manual page and the shells'
+// completions are made.
 #pragma once
 
 #include <string>
 #include <vector>
 
+#include "frame_selection.h"
 #include "frame_turn.h"
 
 namespace tarn::host {
 
 /// What the command line asks for.
 struct options {
-    std::string input;
-    std::string output;   ///< "" for the name made from the input's
-    std::string preview;  ///< "" for none
-    bool sensor_orientation = false;
+    std::vector<std::string> inputs;
+    frame_selection selection;
+
+    std::string output;     ///< "" for the name made from the input's
+    int quality = 0;        ///< of a JPEG panorama, 1 to 100; 0 for the library's own
+    bool crop = false;      ///< cut the panorama to the largest rectangle without empty pixels
+    std::string preview;    ///< "" for none
+    std::string frames;     ///< the file that tells of each frame; "" for none
+    std::string keep_work;  ///< the directory for the working files; "" for none
+    bool json_summary = false;
+    std::string log;  ///< the file for the library's log lines; "" for none
+
+    turn_choice turn = turn_choice::automatic;
     camera_motion direction = camera_motion::any;
+    bool retry = true;
+
+    bool realtime = false;
     int workers = 0;  ///< 0 for the number that suits this machine
+
+    bool show = false;
+    bool quiet = false;
 
     bool help = false;
     bool version = false;
 };
+
+/// What an option's value is, for the shells' completions.
+enum class value_kind { none, text, file, directory, words };
 
 /// One option, or a positional argument, as the user sees it.
 struct option_row {
     const char* topic;
     const char* names;  ///< "-o,--output"; a name without a dash is positional
     const char* value;  ///< what stands for its value in the help text; "" for a flag
-    const char* help;   ///< lines of at most 72 characters, separated by "\n"
+    value_kind kind;
+    const char* choices;  ///< the words, or the endings of files, separated by " "; "" if any will do
+    const char* help;     ///< lines of at most 72 characters, separated by "\n"
 };
 
 /// The table, by topics in the order of the help text.
@@ -37,12 +59,6 @@ const std::vector<option_row>& option_table();
 /// Reads the command line. With --help or --version among the arguments nothing else is asked for.
 /// @throws host_error (usage), with one line that says what is wrong
 options parse_options(int argc, const char* const* argv);
-
-/// The text of --help.
-std::string help_text();
-
-/// The text of --version.
-std::string version_text();
 
 /// Key frames on their way at once where --workers does not say: as many as there are processors, within the
 /// limits in which more help and the memory stays small.

@@ -79,11 +79,11 @@ public:
     temporary_file& operator=(const temporary_file&) = delete;
 
     /// @returns 0, or the number of the error
-    int write_all(const std::vector<unsigned char>& bytes) const
+    int write_all(const void* bytes, std::size_t size) const
     {
         std::size_t done = 0;
-        while (done < bytes.size()) {
-            const ssize_t written = write(descriptor_, bytes.data() + done, bytes.size() - done);
+        while (done < size) {
+            const ssize_t written = write(descriptor_, static_cast<const char*>(bytes) + done, size - done);
             if (written > 0) {
                 done += static_cast<std::size_t>(written);
             } else if (written == 0 || errno != EINTR) {
@@ -136,6 +136,16 @@ private:
     bool renamed_ = false;
 };
 
+/// The last step of a file that has been written.
+void put_into_place(temporary_file& file, const fs::path& place, const std::string& shown_path)
+{
+    file.take_mode_of(place);
+    const int error = file.move_to(place);
+    if (error != 0) {
+        fail(shown_path, reason_of(error));
+    }
+}
+
 }  // namespace
 
 void check_output_place(const std::string& path)
@@ -181,15 +191,56 @@ void write_whole_file(const std::string& path, const std::vector<unsigned char>&
 {
     const fs::path place = real_place(path);
     temporary_file file(directory_of(place), path);
-    const int write_error = file.write_all(bytes);
+    const int write_error = file.write_all(bytes.data(), bytes.size());
     if (write_error != 0) {
         fail(path, reason_of(write_error));
     }
-    file.take_mode_of(place);
-    const int move_error = file.move_to(place);
-    if (move_error != 0) {
-        fail(path, reason_of(move_error));
+    put_into_place(file, place, path);
+}
+
+struct growing_file::parts {
+    explicit parts(const std::string& wanted)
+        : path(wanted), place(real_place(wanted)), file(directory_of(place), wanted)
+    {
     }
+
+    void write_out()
+    {
+        if (error == 0) {
+            error = file.write_all(pending.data(), pending.size());
+        }
+        pending.clear();
+    }
+
+    std::string path;
+    fs::path place;
+    temporary_file file;
+    std::string pending;  ///< not written yet: lines are short
+    int error = 0;        ///< the number of the first error
+};
+
+growing_file::growing_file(const std::string& path) : parts_(std::make_unique<parts>(path))
+{
+}
+
+growing_file::~growing_file() = default;
+
+void growing_file::append(const std::string& text)
+{
+    constexpr std::size_t enough = 1 << 16;
+    parts_->pending += text;
+    if (parts_->pending.size() >= enough) {
+        parts_->write_out();
+    }
+}
+
+void growing_file::finish()
+{
+    parts_->write_out();
+    if (parts_->error != 0) {
+        fail(parts_->path, reason_of(parts_->error));
+    }
+    put_into_place(parts_->file, parts_->place, parts_->path);
 }
 
 std::string with_addition(const std::string& path, const std::string& addition)

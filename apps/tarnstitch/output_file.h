@@ -4,6 +4,7 @@
 // at all.
 #pragma once
 
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -19,6 +20,27 @@ void check_output_place(const std::string& path);
 /// its own; where `path` is a symbolic link, the file that it points to is replaced and the link stays.
 /// @throws host_error (output_failed) with the reason; nothing is left behind then
 void write_whole_file(const std::string& path, const std::vector<unsigned char>& bytes);
+
+/// A file that is written bit by bit, in the same way: it is at its place once finish() has returned, whole, and
+/// gone without a trace if that is never called. Memory does not grow with it.
+class growing_file {
+public:
+    /// @throws host_error (output_failed)
+    explicit growing_file(const std::string& path);
+    ~growing_file();
+    growing_file(const growing_file&) = delete;
+    growing_file& operator=(const growing_file&) = delete;
+
+    /// Adds to the end. A failure shows in finish().
+    void append(const std::string& text);
+
+    /// @throws host_error (output_failed) with the reason, also of an earlier failure
+    void finish();
+
+private:
+    struct parts;
+    std::unique_ptr<parts> parts_;
+};
 
 /// `path` with `addition` before its ending: ("a/b.jpg", "-partial") gives "a/b-partial.jpg".
 std::string with_addition(const std::string& path, const std::string& addition);

@@ -1,17 +1,23 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// The outputs of a sweep: names, checks, writing.
+// The outputs of a sweep: names, checks, turning and cutting, writing.
 #include "panorama_files.h"
 
 #include <algorithm>
 #include <cctype>
 #include <filesystem>
+#include <system_error>
+#include <utility>
 
 #include <opencv2/imgcodecs.hpp>
 
+#include "best_rectangle.h"
 #include "frame_source.h"
+#include "frames_file.h"
 #include "host_error.h"
 #include "output_file.h"
+
+namespace fs = std::filesystem;
 
 namespace tarn::host {
 
@@ -19,25 +25,41 @@ namespace {
 
 std::string ending_of(const std::string& path)
 {
-    return std::filesystem::path(path).extension().string();
+    return fs::path(path).extension().string();
 }
 
-bool is_jpeg_name(const std::string& path)
+/// The same in small letters.
+std::string kind_of(const std::string& path)
 {
     std::string ending = ending_of(path);
     std::transform(ending.begin(), ending.end(), ending.begin(),
                    [](unsigned char character) { return static_cast<char>(std::tolower(character)); });
-    return ending == ".jpg" || ending == ".jpeg";
+    return ending;
+}
+
+bool is_jpeg_name(const std::string& path)
+{
+    return kind_of(path) == ".jpg" || kind_of(path) == ".jpeg";
+}
+
+bool is_lossless_name(const std::string& path)
+{
+    return kind_of(path) == ".png" || kind_of(path) == ".tif" || kind_of(path) == ".tiff";
 }
 
 /// Encodes an image in the format that the ending of `path` names; empty when there is no such format, or it
 /// does not hold colour images of 8 bits.
-std::vector<unsigned char> encoded(const std::string& path, const cv::Mat& image)
+/// @param quality  of a JPEG; 0 for the usual one
+std::vector<unsigned char> encoded(const std::string& path, const cv::Mat& image, int quality = 0)
 {
     std::vector<unsigned char> bytes;
+    std::vector<int> parameters;
+    if (quality > 0) {
+        parameters = {cv::IMWRITE_JPEG_QUALITY, quality};
+    }
     try {
         const std::string ending = ending_of(path);
-        if (ending.empty() || !cv::imencode(ending, image, bytes)) {
+        if (ending.empty() || !cv::imencode(ending, image, bytes, parameters)) {
             bytes.clear();
         }
     } catch (const cv::Exception&) {
@@ -51,9 +73,17 @@ std::vector<unsigned char> encoded(const std::string& path, const cv::Mat& image
     throw host_error(exit_code::output_failed, line);
 }
 
-/// Writes one file and notes what went wrong. @returns whether it was written
-bool write_noting(const std::string& path, const std::vector<unsigned char>& bytes, written_files& written)
+/// Writes one picture and notes what went wrong. @returns whether it was written
+bool write_noting(const std::string& path, std::vector<unsigned char> bytes, const output_metadata& metadata,
+                  written_files& written)
 {
+    if (bytes.empty()) {
+        written.errors.push_back("cannot write " + path + ": the picture does not fit the format");
+        return false;
+    }
+    if (!metadata.add_to(bytes)) {
+        written.warnings.push_back(path + " is without metadata: they cannot be put into it");
+    }
     try {
         write_whole_file(path, bytes);
         return true;
@@ -65,65 +95,151 @@ bool write_noting(const std::string& path, const std::vector<unsigned char>& byt
 
 }  // namespace
 
-panorama_files::panorama_files(const std::string& input, const std::string& output_name,
-                               const std::string& preview_name)
-    : panorama(output_name.empty() ? name_of_input(input) + "-panorama.jpg" : output_name),
-      partial(with_addition(panorama, "-partial")), preview(preview_name)
+panorama_files::panorama_files(const options& asked)
+    : asked_(asked),
+      panorama_(asked.output.empty() ? name_of_input(asked.inputs.front()) + "-panorama.jpg" : asked.output),
+      partial_(with_addition(panorama_, "-partial"))
 {
-    if (!is_jpeg_name(panorama)) {
-        fail("cannot write " + panorama + ": the panorama is a JPEG, so its name must end in .jpg or .jpeg");
+    if (!is_jpeg_name(panorama_) && !is_lossless_name(panorama_)) {
+        fail("cannot write " + panorama_
+             + ": the panorama's name must end in .jpg, .jpeg, .png, .tif or .tiff");
     }
-    if (preview.empty()) {
-        return;
+    if (!asked.preview.empty()) {
+        const cv::Mat small_image(2, 2, CV_8UC3, cv::Scalar::all(0));
+        if (encoded(asked.preview, small_image).empty()) {
+            const std::string ending = ending_of(asked.preview);
+            fail("cannot write " + asked.preview + ": "
+                 + (ending.empty() ? "it has no ending" : ending + " is no image format")
+                 + " that says how to write it");
+        }
     }
-    const cv::Mat small_image(2, 2, CV_8UC3, cv::Scalar::all(0));
-    if (encoded(preview, small_image).empty()) {
-        fail("cannot write " + preview + ": "
-             + (ending_of(preview).empty() ? "it has no ending" : ending_of(preview) + " is no image format")
-             + " that says how to write it");
+    if (!asked.frames.empty() && !is_frames_name(asked.frames)) {
+        fail("cannot write " + asked.frames + ": the name of the file on frames must end in .csv or .jsonl");
     }
-    if (same_place(panorama, preview) || same_place(partial, preview)) {
-        throw host_error(exit_code::usage, "the panorama and the preview need different names");
+    std::vector<std::string> names = all();
+    for (std::size_t i = 0; i < names.size(); ++i) {
+        for (std::size_t j = i + 1; j < names.size(); ++j) {
+            if (same_place(names[i], names[j])) {
+                throw host_error(exit_code::usage, "the outputs need different names, and two are " + names[j]);
+            }
+        }
     }
+}
+
+std::vector<std::string> panorama_files::all() const
+{
+    std::vector<std::string> names = {panorama_, partial_};
+    for (const std::string& name : {asked_.preview, asked_.frames, asked_.log}) {
+        if (!name.empty()) {
+            names.push_back(name);
+        }
+    }
+    return names;
+}
+
+std::vector<std::string> panorama_files::left_out_of_inputs() const
+{
+    // Only a name that nobody gave is one that nobody thinks of.
+    return asked_.output.empty() ? std::vector<std::string>{panorama_, partial_} : std::vector<std::string>();
 }
 
 void panorama_files::check_against_inputs(const std::vector<std::string>& input_files) const
 {
     for (const std::string& file : input_files) {
-        for (const std::string& output : {panorama, partial, preview}) {
-            if (!output.empty() && same_place(file, output)) {
+        for (const std::string& output : all()) {
+            if (same_place(file, output)) {
                 fail("cannot write " + output + ": it is one of the input's files");
             }
+        }
+        if (!asked_.keep_work.empty() && same_place(fs::absolute(file).parent_path(), asked_.keep_work)) {
+            fail("cannot keep working files in " + asked_.keep_work + ": the input's files are there");
         }
     }
 }
 
 void panorama_files::check_places() const
 {
-    check_output_place(panorama);
-    if (!preview.empty()) {
-        check_output_place(preview);
+    check_output_place(panorama_);
+    for (const std::string& name : {asked_.preview, asked_.frames}) {
+        if (!name.empty()) {
+            check_output_place(name);
+        }
+    }
+    if (!asked_.keep_work.empty()) {
+        std::error_code error;
+        if (fs::is_directory(asked_.keep_work, error)) {
+            check_output_place((fs::path(asked_.keep_work) / "big_stitch.jpg").string());
+        } else if (fs::exists(fs::symlink_status(asked_.keep_work, error))) {
+            fail("cannot keep working files in " + asked_.keep_work + ": it is not a directory");
+        } else {
+            // Not made before there is something to keep in it.
+            fs::path directory = fs::path(asked_.keep_work);
+            directory = directory.has_filename() ? directory : directory.parent_path();
+            check_output_place(directory.string());
+        }
     }
 }
 
-written_files panorama_files::write(const sweep_result& result) const
+written_files panorama_files::write(const sweep_result& result, frame_turn turn,
+                                    const output_metadata& metadata) const
 {
     written_files written;
-    if (!result.panorama_file.empty()) {
-        const bool whole = result.outcome == sweep_outcome::complete;
-        if (write_noting(whole ? panorama : partial, result.panorama_file, written) && !whole) {
-            written.partial = partial;
-        }
+    if (!result.panorama.empty()) {
+        write_panorama(result, turn, metadata, written);
     }
-    if (!preview.empty() && !result.preview.empty()) {
-        const std::vector<unsigned char> bytes = encoded(preview, result.preview);
-        if (bytes.empty()) {
-            written.errors.push_back("cannot write " + preview + ": the preview does not fit the format");
-        } else {
-            write_noting(preview, bytes, written);
-        }
+    if (!asked_.preview.empty() && !result.preview.empty()) {
+        write_preview(result, turn, metadata, written);
     }
     return written;
+}
+
+void panorama_files::write_panorama(const sweep_result& result, frame_turn turn,
+                                    const output_metadata& metadata, written_files& written) const
+{
+    const bool whole = result.outcome == sweep_outcome::complete;
+    const std::string& name = whole ? panorama_ : partial_;
+    cv::Mat image = panorama_for_viewer(result.panorama, turn);
+    written.uncropped = image.size();
+    if (asked_.crop) {
+        const cv::Rect best = largest_full_rectangle(image);
+        if (best.empty()) {
+            written.warnings.push_back(name + " is not cropped: all of it is empty");
+        } else {
+            image = image(best);
+        }
+    }
+    // The library's own file, unless it is not quite what is wanted.
+    const bool as_it_is = is_jpeg_name(name) && asked_.quality == 0 && !result.panorama_file.empty()
+                          && image.data == result.panorama.data && image.size() == result.panorama.size();
+    if (write_noting(name, as_it_is ? result.panorama_file : encoded(name, image, asked_.quality), metadata,
+                     written)) {
+        written.panorama = {name, image.size()};
+        written.whole = whole;
+    }
+}
+
+void panorama_files::write_preview(const sweep_result& result, frame_turn turn, const output_metadata& metadata,
+                                   written_files& written) const
+{
+    const cv::Mat image = preview_for_viewer(result.preview, turn);
+    if (write_noting(asked_.preview, encoded(asked_.preview, image), metadata, written)) {
+        written.preview = {asked_.preview, image.size()};
+    }
+}
+
+void panorama_files::copy_working_files(const std::string& from) const
+{
+    std::error_code error;
+    fs::create_directory(asked_.keep_work, error);
+    if (error) {
+        fail("cannot make the directory " + asked_.keep_work + ": " + error.message());
+    }
+    for (const fs::directory_entry& entry : fs::directory_iterator(from, error)) {
+        const fs::path target = fs::path(asked_.keep_work) / entry.path().filename();
+        if (!fs::copy_file(entry.path(), target, fs::copy_options::overwrite_existing, error)) {
+            fail("cannot write " + target.string() + ": " + error.message());
+        }
+    }
 }
 
 }  // namespace tarn::host

@@ -1,26 +1,46 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// The files that a sweep ends in: the panorama, or the part of it, and the preview.
+// The files that a sweep ends in: the panorama, or the part of it, the preview, the lines on frames, the log, the
+// working files.
 #pragma once
 
 #include <string>
 #include <vector>
 
+#include <opencv2/core.hpp>
+
+#include "frame_turn.h"
+#include "metadata.h"
+#include "options.h"
 #include "sweep.h"
 
 namespace tarn::host {
 
+/// A picture that was written.
+struct written_picture {
+    std::string file;  ///< "" if there is none
+    cv::Size size;
+};
+
 /// What has become of the files.
 struct written_files {
-    std::string partial;              ///< where a part of a panorama was written; "" if none was
-    std::vector<std::string> errors;  ///< one line for each file that could not be written
+    written_picture panorama;
+    bool whole = false;  ///< whether that is the panorama; else it is the part that was composed
+    cv::Size uncropped;  ///< the panorama's size before it was cut
+    written_picture preview;
+    std::vector<std::string> errors;    ///< one line for each file that could not be written
+    std::vector<std::string> warnings;  ///< one line for each that falls short of what was asked for
 };
 
 /// Names, checks and writes the outputs.
-struct panorama_files {
-    /// Takes the names asked for, "" for the panorama's default and for no preview, and checks their endings.
+class panorama_files {
+public:
+    /// Takes the names asked for and checks their endings.
     /// @throws host_error (output_failed for an ending, usage for one name given twice)
-    panorama_files(const std::string& input, const std::string& output_name, const std::string& preview_name);
+    explicit panorama_files(const options& asked);
+
+    /// Files that belong to an earlier run's results, not to a directory's pictures.
+    std::vector<std::string> left_out_of_inputs() const;
 
     /// Checks that no output is one of the input's files.
     /// @throws host_error (output_failed)
@@ -30,14 +50,25 @@ struct panorama_files {
     /// @throws host_error (output_failed)
     void check_places() const;
 
-    /// Writes what the sweep gave: the panorama under its own name if it is complete, else under the partial
-    /// one, so that an earlier whole one stays; and the preview, as `result` holds it. Each file is tried,
-    /// whatever became of the other.
-    written_files write(const sweep_result& result) const;
+    /// Writes what the sweep gave, upright: the panorama under its own name if it is complete, else under the
+    /// partial one, so that an earlier whole one stays; and the preview. Each file is tried, whatever became of the
+    /// other.
+    written_files write(const sweep_result& result, frame_turn turn, const output_metadata& metadata) const;
 
-    std::string panorama;
-    std::string partial;  ///< the panorama's name with "-partial" before its ending
-    std::string preview;  ///< "" for none
+    /// Copies the files in a directory to the one for working files, which is made if it is missing.
+    /// @throws host_error (output_failed)
+    void copy_working_files(const std::string& from) const;
+
+private:
+    void write_panorama(const sweep_result& result, frame_turn turn, const output_metadata& metadata,
+                        written_files& written) const;
+    void write_preview(const sweep_result& result, frame_turn turn, const output_metadata& metadata,
+                       written_files& written) const;
+    std::vector<std::string> all() const;
+
+    const options& asked_;
+    std::string panorama_;
+    std::string partial_;  ///< the panorama's name with "-partial" before its ending
 };
 
 }  // namespace tarn::host

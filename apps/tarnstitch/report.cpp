@@ -3,6 +3,7 @@
 // The lines on a sweep.
 #include "report.h"
 
+#include <algorithm>
 #include <array>
 #include <cstdio>
 
@@ -15,12 +16,51 @@ std::string counted(int count, const char* one, const char* many)
     return std::to_string(count) + " " + (count == 1 ? one : many);
 }
 
-std::string size_or_none(const char* what, const cv::Size& size)
+std::string shown(const cv::Size& size)
 {
-    if (size.empty()) {
-        return std::string("no ") + what;
+    return std::to_string(size.width) + "x" + std::to_string(size.height);
+}
+
+int with_code(const sweep_result& result, int code)
+{
+    return result.by_code.at(static_cast<std::size_t>(code - lowest_code));
+}
+
+std::string seconds_text(double seconds)
+{
+    char text[32];
+    std::snprintf(text, sizeof text, "%.2f", seconds);
+    return text;
+}
+
+/// What may help a sweep that could not be stitched: the first of the reasons that its frames give.
+std::string help_for(const sweep_result& result)
+{
+    struct reason {
+        int code;
+        const char* help;
+    };
+
+    // Codes of the live path, and what the user was told by them.
+    static constexpr std::array reasons = {
+        reason{5, "the camera moved too fast: a slower sweep, or a higher frame rate"},
+        reason{4, "the camera moved against --direction: another direction, or none"},
+        reason{6, "the frames are skewed: hold the camera level, turn it about one axis only"},
+        reason{3, "there is too little to see: more texture, more light"},
+        reason{2, "there is little to see: more texture, more light"},
+        reason{0, "frames did not fit to what was before: overlap more, come back to where the panorama ends"},
+    };
+    constexpr int one_in = 5;  // so many of the frames are a reason
+    for (const reason& one : reasons) {
+        if (with_code(result, one.code) * one_in >= result.frames && with_code(result, one.code) > 0) {
+            return std::string("what may help: ") + one.help;
+        }
     }
-    return std::string(what) + " " + std::to_string(size.width) + "x" + std::to_string(size.height);
+    if (result.failed_seconds > 0.0) {
+        return "what may help: --end " + seconds_text(result.failed_seconds) + " for the part before, --start "
+               + seconds_text(result.failed_seconds) + " for the part after; or --turn none";
+    }
+    return "what may help: smaller steps between the pictures; --turn none";
 }
 
 /// "key frame 3 (frame 57)"
@@ -45,6 +85,13 @@ const char* code_name(int code)
     return names[static_cast<std::size_t>(code - lowest_code)];
 }
 
+std::string code_key(int code)
+{
+    std::string key = code_name(code);
+    std::replace(key.begin(), key.end(), ' ', '_');
+    return key;
+}
+
 std::vector<std::string> notes_on(const sweep_result& result, const std::string& partial_panorama)
 {
     const std::string what_is_left = partial_panorama.empty()
@@ -55,10 +102,13 @@ std::vector<std::string> notes_on(const sweep_result& result, const std::string&
         return {result.input_error + what_is_left};
     case sweep_outcome::pipeline_failed:
         return {"stitching failed at frame " + std::to_string(result.broken_at_frame) + ": "
-                + (result.failed_key_frame > 0
-                       ? failed_key_frame(result) + " could not be joined to the panorama"
-                       : "the panorama could not be finished")
-                + what_is_left};
+                    + (result.failed_key_frame > 0
+                           ? failed_key_frame(result) + " could not be joined to the panorama"
+                           : "the panorama could not be finished")
+                    + what_is_left,
+                help_for(result)};
+    case sweep_outcome::given_up:
+        return {"given up; nothing is written"};
     case sweep_outcome::complete:
         break;
     }
@@ -72,16 +122,20 @@ std::vector<std::string> notes_on(const sweep_result& result, const std::string&
     return notes;
 }
 
-std::string summary_line(const sweep_result& result, int unreadable, double seconds)
+std::string summary_line(const sweep_result& result, const written_files& written, const lost_frames& lost,
+                         double seconds)
 {
     std::string line =
         counted(result.frames, "frame", "frames") + ", " + std::to_string(result.taken) + " taken";
-    if (unreadable > 0) {
-        line += ", " + std::to_string(unreadable) + " unreadable";
+    if (lost.unreadable > 0) {
+        line += ", " + std::to_string(lost.unreadable) + " unreadable";
+    }
+    if (lost.dropped > 0) {
+        line += ", " + std::to_string(lost.dropped) + " dropped";
     }
     const char* separator = " (";
     for (int code = highest_code; code >= lowest_code; --code) {
-        const int count = result.by_code[static_cast<std::size_t>(code - lowest_code)];
+        const int count = with_code(result, code);
         if (count > 0) {
             line += separator + std::to_string(count) + " " + code_name(code);
             separator = ", ";
@@ -89,9 +143,15 @@ std::string summary_line(const sweep_result& result, int unreadable, double seco
     }
     char time[32];
     std::snprintf(time, sizeof time, "%.1f s", seconds);
-    return line + (result.frames > 0 ? "); " : "; ") + counted(result.key_frames, "key frame", "key frames")
-           + "; " + size_or_none("panorama", result.panorama_size) + ", "
-           + size_or_none("preview", result.preview.size()) + "; " + time;
+    line += (result.frames > 0 ? "); " : "; ") + counted(result.key_frames, "key frame", "key frames") + "; "
+            + (written.panorama.file.empty() ? "no panorama" : "panorama " + shown(written.panorama.size));
+    if (!written.panorama.file.empty() && written.uncropped != written.panorama.size) {
+        line += " of " + shown(written.uncropped);
+    }
+    if (!written.preview.file.empty()) {
+        line += ", preview " + shown(written.preview.size);
+    }
+    return line + "; " + time;
 }
 
 }  // namespace tarn::host

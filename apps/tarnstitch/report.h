@@ -6,20 +6,30 @@
 #include <string>
 #include <vector>
 
+#include "panorama_files.h"
 #include "sweep.h"
 
 namespace tarn::host {
 
-/// The name of a frame's code, -1 to 6.
+/// The name of a frame's code, -1 to 6: "few details".
 const char* code_name(int code);
 
-/// What a user should know about a sweep beside the summary, a line for each: where and why it broke, or in
-/// what it falls short.
+/// The same for files that programs read: "few_details".
+std::string code_key(int code);
+
+/// What a user should know about a sweep beside the summary, a line for each: where and why it broke and what may
+/// help, or in what it falls short.
 /// @param partial_panorama  where the part that was composed has been written; "" if nowhere
 std::vector<std::string> notes_on(const sweep_result& result, const std::string& partial_panorama);
 
+/// What was lost on the way to the library.
+struct lost_frames {
+    int unreadable = 0;
+    int dropped = 0;  ///< because the library was busy
+};
+
 /// One line on a sweep: frames by code, key frames, sizes, time.
-/// @param unreadable  pictures that were left out
-std::string summary_line(const sweep_result& result, int unreadable, double seconds);
+std::string summary_line(const sweep_result& result, const written_files& written, const lost_frames& lost,
+                         double seconds);
 
 }  // namespace tarn::host

@@ -1,16 +1,42 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Standard streams: descriptors kept open, one-line messages, silence for libraries.
+// Standard streams: descriptors kept open, one-line messages above a status line, silence for libraries.
 #include "standard_streams.h"
 
+#include <atomic>
+#include <cerrno>
 #include <cstdio>
 #include <fcntl.h>
 #include <iostream>
+#include <mutex>
+#include <sys/ioctl.h>
+#include <system_error>
 #include <unistd.h>
+
+#include "host_error.h"
 
 namespace tarn::host {
 
 namespace {
+
+/// A duplicate of standard error, made at the start: messages reach the user while a decoder is silenced.
+int message_descriptor = STDERR_FILENO;
+
+std::atomic<bool> quiet{false};
+
+/// What is shown at the bottom of the terminal. Never destroyed: a signal may come while the process winds down.
+struct status {
+    std::mutex mutex;
+    std::string line;
+};
+
+status& current_status()
+{
+    static auto* const one = new status;
+    return *one;
+}
+
+constexpr const char* to_the_margin_and_clear = "\r\x1b[K";
 
 /// Moves what the streams on a descriptor still hold to where it was meant to go.
 void flush_streams(int descriptor)
@@ -24,6 +50,20 @@ void flush_streams(int descriptor)
     }
 }
 
+/// Writes as much as can be written: there is nowhere to complain to.
+void write_message(const std::string& text)
+{
+    std::size_t done = 0;
+    while (done < text.size()) {
+        const ssize_t count = write(message_descriptor, text.data() + done, text.size() - done);
+        if (count > 0) {
+            done += static_cast<std::size_t>(count);
+        } else if (count == 0 || errno != EINTR) {
+            return;
+        }
+    }
+}
+
 }  // namespace
 
 void open_standard_descriptors()
@@ -33,6 +73,10 @@ void open_standard_descriptors()
             // The lowest free number is taken, and those below are open by now.
             static_cast<void>(open("/dev/null", O_RDWR));
         }
+    }
+    const int duplicate = fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+    if (duplicate != -1) {
+        message_descriptor = duplicate;
     }
 }
 
@@ -46,17 +90,71 @@ void say(const std::string& text)
         }
     }
     line += '\n';
-    std::cerr << line << std::flush;
+    const std::lock_guard<std::mutex> lock(current_status().mutex);
+    const std::string& shown = current_status().line;
+    write_message(shown.empty() ? line : to_the_margin_and_clear + line + shown);
 }
 
-silenced_descriptor::silenced_descriptor(int descriptor)
+void note(const std::string& text)
+{
+    if (!quiet) {
+        say(text);
+    }
+}
+
+void be_quiet()
+{
+    quiet = true;
+}
+
+bool messages_go_to_a_terminal()
+{
+    return isatty(message_descriptor) == 1;
+}
+
+int terminal_width()
+{
+    constexpr int usual = 80;
+    struct winsize size = {};
+    return ioctl(message_descriptor, TIOCGWINSZ, &size) == 0 && size.ws_col > 0 ? size.ws_col : usual;
+}
+
+void show_status_line(const std::string& text)
+{
+    if (quiet) {
+        return;
+    }
+    const std::lock_guard<std::mutex> lock(current_status().mutex);
+    if (current_status().line != text) {
+        current_status().line = text;
+        write_message(to_the_margin_and_clear + text);
+    }
+}
+
+void leave_status_line()
+{
+    const std::unique_lock<std::mutex> lock(current_status().mutex, std::try_to_lock);
+    if (lock.owns_lock() && !current_status().line.empty()) {
+        write_message("\n");
+    }
+}
+
+silenced_descriptor::silenced_descriptor(int descriptor, const std::string& file)
     : descriptor_(descriptor), saved_(fcntl(descriptor, F_DUPFD_CLOEXEC, STDERR_FILENO + 1))
 {
     flush_streams(descriptor_);
-    const int null_device = open("/dev/null", O_WRONLY | O_CLOEXEC);
-    if (null_device != -1) {
-        dup2(null_device, descriptor_);
-        close(null_device);
+    // Appending: should somebody else write to the file, too, neither destroys the other's lines.
+    const int target = file.empty()
+                           ? open("/dev/null", O_WRONLY | O_CLOEXEC)
+                           : open(file.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_APPEND | O_CLOEXEC, 0666);
+    if (target == -1 && !file.empty()) {
+        const std::string reason = std::generic_category().message(errno);
+        close(saved_);
+        throw host_error(exit_code::output_failed, "cannot write " + file + ": " + reason);
+    }
+    if (target != -1) {
+        dup2(target, descriptor_);
+        close(target);
     }
 }
 

@@ -12,11 +12,30 @@ namespace tarn::host {
 void open_standard_descriptors();
 
 /// Writes "tarnstitch: " and `text` as one line on standard error. Control characters, which a file name may
-/// hold, are shown as "?", so that it stays one line.
+/// hold, are shown as "?", so that it stays one line. Any thread.
 void say(const std::string& text);
 
-/// While one lives, what is written to a descriptor goes to /dev/null. It works below the streams, so it takes
-/// in whatever a library uses to print.
+/// The same for what is no error: nothing once the program is to be quiet. Any thread.
+void note(const std::string& text);
+
+/// Turns note() and the status line off.
+void be_quiet();
+
+/// Whether messages go to a terminal, where a status line can be shown.
+bool messages_go_to_a_terminal();
+
+/// Columns of that terminal; 80 when it does not say.
+int terminal_width();
+
+/// Shows a line that stays at the bottom of the terminal, below what say() writes, until it is replaced; "" takes
+/// it away. The text must fit the terminal's width.
+void show_status_line(const std::string& text);
+
+/// Ends the line in which the status line stands, for a program that is about to end. Never waits.
+void leave_status_line();
+
+/// While one lives, what is written to a descriptor goes elsewhere: to /dev/null, or to a file. It works below the
+/// streams, so it takes in whatever a library uses to print. Lines by say() are not affected.
 ///
 /// The stitching library and its dependencies print log lines on standard output, which belongs to the
 /// program's own results; image decoders print warnings on standard error, where they would stand beside the
@@ -24,7 +43,9 @@ void say(const std::string& text);
 class silenced_descriptor {
 public:
     /// @param descriptor  1 (standard output) or 2 (standard error)
-    explicit silenced_descriptor(int descriptor);
+    /// @param file        where it goes; made, or emptied
+    /// @throws host_error (output_failed) when the file cannot be opened
+    explicit silenced_descriptor(int descriptor, const std::string& file = "");
     ~silenced_descriptor();
     silenced_descriptor(const silenced_descriptor&) = delete;
     silenced_descriptor& operator=(const silenced_descriptor&) = delete;

@@ -5,14 +5,17 @@
 
 #include <algorithm>
 #include <chrono>
+#include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <system_error>
 #include <thread>
 
 #include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
 
 #include "host_error.h"
+#include "interruption.h"
 #include "tarn_stitch_jni.h"
 
 namespace tarn::host {
@@ -53,45 +56,6 @@ int key_frames_on_their_way()
     return tarn_stitcher.big_frame_index - look_at_pipeline().turns_over;
 }
 
-/// Waits until at most `limit` key frames are on their way.
-/// @returns false when they have stopped moving instead
-bool wait_for_workers(int limit, bool also_until_failure)
-{
-    using clock = std::chrono::steady_clock;
-    int last_seen = key_frames_on_their_way();
-    clock::time_point last_progress = clock::now();
-    while (last_seen > limit) {
-        if (also_until_failure && look_at_pipeline().status == pipeline_failed) {
-            return true;
-        }
-        if (clock::now() - last_progress > patience()) {
-            return false;
-        }
-        std::this_thread::sleep_for(poll_interval);
-        const int now_on_their_way = key_frames_on_their_way();
-        if (now_on_their_way != last_seen) {
-            last_seen = now_on_their_way;
-            last_progress = clock::now();
-        }
-    }
-    return true;
-}
-
-/// Holds back while enough key frames are on their way: every wait of the workers' protocol gives up after a
-/// while, and each worker holds a frame, so that a file fed as fast as it can be read would fail in the end.
-bool hold_back(int workers)
-{
-    return wait_for_workers(workers - 1, true);
-}
-
-/// Waits until no key frame is on its way. Only then is a failure final: a worker that was already waiting for
-/// its turn takes it all the same, and its success brings the pipeline back.
-/// @returns whether the pipeline works
-bool settle()
-{
-    return wait_for_workers(0, false) && look_at_pipeline().status != pipeline_failed;
-}
-
 std::vector<unsigned char> bytes_of_file(const std::string& path)
 {
     std::ifstream file(path, std::ios::binary);
@@ -106,10 +70,41 @@ bool is_whole_jpeg(const std::vector<unsigned char>& bytes)
            && bytes[size - 1] == 0xd9;
 }
 
+bool user_gives_up()
+{
+    return stop_asked_for() == stop_kind::give_up;
+}
+
+std::array<float, 4> four_of(const std::vector<float>& values)
+{
+    std::array<float, 4> result{};
+    std::copy_n(values.begin(), std::min(values.size(), result.size()), result.begin());
+    return result;
+}
+
+/// The corners of the frame taken last in the preview. The reference's homography already counts the growth that
+/// the preview owes it until the next key frame.
+std::vector<cv::Point2f> outline_in_preview()
+{
+    const stitch_data& reference = tarn_stitcher.last_check_data;
+    if (reference.scaled_gray_frame.empty() || reference.homo.empty()) {
+        return {};
+    }
+    const auto width = static_cast<float>(reference.scaled_gray_frame.cols);
+    const auto height = static_cast<float>(reference.scaled_gray_frame.rows);
+    const std::vector<cv::Point2f> frame = {{0, 0}, {width, 0}, {width, height}, {0, height}};
+    std::vector<cv::Point2f> corners;
+    cv::perspectiveTransform(frame, corners, reference.homo);
+    for (cv::Point2f& corner : corners) {
+        corner -= cv::Point2f(tarn_stitcher.total_shift_x, tarn_stitcher.total_shift_y);
+    }
+    return corners;
+}
+
 /// The sweep as it goes: what run_sweep tells in steps.
 class running_sweep {
 public:
-    running_sweep(frame_feed& feed, const sweep_settings& settings) : feed_(feed), settings_(settings)
+    running_sweep(sweep_input& input, const sweep_settings& settings) : input_(input), settings_(settings)
     {
     }
 
@@ -118,9 +113,9 @@ public:
         const library_task task(settings_.working_directory);
         try {
             feed_frame frame;
-            bool works = true;
-            while (works && feed_.next(frame)) {
-                works = hand_over(frame);
+            bool goes_on = true;
+            while (goes_on && input_.next(frame)) {
+                goes_on = hand_over(frame) && !frame.last;
                 last_frame_ = frame.rgba;
             }
         } catch (const host_error& error) {
@@ -129,24 +124,79 @@ public:
             settle();
         }
         result_.key_frames = tarn_stitcher.big_frame_index;
-        collect_panorama();
-        collect_preview();
+        if (result_.outcome != sweep_outcome::given_up) {
+            collect_panorama();
+            collect_preview();
+        }
+        keep_working_files();
         return result_;
     }
 
 private:
-    /// Hands one frame over, the last one until its panorama is there.
-    /// @returns false when the pipeline has failed for good
-    bool hand_over(const feed_frame& frame)
+    /// Waits until at most `limit` key frames are on their way.
+    /// @returns false when they have stopped moving instead
+    bool wait_for_workers(int limit, bool also_until_failure)
+    {
+        using clock = std::chrono::steady_clock;
+        int last_seen = key_frames_on_their_way();
+        clock::time_point last_progress = clock::now();
+        while (last_seen > limit) {
+            if ((also_until_failure && look_at_pipeline().status == pipeline_failed) || user_gives_up()) {
+                return true;
+            }
+            if (clock::now() - last_progress > patience()) {
+                return false;
+            }
+            for (sweep_observer* const observer : settings_.observers) {
+                observer->waiting(last_seen);
+            }
+            std::this_thread::sleep_for(poll_interval);
+            const int now_on_their_way = key_frames_on_their_way();
+            if (now_on_their_way != last_seen) {
+                last_seen = now_on_their_way;
+                last_progress = clock::now();
+            }
+        }
+        return true;
+    }
+
+    /// Holds back while enough key frames are on their way: every wait of the workers' protocol gives up after a
+    /// while, and each worker holds a frame, so that a file fed as fast as it can be read would fail in the end.
+    bool hold_back(int workers)
+    {
+        return wait_for_workers(workers - 1, true);
+    }
+
+    /// Waits until no key frame is on its way. Only then is a failure final: a worker that was already waiting for
+    /// its turn takes it all the same, and its success brings the pipeline back.
+    /// @returns whether the pipeline works
+    bool settle()
+    {
+        return wait_for_workers(0, false) && look_at_pipeline().status != pipeline_failed;
+    }
+
+    /// Hands one frame over, the last one until its panorama is there. Makes it the last one when the user wants
+    /// the sweep to end.
+    /// @returns false when nothing may follow: the pipeline has failed for good, or the user has given up
+    bool hand_over(feed_frame& frame)
     {
         if (!hold_back(settings_.workers)) {
             return broken_at(frame);
+        }
+        frame.last = frame.last || stop_asked_for() != stop_kind::none;
+        // The library's own wait for the last worker is a short one, and shows nothing: so all others first.
+        if (frame.last && !hold_back(1)) {
+            return broken_at(frame);
+        }
+        if (user_gives_up()) {
+            result_.outcome = sweep_outcome::given_up;
+            return false;
         }
         ++result_.frames;
         int code = answer_to(frame);
         if (code == lowest_code) {
             if (!settle()) {
-                count(code, false);
+                count(frame, code, false);
                 return broken_at(frame);
             }
             // The pipeline has come back. The frame was dropped, unless it was the last one and had been given
@@ -156,30 +206,59 @@ private:
             }
         }
         const bool works = !frame.last || finish(frame);
-        count(code, taken_ && works);
+        count(frame, code, taken_ && works);
         return works;
     }
 
     /// One call of the library.
     int answer_to(const feed_frame& frame)
     {
+        using clock = std::chrono::steady_clock;
         const cv::Mat reference_before = tarn_stitcher.last_check_data.scaled_gray_frame;
         result_.key_frames = tarn_stitcher.big_frame_index;
+        const clock::time_point begun = clock::now();
         const int code = videoStitch(frame.rgba, settings_.direction_hint, frame.last ? 1 : 0)[0];
+        spent_ = clock::now() - begun;
         if (tarn_stitcher.big_frame_index > result_.key_frames) {
-            frame_of_key_.push_back(frame.number);
+            frame_of_key_.push_back(frame.stamp);
         }
         // The code does not tell a frame that fitted from one of the first few that did not: both are 1. A
         // frame that fitted is the one against which the next is registered.
         taken_ = frame.last ? code != lowest_code
                             : tarn_stitcher.last_check_data.scaled_gray_frame.data != reference_before.data;
+        registered_ = taken_ && !frame.last && !reference_before.empty();
         return std::clamp(code, lowest_code, highest_code);
     }
 
-    void count(int code, bool taken)
+    /// Counts a frame and tells the observers of it.
+    void count(const feed_frame& frame, int code, bool taken)
     {
         ++result_.by_code[static_cast<std::size_t>(code - lowest_code)];
         result_.taken += taken ? 1 : 0;
+        if (settings_.observers.empty()) {
+            return;
+        }
+        frame_record record;
+        record.stamp = frame.stamp;
+        record.last = frame.last;
+        record.code = code;
+        record.taken = taken;
+        record.key_frame = tarn_stitcher.big_frame_index > result_.key_frames;
+        record.key_frames = tarn_stitcher.big_frame_index;
+        record.milliseconds = std::chrono::duration<double, std::milli>(spent_).count();
+        record.direction = tarn_stitcher.last_direction;
+        record.registered = registered_;
+        if (registered_ && !tarn_stitcher.last_move_distances.empty()) {
+            record.move_distance = tarn_stitcher.last_move_distances.back();
+        }
+        record.angles = four_of(tarn_stitcher.last_angles);
+        record.scales = four_of(tarn_stitcher.last_scales);
+        record.shift = {tarn_stitcher.total_shift_x, tarn_stitcher.total_shift_y};
+        record.preview = getCurrentPanoramsShowMat();
+        record.outline = outline_in_preview();
+        for (sweep_observer* const observer : settings_.observers) {
+            observer->frame_done(record);
+        }
     }
 
     /// Sees to it that the panorama is written: the library waits for the last worker just so long, and answers
@@ -197,8 +276,8 @@ private:
 
     bool broken_at(const feed_frame& frame)
     {
-        result_.outcome = sweep_outcome::pipeline_failed;
-        result_.broken_at_frame = frame.number;
+        result_.outcome = user_gives_up() ? sweep_outcome::given_up : sweep_outcome::pipeline_failed;
+        result_.broken_at_frame = frame.stamp.number;
         return false;
     }
 
@@ -208,9 +287,12 @@ private:
         result_.failed_key_frame = pipeline.first_failed_frame;
         if (pipeline.first_failed_frame >= 1
             && static_cast<std::size_t>(pipeline.first_failed_frame) <= frame_of_key_.size()) {
-            result_.failed_frame = frame_of_key_[static_cast<std::size_t>(pipeline.first_failed_frame) - 1];
+            const frame_stamp& failed =
+                frame_of_key_[static_cast<std::size_t>(pipeline.first_failed_frame) - 1];
+            result_.failed_frame = failed.number;
+            result_.failed_seconds = std::max(0.0, failed.seconds);
         }
-        result_.panorama_size = pipeline.panorama.size();
+        result_.panorama = pipeline.panorama;
         if (result_.outcome == sweep_outcome::complete) {
             result_.panorama_file = bytes_of_file(getCurrentPanoramaShow());
             if (is_whole_jpeg(result_.panorama_file)) {
@@ -244,19 +326,37 @@ private:
         }
     }
 
-    frame_feed& feed_;
+    /// Moves the working files out before the library removes them with their directory. What cannot be moved shows
+    /// when it is looked for.
+    void keep_working_files() const
+    {
+        namespace fs = std::filesystem;
+        if (settings_.kept_files.empty()) {
+            return;
+        }
+        std::error_code error;
+        for (const fs::directory_entry& entry : fs::directory_iterator(settings_.working_directory, error)) {
+            std::error_code ignored;
+            fs::rename(entry.path(), fs::path(settings_.kept_files) / entry.path().filename(), ignored);
+        }
+    }
+
+    sweep_input& input_;
     const sweep_settings& settings_;
     sweep_result result_;
     cv::Mat last_frame_;
-    std::vector<int> frame_of_key_;  ///< number of the frame that each key frame was
-    bool taken_ = false;             ///< whether the library took the frame that answer_to handed over
+    std::vector<frame_stamp> frame_of_key_;  ///< the frame that each key frame was
+    // On the frame that answer_to handed over:
+    bool taken_ = false;       ///< whether the library took it
+    bool registered_ = false;  ///< whether that was by comparing it with the one before
+    std::chrono::steady_clock::duration spent_{};
 };
 
 }  // namespace
 
-sweep_result run_sweep(frame_feed& feed, const sweep_settings& settings)
+sweep_result run_sweep(sweep_input& input, const sweep_settings& settings)
 {
-    return running_sweep(feed, settings).run();
+    return running_sweep(input, settings).run();
 }
 
 }  // namespace tarn::host

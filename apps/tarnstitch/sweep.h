@@ -18,16 +18,57 @@ namespace tarn::host {
 constexpr int lowest_code = -1;
 constexpr int highest_code = 6;
 
+/// What became of one frame. Directions, corners and images are in the library's orientation.
+struct frame_record {
+    frame_stamp stamp;
+    bool last = false;
+    int code = 0;
+    bool taken = false;      ///< whether the library registered or composed it
+    bool key_frame = false;  ///< whether it was given to a worker
+    int key_frames = 0;      ///< so far
+    double milliseconds =
+        0;  ///< spent in the library's call; the last frame's includes its wait for the workers
+
+    int direction = 0;           ///< of the frame taken last, 0 to 4
+    bool registered = false;     ///< whether it was compared with the frame before, so that it has moved
+    float move_distance = 0.0f;  ///< px of a frame scaled to a width of 300; only if registered
+    std::array<float, 4>
+        angles{};  ///< degrees, of the frame measured last: its corners in the key frame before
+    std::array<float, 4> scales{};  ///< its sides, as parts of a frame's own
+    cv::Point2f shift;              ///< px by which the preview will grow to the left and upwards
+
+    cv::Mat preview;                   ///< as it is by now, CV_8UC3
+    std::vector<cv::Point2f> outline;  ///< the corners of the frame taken last, in the preview; or none
+};
+
+/// Is told of a sweep as it goes, in the thread that runs it.
+class sweep_observer {
+public:
+    sweep_observer() = default;
+    virtual ~sweep_observer() = default;
+    sweep_observer(const sweep_observer&) = delete;
+    sweep_observer& operator=(const sweep_observer&) = delete;
+
+    virtual void frame_done(const frame_record& frame) = 0;
+
+    /// Called again and again while the sweep waits for workers.
+    /// @param key_frames  that are on their way
+    virtual void waiting(int key_frames) = 0;
+};
+
 struct sweep_settings {
     std::string working_directory;  ///< wholly the library's, with a trailing "/"
+    std::string kept_files;         ///< a directory to which the working files go in the end; "" to lose them
     int direction_hint = 0;         ///< 0 to 4, in the frames as the library gets them
     int workers = 1;                ///< key frames that may be on their way at once
+    std::vector<sweep_observer*> observers;
 };
 
 enum class sweep_outcome {
     complete,         ///< the panorama holds the whole sweep
     pipeline_failed,  ///< the high-resolution pipeline failed: the panorama ends where it did
     input_failed,     ///< the input broke off: the panorama ends there
+    given_up,         ///< the user did not want it any more
 };
 
 struct sweep_result {
@@ -39,16 +80,19 @@ struct sweep_result {
     std::array<int, highest_code - lowest_code + 1> by_code{};  ///< frames by code, lowest code first
 
     int key_frames = 0;
-    int broken_at_frame = 0;   ///< frame at which a failure of the pipeline showed; 0 if none did
-    int failed_key_frame = 0;  ///< first key frame that could not be joined, from 1; 0 if all could
-    int failed_frame = 0;      ///< the frame that this key frame was
+    int broken_at_frame = 0;      ///< frame at which a failure of the pipeline showed; 0 if none did
+    int failed_key_frame = 0;     ///< first key frame that could not be joined, from 1; 0 if all could
+    int failed_frame = 0;         ///< the frame that this key frame was
+    double failed_seconds = 0.0;  ///< its time; 0 if it has none
 
-    cv::Mat preview;                           ///< CV_8UC3, as the library's frames are turned
-    std::vector<unsigned char> panorama_file;  ///< JPEG; whole if complete, else as far as it got; may be empty
-    cv::Size panorama_size;
+    cv::Mat preview;  ///< CV_8UC3, as the library's frames are turned
+    cv::Mat
+        panorama;  ///< CV_8UC3, as the library turns it; whole if complete, else as far as it got; may be empty
+    std::vector<unsigned char> panorama_file;  ///< the same as the library's JPEG
 };
 
-/// Runs a whole sweep in the calling thread and lets go of the working directory at the end, however it ends.
-sweep_result run_sweep(frame_feed& feed, const sweep_settings& settings);
+/// Runs a whole sweep in the calling thread and lets go of the working directory at the end, however it ends. Ends
+/// early when the user asks for it: with the next frame as the last one, or giving up.
+sweep_result run_sweep(sweep_input& input, const sweep_settings& settings);
 
 }  // namespace tarn::host

@@ -10,9 +10,10 @@ jobs=$(nproc 2>/dev/null || getconf _NPROCESSORS_ONLN 2>/dev/null || echo 2)
 
 # By their Debian names; those of Ubuntu are the same. Used by the scripts that source this one.
 # shellcheck disable=SC2034
-build_packages=(g++ cmake ninja-build libopencv-dev libcli11-dev)
+build_packages=(g++ cmake ninja-build libopencv-dev libcli11-dev nlohmann-json3-dev libexiv2-dev)
 # shellcheck disable=SC2034
-test_packages=(libgtest-dev)
+# Without the last three some tests of the command-line host are skipped.
+test_packages=(libgtest-dev xvfb xdotool zsh)
 # For the tests of the Java binding, which are left out where these are missing.
 java_packages=(default-jdk-headless junit5)
 # shellcheck disable=SC2034
@@ -49,6 +50,9 @@ has_package() {
     ninja-build) command -v ninja >/dev/null || command -v make >/dev/null ;;
     libopencv-dev) compiles '#include <opencv2/core.hpp>' ;;
     libcli11-dev) compiles '#include <CLI/CLI.hpp>' ;;
+    nlohmann-json3-dev) compiles '#include <nlohmann/json.hpp>' ;;
+    libexiv2-dev) compiles '#include <exiv2/exiv2.hpp>' ;;
+    xvfb) command -v Xvfb >/dev/null ;;
     libgtest-dev) compiles '#include <gtest/gtest.h>' ;;
     default-jdk-headless) command -v javac >/dev/null ;;
     junit5) compgen -G '/usr/share/java/junit-platform-console-standalone*.jar' >/dev/null ;;

@@ -20,15 +20,13 @@
 #include <gtest/gtest.h>
 #include <opencv2/core.hpp>
 
-#include "display_rotation.h"
 #include "frame_source.h"
-#include "frame_turn.h"
 #include "host_error.h"
 #include "image_files.h"
-#include "motion.h"
+#include "movie_index.h"
+#include "option_documents.h"
 #include "options.h"
 #include "output_file.h"
-#include "report.h"
 #include "scratch_directory.h"
 #include "standard_streams.h"
 
@@ -411,69 +409,6 @@ TEST_F(DisplayRotation, OtherAndDamagedFilesHaveNone)
     EXPECT_EQ(display_quarter_turns(at("whole.mp4")), 1);
 }
 
-TEST(FrameTurn, UprightFramesAreTurnedCounterClockwiseAndBecomeRgba)
-{
-    cv::Mat image(2, 3, CV_8UC3, cv::Scalar::all(0));
-    image.at<cv::Vec3b>(0, 2) = {1, 2, 3};  // top right
-    const cv::Mat turned = frame_for_library(image, frame_turn::counter_clockwise);
-    ASSERT_EQ(turned.size(), cv::Size(2, 3));
-    ASSERT_EQ(turned.type(), CV_8UC4);
-    EXPECT_EQ(turned.at<cv::Vec4b>(0, 0), cv::Vec4b(3, 2, 1, 255));  // top left
-}
-
-TEST(FrameTurn, SquareFrameIsNotWrittenTo)
-{
-    cv::Mat image(2, 2, CV_8UC3, cv::Scalar::all(0));
-    image.at<cv::Vec3b>(0, 1) = {1, 2, 3};
-    const cv::Mat before = image.clone();
-    frame_for_library(image, frame_turn::counter_clockwise);
-    EXPECT_EQ(cv::norm(image, before, cv::NORM_INF), 0.0);
-}
-
-TEST(FrameTurn, PreviewIsTurnedBack)
-{
-    cv::Mat upright(2, 3, CV_8UC3);
-    cv::randu(upright, 0, 256);
-    cv::Mat as_the_library_has_it;
-    cv::rotate(upright, as_the_library_has_it, cv::ROTATE_90_COUNTERCLOCKWISE);
-    EXPECT_EQ(cv::norm(preview_for_viewer(as_the_library_has_it, frame_turn::counter_clockwise), upright,
-                       cv::NORM_INF),
-              0.0);
-    EXPECT_EQ(cv::norm(preview_for_viewer(upright, frame_turn::none), upright, cv::NORM_INF), 0.0);
-    EXPECT_TRUE(preview_for_viewer(cv::Mat(), frame_turn::counter_clockwise).empty());
-}
-
-TEST(FrameTurn, DirectionHintIsWhatTheLibrarySeesInTheTurnedFrames)
-{
-    struct motion_and_shift {
-        camera_motion motion;
-        cv::Point2f shift;  // of the camera in the upright picture
-    };
-
-    constexpr float width = 640.0f;
-    for (const motion_and_shift& one : {motion_and_shift{camera_motion::right, {9.0f, 0.0f}},
-                                        motion_and_shift{camera_motion::left, {-9.0f, 0.0f}},
-                                        motion_and_shift{camera_motion::down, {0.0f, 9.0f}},
-                                        motion_and_shift{camera_motion::up, {0.0f, -9.0f}}}) {
-        const std::vector<cv::Point2f> upright = {{0, 0}, {width, 0}, {width, 480}, {0, 480}};
-        std::vector<cv::Point2f> upright_moved;
-        std::vector<cv::Point2f> turned;
-        std::vector<cv::Point2f> turned_moved;
-        for (const cv::Point2f& corner : upright) {
-            upright_moved.push_back(corner + one.shift);
-            // Counter-clockwise: x becomes y, and y is counted from the right-hand side.
-            turned.emplace_back(corner.y, width - corner.x);
-            turned_moved.emplace_back(upright_moved.back().y, width - upright_moved.back().x);
-        }
-        std::vector<cv::Point2f> corners = upright;
-        EXPECT_EQ(direction_hint(one.motion, frame_turn::none), get_direction(corners, upright_moved));
-        EXPECT_EQ(direction_hint(one.motion, frame_turn::counter_clockwise),
-                  get_direction(turned, turned_moved));
-    }
-    EXPECT_EQ(direction_hint(camera_motion::any, frame_turn::none), 0);
-    EXPECT_EQ(direction_hint(camera_motion::any, frame_turn::counter_clockwise), 0);
-}
-
 TEST_F(OutputFile, NewFileGetsWhatTheUmaskLeaves)
 {
     const mode_t before = umask(0027);
@@ -610,22 +545,57 @@ TEST(StandardStreamsDeathTest, MessageIsOneLineWhateverIsInIt)
 
 TEST(Options, AllAreRead)
 {
-    const options all = parsed({"in.mp4", "-o", "a.jpg", "--preview", "b.png", "--sensor-orientation",
-                                "--direction", "left", "--workers", "3"});
-    EXPECT_EQ(all.input, "in.mp4");
+    const options all =
+        parsed({"1.png",      "2.png",      "--start",   "1:30",     "--end",  "1:00:00.5",   "--step",
+                "3",          "--fps",      "12.5",      "-o",       "a.jpg",  "--quality",   "80",
+                "--crop",     "--preview",  "b.png",     "--frames", "c.csv",  "--keep-work", "d",
+                "--json",     "--log",      "e",         "--turn",   "cw",     "--direction", "left",
+                "--no-retry", "--realtime", "--workers", "3",        "--show", "-q"});
+    EXPECT_EQ(all.inputs, (std::vector<std::string>{"1.png", "2.png"}));
+    EXPECT_EQ(all.selection.start, 90.0);
+    EXPECT_EQ(all.selection.end, 3600.5);
+    EXPECT_EQ(all.selection.step, 3);
+    EXPECT_EQ(all.selection.fps, 12.5);
     EXPECT_EQ(all.output, "a.jpg");
+    EXPECT_EQ(all.quality, 80);
+    EXPECT_TRUE(all.crop);
     EXPECT_EQ(all.preview, "b.png");
-    EXPECT_TRUE(all.sensor_orientation);
+    EXPECT_EQ(all.frames, "c.csv");
+    EXPECT_EQ(all.keep_work, "d");
+    EXPECT_TRUE(all.json_summary);
+    EXPECT_EQ(all.log, "e");
+    EXPECT_EQ(all.turn, turn_choice::clockwise);
     EXPECT_EQ(all.direction, camera_motion::left);
+    EXPECT_FALSE(all.retry);
+    EXPECT_TRUE(all.realtime);
     EXPECT_EQ(all.workers, 3);
+    EXPECT_TRUE(all.show);
+    EXPECT_TRUE(all.quiet);
+}
+
+TEST(Options, WordsStandForWhatTheySay)
+{
+    EXPECT_EQ(parsed({"a.mp4", "--turn", "auto"}).turn, turn_choice::automatic);
+    EXPECT_EQ(parsed({"a.mp4", "--turn", "ccw"}).turn, turn_choice::counter_clockwise);
+    EXPECT_EQ(parsed({"a.mp4", "--turn", "none"}).turn, turn_choice::none);
+    EXPECT_EQ(parsed({"a.mp4", "--direction", "right"}).direction, camera_motion::right);
+    EXPECT_EQ(parsed({"a.mp4", "--direction", "up"}).direction, camera_motion::up);
+    EXPECT_EQ(parsed({"a.mp4", "--direction", "down"}).direction, camera_motion::down);
+    EXPECT_EQ(parsed({"a.mp4", "--direction", "none"}).direction, camera_motion::any);
 }
 
 TEST(Options, DefaultsAreTheDocumentedOnes)
 {
     const options all = parsed({"in.mp4"});
-    EXPECT_EQ(all.output, "");
-    EXPECT_EQ(all.preview, "");
-    EXPECT_FALSE(all.sensor_orientation);
+    EXPECT_FALSE(all.selection.needs_times());
+    EXPECT_EQ(all.selection.step, 1);
+    for (const std::string& name : {all.output, all.preview, all.frames, all.keep_work, all.log}) {
+        EXPECT_EQ(name, "");
+    }
+    EXPECT_EQ(all.quality, 0);
+    EXPECT_FALSE(all.crop || all.json_summary || all.realtime || all.show || all.quiet);
+    EXPECT_TRUE(all.retry);
+    EXPECT_EQ(all.turn, turn_choice::automatic);
     EXPECT_EQ(all.direction, camera_motion::any);
     EXPECT_EQ(all.workers, 0);
     EXPECT_GE(default_workers(), 2);
@@ -634,14 +604,13 @@ TEST(Options, DefaultsAreTheDocumentedOnes)
 
 TEST(Options, InputThatStartsWithADashFollowsTwoDashes)
 {
-    EXPECT_EQ(parsed({"--", "-in.mp4"}).input, "-in.mp4");
+    EXPECT_EQ(parsed({"--", "-in.mp4"}).inputs, std::vector<std::string>{"-in.mp4"});
 }
 
 TEST(Options, MistakesAreUsageErrorsOfOneLine)
 {
     const std::vector<std::vector<const char*>> mistakes = {
         {},
-        {"a.mp4", "b.mp4"},
         {"a.mp4", "--none"},
         {"a.mp4", "-o"},
         {"a.mp4", "--direction", "sideways"},
@@ -651,6 +620,17 @@ TEST(Options, MistakesAreUsageErrorsOfOneLine)
         {"a.mp4", "--workers", "-1"},
         {"a.mp4", "--workers", "two"},
         {"a.mp4", "-o", "a.jpg", "-o", "b.jpg"},
+        {"a.mp4", "--turn", "left"},
+        {"a.mp4", "--quality", "0"},
+        {"a.mp4", "--quality", "101"},
+        {"a.mp4", "--quality", "90", "-o", "a.PNG"},
+        {"a.mp4", "--step", "0"},
+        {"a.mp4", "--fps", "0"},
+        {"a.mp4", "--fps", "-1"},
+        {"a.mp4", "--start", "later"},
+        {"a.mp4", "--start", "-1"},
+        {"a.mp4", "--end", "1:60"},
+        {"a.mp4", "--start", "5", "--end", "5"},
     };
     for (const auto& arguments : mistakes) {
         EXPECT_EQ(code_of_error(arguments), exit_code::usage) << testing::PrintToString(arguments);
@@ -669,64 +649,7 @@ TEST(Options, HelpNamesEveryOptionAndExitCodeInLinesThatFitATerminal)
         EXPECT_LE(end - start, 100U) << text.substr(start, end - start);
         start = end + 1;
     }
-    for (const char* code : {"  0  ", "  1  ", "  2  ", "  3  ", "  4  "}) {
+    for (const char* code : {"  0  ", "  1  ", "  2  ", "  3  ", "  4  ", "  130  "}) {
         EXPECT_NE(text.find(code), std::string::npos) << code;
     }
-}
-
-TEST(Report, EveryCodeHasANameOfItsOwn)
-{
-    std::vector<std::string> all;
-    for (int code = lowest_code; code <= highest_code; ++code) {
-        all.emplace_back(code_name(code));
-        EXPECT_NE(all.back(), "unknown");
-    }
-    std::sort(all.begin(), all.end());
-    EXPECT_EQ(std::unique(all.begin(), all.end()), all.end());
-    EXPECT_STREQ(code_name(lowest_code - 1), "unknown");
-    EXPECT_STREQ(code_name(highest_code + 1), "unknown");
-}
-
-TEST(Report, SummaryCountsFramesByCodeName)
-{
-    sweep_result result;
-    result.frames = 12;
-    result.taken = 9;
-    result.by_code[static_cast<std::size_t>(1 - lowest_code)] = 9;
-    result.by_code[static_cast<std::size_t>(4 - lowest_code)] = 3;
-    result.key_frames = 1;
-    result.panorama_size = {640, 480};
-    const std::string line = summary_line(result, 2, 1.26);
-    EXPECT_EQ(line,
-              "12 frames, 9 taken, 2 unreadable (3 wrong way, 9 normal); 1 key frame; panorama 640x480, no "
-              "preview; 1.3 s");
-}
-
-TEST(Report, BrokenSweepSaysWhereAndWhatIsLeft)
-{
-    sweep_result result;
-    result.outcome = sweep_outcome::pipeline_failed;
-    result.broken_at_frame = 57;
-    result.failed_key_frame = 4;
-    result.failed_frame = 41;
-    ASSERT_EQ(notes_on(result, "x-partial.jpg").size(), 1U);
-    EXPECT_EQ(
-        notes_on(result, "x-partial.jpg")[0],
-        "stitching failed at frame 57: key frame 4 (frame 41) could not be joined to the panorama; what was "
-        "composed until then is in x-partial.jpg");
-    EXPECT_EQ(
-        notes_on(result, "")[0],
-        "stitching failed at frame 57: key frame 4 (frame 41) could not be joined to the panorama; nothing of "
-        "a panorama is left");
-}
-
-TEST(Report, CompleteSweepThatLostAKeyFrameSaysSo)
-{
-    sweep_result result;
-    result.frames = 50;
-    EXPECT_TRUE(notes_on(result, "").empty());
-    result.failed_key_frame = 3;
-    result.failed_frame = 20;
-    ASSERT_EQ(notes_on(result, "").size(), 1U);
-    EXPECT_NE(notes_on(result, "")[0].find("key frame 3 (frame 20)"), std::string::npos);
 }

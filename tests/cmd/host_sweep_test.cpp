@@ -43,31 +43,42 @@ class picture_list : public frame_source {
 public:
     explicit picture_list(std::vector<cv::Mat> pictures) : pictures_(std::move(pictures))
     {
+        facts_.files = {"pictures"};
+        facts_.announced = static_cast<int>(pictures_.size());
     }
 
-    bool read(source_frame& frame) override
+    const source_facts& facts() const override
+    {
+        return facts_;
+    }
+
+    bool advance(frame_stamp& stamp) override
     {
         if (next_ == pictures_.size()) {
             return false;
         }
-        frame.image = pictures_[next_++];
-        frame.name = "picture " + std::to_string(next_);
+        stamp.number = static_cast<int>(++next_);
         return true;
     }
 
-    int announced() const override
+    cv::Mat picture() override
     {
-        return static_cast<int>(pictures_.size());
+        return pictures_[next_ - 1];
     }
 
-    const std::vector<std::string>& files() const override
+    std::string name() const override
     {
-        return files_;
+        return "picture " + std::to_string(next_);
+    }
+
+    int passed_over() const override
+    {
+        return 0;
     }
 
 private:
     std::vector<cv::Mat> pictures_;
-    std::vector<std::string> files_ = {"pictures"};
+    source_facts facts_;
     std::size_t next_ = 0;
 };
 
@@ -152,7 +163,7 @@ class HostSweep : public tarn::test::stitcher_fixture {
 protected:
     sweep_result sweep_through(const std::vector<cv::Mat>& pictures, int workers = 2)
     {
-        frame_feed feed(std::make_unique<picture_list>(pictures), frame_turn::none);
+        frame_feed feed(std::make_unique<picture_list>(pictures), {}, frame_turn::none);
         sweep_settings settings;
         settings.working_directory = directory();
         settings.workers = workers;
@@ -179,10 +190,10 @@ TEST_F(HostSweep, CompleteSweepGivesPanoramaAndPreview)
     EXPECT_EQ(result.taken, 12);
     EXPECT_GE(result.key_frames, 4);
     EXPECT_EQ(result.failed_key_frame, 0);
-    EXPECT_TRUE(is_jpeg_of(result.panorama_file, result.panorama_size));
+    EXPECT_TRUE(is_jpeg_of(result.panorama_file, result.panorama.size()));
     // Turned clockwise: as high as the sweep is wide.
-    EXPECT_NEAR(result.panorama_size.height, 480 + 11 * 48, 10);
-    EXPECT_NEAR(result.panorama_size.width, 360, 10);
+    EXPECT_NEAR(result.panorama.size().height, 480 + 11 * 48, 10);
+    EXPECT_NEAR(result.panorama.size().width, 360, 10);
     EXPECT_GT(result.preview.cols, 500);
 }
 
@@ -240,8 +251,8 @@ TEST_F(HostSweep, LastWorkerSlowerThanTheLibraryWaitsIsWaitedFor)
     const sweep_result result = sweep_through(pictures_of_a_slide(length));
     EXPECT_TRUE(gave_up_without_a_file);
     EXPECT_EQ(result.outcome, sweep_outcome::complete);
-    EXPECT_TRUE(is_jpeg_of(result.panorama_file, result.panorama_size));
-    EXPECT_NEAR(result.panorama_size.height, 480 + (length - 1) * 48, 10);
+    EXPECT_TRUE(is_jpeg_of(result.panorama_file, result.panorama.size()));
+    EXPECT_NEAR(result.panorama.size().height, 480 + (length - 1) * 48, 10);
 }
 
 TEST_F(HostSweep, FailureInMidSweepIsTracedToItsKeyFrame)
@@ -260,8 +271,8 @@ TEST_F(HostSweep, FailureInMidSweepIsTracedToItsKeyFrame)
     EXPECT_GT(result.broken_at_frame, result.failed_frame);
     EXPECT_LT(result.frames, 20);
     EXPECT_EQ(with_code(result, -1), 1);
-    EXPECT_TRUE(is_jpeg_of(result.panorama_file, result.panorama_size));
-    EXPECT_GT(result.panorama_size.height, 480);  // two key frames
+    EXPECT_TRUE(is_jpeg_of(result.panorama_file, result.panorama.size()));
+    EXPECT_GT(result.panorama.size().height, 480);  // two key frames
     EXPECT_FALSE(result.preview.empty());
 }
 
@@ -303,7 +314,7 @@ TEST_F(HostSweep, FailureOfTheLastWorkerIsSeenThoughTheLibraryAnswersNormal)
     EXPECT_EQ(result.failed_key_frame, last_index->load());
     EXPECT_EQ(result.failed_frame, length);
     EXPECT_EQ(result.taken, length - 1);
-    EXPECT_TRUE(is_jpeg_of(result.panorama_file, result.panorama_size));
+    EXPECT_TRUE(is_jpeg_of(result.panorama_file, result.panorama.size()));
 }
 
 TEST_F(HostSweep, PipelineThatAWaitingWorkerBringsBackGoesOnAndNoFrameIsLost)
@@ -345,8 +356,8 @@ TEST_F(HostSweep, PipelineThatAWaitingWorkerBringsBackGoesOnAndNoFrameIsLost)
     EXPECT_EQ(result.frames, length);
     EXPECT_EQ(result.taken, length);
     EXPECT_EQ(with_code(result, -1), 0);
-    EXPECT_TRUE(is_jpeg_of(result.panorama_file, result.panorama_size));
-    EXPECT_NEAR(result.panorama_size.height, 480 + (length - 1) * 48, 10);
+    EXPECT_TRUE(is_jpeg_of(result.panorama_file, result.panorama.size()));
+    EXPECT_NEAR(result.panorama.size().height, 480 + (length - 1) * 48, 10);
 }
 
 TEST_F(HostSweep, WorkerThatCannotBeStartedBreaksTheSweepInsteadOfHangingIt)
@@ -394,7 +405,7 @@ TEST_F(HostSweep, PictureOfAnotherSizeEndsTheSweepAndKeepsWhatThereIs)
     EXPECT_EQ(result.outcome, sweep_outcome::input_failed);
     EXPECT_EQ(result.input_error, "picture 9 is of 480x100 pixels, the frames before it of 480x360");
     EXPECT_EQ(result.frames, 7);
-    EXPECT_TRUE(is_jpeg_of(result.panorama_file, result.panorama_size));
+    EXPECT_TRUE(is_jpeg_of(result.panorama_file, result.panorama.size()));
     EXPECT_FALSE(result.preview.empty());
 }
 
@@ -406,7 +417,7 @@ TEST_F(HostSweep, PreviewOfASweepWithoutDetailsIsItsLastFrame)
     EXPECT_EQ(result.outcome, sweep_outcome::complete);
     EXPECT_EQ(result.key_frames, 1);
     EXPECT_EQ(result.taken, 1);
-    EXPECT_EQ(result.panorama_size, cv::Size(600, 900));
+    EXPECT_EQ(result.panorama.size(), cv::Size(600, 900));
     ASSERT_EQ(result.preview.size(), cv::Size(300, 200));
     EXPECT_EQ(result.preview.at<cv::Vec3b>(100, 100), cv::Vec3b(90, 20, 160));
 }
@@ -416,18 +427,18 @@ TEST_F(HostSweep, UnreadablePicturesAreLeftOutAtBothEnds)
     std::vector<cv::Mat> pictures = pictures_of_a_slide(6);
     pictures.insert(pictures.begin(), cv::Mat());
     pictures.emplace_back();
-    frame_feed feed(std::make_unique<picture_list>(pictures), frame_turn::none);
+    frame_feed feed(std::make_unique<picture_list>(pictures), {}, frame_turn::none);
     feed_frame frame;
     std::vector<int> numbers;
     std::vector<bool> last;
     while (feed.next(frame)) {
-        numbers.push_back(frame.number);
+        numbers.push_back(frame.stamp.number);
         last.push_back(frame.last);
     }
     EXPECT_EQ(numbers, (std::vector<int>{2, 3, 4, 5, 6, 7}));
     EXPECT_EQ(last, (std::vector<bool>{false, false, false, false, false, true}));
     EXPECT_EQ(feed.unreadable(), 2);
     EXPECT_EQ(feed.early_end(), "");
-    EXPECT_THROW(frame_feed(std::make_unique<picture_list>(std::vector<cv::Mat>(3)), frame_turn::none),
+    EXPECT_THROW(frame_feed(std::make_unique<picture_list>(std::vector<cv::Mat>(3)), {}, frame_turn::none),
                  host_error);
 }

@@ -23,8 +23,9 @@ expect_error 4 "pipe.jpg: it is not a regular file" $input -o pipe.jpg
 name=$(printf 'n%.0s' {1..300})
 expect_error 4 "File name too long" $input -o "$name.jpg"
 
-expect_error 4 "must end in .jpg or .jpeg" $input -o a.png
-expect_error 4 "must end in .jpg or .jpeg" $input -o a
+expect_error 4 "must end in .jpg, .jpeg, .png, .tif or .tiff" $input -o a.bmp
+expect_error 4 "must end in .jpg, .jpeg, .png, .tif or .tiff" $input -o a
+expect_error 4 "must end in .csv or .jsonl" $input --frames a.txt
 expect_error 4 ".xyz is no image format" $input --preview a.xyz
 expect_error 4 "has no ending" $input --preview a
 

@@ -41,12 +41,6 @@ for workers in 1 2 16; do
   cmp parking_pan.png again.png || fail "another preview with $workers workers"
 done
 
-# In the sensor's orientation the panorama comes out turned by 90 degrees clockwise, the preview as it was.
-run 0 "$samples/parking_pan.mp4" -o sensor.jpg --preview sensor.png --sensor-orientation
-"$media" frames "$samples/parking_pan.mp4" first.png 0 1 1
-expect_equal "turn of the sensor's panorama" 90 "$("$media" turn first.png sensor.jpg 1)"
-expect_equal "turn of the sensor's preview" 0 "$("$media" turn first.png sensor.png "$(awk 'BEGIN { print 300 / 426 }')")"
-
 # The camera moves to the right here, and to the left there. Against a hint that says otherwise no frame fits.
 run 0 "$samples/parking_pan.mp4" --direction right
 expect_equal "wrong way" 0 "$(grep -c "wrong way" stderr || true)"
@@ -55,7 +49,7 @@ cmp parking_pan-panorama.jpg again.jpg || fail "the hint changed the panorama"
 expect_said "wrong way"
 "$program" "$samples/river_pan.mp4" --direction left 2>stderr || fail "river to the left"
 expect_equal "wrong way" 0 "$(grep -c "wrong way" stderr || true)"
-"$program" "$samples/river_pan.mp4" --sensor-orientation --direction right 2>stderr || true
+"$program" "$samples/river_pan.mp4" --turn none --direction right 2>stderr || true
 expect_said "wrong way"
 
 echo "passed"

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// A walk through the boxes of an MP4 file to the matrix of its video track. Only box headers and two small
-// boxes are read, whatever the file's size.
-#include "display_rotation.h"
+// A walk through the boxes of an MP4 file to the matrix of its video track, and to the movie's header. Only box
+// headers and some small boxes are read, whatever the file's size.
+#include "movie_index.h"
 
 #include <array>
 #include <cstdint>
@@ -163,6 +163,28 @@ std::optional<int> display_quarter_turns(const std::string& file)
         }
     }
     return std::nullopt;
+}
+
+std::optional<std::int64_t> recording_time(const std::string& file)
+{
+    box_reader reader(file);
+    const auto movie = reader.find("moov", reader.whole());
+    const auto header = movie ? reader.find("mvhd", *movie) : std::nullopt;
+    constexpr std::size_t version_and_flags = 4;
+    constexpr std::size_t longest_time = 8;
+    std::array<unsigned char, version_and_flags + longest_time> bytes{};
+    if (!header || header->end - header->begin < bytes.size()
+        || !reader.read(header->begin, bytes.data(), bytes.size())) {
+        return std::nullopt;
+    }
+    const int length = bytes[0] == 1 ? 8 : 4;
+    const std::uint64_t since_1904 = big_endian(bytes.data() + version_and_flags, length);
+    constexpr std::uint64_t from_1904_to_1970 = 2082844800;  // s
+    constexpr std::uint64_t year_3000 = 34587648000;         // s since 1904, beyond what is believed
+    if (since_1904 <= from_1904_to_1970 || since_1904 > year_3000) {
+        return std::nullopt;
+    }
+    return static_cast<std::int64_t>(since_1904 - from_1904_to_1970);
 }
 
 }  // namespace tarn::host

@@ -1,0 +1,144 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// One line for each frame, as comma-separated values or as JSON.
+#include "frames_file.h"
+
+#include <algorithm>
+#include <array>
+#include <cctype>
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <nlohmann/json.hpp>
+#include <utility>
+#include <vector>
+
+#include "report.h"
+
+namespace tarn::host {
+
+namespace {
+
+bool has_ending(const std::string& path, const std::string& wanted)
+{
+    std::string ending = std::filesystem::path(path).extension().string();
+    std::transform(ending.begin(), ending.end(), ending.begin(),
+                   [](unsigned char character) { return static_cast<char>(std::tolower(character)); });
+    return ending == wanted;
+}
+
+/// A value of a line: text or a number, null for what there is none of.
+using named_value = std::pair<std::string, nlohmann::ordered_json>;
+
+/// A number rounded to so many digits behind the point; null for what is no number.
+nlohmann::ordered_json decimal(double value, int digits)
+{
+    if (!std::isfinite(value)) {
+        return nullptr;
+    }
+    std::array<char, 64> text{};
+    std::snprintf(text.data(), text.size(), "%.*f", digits, value);
+    const double rounded = std::strtod(text.data(), nullptr);
+    return rounded == 0.0 ? 0.0 : rounded;  // no negative zero
+}
+
+/// All that is told of a frame, in the order of the columns.
+std::vector<named_value> values_of(const frame_record& frame, frame_turn turn)
+{
+    static constexpr std::array corners = {"top_left", "top_right", "bottom_right", "bottom_left"};
+    static constexpr std::array sides = {"top", "right", "bottom", "left"};
+    constexpr int time_digits = 6;
+    constexpr int pixel_digits = 3;
+    constexpr int angle_digits = 3;
+    constexpr int scale_digits = 5;
+    std::vector<named_value> values = {
+        {"frame", frame.stamp.number},
+        {"seconds",
+         frame.stamp.seconds < 0.0 ? nlohmann::ordered_json() : decimal(frame.stamp.seconds, time_digits)},
+        {"code", frame.code},
+        {"name", code_key(frame.code)},
+        {"taken", frame.taken},
+        {"key_frame", frame.key_frame},
+        {"direction", motion_name(motion_for_viewer(frame.direction, turn))},
+        {"move_px", frame.registered ? decimal(frame.move_distance, pixel_digits) : nullptr},
+    };
+    const std::array<float, 4> angles = corners_for_viewer(frame.angles, turn);
+    const std::array<float, 4> scales = corners_for_viewer(frame.scales, turn);
+    const cv::Point2f shift = vector_for_viewer(frame.shift, turn);
+    for (std::size_t i = 0; i < corners.size(); ++i) {
+        values.emplace_back(std::string("angle_") + corners.at(i), decimal(angles.at(i), angle_digits));
+    }
+    for (std::size_t i = 0; i < sides.size(); ++i) {
+        values.emplace_back(std::string("scale_") + sides.at(i), decimal(scales.at(i), scale_digits));
+    }
+    values.emplace_back("shift_x", decimal(shift.x, pixel_digits));
+    values.emplace_back("shift_y", decimal(shift.y, pixel_digits));
+    values.emplace_back("milliseconds", decimal(frame.milliseconds, pixel_digits));
+    return values;
+}
+
+std::string as_csv(const nlohmann::ordered_json& value)
+{
+    if (value.is_boolean()) {
+        return value.get<bool>() ? "1" : "0";
+    }
+    if (value.is_string()) {
+        return value.get<std::string>();  // names of codes and directions: no commas, no quotes
+    }
+    return value.is_null() ? "" : value.dump();
+}
+
+}  // namespace
+
+bool is_frames_name(const std::string& path)
+{
+    return has_ending(path, ".csv") || has_ending(path, ".jsonl");
+}
+
+std::string csv_header()
+{
+    std::string line;
+    for (const named_value& value : values_of(frame_record(), frame_turn::none)) {
+        line += (line.empty() ? "" : ",") + value.first;
+    }
+    return line;
+}
+
+std::string frame_as_csv(const frame_record& frame, frame_turn turn)
+{
+    std::string line;
+    for (const named_value& value : values_of(frame, turn)) {
+        line += (line.empty() ? "" : ",") + as_csv(value.second);
+    }
+    return line;
+}
+
+std::string frame_as_json(const frame_record& frame, frame_turn turn)
+{
+    nlohmann::ordered_json line;
+    for (const named_value& value : values_of(frame, turn)) {
+        line[value.first] = value.second;
+    }
+    return line.dump();
+}
+
+frames_file::frames_file(const std::string& path, frame_turn turn)
+    : file_(path), turn_(turn), csv_(has_ending(path, ".csv"))
+{
+    if (csv_) {
+        file_.append(csv_header() + "\n");
+    }
+}
+
+void frames_file::frame_done(const frame_record& frame)
+{
+    file_.append((csv_ ? frame_as_csv(frame, turn_) : frame_as_json(frame, turn_)) + "\n");
+}
+
+void frames_file::finish()
+{
+    file_.finish();
+}
+
+}  // namespace tarn::host

@@ -1,0 +1,46 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// The file that tells of each frame, for somebody who wants to know why a sweep failed.
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "frame_turn.h"
+#include "output_file.h"
+#include "sweep.h"
+
+namespace tarn::host {
+
+/// Whether a name's ending is one of this file's formats, .csv or .jsonl, in small letters or capitals.
+bool is_frames_name(const std::string& path);
+
+/// A frame as one line without its end, in the viewer's orientation.
+std::string frame_as_csv(const frame_record& frame, frame_turn turn);
+std::string frame_as_json(const frame_record& frame, frame_turn turn);
+
+/// The names of the columns of frame_as_csv.
+std::string csv_header();
+
+/// Writes a sweep's frames as they come. The file is at its place only after finish().
+class frames_file : public sweep_observer {
+public:
+    /// @throws host_error (output_failed)
+    frames_file(const std::string& path, frame_turn turn);
+
+    void frame_done(const frame_record& frame) override;
+
+    void waiting(int) override
+    {
+    }
+
+    /// @throws host_error (output_failed) when it, or a frame before, could not be written
+    void finish();
+
+private:
+    growing_file file_;
+    frame_turn turn_;
+    bool csv_;
+};
+
+}  // namespace tarn::host

@@ -1,0 +1,104 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// The thread that plays a feed.
+#include "realtime_feed.h"
+
+#include <utility>
+
+namespace tarn::host {
+
+realtime_feed::realtime_feed(frame_feed& feed) : feed_(feed), reader_([this] { read(); })
+{
+}
+
+realtime_feed::~realtime_feed()
+{
+    {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        closed_ = true;
+    }
+    changed_.notify_all();
+    reader_.join();
+}
+
+bool realtime_feed::next(feed_frame& frame)
+{
+    std::unique_lock<std::mutex> lock(mutex_);
+    wanted_ = true;
+    changed_.notify_all();
+    changed_.wait(lock, [this] { return there_ || ended_; });
+    wanted_ = false;
+    if (there_) {
+        frame = std::move(frame_);
+        frame_ = feed_frame();
+        there_ = false;
+        return true;
+    }
+    if (error_) {
+        std::rethrow_exception(error_);
+    }
+    return false;
+}
+
+int realtime_feed::dropped() const
+{
+    const std::lock_guard<std::mutex> lock(mutex_);
+    return dropped_;
+}
+
+void realtime_feed::read()
+{
+    try {
+        feed_frame frame;
+        while (feed_.next(frame) && wait_until_due(frame) && offer(frame)) {
+        }
+    } catch (...) {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        error_ = std::current_exception();
+    }
+    {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        ended_ = true;
+    }
+    changed_.notify_all();
+}
+
+bool realtime_feed::wait_until_due(const feed_frame& frame)
+{
+    std::unique_lock<std::mutex> lock(mutex_);
+    if (feed_.facts().live) {
+        return !closed_;
+    }
+    if (!running_) {
+        // The clock starts when somebody is there for the first frame.
+        changed_.wait(lock, [this] { return wanted_ || closed_; });
+        begun_ = std::chrono::steady_clock::now();
+        first_seconds_ = frame.stamp.seconds;
+        running_ = true;
+    }
+    const std::chrono::duration<double> since_begin(frame.stamp.seconds - first_seconds_);
+    const auto due = begun_ + std::chrono::duration_cast<std::chrono::steady_clock::duration>(since_begin);
+    changed_.wait_until(lock, due, [this] { return closed_; });
+    return !closed_;
+}
+
+bool realtime_feed::offer(feed_frame& frame)
+{
+    std::unique_lock<std::mutex> lock(mutex_);
+    const auto can_be_taken = [this] { return closed_ || (wanted_ && !there_); };
+    if (frame.last) {
+        changed_.wait(lock, can_be_taken);
+    } else if (!can_be_taken()) {
+        ++dropped_;
+        return true;
+    }
+    if (closed_) {
+        return false;
+    }
+    frame_ = std::move(frame);
+    there_ = true;
+    changed_.notify_all();
+    return true;
+}
+
+}  // namespace tarn::host

@@ -1,0 +1,295 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// The run, told in steps.
+#include "stitching.h"
+
+#include <chrono>
+#include <filesystem>
+#include <iostream>
+#include <memory>
+#include <optional>
+#include <string>
+#include <system_error>
+#include <unistd.h>
+#include <utility>
+#include <vector>
+
+#include "frame_feed.h"
+#include "frame_source.h"
+#include "frames_file.h"
+#include "interruption.h"
+#include "metadata.h"
+#include "panorama_files.h"
+#include "preview_window.h"
+#include "progress.h"
+#include "realtime_feed.h"
+#include "report.h"
+#include "scratch_directory.h"
+#include "standard_streams.h"
+#include "summary.h"
+#include "sweep.h"
+#include "video_source.h"
+
+namespace tarn::host {
+
+namespace {
+
+using clock = std::chrono::steady_clock;
+
+/// One way of stitching the input, and what came of it.
+struct attempt {
+    frame_turn turn = frame_turn::counter_clockwise;
+    sweep_result result;
+    std::unique_ptr<frames_file> frames;  ///< not at its place yet
+    std::string kept_files;               ///< where the working files are; "" if they are not kept
+    cv::Size frame_size;
+    int announced = 0;
+    int pictures = 0;
+    lost_frames lost;
+    std::vector<std::string> notes;  ///< on the input
+    bool cut_short = false;
+};
+
+class run {
+public:
+    run(const options& asked, run_summary& summary) : asked_(asked), summary_(summary), files_(asked)
+    {
+    }
+
+    void go()
+    {
+        std::unique_ptr<frame_source> source = open();
+        const source_facts facts = source->facts();
+        files_.check_places();
+        metadata_.emplace(facts);
+        attempt best = make_attempt(std::move(source), first_turn(facts));
+        if (best.result.outcome == sweep_outcome::pipeline_failed && asked_.retry && facts.rereadable
+            && stop_asked_for() == stop_kind::none) {
+            best = better(std::move(best));
+        }
+        if (best.result.outcome != sweep_outcome::given_up) {
+            write(best);
+        }
+        conclude(best);
+    }
+
+private:
+    std::unique_ptr<frame_source> open() const
+    {
+        auto source = open_frame_source(asked_.inputs, files_.left_out_of_inputs());
+        const source_facts& facts = source->facts();
+        if (!facts.has_times && (asked_.selection.needs_times() || asked_.realtime)) {
+            throw host_error(exit_code::usage,
+                             "images have no times: --start, --end, --fps and --realtime are for "
+                             "videos and cameras; --step is for images, too");
+        }
+        files_.check_against_inputs(facts.files);
+        return source;
+    }
+
+    frame_turn first_turn(const source_facts& facts) const
+    {
+        return asked_.turn == turn_choice::automatic ? facts.as_recorded : turn_for(asked_.turn);
+    }
+
+    attempt make_attempt(std::unique_ptr<frame_source> source, frame_turn turn)
+    {
+        ++summary_.tries;
+        attempt made;
+        made.turn = turn;
+        frame_feed feed(std::move(source), asked_.selection, turn);
+        sweep_settings settings;
+        settings.working_directory = new_directory("work");
+        if (!asked_.keep_work.empty()) {
+            settings.kept_files = made.kept_files = new_directory("kept");
+        }
+        settings.direction_hint = direction_hint(asked_.direction, turn);
+        settings.workers = asked_.workers > 0 ? asked_.workers : default_workers();
+
+        progress_display progress(feed.expected());
+        settings.observers.push_back(&progress);
+        if (!asked_.frames.empty()) {
+            made.frames = std::make_unique<frames_file>(asked_.frames, turn);
+            settings.observers.push_back(made.frames.get());
+        }
+        std::optional<preview_window> window;
+        if (asked_.show) {
+            settings.observers.push_back(&window.emplace(turn));
+        }
+        if (asked_.realtime || feed.facts().live) {
+            realtime_feed realtime(feed);
+            made.result = run_sweep(realtime, settings);
+            made.lost.dropped = realtime.dropped();
+        } else {
+            made.result = run_sweep(feed, settings);
+        }
+        made.lost.unreadable = feed.unreadable();
+        made.frame_size = feed.size();
+        made.announced = feed.facts().announced;
+        made.pictures = feed.pictures();
+        made.cut_short = !feed.early_end().empty();
+        for (const std::string& line : {feed.damage(), feed.early_end()}) {
+            if (!line.empty()) {
+                made.notes.push_back(line);
+            }
+        }
+        return made;
+    }
+
+    /// A second try with the frames turned the other way: features are found, described and matched anew, and what
+    /// did not fit one way may fit the other. The better of the two.
+    attempt better(attempt first)
+    {
+        const frame_turn turn = other_turn(first.turn);
+        note("the sweep cannot be stitched beyond frame " + std::to_string(first.result.failed_frame)
+             + "; trying once more with the frames turned " + turn_name(turn));
+        attempt second = make_attempt(open(), turn);
+        const bool further = second.result.outcome == sweep_outcome::complete
+                             || (second.result.outcome == sweep_outcome::pipeline_failed
+                                 && second.result.failed_frame > first.result.failed_frame);
+        return further || second.result.outcome == sweep_outcome::given_up ? std::move(second)
+                                                                           : std::move(first);
+    }
+
+    /// A new directory in the temporary one, with a "/" at its end.
+    std::string new_directory(const std::string& name) const
+    {
+        const std::string path = scratch_.path() + name + std::to_string(summary_.tries) + "/";
+        std::error_code error;
+        if (!std::filesystem::create_directory(path, error)) {
+            throw host_error(exit_code::output_failed, "cannot make a temporary directory: " + error.message());
+        }
+        return path;
+    }
+
+    void write(attempt& done)
+    {
+        summary_.written = files_.write(done.result, done.turn, *metadata_);
+        try {
+            if (done.frames) {
+                done.frames->finish();
+            }
+        } catch (const host_error& error) {
+            summary_.written.errors.emplace_back(error.what());
+        }
+        try {
+            if (!done.kept_files.empty()) {
+                files_.copy_working_files(done.kept_files);
+            }
+        } catch (const host_error& error) {
+            summary_.written.errors.emplace_back(error.what());
+        }
+    }
+
+    /// Says what there is to say and settles the exit code.
+    void conclude(const attempt& done)
+    {
+        const sweep_result& result = done.result;
+        const std::vector<std::string>& errors = summary_.written.errors;
+        summary_.turn = done.turn;
+        summary_.result = result;
+        summary_.frame_size = done.frame_size;
+        summary_.announced = done.announced;
+        summary_.pictures = done.pictures;
+        summary_.lost = done.lost;
+        summary_.cut_short = done.cut_short;
+        summary_.code = code_of(result.outcome);
+
+        const std::string partial = summary_.written.whole ? "" : summary_.written.panorama.file;
+        std::vector<std::string> notes = notes_on(result, partial);
+        for (const std::string& line : errors) {
+            say(line);
+        }
+        // What ends the program with an error is said to those, too, who want no notes.
+        const bool failed =
+            summary_.code == exit_code::input_failed || summary_.code == exit_code::not_stitched;
+        for (const std::string& line : notes) {
+            failed ? say(line) : note(line);
+        }
+        if (failed) {
+            summary_.error = notes.front();
+            notes.erase(notes.begin());
+        } else if (!errors.empty()) {
+            summary_.error = errors.front();
+        }
+        std::vector<std::string> asides = summary_.written.warnings;
+        asides.insert(asides.end(), done.notes.begin(), done.notes.end());
+        for (const std::string& line : asides) {
+            note(line);
+        }
+        notes.insert(notes.end(), asides.begin(), asides.end());
+        summary_.notes = notes;
+    }
+
+    exit_code code_of(sweep_outcome outcome) const
+    {
+        switch (outcome) {
+        case sweep_outcome::input_failed:
+            return exit_code::input_failed;
+        case sweep_outcome::pipeline_failed:
+            return exit_code::not_stitched;
+        case sweep_outcome::given_up:
+            return exit_code::stopped;
+        case sweep_outcome::complete:
+            break;
+        }
+        if (!summary_.written.errors.empty()) {
+            return exit_code::output_failed;
+        }
+        return stop_asked_for() == stop_kind::interrupted ? exit_code::stopped : exit_code::done;
+    }
+
+    const options& asked_;
+    run_summary& summary_;
+    const panorama_files files_;
+    const scratch_directory scratch_;
+    std::optional<output_metadata> metadata_;
+};
+
+/// Runs, with what libraries print kept away from standard output.
+void run_apart(const options& asked, run_summary& summary)
+{
+    const silenced_descriptor library_log_lines(STDOUT_FILENO, asked.log);
+    try {
+        run(asked, summary).go();
+    } catch (const host_error& error) {
+        summary.code = error.code();
+        summary.error = error.what();
+        say(summary.error);
+    }
+    if (!std::cout.flush() && !asked.log.empty()) {
+        say("cannot write " + asked.log + " to its end");
+        summary.code = summary.code == exit_code::done ? exit_code::output_failed : summary.code;
+    }
+    std::cout.clear();
+}
+
+}  // namespace
+
+exit_code stitch(const options& asked)
+{
+    const clock::time_point begun = clock::now();
+    silence_media_logs();
+    if (asked.quiet) {
+        be_quiet();
+    }
+    run_summary summary;
+    if (asked.show) {
+        check_display();
+    }
+    run_apart(asked, summary);
+    summary.seconds = std::chrono::duration<double>(clock::now() - begun).count();
+    if (summary.result.frames > 0) {
+        note(summary_line(summary.result, summary.written, summary.lost, summary.seconds));
+    }
+    if (asked.json_summary) {
+        std::cout << summary_as_json(summary, asked) << std::flush;
+        if (!std::cout) {
+            say("cannot write the summary to standard output");
+            return summary.code == exit_code::done ? exit_code::output_failed : summary.code;
+        }
+    }
+    return summary.code;
+}
+
+}  // namespace tarn::host

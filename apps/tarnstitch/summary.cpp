@@ -1,0 +1,131 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// The run as JSON.
+#include "summary.h"
+
+#include <cmath>
+#include <nlohmann/json.hpp>
+#include <sys/resource.h>
+
+namespace tarn::host {
+
+namespace {
+
+using nlohmann::ordered_json;
+
+const char* outcome_name(const run_summary& summary)
+{
+    switch (summary.code) {
+    case exit_code::done:
+        return "done";
+    case exit_code::not_stitched:
+        return "not_stitched";
+    case exit_code::usage:
+        return "usage";
+    case exit_code::input_failed:
+        return "input_failed";
+    case exit_code::output_failed:
+        return "output_failed";
+    case exit_code::stopped:
+        break;
+    }
+    return "stopped";
+}
+
+const char* turn_word(frame_turn turn)
+{
+    switch (turn) {
+    case frame_turn::counter_clockwise:
+        return "ccw";
+    case frame_turn::clockwise:
+        return "cw";
+    case frame_turn::none:
+        break;
+    }
+    return "none";
+}
+
+ordered_json picture_as_json(const written_picture& picture)
+{
+    if (picture.file.empty()) {
+        return nullptr;
+    }
+    return {{"file", picture.file}, {"width", picture.size.width}, {"height", picture.size.height}};
+}
+
+ordered_json failure_as_json(const sweep_result& result)
+{
+    if (result.broken_at_frame == 0 && result.failed_key_frame == 0) {
+        return nullptr;
+    }
+    const auto number_or_null = [](int number) { return number > 0 ? ordered_json(number) : nullptr; };
+    return {{"shown_at_frame", number_or_null(result.broken_at_frame)},
+            {"key_frame", number_or_null(result.failed_key_frame)},
+            {"frame_of_key_frame", number_or_null(result.failed_frame)}};
+}
+
+ordered_json text_or_null(const std::string& text)
+{
+    return text.empty() ? ordered_json() : ordered_json(text);
+}
+
+}  // namespace
+
+std::string summary_as_json(const run_summary& summary, const options& asked)
+{
+    const sweep_result& result = summary.result;
+    ordered_json by_code;
+    for (int code = lowest_code; code <= highest_code; ++code) {
+        by_code[code_key(code)] = result.by_code.at(static_cast<std::size_t>(code - lowest_code));
+    }
+    ordered_json panorama = picture_as_json(summary.written.panorama);
+    if (!panorama.is_null()) {
+        panorama["whole"] = summary.written.whole;
+        panorama["uncropped_width"] = summary.written.uncropped.width;
+        panorama["uncropped_height"] = summary.written.uncropped.height;
+    }
+    constexpr double milliseconds = 1000.0;
+    const ordered_json object = {
+        {"tarnstitch", TARNSTITCH_VERSION},
+        {"opencv", cv::getVersionString()},
+        {"outcome", outcome_name(summary)},
+        {"exit_code", static_cast<int>(summary.code)},
+        {"error", text_or_null(summary.error)},
+        {"notes", summary.notes},
+        {"input",
+         {{"names", asked.inputs},
+          {"width", summary.frame_size.width},
+          {"height", summary.frame_size.height},
+          {"frames_announced", summary.announced > 0 ? ordered_json(summary.announced) : nullptr},
+          {"frames_met", summary.pictures},
+          {"unreadable", summary.lost.unreadable},
+          {"dropped", summary.lost.dropped},
+          {"cut_short", summary.cut_short}}},
+        {"turn", turn_word(summary.turn)},
+        {"direction", motion_name(asked.direction)},
+        {"tries", summary.tries},
+        {"frames", {{"handed_over", result.frames}, {"taken", result.taken}, {"by_code", by_code}}},
+        {"key_frames", result.key_frames},
+        {"failure", failure_as_json(result)},
+        {"panorama", panorama},
+        {"preview", picture_as_json(summary.written.preview)},
+        {"seconds", std::round(summary.seconds * milliseconds) / milliseconds},
+        {"peak_memory_bytes", static_cast<std::int64_t>(peak_memory())},
+    };
+    constexpr int indent = 2;
+    return object.dump(indent, ' ', false, ordered_json::error_handler_t::replace) + "\n";
+}
+
+double peak_memory()
+{
+    struct rusage usage = {};
+    getrusage(RUSAGE_SELF, &usage);
+#ifdef __APPLE__
+    constexpr double unit = 1.0;
+#else
+    constexpr double unit = 1024.0;
+#endif
+    return static_cast<double>(usage.ru_maxrss) * unit;
+}
+
+}  // namespace tarn::host

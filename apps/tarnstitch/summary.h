@@ -1,0 +1,44 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// The summary of --json: all that is known of a run at its end, for a program to read.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include <opencv2/core.hpp>
+
+#include "frame_turn.h"
+#include "host_error.h"
+#include "options.h"
+#include "panorama_files.h"
+#include "report.h"
+#include "sweep.h"
+
+namespace tarn::host {
+
+struct run_summary {
+    exit_code code = exit_code::done;
+    std::string error;  ///< why nothing could be stitched or written; "" if that is not so
+
+    cv::Size frame_size;  ///< upright; empty when no input could be opened
+    int announced = 0;    ///< pictures that the input says it has; 0 if it does not
+    int pictures = 0;     ///< met in it
+    bool cut_short = false;
+    lost_frames lost;
+
+    frame_turn turn = frame_turn::counter_clockwise;
+    int tries = 0;
+    sweep_result result;
+    written_files written;
+    std::vector<std::string> notes;  ///< what was said beside, a line each
+    double seconds = 0.0;
+};
+
+/// One JSON object over several lines, the last of which ends. Text that is no UTF-8 is repaired.
+std::string summary_as_json(const run_summary& summary, const options& asked);
+
+/// The most memory that this process has had, in bytes.
+double peak_memory();
+
+}  // namespace tarn::host

@@ -1,0 +1,249 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// Decoding videos, with what has to be known about OpenCV's back-ends for it.
+#include "video_source.h"
+
+#include <algorithm>
+#include <array>
+#include <chrono>
+#include <cmath>
+#include <cstdlib>
+#include <filesystem>
+#include <system_error>
+#include <unistd.h>
+
+#include <opencv2/core/utils/logger.hpp>
+#include <opencv2/imgproc.hpp>
+#include <opencv2/videoio.hpp>
+#include <opencv2/videoio/registry.hpp>
+
+#include "movie_index.h"
+
+namespace fs = std::filesystem;
+
+namespace tarn::host {
+
+namespace {
+
+using clock = std::chrono::steady_clock;
+
+bool media_logs_are_wanted()
+{
+    return std::getenv("OPENCV_LOG_LEVEL") != nullptr;
+}
+
+/// Of the back-ends that take a file name some do other things with it: one looks for cameras, one would read
+/// "shot7.mp4" as one of a sequence shot7, shot8, ...
+bool decodes_video_files(cv::VideoCaptureAPIs backend)
+{
+    static constexpr std::array decoders = {cv::CAP_FFMPEG, cv::CAP_GSTREAMER,    cv::CAP_AVFOUNDATION,
+                                            cv::CAP_MSMF,   cv::CAP_OPENCV_MJPEG, cv::CAP_INTEL_MFX};
+    return std::find(decoders.begin(), decoders.end(), backend) != decoders.end();
+}
+
+/// The turn by which upright frames become what the sensor recorded, when that had to be turned by so many
+/// quarters, clockwise, to be upright. Frames that were recorded upright tell nothing of how the device was held.
+frame_turn turn_as_recorded(int quarter_turns)
+{
+    return quarter_turns == 3 ? frame_turn::clockwise : frame_turn::counter_clockwise;
+}
+
+/// A property that a back-end may not know, or know wrong; 0 then.
+double believable(double value, double most)
+{
+    return value > 0.0 && value <= most ? value : 0.0;
+}
+
+class video_source : public frame_source {
+public:
+    /// @param quarter_turns  by which frames are turned here, clockwise; nothing to leave it to the back-end
+    video_source(cv::VideoCapture capture, const std::string& name, std::optional<int> quarter_turns, bool live)
+        : capture_(std::move(capture)), quarter_turns_(quarter_turns.value_or(0))
+    {
+        // Back-ends differ in their default, so it is set either way.
+        capture_.set(cv::CAP_PROP_ORIENTATION_AUTO, quarter_turns ? 0.0 : 1.0);
+        facts_.files = {name};
+        facts_.has_times = true;
+        facts_.live = live;
+        if (!live) {
+            constexpr double most_pictures = 1e8;
+            constexpr double most_per_second = 1e4;
+            facts_.announced =
+                static_cast<int>(believable(capture_.get(cv::CAP_PROP_FRAME_COUNT), most_pictures));
+            facts_.rate = believable(capture_.get(cv::CAP_PROP_FPS), most_per_second);
+            std::error_code error;
+            facts_.rereadable = fs::is_regular_file(name, error);
+            facts_.as_recorded = turn_as_recorded(quarter_turns_);
+        }
+    }
+
+    const source_facts& facts() const override
+    {
+        return facts_;
+    }
+
+    bool advance(frame_stamp& stamp) override
+    {
+        try {
+            if (!capture_.grab()) {
+                return false;
+            }
+        } catch (const cv::Exception&) {
+            return false;
+        }
+        ++number_;
+        stamp.seconds = facts_.live ? seconds_since_start() : seconds_in_file();
+        stamp.number = number_ + gaps_;
+        return true;
+    }
+
+    cv::Mat picture() override
+    {
+        cv::Mat image;
+        try {
+            capture_.retrieve(image);
+        } catch (const cv::Exception&) {
+            image.release();
+        }
+        if (image.empty() || quarter_turns_ == 0) {
+            return image;
+        }
+        static constexpr std::array turn_codes = {cv::ROTATE_90_CLOCKWISE, cv::ROTATE_180,
+                                                  cv::ROTATE_90_COUNTERCLOCKWISE};
+        cv::Mat turned;
+        cv::rotate(image, turned, turn_codes.at(static_cast<std::size_t>(quarter_turns_) - 1));
+        return turned;
+    }
+
+    std::string name() const override
+    {
+        return "frame " + std::to_string(number_ + gaps_) + " of " + facts_.files.front();
+    }
+
+    int passed_over() const override
+    {
+        return gaps_;
+    }
+
+private:
+    double seconds_since_start()
+    {
+        const clock::time_point now = clock::now();
+        if (number_ == 1) {
+            begun_ = now;
+        }
+        return std::chrono::duration<double>(now - begun_).count();
+    }
+
+    /// The time stamp of the picture just grabbed. A decoder says nothing of a picture that it cannot decode: it
+    /// goes on to the next. The gap that this leaves in the time stamps tells, unless the container's own count of
+    /// pictures says that none is missing (its rate varies).
+    double seconds_in_file()
+    {
+        const double by_number = facts_.rate > 0.0 ? (number_ - 1) / facts_.rate : 0.0;
+        constexpr double milliseconds = 1000.0;
+        double seconds = capture_.get(cv::CAP_PROP_POS_MSEC) / milliseconds;
+        if (number_ == 1) {
+            first_ = seconds;
+        }
+        seconds -= first_;
+        if (!std::isfinite(seconds) || (number_ > 1 && seconds <= last_)) {
+            seconds = std::max(by_number, last_);  // a stream without times
+        } else if (number_ > 1 && facts_.rate > 0.0) {
+            constexpr double most_believable = 1e6;
+            const double pictures = std::min((seconds - last_) * facts_.rate, most_believable);
+            const int skipped = static_cast<int>(std::lround(pictures)) - 1;
+            if (skipped > 0 && number_ + gaps_ + skipped <= facts_.announced) {
+                gaps_ += skipped;
+            }
+        }
+        last_ = seconds;
+        return seconds;
+    }
+
+    cv::VideoCapture capture_;
+    source_facts facts_;
+    int quarter_turns_;
+    int number_ = 0;  ///< pictures that were decoded
+    int gaps_ = 0;    ///< pictures between them that were not
+    double first_ = 0.0;
+    double last_ = 0.0;
+    clock::time_point begun_;
+};
+
+}  // namespace
+
+std::unique_ptr<frame_source> open_video(const std::string& path)
+{
+    // A name such as "a:b.mp4" would be taken for a protocol's; with a directory before it, it is not.
+    const std::string name = fs::path(path).has_parent_path() ? path : "./" + path;
+    const quiet_decoder quiet;
+    cv::VideoCapture capture;
+    for (const cv::VideoCaptureAPIs backend : cv::videoio_registry::getStreamBackends()) {
+        if (!decodes_video_files(backend)) {
+            continue;
+        }
+        try {
+            if (capture.open(name, backend)) {
+                break;
+            }
+        } catch (const cv::Exception&) {
+            continue;  // a back-end that cannot be loaded
+        }
+    }
+    if (!capture.isOpened()) {
+        return nullptr;
+    }
+    std::error_code error;
+    const std::optional<int> turns =
+        fs::is_regular_file(path, error) ? display_quarter_turns(path) : std::nullopt;
+    return std::make_unique<video_source>(std::move(capture), path, turns, false);
+}
+
+std::unique_ptr<frame_source> open_camera(const std::string& name)
+{
+    const quiet_decoder quiet;
+    cv::VideoCapture capture;
+    try {
+        const std::optional<int> number = camera_number(name);
+        if (number) {
+            capture.open(*number, cv::CAP_ANY);
+        } else {
+            capture.open(name, cv::CAP_V4L2);
+        }
+    } catch (const cv::Exception&) {
+        return nullptr;
+    }
+    return capture.isOpened() ? std::make_unique<video_source>(std::move(capture), name, 0, true) : nullptr;
+}
+
+std::optional<int> camera_number(const std::string& name)
+{
+    constexpr const char* scheme = "camera:";
+    constexpr std::size_t most_digits = 4;
+    const std::size_t length = std::char_traits<char>::length(scheme);
+    const std::string digits = name.size() > length ? name.substr(length) : "";
+    if (name.compare(0, length, scheme) != 0 || digits.empty() || digits.size() > most_digits
+        || digits.find_first_not_of("0123456789") != std::string::npos) {
+        return std::nullopt;
+    }
+    return std::stoi(digits);
+}
+
+void silence_media_logs()
+{
+    if (!media_logs_are_wanted()) {
+        cv::utils::logging::setLogLevel(cv::utils::logging::LOG_LEVEL_SILENT);
+    }
+    constexpr const char* quiet = "-8";
+    setenv("OPENCV_FFMPEG_LOGLEVEL", quiet, 0);
+}
+
+quiet_decoder::quiet_decoder()
+{
+    if (!media_logs_are_wanted()) {
+        silence_.emplace(STDERR_FILENO);
+    }
+}
+
+}  // namespace tarn::host

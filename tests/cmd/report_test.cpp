@@ -1,0 +1,227 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// What the program says: the summary, notes on sweeps that broke, the bar and the lines of progress, the lines on
+// frames.
+#include <algorithm>
+#include <chrono>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+#include <opencv2/core.hpp>
+
+#include "frames_file.h"
+#include "progress.h"
+#include "report.h"
+
+using namespace tarn::host;
+
+namespace {
+
+int& count_of(sweep_result& result, int code)
+{
+    return result.by_code.at(static_cast<std::size_t>(code - lowest_code));
+}
+
+progress_state in_mid_sweep()
+{
+    progress_state state;
+    state.frames = 120;
+    state.expected = 240;
+    state.key_frames = 5;
+    state.seconds = 2.0;
+    state.advice = "slower";
+    return state;
+}
+
+}  // namespace
+
+TEST(Report, EveryCodeHasANameOfItsOwn)
+{
+    std::vector<std::string> all;
+    for (int code = lowest_code; code <= highest_code; ++code) {
+        all.emplace_back(code_name(code));
+        EXPECT_NE(all.back(), "unknown");
+    }
+    std::sort(all.begin(), all.end());
+    EXPECT_EQ(std::unique(all.begin(), all.end()), all.end());
+    EXPECT_STREQ(code_name(lowest_code - 1), "unknown");
+    EXPECT_STREQ(code_name(highest_code + 1), "unknown");
+    EXPECT_EQ(code_key(3), "very_few_details");
+}
+
+TEST(Report, SummaryCountsFramesByCodeName)
+{
+    sweep_result result;
+    result.frames = 12;
+    result.taken = 9;
+    count_of(result, 1) = 9;
+    count_of(result, 4) = 3;
+    result.key_frames = 1;
+    written_files written;
+    written.panorama = {"a.jpg", {640, 480}};
+    written.uncropped = {640, 480};
+    EXPECT_EQ(summary_line(result, written, {2, 0}, 1.26),
+              "12 frames, 9 taken, 2 unreadable (3 wrong way, 9 normal); 1 key frame; panorama 640x480; 1.3 s");
+    written.uncropped = {700, 500};
+    written.preview = {"b.png", {300, 200}};
+    EXPECT_EQ(
+        summary_line(result, written, {0, 7}, 1.26),
+        "12 frames, 9 taken, 7 dropped (3 wrong way, 9 normal); 1 key frame; panorama 640x480 of 700x500, "
+        "preview 300x200; 1.3 s");
+    EXPECT_NE(summary_line(result, written_files(), {}, 1.0).find("no panorama"), std::string::npos);
+}
+
+TEST(Report, BrokenSweepSaysWhereAndWhatIsLeft)
+{
+    sweep_result result;
+    result.outcome = sweep_outcome::pipeline_failed;
+    result.frames = 57;
+    result.broken_at_frame = 57;
+    result.failed_key_frame = 4;
+    result.failed_frame = 41;
+    ASSERT_EQ(notes_on(result, "x-partial.jpg").size(), 2U);
+    EXPECT_EQ(
+        notes_on(result, "x-partial.jpg")[0],
+        "stitching failed at frame 57: key frame 4 (frame 41) could not be joined to the panorama; what was "
+        "composed until then is in x-partial.jpg");
+    EXPECT_EQ(
+        notes_on(result, "")[0],
+        "stitching failed at frame 57: key frame 4 (frame 41) could not be joined to the panorama; nothing of "
+        "a panorama is left");
+}
+
+TEST(Report, BrokenSweepSaysWhatMayHelp)
+{
+    sweep_result result;
+    result.outcome = sweep_outcome::pipeline_failed;
+    result.frames = 100;
+    count_of(result, 1) = 100;
+    const auto help = [&result] { return notes_on(result, "").back(); };
+    EXPECT_NE(help().find("smaller steps"), std::string::npos) << help();
+    result.failed_seconds = 3.4;
+    EXPECT_NE(help().find("--end 3.40"), std::string::npos) << help();
+    for (const auto& [code, words] : std::vector<std::pair<int, std::string>>{{0, "overlap"},
+                                                                              {2, "little to see"},
+                                                                              {3, "too little"},
+                                                                              {4, "--direction"},
+                                                                              {5, "slower"},
+                                                                              {6, "level"}}) {
+        count_of(result, code) = 19;
+        EXPECT_EQ(help().find(words), std::string::npos) << help();
+        count_of(result, code) = 20;
+        EXPECT_NE(help().find(words), std::string::npos) << help();
+        count_of(result, code) = 0;
+    }
+}
+
+TEST(Report, CompleteSweepThatLostAKeyFrameSaysSo)
+{
+    sweep_result result;
+    result.frames = 50;
+    EXPECT_TRUE(notes_on(result, "").empty());
+    result.failed_key_frame = 3;
+    result.failed_frame = 20;
+    ASSERT_EQ(notes_on(result, "").size(), 1U);
+    EXPECT_NE(notes_on(result, "")[0].find("key frame 3 (frame 20)"), std::string::npos);
+}
+
+TEST(Progress, EveryCodeThatAsksForSomethingHasItsAdvice)
+{
+    EXPECT_STREQ(advice_for(1), "");
+    EXPECT_STREQ(advice_for(2), "few details");
+    EXPECT_STREQ(advice_for(3), "few details");
+    EXPECT_STREQ(advice_for(4), "wrong way");
+    EXPECT_STREQ(advice_for(5), "slower");
+    EXPECT_STREQ(advice_for(6), "hold level");
+    EXPECT_STREQ(advice_for(0), "go back");
+    EXPECT_STREQ(advice_for(-1), "failed");
+    EXPECT_STREQ(advice_for(7), "");
+}
+
+TEST(Progress, BarHoldsWhatTheWidthAllows)
+{
+    EXPECT_EQ(progress_bar(in_mid_sweep(), 110), "[===============>              ]  50 %  frame 120 of 240  60 "
+                                                 "frames/s  0:02 left  5 key frames  slower");
+    EXPECT_EQ(progress_bar(in_mid_sweep(), 85),
+              "[======>      ]  50 %  frame 120 of 240  60 frames/s  0:02 left  5 key frames  slower");
+    EXPECT_EQ(progress_bar(in_mid_sweep(), 60), "frame 120 of 240  60 frames/s  0:02 left  5 key frames");
+    EXPECT_EQ(progress_bar(in_mid_sweep(), 20), "frame 120 of 240");
+    EXPECT_EQ(progress_bar(in_mid_sweep(), 3), "");
+    for (int width = 0; width < 120; ++width) {
+        EXPECT_LE(progress_bar(in_mid_sweep(), width).size(), static_cast<std::size_t>(width));
+    }
+}
+
+TEST(Progress, BarOfAnInputOfUnknownLengthHasNoShare)
+{
+    progress_state state = in_mid_sweep();
+    state.expected = 0;
+    EXPECT_EQ(progress_bar(state, 100), "frame 120  60 frames/s  5 key frames  slower");
+}
+
+TEST(Progress, MoreFramesThanAnnouncedAreAllOfThem)
+{
+    progress_state state = in_mid_sweep();
+    state.expected = 100;
+    const std::string bar = progress_bar(state, 100);
+    EXPECT_NE(bar.find("100 %"), std::string::npos) << bar;
+    EXPECT_EQ(bar.find('>'), std::string::npos) << bar;
+    EXPECT_NE(bar.find("frame 120 of 120"), std::string::npos) << bar;
+}
+
+TEST(Progress, LineSaysTheSameAndWhatIsWaitedFor)
+{
+    progress_state state = in_mid_sweep();
+    EXPECT_EQ(progress_line(state), "frame 120 of 240, 60 frames/s, 0:02 left, 5 key frames, slower");
+    state.waiting_for = 2;
+    EXPECT_EQ(progress_line(state), "frame 120 of 240, 60 frames/s, 0:02 left, 5 key frames, waiting for 2");
+    state.seconds = 7200.0;
+    EXPECT_EQ(progress_line(state),
+              "frame 120 of 240, 0.0 frames/s, 2:00:00 left, 5 key frames, waiting for 2");
+}
+
+TEST(FramesFile, NameDecidesTheFormat)
+{
+    EXPECT_TRUE(is_frames_name("a.csv"));
+    EXPECT_TRUE(is_frames_name("a.JSONL"));
+    EXPECT_FALSE(is_frames_name("a.json"));
+    EXPECT_FALSE(is_frames_name("csv"));
+}
+
+TEST(FramesFile, LinesAreInTheViewersOrientation)
+{
+    frame_record frame;
+    frame.stamp = {12, 0.44};
+    frame.code = 5;
+    frame.taken = true;
+    frame.key_frame = true;
+    frame.direction = 2;  // up in frames turned counter-clockwise: to the right for the viewer
+    frame.registered = true;
+    frame.move_distance = 12.3456f;
+    frame.angles = {90.5f, 91.5f, 92.5f, 93.5f};
+    frame.scales = {1.5f, 1.25f, 1.125f, 1.0625f};
+    frame.shift = {3.0f, 4.5f};
+    frame.milliseconds = 6.5;
+    EXPECT_EQ(csv_header(),
+              "frame,seconds,code,name,taken,key_frame,direction,move_px,angle_top_left,angle_top_right,"
+              "angle_bottom_right,angle_bottom_left,scale_top,scale_right,scale_bottom,scale_left,shift_x,"
+              "shift_y,milliseconds");
+    EXPECT_EQ(frame_as_csv(frame, frame_turn::none),
+              "12,0.44,5,too_fast,1,1,up,12.346,90.5,91.5,92.5,93.5,1.5,1.25,1.125,1.0625,3.0,4.5,6.5");
+    EXPECT_EQ(frame_as_csv(frame, frame_turn::counter_clockwise),
+              "12,0.44,5,too_fast,1,1,right,12.346,93.5,90.5,91.5,92.5,1.0625,1.5,1.25,1.125,-4.5,3.0,6.5");
+    EXPECT_EQ(frame_as_json(frame, frame_turn::clockwise),
+              R"({"frame":12,"seconds":0.44,"code":5,"name":"too_fast","taken":true,"key_frame":true,)"
+              R"("direction":"left","move_px":12.346,"angle_top_left":91.5,"angle_top_right":92.5,)"
+              R"("angle_bottom_right":93.5,"angle_bottom_left":90.5,"scale_top":1.25,"scale_right":1.125,)"
+              R"("scale_bottom":1.0625,"scale_left":1.5,"shift_x":4.5,"shift_y":-3.0,"milliseconds":6.5})");
+}
+
+TEST(FramesFile, WhatThereIsNotIsLeftEmpty)
+{
+    const frame_record frame;
+    EXPECT_EQ(frame_as_csv(frame, frame_turn::none).substr(0, 21), "0,,0,lost,0,0,none,,0");
+    EXPECT_NE(frame_as_json(frame, frame_turn::none).find(R"("seconds":null)"), std::string::npos);
+    EXPECT_NE(frame_as_json(frame, frame_turn::none).find(R"("move_px":null)"), std::string::npos);
+}
