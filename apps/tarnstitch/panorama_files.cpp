@@ -6,6 +6,8 @@
 #include <algorithm>
 #include <cctype>
 #include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <system_error>
 #include <utility>
 
@@ -236,9 +238,9 @@ void panorama_files::copy_working_files(const std::string& from) const
     }
     for (const fs::directory_entry& entry : fs::directory_iterator(from, error)) {
         const fs::path target = fs::path(asked_.keep_work) / entry.path().filename();
-        if (!fs::copy_file(entry.path(), target, fs::copy_options::overwrite_existing, error)) {
-            fail("cannot write " + target.string() + ": " + error.message());
-        }
+        std::ifstream file(entry.path(), std::ios::binary);
+        write_whole_file(target.string(),
+                         {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()});
     }
 }
 

@@ -19,6 +19,7 @@
 
 #include "host_error.h"
 #include "interruption.h"
+#include "video_source.h"
 
 namespace tarn::host {
 
@@ -104,6 +105,7 @@ void check_display()
 
 preview_window::preview_window(frame_turn turn) : turn_(turn)
 {
+    const quiet_decoder no_remarks_on_the_desktop;
     cv::namedWindow(window_name, cv::WINDOW_NORMAL | cv::WINDOW_KEEPRATIO);
 }
 

@@ -84,12 +84,13 @@ public:
 
     bool advance(frame_stamp& stamp) override
     {
-        try {
-            if (!capture_.grab()) {
+        // A picture that cannot be decoded looks like the end to some decoders; those behind it may be sound.
+        constexpr int most_damaged = 100;
+        int tries = number_ + gaps_ < facts_.announced ? most_damaged : 1;
+        while (!grab()) {
+            if (--tries == 0) {
                 return false;
             }
-        } catch (const cv::Exception&) {
-            return false;
         }
         ++number_;
         stamp.seconds = facts_.live ? seconds_since_start() : seconds_in_file();
@@ -126,6 +127,15 @@ public:
     }
 
 private:
+    bool grab()
+    {
+        try {
+            return capture_.grab();
+        } catch (const cv::Exception&) {
+            return false;
+        }
+    }
+
     double seconds_since_start()
     {
         const clock::time_point now = clock::now();

@@ -12,7 +12,7 @@ make_slide
 "$media" slide slide/%d0.png 1 480 360 30 2
 mv slide/10.png slide/9.png
 echo kept >slide-panorama.jpg
-run 1 slide --preview preview.png
+run 1 slide --preview preview.png --no-retry
 expect_said "stitching failed at frame 9: key frame"
 expect_said "(frame 9) could not be joined to the panorama; what was composed until then is in slide-panorama-partial.jpg"
 expect_said "9 frames"
@@ -25,10 +25,12 @@ expect_equal "turn of the preview" 0 "$("$media" turn slide/1.png preview.png "$
 cp slide-panorama-partial.jpg part.jpg
 echo old >slide-panorama-partial.jpg
 run 1 slide
+expect_said "the sweep cannot be stitched beyond frame 9; trying once more with the frames turned clockwise"
+expect_said "what may help: "
 cmp part.jpg slide-panorama-partial.jpg
 rm slide-panorama-partial.jpg
 mkdir slide-panorama-partial.jpg
-run 1 slide
+run 1 slide -q
 expect_said "cannot write slide-panorama-partial.jpg"
 expect_said "stitching failed at frame 9"
 
@@ -36,7 +38,7 @@ expect_said "stitching failed at frame 9"
 mkdir long
 "$media" slide long/%d.jpg 150 3000 200 60 3 # 3000 + 149 * 60 = 11940 pixels in all
 for workers in 1 4; do
-  run 1 long -o out.jpg --preview long.png --workers $workers
+  run 1 long -o out.jpg --preview long.png --workers $workers --no-retry
   expect_no_file out.jpg
   expect_file long.png
   expect_said "stitching failed at frame"
@@ -49,5 +51,18 @@ for workers in 1 4; do
   width=$("$media" size out-partial.jpg | cut -dx -f1)
   ((width > 8000 && width <= 10000)) || fail "the part is $width pixels wide"
 done
+
+# The second try, with the frames turned the other way, may do what the first could not. A pipe or a camera cannot be
+# read again.
+run 1 "$samples/parking_pan.mp4" -o first.jpg --step 24 --no-retry
+expect_said "what may help: "
+expect_no_file first.jpg
+run 0 "$samples/parking_pan.mp4" -o second.jpg --step 24
+expect_said "trying once more with the frames turned clockwise"
+expect_said "7 frames, 7 taken"
+run 0 "$samples/parking_pan.mp4" -o asked.jpg --step 24 --turn cw
+cmp second.jpg asked.jpg
+"$media" frames "$samples/parking_pan.mp4" first.png 0 1 1
+expect_equal "turn of the second try's panorama" 0 "$("$media" turn first.png second.jpg 1)"
 
 echo "passed"

@@ -28,59 +28,17 @@
 #include "frame_source.h"
 #include "frame_turn.h"
 #include "host_error.h"
+#include "picture_list.h"
 #include "support/rendered_sweep.h"
 #include "support/stitcher_fixture.h"
 #include "sweep.h"
 
 using namespace tarn::host;
 using tarn::worker_stage;
+using tarn::test::picture_list;
 namespace fs = std::filesystem;
 
 namespace {
-
-/// Pictures that are in memory already.
-class picture_list : public frame_source {
-public:
-    explicit picture_list(std::vector<cv::Mat> pictures) : pictures_(std::move(pictures))
-    {
-        facts_.files = {"pictures"};
-        facts_.announced = static_cast<int>(pictures_.size());
-    }
-
-    const source_facts& facts() const override
-    {
-        return facts_;
-    }
-
-    bool advance(frame_stamp& stamp) override
-    {
-        if (next_ == pictures_.size()) {
-            return false;
-        }
-        stamp.number = static_cast<int>(++next_);
-        return true;
-    }
-
-    cv::Mat picture() override
-    {
-        return pictures_[next_ - 1];
-    }
-
-    std::string name() const override
-    {
-        return "picture " + std::to_string(next_);
-    }
-
-    int passed_over() const override
-    {
-        return 0;
-    }
-
-private:
-    std::vector<cv::Mat> pictures_;
-    source_facts facts_;
-    std::size_t next_ = 0;
-};
 
 /// Passes on what is written to std::cout and tells when the library enters and leaves a frame.
 class frame_watcher : public std::streambuf {
@@ -314,6 +272,26 @@ TEST_F(HostSweep, FailureOfTheLastWorkerIsSeenThoughTheLibraryAnswersNormal)
     EXPECT_EQ(result.failed_key_frame, last_index->load());
     EXPECT_EQ(result.failed_frame, length);
     EXPECT_EQ(result.taken, length - 1);
+    EXPECT_TRUE(is_jpeg_of(result.panorama_file, result.panorama.size()));
+}
+
+TEST_F(HostSweep, PanoramaThatIsNotThereThoughNoWorkerFailedBreaksTheSweep)
+{
+    // No file, and a ticket that stands beyond the last key frame: the library has nothing to write, and says that
+    // all is well.
+    constexpr int length = 8;
+    int left = 0;
+    const frame_watcher watcher([] {},
+                                [&] {
+                                    if (++left == length) {
+                                        tarn_stitcher.big_stitch_image_path.clear();
+                                        tarn::store_release(big_frame_num, tarn_stitcher.big_frame_index + 1);
+                                    }
+                                });
+    const sweep_result result = sweep_through(pictures_of_a_slide(length));
+    EXPECT_EQ(result.outcome, sweep_outcome::pipeline_failed);
+    EXPECT_EQ(result.broken_at_frame, length);
+    EXPECT_EQ(result.failed_key_frame, 0);
     EXPECT_TRUE(is_jpeg_of(result.panorama_file, result.panorama.size()));
 }
 

@@ -56,16 +56,15 @@ done
 start env --default-signal=INT "$program" slide -o stopped.jpg --frames stopped.csv --json
 kill -s INT $started
 until_said "stopping: the panorama is being finished"
-cat slide/3.png >&9
+echo "no image" >&9
 exec 9>&-
 code=0
 wait $started || code=$?
 expect_equal "exit code after one Ctrl-C" 130 $code
 expect_nothing_left
 expect_file stopped.jpg
-frames=$(($(wc -l <stopped.csv) - 1))
-((frames == 3 || frames == 4)) || fail "$frames frames after Ctrl-C at the third"
-expect_said "$frames frames, $frames taken"
+expect_equal "lines on frames" 4 "$(wc -l <stopped.csv)"
+expect_said "3 frames, 3 taken, 1 unreadable"
 grep -qF '"outcome": "stopped"' stdout || fail "no outcome in the summary"
 expect_equal "earlier panorama" kept "$(cat slide-panorama.jpg)"
 

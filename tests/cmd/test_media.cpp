@@ -222,13 +222,87 @@ void damage(const arguments& given)
     write_bytes(given.at(1), bytes);
 }
 
+/// same A B: fails unless two pictures have the same pixels.
+void same(const arguments& given)
+{
+    const cv::Mat one = read_image(given.at(0));
+    const cv::Mat other = read_image(given.at(1));
+    if (one.size() != other.size() || cv::norm(one, other, cv::NORM_INF) != 0.0) {
+        throw std::runtime_error(given.at(0) + " and " + given.at(1) + " differ");
+    }
+}
+
+/// empty IMAGE: prints how many of its pixels are wholly black.
+void empty(const arguments& given)
+{
+    cv::Mat mask;
+    cv::inRange(read_image(given.at(0)), cv::Scalar::all(0), cv::Scalar::all(0), mask);
+    std::cout << cv::countNonZero(mask) << "\n";
+}
+
+cv::VideoWriter open_writer(const std::string& path, double rate, const cv::Size& frame_size)
+{
+    cv::VideoWriter writer(path, cv::CAP_OPENCV_MJPEG, cv::VideoWriter::fourcc('M', 'J', 'P', 'G'), rate,
+                           frame_size);
+    if (!writer.isOpened()) {
+        throw std::runtime_error("cannot write " + path);
+    }
+    return writer;
+}
+
+/// video AVI PATTERN COUNT RATE: images numbered from 1 as a video, each frame compressed by itself.
+void video(const arguments& given)
+{
+    cv::VideoWriter writer =
+        open_writer(given.at(0), std::stod(given.at(3)), read_image(numbered(given.at(1), 1)).size());
+    for (int number = 1; number <= std::stoi(given.at(2)); ++number) {
+        writer.write(read_image(numbered(given.at(1), number)));
+    }
+}
+
+/// swing AVI COUNT WIDTH HEIGHT REACH: a window that swings over a textured picture, REACH pixels to the right and
+/// back, one pixel a frame.
+void swing(const arguments& given)
+{
+    const int count = std::stoi(given.at(1));
+    const cv::Size window(std::stoi(given.at(2)), std::stoi(given.at(3)));
+    const int reach = std::stoi(given.at(4));
+    const cv::Mat picture = textured({window.width + reach, window.height}, 1);
+    constexpr double rate = 25.0;
+    cv::VideoWriter writer = open_writer(given.at(0), rate, window);
+    for (int index = 0; index < count; ++index) {
+        const int phase = index % (2 * reach);
+        writer.write(picture(cv::Rect(cv::Point(std::min(phase, 2 * reach - phase), 0), window)));
+    }
+}
+
+/// spoil AVI OUT NUMBER: the video with the data of its NUMBER-th frame, from 1, overwritten.
+void spoil(const arguments& given)
+{
+    byte_vector bytes = read_bytes(given.at(0));
+    constexpr std::array<unsigned char, 4> chunk = {'0', '0', 'd', 'c'};
+    auto found = bytes.begin();
+    for (int number = std::stoi(given.at(2)); number > 0; --number) {
+        found = std::search(found + 1, bytes.end(), chunk.begin(), chunk.end());
+    }
+    constexpr std::ptrdiff_t header = 8;
+    if (bytes.end() - found < header) {
+        throw std::runtime_error("no such frame");
+    }
+    const std::ptrdiff_t length = found[4] | found[5] << 8 | found[6] << 16 | found[7] << 24;
+    std::fill(found + header, found + header + std::min(length, bytes.end() - found - header),
+              static_cast<unsigned char>(0));
+    write_bytes(given.at(1), bytes);
+}
+
 }  // namespace
 
 int main(int argc, char** argv)
 {
     const std::map<std::string, void (*)(const arguments&)> commands = {
         {"frames", frames}, {"slide", slide}, {"flat", flat},     {"size", size},     {"turn", turn},
-        {"rotate", rotate}, {"exif", exif},   {"matrix", matrix}, {"damage", damage},
+        {"rotate", rotate}, {"exif", exif},   {"matrix", matrix}, {"damage", damage}, {"same", same},
+        {"empty", empty},   {"video", video}, {"swing", swing},   {"spoil", spoil},
     };
     try {
         const arguments given(argv + std::min(argc, 2), argv + argc);

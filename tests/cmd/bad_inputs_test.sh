@@ -1,0 +1,72 @@
+#!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
+#
+# Damaged videos and inputs that may not be read: what can be saved is, and what is missing is counted and said.
+set -euo pipefail
+# shellcheck source=tests/cmd/lib.sh
+source "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
+
+"$media" slide f%d.png 12 480 360 24 1
+"$media" video whole.avi f%d.png 12 10
+
+run 0 whole.avi
+expect_said "12 frames, 12 taken"
+expect_equal "lines" 1 "$(wc -l <stderr)"
+
+# Frames in the middle that cannot be decoded are left out, and the others keep their numbers.
+"$media" spoil whole.avi one.avi 5
+run 0 one.avi --frames one.csv
+expect_said "1 frame of one.avi cannot be decoded and is left out"
+expect_said "11 frames, 11 taken, 1 unreadable"
+expect_equal "frames" "1 2 3 4 6 7 8 9 10 11 12" "$(tail -n +2 one.csv | cut -d, -f1 | xargs)"
+"$media" spoil one.avi two.avi 6
+run 0 two.avi
+expect_said "2 frames of two.avi cannot be decoded and are left out"
+expect_said "10 frames, 10 taken, 2 unreadable"
+
+# Cut short, in the index and in the frames.
+head -c $(($(stat -c %s whole.avi) * 6 / 10)) whole.avi >cut.avi
+code=0
+"$program" cut.avi --json >summary.json 2>stderr || code=$?
+expect_equal "exit code with a video cut short" 0 $code
+expect_said "it may have been cut short"
+grep -qF '"cut_short": true' summary.json || fail "the summary does not say that the video was cut short"
+expect_file cut-panorama.jpg
+
+# A container without a frame.
+head -c 200 whole.avi >header.avi
+expect_error 3 "header.avi" header.avi
+
+# What this user may not read. Root may read everything, so it becomes somebody else for this.
+as_somebody=()
+if [[ $(id -u) -eq 0 ]]; then
+  command -v setpriv >/dev/null || { echo "passed, but for permissions: there is no setpriv"; exit 0; }
+  as_somebody=(setpriv --reuid=65534 --regid=65534 --clear-groups)
+  chmod 755 "$work"
+  chmod 777 "$TMPDIR"
+  if ! "${as_somebody[@]}" test -x "$program"; then
+    echo "passed, but for permissions: somebody else may not run $program"
+    exit 0
+  fi
+fi
+mkdir closed
+cp f1.png closed/
+chmod 000 closed
+chmod 000 whole.avi
+mkdir -m 777 open
+for input in closed whole.avi; do
+  code=0
+  (cd open && "${as_somebody[@]}" "$program" "../$input") 2>stderr || code=$?
+  expect_equal "exit code with $input" 3 $code
+  expect_said "Permission denied"
+  expect_equal "lines" 1 "$(wc -l <stderr)"
+done
+chmod 500 closed
+chmod 644 f*.png
+code=0
+"${as_somebody[@]}" "$program" "f%d.png" -o closed/a.jpg 2>stderr || code=$?
+expect_equal "exit code with a protected directory" 4 $code
+expect_said "cannot write closed/a.jpg: Permission denied"
+expect_nothing_left
+
+echo "passed"

@@ -1,0 +1,172 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// Metadata that goes from the input to the outputs, and what does not.
+#include <ctime>
+#include <exiv2/exiv2.hpp>
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+#include <opencv2/core.hpp>
+#include <opencv2/imgcodecs.hpp>
+
+#include "frame_source.h"
+#include "metadata.h"
+#include "movie_index.h"
+
+using namespace tarn::host;
+namespace fs = std::filesystem;
+
+namespace {
+
+cv::Mat some_picture()
+{
+    cv::Mat picture(24, 32, CV_8UC3);
+    cv::randu(picture, 0, 256);
+    return picture;
+}
+
+std::vector<unsigned char> encoded(const std::string& ending)
+{
+    std::vector<unsigned char> bytes;
+    cv::imencode(ending, some_picture(), bytes);
+    return bytes;
+}
+
+Exiv2::ExifData exif_in(const std::vector<unsigned char>& bytes)
+{
+    const auto image = Exiv2::ImageFactory::open(bytes.data(), static_cast<long>(bytes.size()));
+    image->readMetadata();
+    EXPECT_TRUE(image->xmpData().empty());  // where viewers look for projections
+    return image->exifData();
+}
+
+std::string text_of(const Exiv2::ExifData& exif, const std::string& key)
+{
+    const auto found = exif.findKey(Exiv2::ExifKey(key));
+    return found == exif.end() ? "" : found->toString();
+}
+
+class Metadata : public testing::Test {
+protected:
+    void SetUp() override
+    {
+        std::string made = (fs::temp_directory_path() / "tarnstitch-test-XXXXXX").string();
+        ASSERT_NE(mkdtemp(made.data()), nullptr);
+        directory_ = made;
+    }
+
+    void TearDown() override
+    {
+        fs::remove_all(directory_);
+    }
+
+    /// A picture with the tags of a camera.
+    std::string photo(int orientation) const
+    {
+        const std::string path = (directory_ / "photo.jpg").string();
+        cv::imwrite(path, some_picture());
+        const auto image = Exiv2::ImageFactory::open(path);
+        Exiv2::ExifData exif;
+        exif["Exif.Image.Make"] = std::string("Maker");
+        exif["Exif.Image.Model"] = std::string("Model 7");
+        exif["Exif.Image.Orientation"] = static_cast<std::uint16_t>(orientation);
+        exif["Exif.Photo.DateTimeOriginal"] = std::string("2019:08:07 06:05:04");
+        exif["Exif.Photo.BodySerialNumber"] = std::string("12345");
+        exif["Exif.GPSInfo.GPSLatitudeRef"] = std::string("N");
+        exif["Exif.GPSInfo.GPSLatitude"] = std::string("52/1 30/1 0/1");
+        image->setExifData(exif);
+        image->writeMetadata();
+        return path;
+    }
+
+    static source_facts facts_of(const std::string& file, bool video = false)
+    {
+        source_facts facts;
+        facts.files = {file};
+        facts.has_times = video;
+        return facts;
+    }
+
+    fs::path directory_;
+};
+
+}  // namespace
+
+TEST_F(Metadata, OriginOfTheFirstImageIsPassedOnInEveryFormatThatHoldsIt)
+{
+    const output_metadata metadata(facts_of(photo(6)));
+    for (const char* const ending : {".jpg", ".png", ".tif", ".webp"}) {
+        std::vector<unsigned char> bytes = encoded(ending);
+        const cv::Mat before = cv::imdecode(bytes, cv::IMREAD_UNCHANGED);
+        ASSERT_TRUE(metadata.add_to(bytes)) << ending;
+        const cv::Mat after = cv::imdecode(bytes, cv::IMREAD_UNCHANGED);
+        ASSERT_EQ(after.size(), before.size()) << ending;
+        EXPECT_EQ(cv::norm(after, before, cv::NORM_INF), 0.0) << ending;
+        const Exiv2::ExifData exif = exif_in(bytes);
+        EXPECT_EQ(text_of(exif, "Exif.Image.Make"), "Maker") << ending;
+        EXPECT_EQ(text_of(exif, "Exif.Image.Model"), "Model 7") << ending;
+        EXPECT_EQ(text_of(exif, "Exif.Photo.DateTimeOriginal"), "2019:08:07 06:05:04") << ending;
+        EXPECT_EQ(text_of(exif, "Exif.GPSInfo.GPSLatitude"), "52/1 30/1 0/1") << ending;
+        EXPECT_EQ(text_of(exif, "Exif.Image.Software").substr(0, 11), "tarnstitch ") << ending;
+        // The panorama is upright already, and not the camera's own picture.
+        EXPECT_EQ(text_of(exif, "Exif.Image.Orientation").find('6'), std::string::npos) << ending;
+        EXPECT_EQ(text_of(exif, "Exif.Photo.BodySerialNumber"), "") << ending;
+    }
+}
+
+TEST_F(Metadata, FormatThatHoldsNoneStaysAsItIs)
+{
+    const output_metadata metadata(facts_of(photo(1)));
+    for (const char* const ending : {".bmp", ".ppm"}) {
+        std::vector<unsigned char> bytes = encoded(ending);
+        const std::vector<unsigned char> before = bytes;
+        EXPECT_TRUE(metadata.add_to(bytes)) << ending;
+        EXPECT_EQ(bytes, before) << ending;
+    }
+}
+
+TEST_F(Metadata, BrokenPictureIsLeftAndReported)
+{
+    const output_metadata metadata(facts_of(photo(1)));
+    std::vector<unsigned char> bytes = {0xff, 0xd8, 0xff, 0xe1, 0xff, 0xff, 0x00};
+    const std::vector<unsigned char> before = bytes;
+    EXPECT_FALSE(metadata.add_to(bytes));
+    EXPECT_EQ(bytes, before);
+}
+
+TEST_F(Metadata, OrientationIsRead)
+{
+    EXPECT_EQ(exif_orientation(photo(8)), 8);
+    EXPECT_EQ(exif_orientation((directory_ / "none.jpg").string()), 0);
+    cv::imwrite((directory_ / "plain.jpg").string(), some_picture());
+    EXPECT_EQ(exif_orientation((directory_ / "plain.jpg").string()), 0);
+}
+
+TEST_F(Metadata, VideoHasTheDateInItsIndex)
+{
+    // ftyp, then moov with an mvhd of version 0 that says 2021-03-04 05:06:07 UTC.
+    constexpr std::int64_t recorded = 1614834367;
+    const auto word = [](std::uint64_t value) {
+        std::string text;
+        for (int shift = 24; shift >= 0; shift -= 8) {
+            text += static_cast<char>(value >> shift & 0xff);
+        }
+        return text;
+    };
+    const std::string movie_header = word(0) + word(recorded + 2082844800) + word(0) + word(0) + word(0);
+    const std::string header_box = word(movie_header.size() + 8) + "mvhd" + movie_header;
+    const std::string path = (directory_ / "clip.mp4").string();
+    std::ofstream(path) << word(12) << "ftypisom" << word(header_box.size() + 8) << "moov" << header_box;
+    EXPECT_EQ(recording_time(path), recorded);
+
+    std::vector<unsigned char> bytes = encoded(".jpg");
+    ASSERT_TRUE(output_metadata(facts_of(path, true)).add_to(bytes));
+    const Exiv2::ExifData exif = exif_in(bytes);
+    EXPECT_EQ(text_of(exif, "Exif.Photo.DateTimeOriginal"), "2021:03:04 05:06:07");
+    EXPECT_EQ(text_of(exif, "Exif.Photo.OffsetTimeOriginal"), "+00:00");
+    EXPECT_EQ(text_of(exif, "Exif.Image.Make"), "");
+    EXPECT_FALSE(recording_time((directory_ / "none.mp4").string()));
+}

@@ -1,0 +1,70 @@
+#!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
+#
+# --show: without a display, and on one that Xvfb makes.
+set -euo pipefail
+# shellcheck source=tests/cmd/lib.sh
+source "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
+
+unset DISPLAY WAYLAND_DISPLAY
+video=$samples/parking_pan.mp4
+code=0
+"$program" "$video" --show 2>stderr || code=$?
+expect_equal "exit code without a display" 2 $code
+if grep -qF "built without windows" stderr; then
+  echo "skipped: a build without windows"
+  exit 77
+fi
+expect_said "--show: there is no display to show a window on"
+expect_equal "lines" 1 "$(wc -l <stderr)"
+DISPLAY=:12345 expect_error 2 "no display to show a window on, though the environment names one" "$video" --show
+
+if ! command -v Xvfb >/dev/null || ! command -v xdotool >/dev/null; then
+  echo "skipped: there is no Xvfb, or no xdotool"
+  exit 77
+fi
+
+exec 8<> <(:)
+Xvfb -displayfd 8 -screen 0 1280x800x24 8>display.number >/dev/null 2>&1 &
+server=$!
+trap 'kill $server; rm -rf "$work"' EXIT
+until [[ -s display.number ]]; do
+  kill -0 $server || fail "Xvfb has ended"
+  sleep 0.05
+done
+DISPLAY=:$(tr -d '\n' <display.number)
+export DISPLAY
+# Window systems' libraries keep things there.
+export XDG_RUNTIME_DIR=$work/runtime
+mkdir -m 700 "$XDG_RUNTIME_DIR"
+
+# press KEY: runs the program at the video's own pace, and presses the key once its window is there.
+press() {
+  "$program" "$video" --show --realtime -o "$1.jpg" --json >summary.json 2>stderr &
+  local started=$!
+  until xdotool search --onlyvisible --name '^tarnstitch$' >windows 2>/dev/null; do
+    kill -0 $started 2>/dev/null || fail "no window"
+    sleep 0.05
+  done
+  until grep -qF '"outcome"' summary.json; do
+    xdotool windowfocus "$(head -n 1 windows)" key "$1" 2>/dev/null || true
+    kill -0 $started 2>/dev/null || break
+    sleep 0.1
+  done
+  code=0
+  wait $started || code=$?
+}
+
+press q
+expect_equal "exit code after q" 0 $code
+expect_file q.jpg
+frames=$(grep -oP '"handed_over": \K[0-9]+' summary.json)
+((frames < 150)) || fail "q did not end the sweep"
+
+press Escape
+expect_equal "exit code after Esc" 130 $code
+expect_no_file Escape.jpg
+expect_said "given up; nothing is written"
+expect_nothing_left
+
+echo "passed"
