@@ -106,7 +106,7 @@ void check_display()
 preview_window::preview_window(frame_turn turn) : turn_(turn)
 {
     const quiet_decoder no_remarks_on_the_desktop;
-    cv::namedWindow(window_name, cv::WINDOW_NORMAL | cv::WINDOW_KEEPRATIO);
+    cv::namedWindow(window_name, cv::WINDOW_NORMAL | cv::WINDOW_KEEPRATIO | cv::WINDOW_GUI_NORMAL);
 }
 
 preview_window::~preview_window()

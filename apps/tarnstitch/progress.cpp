@@ -154,12 +154,15 @@ void progress_display::waiting(int key_frames)
 void progress_display::show(bool even_if_recent)
 {
     constexpr std::chrono::milliseconds between_bars(100);
-    constexpr std::chrono::seconds between_lines(2);
+    constexpr std::chrono::seconds longest_between_lines(30);
     const clock::time_point now = now_();
-    if (now - shown_ < (on_terminal_ ? between_bars : between_lines) && !(on_terminal_ && even_if_recent)) {
+    if (now - shown_ < (on_terminal_ ? clock::duration(between_bars) : between_lines_)
+        && !(on_terminal_ && even_if_recent)) {
         return;
     }
     shown_ = now;
+    // The longer it takes, the less there is to say.
+    between_lines_ = std::min<clock::duration>(2 * between_lines_, longest_between_lines);
     state_.seconds = std::chrono::duration<double>(now - begun_).count();
     if (on_terminal_) {
         // The last column stays free: writing there would start a new line on some terminals.

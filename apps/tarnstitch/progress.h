@@ -52,6 +52,7 @@ private:
     bool on_terminal_;
     clock::time_point begun_;
     clock::time_point shown_;
+    clock::duration between_lines_ = std::chrono::seconds(2);
 };
 
 }  // namespace tarn::host

@@ -42,9 +42,12 @@ std::string help_for(const sweep_result& result)
     };
 
     // Codes of the live path, and what the user was told by them.
+    constexpr int wrong_way = 4;
+    if (with_code(result, wrong_way) > 0) {
+        return "what may help: the camera moved against --direction: another direction, or none";
+    }
     static constexpr std::array reasons = {
         reason{5, "the camera moved too fast: a slower sweep, or a higher frame rate"},
-        reason{4, "the camera moved against --direction: another direction, or none"},
         reason{6, "the frames are skewed: hold the camera level, turn it about one axis only"},
         reason{3, "there is too little to see: more texture, more light"},
         reason{2, "there is little to see: more texture, more light"},

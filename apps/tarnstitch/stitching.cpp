@@ -63,8 +63,7 @@ public:
         files_.check_places();
         metadata_.emplace(facts);
         attempt best = make_attempt(std::move(source), first_turn(facts));
-        if (best.result.outcome == sweep_outcome::pipeline_failed && asked_.retry && facts.rereadable
-            && stop_asked_for() == stop_kind::none) {
+        if (asked_.retry && facts.rereadable && may_do_better(best.result)) {
             best = better(std::move(best));
         }
         if (best.result.outcome != sweep_outcome::given_up) {
@@ -134,6 +133,14 @@ private:
             }
         }
         return made;
+    }
+
+    /// Whether another turn may help: not a sweep that went the wrong way.
+    static bool may_do_better(const sweep_result& result)
+    {
+        constexpr int wrong_way = 4;
+        return result.outcome == sweep_outcome::pipeline_failed
+               && result.by_code.at(wrong_way - lowest_code) == 0 && stop_asked_for() == stop_kind::none;
     }
 
     /// A second try with the frames turned the other way: features are found, described and matched anew, and what

@@ -84,7 +84,7 @@ frames=$(grep -oP '\K[0-9]+(?= frames?, )' stderr)
 dropped=$(grep -oP '[0-9]+(?= dropped)' stderr || echo 0)
 expect_equal "frames and dropped frames" 60 $((frames + dropped))
 # Where messages go to no terminal, progress is told by a line now and then.
-grep -qE '^tarnstitch: frame [0-9]+ of 60, [0-9.]+ frames/s, ' stderr || fail "no line on progress"
+grep -qE '^tarnstitch: frame [0-9]+ of 60, [0-9.]+ frames/s, ' stderr.all || fail "no line on progress"
 
 # --turn: upright whatever it is.
 "$media" frames "$video" first.png 0 1 1

@@ -38,18 +38,16 @@ export DISPLAY
 export XDG_RUNTIME_DIR=$work/runtime
 mkdir -m 700 "$XDG_RUNTIME_DIR"
 
-# press KEY: runs the program at the video's own pace, and presses the key once its window is there.
+# press KEY: runs the program at the video's own pace, and presses the key until that ends it.
 press() {
   "$program" "$video" --show --realtime -o "$1.jpg" --json >summary.json 2>stderr &
   local started=$!
-  until xdotool search --onlyvisible --name '^tarnstitch$' >windows 2>/dev/null; do
-    kill -0 $started 2>/dev/null || fail "no window"
-    sleep 0.05
-  done
   until grep -qF '"outcome"' summary.json; do
-    xdotool windowfocus "$(head -n 1 windows)" key "$1" 2>/dev/null || true
+    if xdotool search --onlyvisible --name '^tarnstitch$' >windows 2>/dev/null; then
+      xdotool windowfocus "$(tail -n 1 windows)" key "$1" 2>/dev/null || true
+    fi
     kill -0 $started 2>/dev/null || break
-    sleep 0.1
+    sleep 0.05
   done
   code=0
   wait $started || code=$?
