@@ -15,9 +15,9 @@ fi
 on_terminal() {
   local columns=$1 code=0
   shift
-  printf '#!/bin/sh\nstty cols %s rows 24\nexec %s\n' "$columns" "$(printf '%q ' "$program" "$@")" >command
-  chmod +x command
-  script --quiet --return --command ./command typescript >shown 2>&1 </dev/null || code=$?
+  printf '#!/bin/sh\nstty cols %s rows 24\nexec %s\n' "$columns" "$(printf '%q ' "$program" "$@")" >run-it
+  chmod +x run-it
+  script --quiet --return --command ./run-it typescript >shown 2>&1 </dev/null || code=$?
   expect_equal "exit code on a terminal" 0 $code
   expect_nothing_left
 }
