@@ -24,7 +24,7 @@ need_arm64_sysroot() {
     -o "Dir::State::status=$arm64_sysroot/apt/status" -o "Dir::Cache=$arm64_sysroot/apt/cache")
   apt-get "${options[@]}" update
   apt-get "${options[@]}" install --download-only --yes --no-install-recommends \
-    libopencv-dev libgtest-dev libcli11-dev >/dev/null
+    libopencv-dev libgtest-dev libcli11-dev nlohmann-json3-dev libexiv2-dev >/dev/null
   local package
   for package in "$arm64_sysroot"/apt/cache/archives/*.deb; do
     [[ $(basename "$package") =~ $arm64_left_out ]] || dpkg-deb --extract "$package" "$arm64_sysroot"
