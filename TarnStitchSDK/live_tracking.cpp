@@ -176,15 +176,10 @@ std::vector<cv::Point2f> find_corners(const cv::Mat& gray)
 }
 
 frame_flow::frame_flow(const cv::Mat& reference, const cv::Mat& gray, const std::vector<cv::Point2f>& points)
-    : points_(points)
+    : reference_(reference), gray_(gray), points_(points)
 {
-    if (!is_plain_gray(reference) || !is_plain_gray(gray) || reference.size() != gray.size()) {
-        pieces_.emplace_back([this, reference, gray] {
-            std::vector<float> verror;
-            cv::calcOpticalFlowPyrLK(reference, gray, points_, flow_.places, flow_.found, verror, window(),
-                                     max_level, criteria(), 0, min_eigenvalue);
-        });
-        return;
+    if (points.empty() || !is_plain_gray(reference) || !is_plain_gray(gray) || reference.size() != gray.size()) {
+        return;  // the library's own business, and only when it is asked for
     }
     const auto [from, to] = pyramids().of(reference, gray);
     const int count = static_cast<int>(points_.size());
@@ -217,6 +212,11 @@ void frame_flow::add_piece(cv::Range range, const pyramid& from, const pyramid& 
 
 point_flow frame_flow::result()
 {
+    if (pieces_.empty()) {
+        std::vector<float> errors;
+        cv::calcOpticalFlowPyrLK(reference_, gray_, points_, flow_.places, flow_.found, errors, window(), max_level,
+                                 criteria(), 0, min_eigenvalue);
+    }
     for (deferred_work& piece : pieces_) {
         piece.finish();
     }

@@ -32,25 +32,28 @@ class frame_flow {
 public:
     /// @param reference  CV_8UC1
     /// @param gray       the next image, of the same size
-    /// @param points     in the reference, px; copied. None: nothing is found, whatever the images.
+    /// @param points     in the reference, px; copied
     frame_flow(const cv::Mat& reference, const cv::Mat& gray, const std::vector<cv::Point2f>& points);
     frame_flow(const frame_flow&) = delete;
     frame_flow& operator=(const frame_flow&) = delete;
     ~frame_flow() = default;
 
-    /// The work; what it throws is thrown by result().
+    /// The work, as far as it can be done ahead: none for images or points that the library may refuse. What it
+    /// throws is thrown by result().
     std::vector<deferred_work>& pieces()
     {
         return pieces_;
     }
 
-    /// Finishes the work.
-    /// @throws cv::Exception for images of other types, or of two sizes
+    /// Finishes the work. To be called once at most.
+    /// @throws cv::Exception for images of other types, images of two sizes, or no points
     point_flow result();
 
 private:
     void add_piece(cv::Range range, const std::vector<cv::Mat>& from, const std::vector<cv::Mat>& to);
 
+    cv::Mat reference_;
+    cv::Mat gray_;
     std::vector<cv::Point2f> points_;
     point_flow flow_;
     std::vector<deferred_work> pieces_;

@@ -13,6 +13,7 @@
 #include <string>
 #include <system_error>
 #include <tuple>
+#include <utility>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -1606,6 +1607,17 @@ TEST_F(HostileFrame, OfOtherDepths)
     }
 }
 
+TEST_F(HostileFrame, WithoutAGrayImageIsRejectedBeforeAnythingIsTracked)
+{
+    for (const int type : {CV_8UC4, CV_8UC2}) {
+        cv::Mat frame(usual_size, type, cv::Scalar::all(7));
+        const int failures = tarn_stitcher.failed_count;
+        EXPECT_EQ(tarn_stitcher.ofcheck_stitch(frame, 0, 0)[0], 1);
+        EXPECT_EQ(tarn_stitcher.failed_count, failures + 1);
+        expect_the_sweep_to_go_on();
+    }
+}
+
 TEST_F(HostileFrame, OfSixteenBitsWithAllDetail)
 {
     cv::Mat frame;
@@ -1751,6 +1763,87 @@ TEST_F(HostileFrame, AsTheFirstOfASweepAndAsItsLast)
     }
 }
 
+// ------------------------------------------------------------------------------------------- images used again
+
+class SpareFrames : public LiveRegistration {
+protected:
+    static int hand_in(int x, cv::Size size = usual_size)
+    {
+        return videoStitch(tarn::test::host_frame_from(view(x, 0, size)), 0, 0)[0];
+    }
+};
+
+TEST_F(SpareFrames, ImageOfTheFrameBeforeTheLastIsUsedAgain)
+{
+    ASSERT_EQ(hand_in(0), 1);
+    release_workers();
+    ASSERT_TRUE(wait_for_workers());
+    hand_in(1);
+    const uchar* const second = tarn_stitcher.last_frame.data;
+    hand_in(2);
+    EXPECT_NE(tarn_stitcher.last_frame.data, second);
+    hand_in(3);
+    EXPECT_EQ(tarn_stitcher.last_frame.data, second);
+    EXPECT_TRUE(same_pixels(tarn_stitcher.last_frame, view(3, 0)));
+}
+
+TEST_F(SpareFrames, FramesThatAnyoneHoldsAreNeverWritten)
+{
+    std::vector<cv::Mat> held;
+    for (int x = 0; x < 12; ++x) {
+        hand_in(x);
+        held.push_back(x % 3 == 2 ? tarn_stitcher.last_frame(cv::Rect(5, 5, 50, 50)) : tarn_stitcher.last_frame);
+    }
+    for (int x = 0; x < 12; ++x) {
+        const cv::Mat frame = view(x, 0);
+        EXPECT_TRUE(same_pixels(held[static_cast<std::size_t>(x)], x % 3 == 2 ? frame(cv::Rect(5, 5, 50, 50)) : frame))
+            << x;
+    }
+}
+
+TEST_F(SpareFrames, FrameOfAHeldWorkerStaysWhatItWas)
+{
+    ASSERT_EQ(hand_in(0), 1);  // its worker is held at its start
+    const cv::Mat first = tarn_stitcher.last_frame;
+    const uchar* const pixels = first.data;
+    for (int x = 1; x < 8; ++x) {
+        hand_in(x);
+        EXPECT_NE(tarn_stitcher.last_frame.data, pixels);
+    }
+    EXPECT_TRUE(same_pixels(first, view(0, 0)));
+}
+
+TEST_F(SpareFrames, SizesMayChangeFromFrameToFrame)
+{
+    for (int i = 0; i < 12; ++i) {
+        const cv::Size size = i % 3 == 0 ? cv::Size(300, 200) : cv::Size(240, 180 + i % 2);
+        hand_in(i, size);
+        EXPECT_TRUE(same_pixels(tarn_stitcher.last_frame, view(i, 0, size))) << i;
+    }
+}
+
+TEST_F(SpareFrames, RejectedFrameLeavesTheLastOnesPixels)
+{
+    ASSERT_EQ(hand_in(0), 1);
+    hand_in(1);
+    const cv::Mat copy = tarn_stitcher.last_frame.clone();
+    for (int i = 0; i < 5; ++i) {
+        videoStitch(tarn::test::blank_host_frame(usual_size), 0, 0);
+        EXPECT_TRUE(same_pixels(tarn_stitcher.last_frame, copy));
+    }
+}
+
+TEST_F(SpareFrames, NewTaskLetsGoOfThem)
+{
+    hand_in(0);
+    const cv::Mat frame = tarn_stitcher.last_frame;
+    release_workers();
+    ASSERT_TRUE(wait_for_workers());
+    EXPECT_GT(frame.u->refcount, 2);  // this header, the task's, the spare one
+    resetStitch(directory().c_str());
+    EXPECT_EQ(frame.u->refcount, 1);
+}
+
 // ------------------------------------------------------------------------------- against the plain list of steps
 
 /// One random sweep: motions, jumps, blank and spoiled frames, hints, limits. Everything must agree after each.
@@ -1779,6 +1872,7 @@ TEST_P(AgainstPlainSteps, RandomSweepAgreesFieldByFieldToTheLastBit)
     cv::Matx33d bend = cv::Matx33d::eye();
     std::size_t launches = 0;
     std::size_t key_frames = 0;
+    std::vector<std::pair<cv::Mat, cv::Mat>> kept;
     const int length = 50;
     for (int i = 0; i < length; ++i) {
         if (plain.failed_count > 12) {  // lost: another sweep from here
@@ -1824,8 +1918,32 @@ TEST_P(AgainstPlainSteps, RandomSweepAgreesFieldByFieldToTheLastBit)
         }
         const int hint = random.uniform(0, 3) == 0 ? random.uniform(0, 5) : 0;
 
-        const int code = videoStitch(tarn::test::host_frame_from(frame), hint, 0)[0];
+        // What a host may keep: pixels that never change.
+        if (random.uniform(0, 4) == 0) {
+            for (const cv::Mat& image : {tarn_stitcher.last_frame, getCurrentPanoramsShowMat(),
+                                         tarn_stitcher.last_check_data.scaled_gray_frame}) {
+                kept.emplace_back(image, image.clone());
+            }
+        }
+        if (random.uniform(0, 30) == 0)
+            kept.clear();
+        // What a host may write.
+        if (plain.frame_index > 0 && random.uniform(0, 25) == 0) {
+            const uchar value = static_cast<uchar>(random.uniform(0, 256));
+            for (cv::Mat* reference : {&plain.reference_gray, &tarn_stitcher.last_check_data.scaled_gray_frame}) {
+                *reference = reference->clone();
+                reference->col(reference->cols / 2).setTo(value);
+            }
+        }
+
+        cv::setNumThreads(random.uniform(1, 3));
+        const int code = random.uniform(0, 2) == 0
+                             ? videoStitch(tarn::test::host_frame_from(frame), hint, 0)[0]
+                             : tarn_stitcher.ofcheck_stitch(frame = frame.clone(), hint, 0)[0];
         EXPECT_EQ(code, plain.feed(frame, hint)) << "frame " << i;
+        ASSERT_TRUE(getCurrentPanoramsShowMat().isContinuous());
+        for (const auto& [image, copy] : kept)
+            ASSERT_TRUE(same_pixels(image, copy)) << "frame " << i;
         ASSERT_EQ(plain.differences(tarn_stitcher), "") << "frame " << i << " of sweep " << GetParam();
         launches += take_launches().size();
         ASSERT_EQ(launches, plain.hand_offs.size());
