@@ -69,8 +69,8 @@ done
 # start their program anew, which this machine's kernel would have to do; the one that limits the process's memory, of
 # which the emulator needs some for itself; and sweeps of large frames, whose workers would be waited for longer than
 # the library waits.
-left_out=StitcherStateAtLoad.EverythingHasItsInitialValue:VideoStitchFirstCall.*
-left_out+=:WorkerLaunch.SystemWithoutRoomForAThread*:*HighResSlide.FramesWiderThan1000PixelsAreShrunkFirst*
+left_out='StitcherStateAtLoad.EverythingHasItsInitialValue:VideoStitchFirstCall.*'
+left_out+=':WorkerLaunch.SystemWithoutRoomForAThread*:*HighResSlide.FramesWiderThan1000PixelsAreShrunkFirst*'
 say "Running the unit tests under QEMU"
 export TARN_TEST_SCALE=${TARN_TEST_SCALE:-0.1} GTEST_TOTAL_SHARDS=$jobs
 workers=()

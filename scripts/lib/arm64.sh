@@ -13,7 +13,10 @@ arm64_left_out='^(libc6-dev|linux-libc-dev|libcrypt-dev|libstdc\+\+-[0-9]+-dev|l
 # need_arm64_sysroot: fills the directory, once. A package manager of its own does it: the system's neither sees the
 # other architecture nor is changed, since the development packages of two architectures exclude each other.
 need_arm64_sysroot() {
-  [[ ! -e $arm64_sysroot/complete ]] || return 0
+  # The libraries among the packages that any build needs.
+  local -a names
+  mapfile -t names < <(printf '%s\n' "${build_packages[@]}" "${test_packages[@]}" | grep -e '-dev$')
+  [[ $(cat "$arm64_sysroot/complete" 2>/dev/null) != "${names[*]}" ]] || return 0
   say "Fetching the libraries for 64-bit ARM (some 420 packages, 250 MB)"
   command -v apt-get >/dev/null || fail "There is no apt here to fetch libraries for another architecture with."
   rm -rf "$arm64_sysroot"
@@ -23,14 +26,13 @@ need_arm64_sysroot() {
     -o "APT::Sandbox::User=$(id -un)" -o Debug::NoLocking=true -o "Dir::State=$arm64_sysroot/apt/state"
     -o "Dir::State::status=$arm64_sysroot/apt/status" -o "Dir::Cache=$arm64_sysroot/apt/cache")
   apt-get "${options[@]}" update
-  apt-get "${options[@]}" install --download-only --yes --no-install-recommends \
-    libopencv-dev libgtest-dev libcli11-dev nlohmann-json3-dev libexiv2-dev >/dev/null
+  apt-get "${options[@]}" install --download-only --yes --no-install-recommends "${names[@]}" >/dev/null
   local package
   for package in "$arm64_sysroot"/apt/cache/archives/*.deb; do
     [[ $(basename "$package") =~ $arm64_left_out ]] || dpkg-deb --extract "$package" "$arm64_sysroot"
   done
   rm -rf "$arm64_sysroot/apt"
-  touch "$arm64_sysroot/complete"
+  echo "${names[*]}" >"$arm64_sysroot/complete"
 }
 
 # configure_arm64 DIRECTORY ARGUMENT…: CMake's configuration of a cross build.
