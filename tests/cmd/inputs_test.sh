@@ -15,8 +15,8 @@ expect_file slide-panorama.jpg
 expect_said "8 frames, 8 taken"
 mkdir "other names é"
 for number in {1..8}; do
-  cp "slide/$number.png" "other names é/$((number + 5)) x.png" # 6 to 13
-  cp "slide/$number.png" "$(printf 'still_%04d.png' $((number * 2)))"
+  cp -p "slide/$number.png" "other names é/$((number + 5)) x.png" # 6 to 13
+  cp -p "slide/$number.png" "$(printf 'still_%04d.png' $((number * 2)))"
 done
 run 0 "other names é/" -o "natural order é.jpg" --preview "a b é.png"
 cmp slide-panorama.jpg "natural order é.jpg"

@@ -75,4 +75,5 @@ expect_equal() {
 make_slide() {
   mkdir slide
   "$media" slide slide/%d.png 8 480 360 30 1
+  touch -d 2024-01-02T03:04:05 slide/*.png # their time goes into the panorama
 }
