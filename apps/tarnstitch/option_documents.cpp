@@ -287,11 +287,12 @@ std::string zsh_completion()
         const std::string shown = "[" + with_replaced(brief(row), "'", "'\\''") + "]";
         const std::vector<std::string> names = split(row.names, ',');
         if (names.size() == 1) {
-            text += "  '" + names[0] + shown + action + "' \\\n";
+            text.append("  '").append(names[0]);
         } else {
-            text += "  '(" + names[0] + " " + names[1] + ")'{" + names[0] + "," + names[1] + "}'" + shown
-                    + action + "' \\\n";
+            text.append("  '(").append(names[0]).append(" ").append(names[1]).append(")'{");
+            text.append(names[0]).append(",").append(names[1]).append("}'");
         }
+        text.append(shown).append(action).append("' \\\n");
     }
     text.erase(text.rfind(" \\\n"));
     return text + "\n";

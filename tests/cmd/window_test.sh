@@ -43,9 +43,11 @@ press() {
   "$program" "$video" --show --realtime -o "$1.jpg" --json >summary.json 2>stderr &
   local started=$!
   until grep -qF '"outcome"' summary.json; do
-    if xdotool search --onlyvisible --name '^tarnstitch$' >windows 2>/dev/null; then
-      xdotool windowfocus "$(tail -n 1 windows)" key "$1" 2>/dev/null || true
-    fi
+    xdotool search --onlyvisible --name '^tarnstitch$' >windows 2>/dev/null || true
+    while IFS= read -r window; do
+      xdotool windowfocus "$window" 2>/dev/null || true
+      xdotool key --window "$window" "$1" 2>/dev/null || true
+    done <windows
     kill -0 $started 2>/dev/null || break
     sleep 0.05
   done
