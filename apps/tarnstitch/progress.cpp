@@ -7,6 +7,7 @@
 #include <array>
 #include <cmath>
 #include <cstdio>
+#include <utility>
 #include <vector>
 
 #include "standard_streams.h"
@@ -87,11 +88,12 @@ std::string progress_bar(const progress_state& state, int width)
 {
     std::string text;
     for (const std::string& part : parts_of(state)) {
-        const std::string longer = text + (text.empty() ? "" : "  ") + part;
+        std::string longer = text;
+        longer.append(text.empty() ? "" : "  ").append(part);
         if (static_cast<int>(longer.size()) > width) {
             break;
         }
-        text = longer;
+        text = std::move(longer);
     }
     if (state.expected <= 0) {
         return text;

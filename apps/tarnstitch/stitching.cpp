@@ -161,7 +161,7 @@ private:
     /// A new directory in the temporary one, with a "/" at its end.
     std::string new_directory(const std::string& name) const
     {
-        const std::string path = scratch_.path() + name + std::to_string(summary_.tries) + "/";
+        std::string path = scratch_.path() + name + std::to_string(summary_.tries) + "/";
         std::error_code error;
         if (!std::filesystem::create_directory(path, error)) {
             throw host_error(exit_code::output_failed, "cannot make a temporary directory: " + error.message());
