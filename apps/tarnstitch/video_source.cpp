@@ -57,8 +57,9 @@ double believable(double value, double most)
 class video_source : public frame_source {
 public:
     /// @param quarter_turns  by which frames are turned here, clockwise; nothing to leave it to the back-end
-    video_source(cv::VideoCapture capture, const std::string& name, std::optional<int> quarter_turns, bool live)
-        : capture_(std::move(capture)), quarter_turns_(quarter_turns.value_or(0))
+    video_source(const cv::VideoCapture& capture, const std::string& name, std::optional<int> quarter_turns,
+                 bool live)
+        : capture_(capture), quarter_turns_(quarter_turns.value_or(0))
     {
         // Back-ends differ in their default, so it is set either way.
         capture_.set(cv::CAP_PROP_ORIENTATION_AUTO, quarter_turns ? 0.0 : 1.0);
@@ -207,7 +208,7 @@ std::unique_ptr<frame_source> open_video(const std::string& path)
     std::error_code error;
     const std::optional<int> turns =
         fs::is_regular_file(path, error) ? display_quarter_turns(path) : std::nullopt;
-    return std::make_unique<video_source>(std::move(capture), path, turns, false);
+    return std::make_unique<video_source>(capture, path, turns, false);
 }
 
 std::unique_ptr<frame_source> open_camera(const std::string& name)
@@ -224,7 +225,7 @@ std::unique_ptr<frame_source> open_camera(const std::string& name)
     } catch (const cv::Exception&) {
         return nullptr;
     }
-    return capture.isOpened() ? std::make_unique<video_source>(std::move(capture), name, 0, true) : nullptr;
+    return capture.isOpened() ? std::make_unique<video_source>(capture, name, 0, true) : nullptr;
 }
 
 std::optional<int> camera_number(const std::string& name)
