@@ -1,0 +1,360 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// A whole sweep, every frame registered, beside cv::Stitcher on its key frames alone: time, peak memory and
+// geometric error. And what a sweep takes by its length. Each runs in a process of its own, whose greatest memory is
+// what is reported; the frames are in memory before it starts, and are taken off.
+#include <algorithm>
+#include <array>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <functional>
+#include <iostream>
+#include <map>
+#include <string>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <thread>
+#include <unistd.h>
+#include <utility>
+#include <vector>
+
+#include <opencv2/imgcodecs.hpp>
+#include <opencv2/imgproc.hpp>
+#include <opencv2/stitching.hpp>
+
+#include "rivals.h"
+#include "support/rendered_sweep.h"
+#include "support/sample_video.h"
+#include "tarn_stitch_jni.h"
+#include "worker_protocol.h"
+
+namespace {
+
+// What one process has to say.
+struct figures {
+    double seconds = 0.0;
+    double cpu_seconds = 0.0;
+    double megabytes = 0.0;  // the most that was resident beyond the frames
+    double error = -1.0;     // px of the frame, mean over corners and pairs of neighbouring key frames; -1: not measured
+    double panorama_megabytes = 0.0;
+    int key_frames = 0;
+    bool is_right = false;
+};
+
+double resident_megabytes(const char* key)
+{
+    double kilobytes = 0.0;
+    if (std::FILE* const status = std::fopen("/proc/self/status", "r")) {
+        std::array<char, 256> line{};
+        const std::string format = std::string(key) + ": %lf kB";
+        while (std::fgets(line.data(), line.size(), status) != nullptr
+               && std::sscanf(line.data(), format.c_str(), &kilobytes) != 1) {
+        }
+        std::fclose(status);
+    }
+    return kilobytes / 1024.0;
+}
+
+// Runs `work` in a process of its own. It times itself.
+figures in_own_process(int threads, const std::function<void(figures&)>& work)
+{
+    std::array<int, 2> ends{};
+    figures result;
+    if (pipe(ends.data()) != 0) {
+        return result;
+    }
+    const pid_t child = fork();
+    if (child == 0) {
+        figures own;
+        cv::setNumThreads(threads);
+        const double before = resident_megabytes("VmRSS");
+        const double cpu_before = tarn::bench::process_cpu_seconds();
+        try {
+            work(own);
+        } catch (const std::exception&) {
+            own.is_right = false;
+        }
+        own.cpu_seconds = tarn::bench::process_cpu_seconds() - cpu_before;
+        own.megabytes = resident_megabytes("VmHWM") - before;
+        const bool is_written = write(ends[1], &own, sizeof own) == sizeof own;
+        _exit(is_written ? 0 : 1);
+    }
+    close(ends[1]);
+    if (child < 0 || read(ends[0], &result, sizeof result) != static_cast<ssize_t>(sizeof result)) {
+        result.is_right = false;
+    }
+    close(ends[0]);
+    waitpid(child, nullptr, 0);
+    return result;
+}
+
+// The frames of a sweep as a host hands them over, and the truth.
+struct sweep_input {
+    std::string name;
+    std::vector<cv::Mat> frames;
+    std::vector<cv::Matx33d> plane_from_frame;
+    std::vector<int> key_frames;  // by their number, as the library chooses them
+};
+
+using clock_type = std::chrono::steady_clock;
+
+double seconds_since(clock_type::time_point begin)
+{
+    return std::chrono::duration<double>(clock_type::now() - begin).count();
+}
+
+// Mean distance of the corners of each key frame, mapped into the one before, from where they belong. `after` has
+// the frames' places in the panorama, `before` at the same index that of the one before in the same panorama.
+double pair_error(const sweep_input& input, const std::vector<int>& key_frames,
+                  const std::vector<cv::Matx33d>& before, const std::vector<cv::Matx33d>& after)
+{
+    double sum = 0.0;
+    for (size_t i = 1; i < key_frames.size(); ++i) {
+        const auto truth_of = [&](size_t k) { return input.plane_from_frame[static_cast<size_t>(key_frames[k])]; };
+        sum += tarn::test::mean_corner_error(before[i].inv() * after[i],
+                                             truth_of(i - 1).inv() * truth_of(i), input.frames[0].size());
+    }
+    return sum / static_cast<double>(key_frames.size() - 1);
+}
+
+// Every frame through videoStitch, as fast as the workers follow, to the finished file.
+void run_library(const sweep_input& input, figures& own, std::vector<int>* key_frames)
+{
+    std::string pattern = (std::filesystem::temp_directory_path() / "tarnstitch_bench_XXXXXX").string();
+    const std::string directory = std::string(mkdtemp(pattern.data())) + '/';
+    std::cout.rdbuf(nullptr);
+    const clock_type::time_point begin = clock_type::now();
+    resetStitch(directory.c_str());
+    std::vector<int> numbers;
+    std::vector<cv::Matx33d> before_places;
+    std::vector<cv::Matx33d> places;
+    cv::Size old_size;
+    const cv::Matx33d prepared_from_frame = tarn::test::frame_from_prepared(input.frames[0].size()).inv();
+    const size_t length = input.frames.size();
+    for (size_t i = 0; i < length; ++i) {
+        const int before = tarn_stitcher.big_frame_index;
+        videoStitch(input.frames[i], tarn::test::no_direction, i + 1 == length ? 1 : 0);
+        if (tarn_stitcher.big_frame_index != before) {
+            numbers.push_back(static_cast<int>(i));
+            // One key frame at a time, so that each one's place can be read.
+            while (tarn::look_at_pipeline().turns_over < tarn_stitcher.big_frame_index) {
+                std::this_thread::sleep_for(std::chrono::milliseconds(1));
+            }
+            // A frame at the very edge has moved the panorama by as many pixels as that has grown.
+            const cv::Matx33d place = cv::Matx33d(neighbour_homo);
+            const auto corners = tarn::test::mapped_corners(place, tarn::test::prepared_size(input.frames[0].size()));
+            const double left = std::min({corners[0].x, corners[1].x, corners[2].x, corners[3].x});
+            const double top = std::min({corners[0].y, corners[1].y, corners[2].y, corners[3].y});
+            const cv::Size growth = big_stitch_image.size() - old_size;
+            const cv::Matx33d shift =
+                tarn::test::translation(left < 1e-3 ? growth.width : 0, top < 1e-3 ? growth.height : 0);
+            before_places.push_back(places.empty() ? cv::Matx33d::eye() : shift * places.back());
+            places.push_back(place * prepared_from_frame);
+            old_size = big_stitch_image.size();
+        }
+    }
+    own.seconds = seconds_since(begin);
+    own.key_frames = static_cast<int>(numbers.size());
+    own.is_right = *getCurrentPanoramaShow() != '\0';
+    if (!input.plane_from_frame.empty()) {
+        own.error = pair_error(input, numbers, before_places, places);
+    }
+    if (key_frames != nullptr) {
+        *key_frames = numbers;
+    }
+    resetStitch("");
+    std::filesystem::remove_all(directory);
+}
+
+// The key frames alone through the image library's own stitcher, to an encoded file.
+void run_stitcher(const sweep_input& input, cv::Stitcher::Mode mode, figures& own)
+{
+    const clock_type::time_point begin = clock_type::now();
+    std::vector<cv::Mat> images;
+    for (const int number : input.key_frames) {
+        images.emplace_back();
+        cv::cvtColor(input.frames[static_cast<size_t>(number)], images.back(), cv::COLOR_RGBA2BGR);
+    }
+    const auto stitcher = cv::Stitcher::create(mode);
+    cv::Mat panorama;
+    const cv::Stitcher::Status status = stitcher->stitch(images, panorama);
+    std::vector<uchar> bytes;
+    if (status == cv::Stitcher::OK) {
+        cv::imencode(".jpg", panorama, bytes);
+    }
+    own.seconds = seconds_since(begin);
+    own.is_right = status == cv::Stitcher::OK;
+    own.key_frames = static_cast<int>(stitcher->component().size());
+    if (own.is_right && mode == cv::Stitcher::SCANS && !input.plane_from_frame.empty()) {
+        // Its cameras are affine maps between images at its working scale.
+        const double scale = stitcher->workScale();
+        const cv::Matx33d work_from_frame(scale, 0, 0, 0, scale, 0, 0, 0, 1);
+        std::vector<cv::Matx33d> places;
+        std::vector<int> numbers;
+        for (size_t i = 0; i < stitcher->component().size(); ++i) {
+            cv::Mat_<double> map;
+            stitcher->cameras()[i].R.convertTo(map, CV_64F);
+            places.push_back(work_from_frame.inv() * cv::Matx33d(map) * work_from_frame);
+            numbers.push_back(input.key_frames[static_cast<size_t>(stitcher->component()[i])]);
+        }
+        std::vector<cv::Matx33d> before_places = places;
+        std::rotate(before_places.begin(), before_places.end() - 1, before_places.end());
+        own.error = pair_error(input, numbers, before_places, places);
+    }
+}
+
+void report(benchmark::State& state, const std::function<void(figures&)>& work)
+{
+    for ([[maybe_unused]] auto iteration : state) {
+        const figures result = in_own_process(2, work);
+        if (!result.is_right) {
+            state.SkipWithError("no panorama");
+            return;
+        }
+        state.SetIterationTime(result.seconds);
+        state.counters["cpu s"] = result.cpu_seconds;
+        state.counters["peak MB"] = result.megabytes;
+        if (result.error >= 0.0) {
+            state.counters["error px"] = result.error;
+        }
+        state.counters["key frames"] = result.key_frames;
+    }
+}
+
+// Made when it is first needed; the library's own choice of key frames goes to its rivals. At most 12 of them.
+const sweep_input& hall_slide()
+{
+    static sweep_input input;
+    if (input.frames.empty()) {
+        for (const cv::Mat& frame : tarn::test::sample_video("hall_slide.mp4")) {
+            input.frames.push_back(tarn::test::host_frame_from(frame));
+        }
+        input.plane_from_frame = tarn::test::sample_ground_truth("hall_slide.gt.csv");
+    }
+    return input;
+}
+
+const sweep_input& rendered()
+{
+    static sweep_input input;
+    if (input.frames.empty()) {
+        const auto sweep = tarn::test::slide(cv::Size(1920, 1080), tarn::test::moving_right, 36.0, 100);
+        for (int i = 0; i < sweep.length(); ++i) {
+            input.frames.push_back(sweep.host_frame(i));
+        }
+        input.plane_from_frame = sweep.plane_from_frame;
+    }
+    return input;
+}
+
+// The numbers of the key frames, found in a process of its own too: this one must not have threads to fork with.
+std::vector<int> key_frames_of(const sweep_input& input)
+{
+    std::array<int, 2> ends{};
+    std::vector<int> numbers;
+    if (pipe(ends.data()) != 0) {
+        return numbers;
+    }
+    const pid_t child = fork();
+    if (child == 0) {
+        figures own;
+        cv::setNumThreads(2);
+        run_library(input, own, &numbers);
+        for (const int number : numbers) {
+            if (write(ends[1], &number, sizeof number) != sizeof number) {
+                _exit(1);
+            }
+        }
+        _exit(0);
+    }
+    close(ends[1]);
+    int number = 0;
+    while (read(ends[0], &number, sizeof number) == sizeof number) {
+        numbers.push_back(number);
+    }
+    close(ends[0]);
+    waitpid(child, nullptr, 0);
+    return numbers;
+}
+
+void add_sweep(const std::string& name, const sweep_input& (*input)())
+{
+    const auto with_key_frames = [input] {
+        cv::setNumThreads(1);  // a process with threads cannot be forked
+        static std::map<const sweep_input*, sweep_input> complete;
+        sweep_input& whole = complete[&input()];
+        if (whole.frames.empty()) {
+            whole = input();
+            whole.key_frames = key_frames_of(whole);
+        }
+        return &whole;
+    };
+    const std::string subject = "whole sweep";
+    for (const auto& [by, mode] : {std::pair(std::string("cv::Stitcher PANORAMA, key frames only"), cv::Stitcher::PANORAMA),
+                                   std::pair(std::string("cv::Stitcher SCANS, key frames only"), cv::Stitcher::SCANS)}) {
+        tarn::bench::add({subject, by, name, 2}, [] { return true; }, [=, mode = mode](benchmark::State& state) {
+            const sweep_input* const whole = with_key_frames();
+            report(state, [=](figures& own) { run_stitcher(*whole, mode, own); });
+        });
+    }
+    tarn::bench::add({subject, "videoStitch, every frame", name, 2}, [] { return true; },
+                     [=](benchmark::State& state) {
+                         const sweep_input* const whole = with_key_frames();
+                         report(state, [=](figures& own) { run_library(*whole, own, nullptr); });
+                     });
+}
+
+// A sweep of so many frames, each made when it is its turn, so that only the library holds several.
+void run_length(int length, figures& own)
+{
+    const auto sweep = tarn::test::slide(cv::Size(1280, 720), tarn::test::moving_down, 6.0, length);
+    sweep_input one;
+    std::string pattern = (std::filesystem::temp_directory_path() / "tarnstitch_bench_XXXXXX").string();
+    const std::string directory = std::string(mkdtemp(pattern.data())) + '/';
+    std::cout.rdbuf(nullptr);
+    resetStitch(directory.c_str());
+    double live = 0.0;
+    for (int i = 0; i < length; ++i) {
+        const cv::Mat frame = sweep.host_frame(i);
+        const bool is_last = i + 1 == length;
+        const clock_type::time_point begin = clock_type::now();
+        videoStitch(frame, tarn::test::no_direction, is_last ? 1 : 0);
+        live += is_last ? 0.0 : seconds_since(begin);
+        while (tarn::look_at_pipeline().turns_over < tarn_stitcher.big_frame_index) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        }
+    }
+    own.seconds = live / (length - 1);
+    own.key_frames = tarn_stitcher.big_frame_index;
+    own.is_right = *getCurrentPanoramaShow() != '\0';
+    own.panorama_megabytes = static_cast<double>(big_stitch_image.total()) * 3 / 1048576.0;
+    resetStitch("");
+    std::filesystem::remove_all(directory);
+}
+
+TARN_RIVALS(sweep_rivals)
+{
+    add_sweep("hall_slide", hall_slide);
+    add_sweep("rendered 1920x1080", rendered);
+    for (const int length : {50, 100, 200, 400}) {
+        tarn::bench::add({"by length, ms per frame", "videoStitch", std::to_string(length) + " frames of 1280x720", 1},
+                         [] { return true; }, [length](benchmark::State& state) {
+                             for ([[maybe_unused]] auto iteration : state) {
+                                 const figures result = in_own_process(1, [=](figures& own) { run_length(length, own); });
+                                 if (!result.is_right) {
+                                     state.SkipWithError("no panorama");
+                                     return;
+                                 }
+                                 state.SetIterationTime(result.seconds);
+                                 state.counters["cpu s"] = result.cpu_seconds;
+                                 state.counters["peak MB"] = result.megabytes;
+                                 state.counters["panorama MB"] = result.panorama_megabytes;
+                                 state.counters["key frames"] = result.key_frames;
+                             }
+                         });
+    }
+}
+
+}  // namespace

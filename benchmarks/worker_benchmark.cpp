@@ -1,0 +1,253 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// The worker by stage, its turn as the panorama grows, and the time from the call with the last frame to the file.
+#include <algorithm>
+#include <chrono>
+#include <cstdlib>
+#include <filesystem>
+#include <iostream>
+#include <map>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <opencv2/imgcodecs.hpp>
+
+#include "high_res_composition.h"
+#include "reference/composition.h"
+#include "rivals.h"
+#include "support/rendered_sweep.h"
+#include "tarn_stitch_jni.h"
+#include "worker_protocol.h"
+
+namespace {
+
+using clock_type = std::chrono::steady_clock;
+using tarn::worker_stage;
+
+constexpr int key_frame_count = 60;
+const cv::Size frame_size(1920, 1080);
+
+double milliseconds_between(clock_type::time_point from, clock_type::time_point to)
+{
+    return std::chrono::duration<double, std::milli>(to - from).count();
+}
+
+// Key frames of a camera that moves down in its own coordinates, which is to the side when it is held upright.
+const tarn::test::rendered_sweep& key_frames()
+{
+    static const auto sweep = tarn::test::slide(frame_size, tarn::test::moving_down, 240.0, key_frame_count);
+    return sweep;
+}
+
+// A directory of this program's own while it lives, and the log out of the way.
+class quiet_task {
+public:
+    quiet_task() : console_(std::cout.rdbuf(nullptr))
+    {
+        std::string pattern = (std::filesystem::temp_directory_path() / "tarnstitch_bench_XXXXXX").string();
+        directory_ = std::string(mkdtemp(pattern.data())) + '/';
+        resetStitch(directory_.c_str());
+    }
+
+    ~quiet_task()
+    {
+        resetStitch("");
+        while (tarn::workers_in_flight() > 0) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        }
+        std::filesystem::remove_all(directory_);
+        std::cout.rdbuf(console_);
+        std::cout.clear();
+    }
+
+    quiet_task(const quiet_task&) = delete;
+    quiet_task& operator=(const quiet_task&) = delete;
+
+private:
+    std::streambuf* console_;
+    std::string directory_;
+};
+
+using stage_times = std::map<worker_stage, clock_type::time_point>;
+
+std::mutex stages_mutex;
+std::map<int, stage_times> stages;  // by the worker's index
+
+void note_stage(worker_stage stage, int index)
+{
+    const std::lock_guard<std::mutex> lock(stages_mutex);
+    stages[index][stage] = clock_type::now();
+}
+
+double median(std::vector<double> values)
+{
+    std::sort(values.begin(), values.end());
+    return values[values.size() / 2];
+}
+
+// Milliseconds between two stages, the median over the workers from one index to another.
+double between(worker_stage from, worker_stage to, int first_index, int last_index)
+{
+    std::vector<double> values;
+    for (int index = first_index; index <= last_index; ++index) {
+        values.push_back(milliseconds_between(stages[index][from], stages[index][to]));
+    }
+    return median(values);
+}
+
+// One sweep, worker after worker on this thread, so that each stage has the machine to itself.
+void time_stages(benchmark::State& state)
+{
+    const std::vector<float> right_angles(4, 90.0f);
+    const std::vector<float> full_size(4, 1.0f);
+    for ([[maybe_unused]] auto iteration : state) {
+        const quiet_task task;
+        stages.clear();
+        tarn::worker_stage_hook = &note_stage;
+        std::vector<double> hand_overs(key_frame_count + 1);
+        std::vector<double> turns(key_frame_count + 1);
+        double whole = 0.0;
+        for (int index = 1; index <= key_frame_count; ++index) {
+            const cv::Mat frame = key_frames().frame(index - 1);
+            const clock_type::time_point begin = clock_type::now();
+            stitch_big_image(frame, right_angles, full_size, tarn::test::moving_down, index);
+            const clock_type::time_point end = clock_type::now();
+            whole += milliseconds_between(begin, end);
+            hand_overs[static_cast<size_t>(index)] = milliseconds_between(stages[index][worker_stage::composed], end);
+            turns[static_cast<size_t>(index)] = milliseconds_between(stages[index][worker_stage::turn_taken], end);
+        }
+        tarn::worker_stage_hook = nullptr;
+        if (tarn::look_at_pipeline().status != tarn::pipeline_ready) {
+            state.SkipWithError("the sweep failed");
+            return;
+        }
+        state.SetIterationTime(whole / 1e3);
+        const int last = key_frame_count;
+        state.counters["prepare"] = between(worker_stage::started, worker_stage::frame_prepared, 2, last);
+        state.counters["describe"] = between(worker_stage::frame_prepared, worker_stage::frame_described, 2, last);
+        state.counters["write file"] = between(worker_stage::frame_described, worker_stage::file_written, 2, last);
+        state.counters["register"] = between(worker_stage::turn_taken, worker_stage::registered, 2, last);
+        state.counters["merge"] = between(worker_stage::registered, worker_stage::composed, 2, last);
+        state.counters["hand over"] = median({hand_overs.begin() + 2, hand_overs.end()});
+        // Medians over five turns about each: single ones copy the panorama into larger storage.
+        for (const int at : {5, 20, 40, 58}) {
+            state.counters["turn " + std::to_string(at)] = median({turns.begin() + at - 2, turns.begin() + at + 3});
+        }
+    }
+}
+
+// A sweep fed at the rate of a camera; then the time from the call with the last frame to the file.
+void time_last_frame(benchmark::State& state)
+{
+    constexpr int length = 90;
+    static const auto sweep = tarn::test::slide(frame_size, tarn::test::moving_down, 24.0, length);
+    static std::vector<cv::Mat> frames;
+    for (int i = static_cast<int>(frames.size()); i < length; ++i) {
+        frames.push_back(sweep.host_frame(i));
+    }
+    for ([[maybe_unused]] auto iteration : state) {
+        const quiet_task task;
+        stages.clear();
+        tarn::worker_stage_hook = &note_stage;
+        clock_type::time_point due = clock_type::now();
+        for (int i = 0; i + 1 < length; ++i) {
+            std::this_thread::sleep_until(due);
+            due += std::chrono::microseconds(33333);
+            videoStitch(frames[static_cast<size_t>(i)], tarn::test::no_direction, 0);
+        }
+        std::this_thread::sleep_until(due);
+        const clock_type::time_point begin = clock_type::now();
+        videoStitch(frames.back(), tarn::test::no_direction, 1);
+        const clock_type::time_point end = clock_type::now();
+        tarn::worker_stage_hook = nullptr;
+        if (*getCurrentPanoramaShow() == '\0') {
+            state.SkipWithError("no panorama");
+            return;
+        }
+        std::vector<uchar> bytes;
+        const clock_type::time_point encoding = clock_type::now();
+        cv::imencode(".jpg", tarn::look_at_pipeline().panorama, bytes);
+        const double encode = milliseconds_between(encoding, clock_type::now());
+        stage_times& last = stages[tarn_stitcher.big_frame_index];
+        const double work = milliseconds_between(last[worker_stage::started], last[worker_stage::file_written])
+                            + milliseconds_between(last[worker_stage::turn_taken], last[worker_stage::composed]);
+        const double total = milliseconds_between(begin, end);
+        state.SetIterationTime(total / 1e3);
+        state.counters["own work"] = work;
+        state.counters["encoding"] = encode;
+        state.counters["beyond both"] = total - work - encode;
+        state.counters["key frames"] = tarn_stitcher.big_frame_index;
+    }
+}
+
+// What a turn composes: the panorama of so many key frames, with room to grow, and a frame at its end.
+struct composition_task {
+    cv::Mat panorama;
+    cv::Mat frame;
+    cv::Mat panorama_from_frame;
+
+    explicit composition_task(int count)
+    {
+        const cv::Size prepared = tarn::test::prepared_size(frame_size);
+        constexpr int step = 140;
+        const int width = prepared.width + (count - 1) * step;
+        const cv::Mat& texture = tarn::test::textured_plane(cv::Size(2816, 2816));
+        cv::Mat storage(prepared.height + 100, width + width / 2, CV_8UC3);
+        panorama = storage(cv::Rect(0, 50, width, prepared.height));
+        for (int x = 0; x < width; x += 1400) {
+            const cv::Rect part(x, 0, std::min(1400, width - x), prepared.height);
+            texture(cv::Rect(cv::Point(x % 1000, 100), part.size())).copyTo(panorama(part));
+        }
+        frame = texture(cv::Rect(cv::Point(300, 900), prepared)).clone();
+        panorama_from_frame = cv::Mat(tarn::test::translation(width - prepared.width + step + 0.4, -1.6));
+    }
+
+    // The panorama that a turn leaves behind; the one before is in the same storage.
+    cv::Mat compose() const
+    {
+        const auto merged = tarn::merge_frame(panorama, frame, panorama_from_frame);
+        return tarn::can_grow_in_place(panorama, *merged, 1) ? tarn::grow_in_place(panorama, *merged) : cv::Mat();
+    }
+};
+
+void add_composition(int count)
+{
+    const std::string input = std::to_string(count) + " key frames";
+    tarn::bench::add({"composition in a turn", "plain transcription", input, 1}, [] { return true; },
+                     [count](benchmark::State& state) {
+                         const composition_task task(count);
+                         cv::Mat kept;  // as the task keeps its panorama until the new one is there
+                         tarn::bench::time_frames(state, 1000, [] {}, [&](size_t) {
+                             kept = reference::compose(task.panorama, task.frame, task.panorama_from_frame).image;
+                         });
+                     });
+    tarn::bench::add({"composition in a turn", "shipped", input, 1},
+                     [count] {
+                         const composition_task task(count);
+                         const cv::Mat expected =
+                             reference::compose(task.panorama, task.frame, task.panorama_from_frame).image;
+                         const cv::Mat actual = task.compose();
+                         return actual.size() == expected.size()
+                                && cv::norm(actual, expected, cv::NORM_INF) == 0.0;
+                     },
+                     [count](benchmark::State& state) {
+                         const composition_task task(count);
+                         tarn::bench::time_frames(state, 1000, [] {},
+                                                  [&](size_t) { benchmark::DoNotOptimize(task.compose()); });
+                     });
+}
+
+TARN_RIVALS(worker_rivals)
+{
+    for (const int count : {5, 20, 40, 60}) {
+        add_composition(count);
+    }
+    tarn::bench::add({"worker by stage, ms", "one sweep", "60 key frames of 1920x1080", 1}, [] { return true; },
+                     time_stages);
+    tarn::bench::add({"from last frame to file, ms", "90 frames of 1920x1080 at 30 per second", "two threads", 2},
+                     [] { return true; }, time_last_frame);
+}
+
+}  // namespace
