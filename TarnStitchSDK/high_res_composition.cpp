@@ -133,7 +133,8 @@ int room_beyond(int growth, int length)
 cv::Mat with_room(cv::Size size, const margins& room)
 {
     try {
-        const cv::Mat storage(size.height + room.top + room.bottom, size.width + room.left + room.right, CV_8UC3);
+        const cv::Mat storage(size.height + room.top + room.bottom, size.width + room.left + room.right,
+                              CV_8UC3);
         return storage(cv::Rect(cv::Point(room.left, room.top), size));
     } catch (const cv::Exception&) {
         return {size, CV_8UC3};

@@ -56,8 +56,9 @@ std::vector<candidate> local_maxima(const cv::Mat& gray)
             columns[count] = x;
             count += static_cast<size_t>(strength[x] != 0.0f) & static_cast<size_t>(strength[x] == near[x]);
         }
-        std::for_each(columns.begin(), columns.begin() + static_cast<std::ptrdiff_t>(count),
-                      [&](int x) { result.push_back({strength[x], x, y}); });
+        std::for_each(columns.begin(), columns.begin() + static_cast<std::ptrdiff_t>(count), [&](int x) {
+            result.push_back({strength[x], x, y});
+        });
     }
     return result;
 }
@@ -178,7 +179,8 @@ std::vector<cv::Point2f> find_corners(const cv::Mat& gray)
 frame_flow::frame_flow(const cv::Mat& reference, const cv::Mat& gray, const std::vector<cv::Point2f>& points)
     : reference_(reference), gray_(gray), points_(points)
 {
-    if (points.empty() || !is_plain_gray(reference) || !is_plain_gray(gray) || reference.size() != gray.size()) {
+    if (points.empty() || !is_plain_gray(reference) || !is_plain_gray(gray)
+        || reference.size() != gray.size()) {
         return;  // the library's own business, and only when it is asked for
     }
     const auto [from, to] = pyramids().of(reference, gray);
@@ -199,8 +201,8 @@ void frame_flow::add_piece(cv::Range range, const pyramid& from, const pyramid& 
         const cv::Mat points(range.size(), 1, CV_32FC2, &points_[begin]);
         cv::Mat places(range.size(), 1, CV_32FC2, &flow_.places[begin]);
         cv::Mat found(range.size(), 1, CV_8UC1, &flow_.found[begin]);
-        cv::calcOpticalFlowPyrLK(from, to, points, places, found, cv::noArray(), window(), max_level, criteria(),
-                                 0, min_eigenvalue);
+        cv::calcOpticalFlowPyrLK(from, to, points, places, found, cv::noArray(), window(), max_level,
+                                 criteria(), 0, min_eigenvalue);
         const cv::Size image = to[0].size();
         for (size_t i = begin; i < static_cast<size_t>(range.end); ++i) {
             if (has_left(flow_.places[i], image)) {
@@ -214,8 +216,8 @@ point_flow frame_flow::result()
 {
     if (pieces_.empty()) {
         std::vector<float> errors;
-        cv::calcOpticalFlowPyrLK(reference_, gray_, points_, flow_.places, flow_.found, errors, window(), max_level,
-                                 criteria(), 0, min_eigenvalue);
+        cv::calcOpticalFlowPyrLK(reference_, gray_, points_, flow_.places, flow_.found, errors, window(),
+                                 max_level, criteria(), 0, min_eigenvalue);
     }
     for (deferred_work& piece : pieces_) {
         piece.finish();

@@ -41,8 +41,9 @@ cv::Mat grown_preview(const cv::Mat& panorama, cv::Size size, cv::Point at)
     return grown;
 }
 
-void paste_onto_preview(const cv::Mat& panorama, cv::Point at, cv::Mat& grown, const cv::Mat& frame, cv::Rect box,
-                        const cv::Mat& box_from_frame, std::vector<cv::Point2f>& transpose_corners)
+void paste_onto_preview(const cv::Mat& panorama, cv::Point at, cv::Mat& grown, const cv::Mat& frame,
+                        cv::Rect box, const cv::Mat& box_from_frame,
+                        std::vector<cv::Point2f>& transpose_corners)
 {
     // The panorama before, at the coordinates of the grown one, for the seam. It passes over what lies outside
     // of its images; so where nothing has moved, that is the old panorama, and otherwise only the box has pixels.

@@ -10,7 +10,8 @@
 //              was written before it.
 //   hand-over  images, keypoints and strings are copied or replaced while the hand-over mutex is held (of the
 //              images just the headers), and so is every change of the status and the ticket. It is never held
-//              across image work, a poll or a file.
+//              across a poll or a file, nor across image work but for one: a turn that ends writes its frame's
+//              box into a panorama that only it and the task hold, which takes a millisecond or two.
 //   directory  files of the working directory are written and deleted under tarn::working_directory_lock.
 //
 // Each task has a generation. Constructing a TarnStitcher raises it, and a worker carries the one that it was
@@ -91,7 +92,7 @@ enum class worker_stage {
     polling_for_turn,  ///< each poll of the wait for the ticket
     turn_taken,        ///< status 2 is set
     registered,        ///< the homography into the panorama is found
-    composed,          ///< the new canvas is complete, not yet handed over
+    composed,          ///< the frame's box is merged with the panorama, not yet handed over
 };
 
 /// Called with the stage and the worker's big_frame_index, on the thread named there, when it is not null. For

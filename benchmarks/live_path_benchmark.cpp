@@ -81,11 +81,13 @@ private:
         {
             return c;
         }
+
         std::streamsize xsputn(const char*, std::streamsize count) override
         {
             return count;
         }
     } nowhere_;
+
     std::streambuf* console_;
 };
 
@@ -100,10 +102,9 @@ public:
         cv::cvtColor(small_, gray_, cv::COLOR_BGR2GRAY);
         cv::goodFeaturesToTrack(gray_, corners_, 80, 0.01, 10.0, cv::noArray(), 3, false, 0.04);
         if (!reference_.empty()) {
-            cv::calcOpticalFlowPyrLK(reference_, gray_, reference_corners_, places_, found_, errors_,
-                                     cv::Size(21, 21), 3,
-                                     cv::TermCriteria(cv::TermCriteria::COUNT + cv::TermCriteria::EPS, 30, 0.01), 0,
-                                     0.0001);
+            cv::calcOpticalFlowPyrLK(
+                reference_, gray_, reference_corners_, places_, found_, errors_, cv::Size(21, 21), 3,
+                cv::TermCriteria(cv::TermCriteria::COUNT + cv::TermCriteria::EPS, 30, 0.01), 0, 0.0001);
             from_.clear();
             to_.clear();
             for (size_t i = 0; i < found_.size(); ++i) {
@@ -146,7 +147,8 @@ void time_bare_calls(benchmark::State& state, cv::Size size)
     const auto& frames = swaying_frames(size);
     bare_calls calls;
     calls.frame(frames.back());
-    tarn::bench::time_frames(state, frames.size(), [] {}, [&](size_t i) { calls.frame(frames[i]); });
+    tarn::bench::time_frames(
+        state, frames.size(), [] {}, [&](size_t i) { calls.frame(frames[i]); });
 }
 
 void time_plain_steps(benchmark::State& state, cv::Size size)
@@ -156,8 +158,9 @@ void time_plain_steps(benchmark::State& state, cv::Size size)
     resetStitch("");
     tarn::test::plain_live_path plain(tarn_stitcher);
     plain.feed_host_frame(frames.back(), 0);
-    tarn::bench::time_frames(state, frames.size(), [] {},
-                             [&](size_t i) { plain.feed_host_frame(frames[i], tarn::test::no_direction); });
+    tarn::bench::time_frames(
+        state, frames.size(), [] {},
+        [&](size_t i) { plain.feed_host_frame(frames[i], tarn::test::no_direction); });
 }
 
 void time_video_stitch(benchmark::State& state, cv::Size size)
@@ -166,8 +169,8 @@ void time_video_stitch(benchmark::State& state, cv::Size size)
     const quiet_live_path quiet;
     resetStitch("");
     videoStitch(frames.back(), 0, 0);
-    tarn::bench::time_frames(state, frames.size(), [] {},
-                             [&](size_t i) { videoStitch(frames[i], tarn::test::no_direction, 0); });
+    tarn::bench::time_frames(
+        state, frames.size(), [] {}, [&](size_t i) { videoStitch(frames[i], tarn::test::no_direction, 0); });
 }
 
 // A sweep of key frames: what each adds to the panorama before it.
@@ -240,41 +243,49 @@ void time_composition(benchmark::State& state, int count, bool upwards, Function
 {
     key_frame_task task = key_frame_after(count, upwards);
     cv::Mat kept;  // as the task keeps its panorama until the new one is there
-    tarn::bench::time_frames(state, 1000, [] {}, [&](size_t) { kept = compose(task); });
+    tarn::bench::time_frames(
+        state, 1000, [] {}, [&](size_t) { kept = compose(task); });
 }
 
 void add_composition_rivals(int count, bool upwards)
 {
     const std::string input = std::to_string(count) + " key frames" + (upwards ? ", moving the origin" : "");
-    tarn::bench::add({"preview of a key frame", "bare warp and copies of the box", input, 1},
-                     [] { return true; },
-                     [=](benchmark::State& state) {
-                         key_frame_task task = key_frame_after(count, upwards);
-                         cv::Mat whole = composed(task);
-                         tarn::bench::time_frames(state, 1000, [] {}, [&](size_t) { bare_box_work(task, whole); });
-                     });
-    tarn::bench::add({"preview of a key frame", "plain steps", input, 1}, [] { return true; },
-                     [=](benchmark::State& state) { time_composition(state, count, upwards, plainly_composed); });
-    tarn::bench::add({"preview of a key frame", "shipped", input, 1},
-                     [=] {
-                         key_frame_task task = key_frame_after(count, upwards);
-                         return cv::norm(composed(task), plainly_composed(task), cv::NORM_INF) == 0.0;
-                     },
-                     [=](benchmark::State& state) { time_composition(state, count, upwards, composed); });
+    tarn::bench::add(
+        {"preview of a key frame", "bare warp and copies of the box", input, 1}, [] { return true; },
+        [=](benchmark::State& state) {
+            key_frame_task task = key_frame_after(count, upwards);
+            cv::Mat whole = composed(task);
+            tarn::bench::time_frames(
+                state, 1000, [] {}, [&](size_t) { bare_box_work(task, whole); });
+        });
+    tarn::bench::add(
+        {"preview of a key frame", "plain steps", input, 1}, [] { return true; },
+        [=](benchmark::State& state) { time_composition(state, count, upwards, plainly_composed); });
+    tarn::bench::add(
+        {"preview of a key frame", "shipped", input, 1},
+        [=] {
+            key_frame_task task = key_frame_after(count, upwards);
+            return cv::norm(composed(task), plainly_composed(task), cv::NORM_INF) == 0.0;
+        },
+        [=](benchmark::State& state) { time_composition(state, count, upwards, composed); });
 }
 
 TARN_RIVALS(live_path_rivals)
 {
     using tarn::bench::add;
-    for (const cv::Size size : {cv::Size(640, 480), cv::Size(1280, 720), cv::Size(1920, 1080), cv::Size(3840, 2160)}) {
+    for (const cv::Size size :
+         {cv::Size(640, 480), cv::Size(1280, 720), cv::Size(1920, 1080), cv::Size(3840, 2160)}) {
         for (const int threads : {1, 2}) {
             const std::string input = size_name(size) + (threads == 1 ? "" : " on two threads");
             const double pixels = size.area();
-            add({"ordinary frame", "bare library calls", input, threads, pixels}, [] { return true; },
+            add(
+                {"ordinary frame", "bare library calls", input, threads, pixels}, [] { return true; },
                 [=](benchmark::State& state) { time_bare_calls(state, size); });
-            add({"ordinary frame", "plain transcription", input, threads, pixels}, [] { return true; },
+            add(
+                {"ordinary frame", "plain transcription", input, threads, pixels}, [] { return true; },
                 [=](benchmark::State& state) { time_plain_steps(state, size); });
-            add({"ordinary frame", "videoStitch", input, threads, pixels},
+            add(
+                {"ordinary frame", "videoStitch", input, threads, pixels},
                 [=] { return agrees_with_plain_steps(swaying_frames(size)); },
                 [=](benchmark::State& state) { time_video_stitch(state, size); });
         }

@@ -37,7 +37,8 @@ struct figures {
     double seconds = 0.0;
     double cpu_seconds = 0.0;
     double megabytes = 0.0;  // the most that was resident beyond the frames
-    double error = -1.0;     // px of the frame, mean over corners and pairs of neighbouring key frames; -1: not measured
+    double error =
+        -1.0;  // px of the frame, mean over corners and pairs of neighbouring key frames; -1: not measured
     double panorama_megabytes = 0.0;
     int key_frames = 0;
     bool is_right = false;
@@ -112,9 +113,11 @@ double pair_error(const sweep_input& input, const std::vector<int>& key_frames,
 {
     double sum = 0.0;
     for (size_t i = 1; i < key_frames.size(); ++i) {
-        const auto truth_of = [&](size_t k) { return input.plane_from_frame[static_cast<size_t>(key_frames[k])]; };
-        sum += tarn::test::mean_corner_error(before[i].inv() * after[i],
-                                             truth_of(i - 1).inv() * truth_of(i), input.frames[0].size());
+        const auto truth_of = [&](size_t k) {
+            return input.plane_from_frame[static_cast<size_t>(key_frames[k])];
+        };
+        sum += tarn::test::mean_corner_error(before[i].inv() * after[i], truth_of(i - 1).inv() * truth_of(i),
+                                             input.frames[0].size());
     }
     return sum / static_cast<double>(key_frames.size() - 1);
 }
@@ -144,7 +147,8 @@ void run_library(const sweep_input& input, figures& own, std::vector<int>* key_f
             }
             // A frame at the very edge has moved the panorama by as many pixels as that has grown.
             const cv::Matx33d place = cv::Matx33d(neighbour_homo);
-            const auto corners = tarn::test::mapped_corners(place, tarn::test::prepared_size(input.frames[0].size()));
+            const auto corners =
+                tarn::test::mapped_corners(place, tarn::test::prepared_size(input.frames[0].size()));
             const double left = std::min({corners[0].x, corners[1].x, corners[2].x, corners[3].x});
             const double top = std::min({corners[0].y, corners[1].y, corners[2].y, corners[3].y});
             const cv::Size growth = big_stitch_image.size() - old_size;
@@ -292,18 +296,22 @@ void add_sweep(const std::string& name, const sweep_input& (*input)())
         return &whole;
     };
     const std::string subject = "whole sweep";
-    for (const auto& [by, mode] : {std::pair(std::string("cv::Stitcher PANORAMA, key frames only"), cv::Stitcher::PANORAMA),
-                                   std::pair(std::string("cv::Stitcher SCANS, key frames only"), cv::Stitcher::SCANS)}) {
-        tarn::bench::add({subject, by, name, 2}, [] { return true; }, [=, mode = mode](benchmark::State& state) {
-            const sweep_input* const whole = with_key_frames();
-            report(state, [=](figures& own) { run_stitcher(*whole, mode, own); });
-        });
+    for (const auto& [by, mode] :
+         {std::pair(std::string("cv::Stitcher PANORAMA, key frames only"), cv::Stitcher::PANORAMA),
+          std::pair(std::string("cv::Stitcher SCANS, key frames only"), cv::Stitcher::SCANS)}) {
+        tarn::bench::add(
+            {subject, by, name, 2}, [] { return true; },
+            [=, mode = mode](benchmark::State& state) {
+                const sweep_input* const whole = with_key_frames();
+                report(state, [=](figures& own) { run_stitcher(*whole, mode, own); });
+            });
     }
-    tarn::bench::add({subject, "videoStitch, every frame", name, 2}, [] { return true; },
-                     [=](benchmark::State& state) {
-                         const sweep_input* const whole = with_key_frames();
-                         report(state, [=](figures& own) { run_library(*whole, own, nullptr); });
-                     });
+    tarn::bench::add(
+        {subject, "videoStitch, every frame", name, 2}, [] { return true; },
+        [=](benchmark::State& state) {
+            const sweep_input* const whole = with_key_frames();
+            report(state, [=](figures& own) { run_library(*whole, own, nullptr); });
+        });
 }
 
 // A sweep of so many frames, each made when it is its turn, so that only the library holds several.
@@ -339,21 +347,23 @@ TARN_RIVALS(sweep_rivals)
     add_sweep("hall_slide", hall_slide);
     add_sweep("rendered 1920x1080", rendered);
     for (const int length : {50, 100, 200, 400}) {
-        tarn::bench::add({"by length, ms per frame", "videoStitch", std::to_string(length) + " frames of 1280x720", 1},
-                         [] { return true; }, [length](benchmark::State& state) {
-                             for ([[maybe_unused]] auto iteration : state) {
-                                 const figures result = in_own_process(1, [=](figures& own) { run_length(length, own); });
-                                 if (!result.is_right) {
-                                     state.SkipWithError("no panorama");
-                                     return;
-                                 }
-                                 state.SetIterationTime(result.seconds);
-                                 state.counters["cpu s"] = result.cpu_seconds;
-                                 state.counters["peak MB"] = result.megabytes;
-                                 state.counters["panorama MB"] = result.panorama_megabytes;
-                                 state.counters["key frames"] = result.key_frames;
-                             }
-                         });
+        tarn::bench::add(
+            {"by length, ms per frame", "videoStitch", std::to_string(length) + " frames of 1280x720", 1},
+            [] { return true; },
+            [length](benchmark::State& state) {
+                for ([[maybe_unused]] auto iteration : state) {
+                    const figures result = in_own_process(1, [=](figures& own) { run_length(length, own); });
+                    if (!result.is_right) {
+                        state.SkipWithError("no panorama");
+                        return;
+                    }
+                    state.SetIterationTime(result.seconds);
+                    state.counters["cpu s"] = result.cpu_seconds;
+                    state.counters["peak MB"] = result.megabytes;
+                    state.counters["panorama MB"] = result.panorama_megabytes;
+                    state.counters["key frames"] = result.key_frames;
+                }
+            });
     }
 }
 

@@ -115,8 +115,10 @@ void time_stages(benchmark::State& state)
             stitch_big_image(frame, right_angles, full_size, tarn::test::moving_down, index);
             const clock_type::time_point end = clock_type::now();
             whole += milliseconds_between(begin, end);
-            hand_overs[static_cast<size_t>(index)] = milliseconds_between(stages[index][worker_stage::composed], end);
-            turns[static_cast<size_t>(index)] = milliseconds_between(stages[index][worker_stage::turn_taken], end);
+            hand_overs[static_cast<size_t>(index)] =
+                milliseconds_between(stages[index][worker_stage::composed], end);
+            turns[static_cast<size_t>(index)] =
+                milliseconds_between(stages[index][worker_stage::turn_taken], end);
         }
         tarn::worker_stage_hook = nullptr;
         if (tarn::look_at_pipeline().status != tarn::pipeline_ready) {
@@ -126,14 +128,17 @@ void time_stages(benchmark::State& state)
         state.SetIterationTime(whole / 1e3);
         const int last = key_frame_count;
         state.counters["prepare"] = between(worker_stage::started, worker_stage::frame_prepared, 2, last);
-        state.counters["describe"] = between(worker_stage::frame_prepared, worker_stage::frame_described, 2, last);
-        state.counters["write file"] = between(worker_stage::frame_described, worker_stage::file_written, 2, last);
+        state.counters["describe"] =
+            between(worker_stage::frame_prepared, worker_stage::frame_described, 2, last);
+        state.counters["write file"] =
+            between(worker_stage::frame_described, worker_stage::file_written, 2, last);
         state.counters["register"] = between(worker_stage::turn_taken, worker_stage::registered, 2, last);
         state.counters["merge"] = between(worker_stage::registered, worker_stage::composed, 2, last);
         state.counters["hand over"] = median({hand_overs.begin() + 2, hand_overs.end()});
         // Medians over five turns about each: single ones copy the panorama into larger storage.
         for (const int at : {5, 20, 40, 58}) {
-            state.counters["turn " + std::to_string(at)] = median({turns.begin() + at - 2, turns.begin() + at + 3});
+            state.counters["turn " + std::to_string(at)] =
+                median({turns.begin() + at - 2, turns.begin() + at + 3});
         }
     }
 }
@@ -171,8 +176,9 @@ void time_last_frame(benchmark::State& state)
         cv::imencode(".jpg", tarn::look_at_pipeline().panorama, bytes);
         const double encode = milliseconds_between(encoding, clock_type::now());
         stage_times& last = stages[tarn_stitcher.big_frame_index];
-        const double work = milliseconds_between(last[worker_stage::started], last[worker_stage::file_written])
-                            + milliseconds_between(last[worker_stage::turn_taken], last[worker_stage::composed]);
+        const double work =
+            milliseconds_between(last[worker_stage::started], last[worker_stage::file_written])
+            + milliseconds_between(last[worker_stage::turn_taken], last[worker_stage::composed]);
         const double total = milliseconds_between(begin, end);
         state.SetIterationTime(total / 1e3);
         state.counters["own work"] = work;
@@ -208,35 +214,39 @@ struct composition_task {
     cv::Mat compose() const
     {
         const auto merged = tarn::merge_frame(panorama, frame, panorama_from_frame);
-        return tarn::can_grow_in_place(panorama, *merged, 1) ? tarn::grow_in_place(panorama, *merged) : cv::Mat();
+        return tarn::can_grow_in_place(panorama, *merged, 1) ? tarn::grow_in_place(panorama, *merged)
+                                                             : cv::Mat();
     }
 };
 
 void add_composition(int count)
 {
     const std::string input = std::to_string(count) + " key frames";
-    tarn::bench::add({"composition in a turn", "plain transcription", input, 1}, [] { return true; },
-                     [count](benchmark::State& state) {
-                         const composition_task task(count);
-                         cv::Mat kept;  // as the task keeps its panorama until the new one is there
-                         tarn::bench::time_frames(state, 1000, [] {}, [&](size_t) {
-                             kept = reference::compose(task.panorama, task.frame, task.panorama_from_frame).image;
-                         });
-                     });
-    tarn::bench::add({"composition in a turn", "shipped", input, 1},
-                     [count] {
-                         const composition_task task(count);
-                         const cv::Mat expected =
-                             reference::compose(task.panorama, task.frame, task.panorama_from_frame).image;
-                         const cv::Mat actual = task.compose();
-                         return actual.size() == expected.size()
-                                && cv::norm(actual, expected, cv::NORM_INF) == 0.0;
-                     },
-                     [count](benchmark::State& state) {
-                         const composition_task task(count);
-                         tarn::bench::time_frames(state, 1000, [] {},
-                                                  [&](size_t) { benchmark::DoNotOptimize(task.compose()); });
-                     });
+    tarn::bench::add(
+        {"composition in a turn", "plain transcription", input, 1}, [] { return true; },
+        [count](benchmark::State& state) {
+            const composition_task task(count);
+            cv::Mat kept;  // as the task keeps its panorama until the new one is there
+            tarn::bench::time_frames(
+                state, 1000, [] {},
+                [&](size_t) {
+                    kept = reference::compose(task.panorama, task.frame, task.panorama_from_frame).image;
+                });
+        });
+    tarn::bench::add(
+        {"composition in a turn", "shipped", input, 1},
+        [count] {
+            const composition_task task(count);
+            const cv::Mat expected =
+                reference::compose(task.panorama, task.frame, task.panorama_from_frame).image;
+            const cv::Mat actual = task.compose();
+            return actual.size() == expected.size() && cv::norm(actual, expected, cv::NORM_INF) == 0.0;
+        },
+        [count](benchmark::State& state) {
+            const composition_task task(count);
+            tarn::bench::time_frames(
+                state, 1000, [] {}, [&](size_t) { benchmark::DoNotOptimize(task.compose()); });
+        });
 }
 
 TARN_RIVALS(worker_rivals)
@@ -244,10 +254,12 @@ TARN_RIVALS(worker_rivals)
     for (const int count : {5, 20, 40, 60}) {
         add_composition(count);
     }
-    tarn::bench::add({"worker by stage, ms", "one sweep", "60 key frames of 1920x1080", 1}, [] { return true; },
-                     time_stages);
-    tarn::bench::add({"from last frame to file, ms", "90 frames of 1920x1080 at 30 per second", "two threads", 2},
-                     [] { return true; }, time_last_frame);
+    tarn::bench::add(
+        {"worker by stage, ms", "one sweep", "60 key frames of 1920x1080", 1}, [] { return true; },
+        time_stages);
+    tarn::bench::add(
+        {"from last frame to file, ms", "90 frames of 1920x1080 at 30 per second", "two threads", 2},
+        [] { return true; }, time_last_frame);
 }
 
 }  // namespace

@@ -351,9 +351,12 @@ TEST(FrameMerge, FrameMappedToNowhereRaisesTheImageLibrarysErrorOrIsTooLarge)
 
 TEST(FrameMerge, OtherTypesThanThreeBytesRaiseAnError)
 {
-    EXPECT_THROW(tarn::merge_frame(cv::Mat(40, 60, CV_8UC4), plain(30, 20, light), shift_by(0, 0)), cv::Exception);
-    EXPECT_THROW(tarn::merge_frame(plain(60, 40, grey), cv::Mat(20, 30, CV_8UC1), shift_by(0, 0)), cv::Exception);
-    EXPECT_THROW(tarn::merge_frame(plain(60, 40, grey), cv::Mat(20, 30, CV_16UC3), shift_by(0, 0)), cv::Exception);
+    EXPECT_THROW(tarn::merge_frame(cv::Mat(40, 60, CV_8UC4), plain(30, 20, light), shift_by(0, 0)),
+                 cv::Exception);
+    EXPECT_THROW(tarn::merge_frame(plain(60, 40, grey), cv::Mat(20, 30, CV_8UC1), shift_by(0, 0)),
+                 cv::Exception);
+    EXPECT_THROW(tarn::merge_frame(plain(60, 40, grey), cv::Mat(20, 30, CV_16UC3), shift_by(0, 0)),
+                 cv::Exception);
 }
 
 TEST(GrowthInPlace, NeedsTheRoomOnEverySideToWhichThePanoramaGrows)

@@ -1792,11 +1792,13 @@ TEST_F(SpareFrames, FramesThatAnyoneHoldsAreNeverWritten)
     std::vector<cv::Mat> held;
     for (int x = 0; x < 12; ++x) {
         hand_in(x);
-        held.push_back(x % 3 == 2 ? tarn_stitcher.last_frame(cv::Rect(5, 5, 50, 50)) : tarn_stitcher.last_frame);
+        held.push_back(x % 3 == 2 ? tarn_stitcher.last_frame(cv::Rect(5, 5, 50, 50))
+                                  : tarn_stitcher.last_frame);
     }
     for (int x = 0; x < 12; ++x) {
         const cv::Mat frame = view(x, 0);
-        EXPECT_TRUE(same_pixels(held[static_cast<std::size_t>(x)], x % 3 == 2 ? frame(cv::Rect(5, 5, 50, 50)) : frame))
+        EXPECT_TRUE(
+            same_pixels(held[static_cast<std::size_t>(x)], x % 3 == 2 ? frame(cv::Rect(5, 5, 50, 50)) : frame))
             << x;
     }
 }
@@ -1930,7 +1932,8 @@ TEST_P(AgainstPlainSteps, RandomSweepAgreesFieldByFieldToTheLastBit)
         // What a host may write.
         if (plain.frame_index > 0 && random.uniform(0, 25) == 0) {
             const uchar value = static_cast<uchar>(random.uniform(0, 256));
-            for (cv::Mat* reference : {&plain.reference_gray, &tarn_stitcher.last_check_data.scaled_gray_frame}) {
+            for (cv::Mat* reference :
+                 {&plain.reference_gray, &tarn_stitcher.last_check_data.scaled_gray_frame}) {
                 *reference = reference->clone();
                 reference->col(reference->cols / 2).setTo(value);
             }
@@ -1941,7 +1944,8 @@ TEST_P(AgainstPlainSteps, RandomSweepAgreesFieldByFieldToTheLastBit)
                              ? videoStitch(tarn::test::host_frame_from(frame), hint, 0)[0]
                              : tarn_stitcher.ofcheck_stitch(frame = frame.clone(), hint, 0)[0];
         EXPECT_EQ(code, plain.feed(frame, hint)) << "frame " << i;
-        ASSERT_TRUE(getCurrentPanoramsShowMat().isContinuous());
+        const cv::Mat preview = getCurrentPanoramsShowMat();
+        ASSERT_TRUE(preview.empty() || preview.isContinuous());
         for (const auto& [image, copy] : kept)
             ASSERT_TRUE(same_pixels(image, copy)) << "frame " << i;
         ASSERT_EQ(plain.differences(tarn_stitcher), "") << "frame " << i << " of sweep " << GetParam();

@@ -31,10 +31,12 @@ public:
     {
         cv::setNumThreads(count);
     }
+
     ~with_threads()
     {
         cv::setNumThreads(before_);
     }
+
     with_threads(const with_threads&) = delete;
     with_threads& operator=(const with_threads&) = delete;
 
@@ -136,7 +138,8 @@ TEST(FrameFlow, AgreesWithTheLibraryWhereverPointsGo)
     for (int i = 0; i < tarn::test::scaled_count(300, 40); ++i) {
         const cv::Size size(random.integer(8, 200), random.integer(8, 150));
         const cv::Mat reference = any_gray(random, size);
-        const cv::Mat gray = random.one_in(3) ? any_gray(random, size) : gray_view(random.integer(-40, 40), 0, size);
+        const cv::Mat gray =
+            random.one_in(3) ? any_gray(random, size) : gray_view(random.integer(-40, 40), 0, size);
         points from;
         for (int n = random.integer(1, 90); n > 0; --n) {
             from.emplace_back(random.real(-60.0f, static_cast<float>(size.width) + 60.0f),
@@ -175,7 +178,8 @@ TEST(FrameFlow, FollowsTheReferenceWhateverBecomesOfIt)
 {
     const points from = library_corners(gray_view(0, 0));
     cv::Mat reference = gray_view(0, 0);
-    ASSERT_TRUE(same_flow(library_flow(reference, gray_view(3, 1), from), own_flow(reference, gray_view(3, 1), from)));
+    ASSERT_TRUE(
+        same_flow(library_flow(reference, gray_view(3, 1), from), own_flow(reference, gray_view(3, 1), from)));
     // The frame after becomes the reference; then an earlier one; then one that was never seen.
     for (const int x : {3, 3, 0, 9}) {
         reference = gray_view(x, x == 3 ? 1 : 0);
