@@ -7,10 +7,10 @@
 #include <utility>
 
 #include <opencv2/calib3d.hpp>
-#include <opencv2/imgcodecs.hpp>
 
 #include "high_res_composition.h"
 #include "high_res_frame.h"
+#include "private_file.h"
 #include "tarn_stitcher.h"
 #include "worker_protocol.h"
 
@@ -146,7 +146,7 @@ private:
                 const auto lock = tarn::lock_task(generation_);
                 path = big_local_path + "big_frame" + std::to_string(index_) + ".jpg";
             }
-            cv::imwrite(path, described_.scaled_frame);
+            tarn::write_private_jpeg(path, described_.scaled_frame);
             const auto lock = tarn::lock_task(generation_);
             test_image_path.swap(path);
         }
@@ -382,7 +382,7 @@ bool TarnStitcher::get_big_image(int last_big_frame_index)
         panorama = big_stitch_image;
         _img_path = big_local_path + "big_stitch.jpg";
     }
-    cv::imwrite(_img_path, panorama);
+    tarn::write_private_jpeg(_img_path, panorama);
     big_stitch_image_path = _img_path;
     return true;
 }

@@ -1,0 +1,66 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "private_file.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <exception>
+#include <fcntl.h>
+#include <unistd.h>
+#include <vector>
+
+#include <opencv2/imgcodecs.hpp>
+
+namespace tarn {
+
+namespace {
+
+bool write_all(int descriptor, const std::vector<unsigned char>& bytes)
+{
+    size_t done = 0;
+    while (done < bytes.size()) {
+        const ssize_t written = write(descriptor, bytes.data() + done, bytes.size() - done);
+        if (written > 0) {
+            done += static_cast<size_t>(written);
+        } else if (written == 0 || errno != EINTR) {
+            return false;
+        }
+    }
+    return true;
+}
+
+// A name in the directory of `path` for mkstemp to complete, no longer than the shortest name that is written here:
+// where that one fits into the limits of the system, this one does.
+std::string temporary_name(const std::string& path)
+{
+    return path.substr(0, path.rfind('/') + 1) + ".tarn-XXXXXX";
+}
+
+}  // namespace
+
+bool write_private_jpeg(const std::string& path, const cv::Mat& image)
+{
+    CV_Assert(!image.empty());
+    std::vector<unsigned char> bytes;
+    std::string temporary;
+    try {
+        cv::imencode(".jpg", image, bytes);
+        temporary = temporary_name(path);
+    } catch (const std::exception&) {
+        return false;  // more pixels than the format takes, or too little memory: like any file that is not written
+    }
+    const int descriptor = mkstemp(temporary.data());  // a new file of mode 0600
+    if (descriptor < 0) {
+        return false;
+    }
+    fcntl(descriptor, F_SETFD, FD_CLOEXEC);
+    const bool written = write_all(descriptor, bytes);
+    // Some file systems find out only now that they are full.
+    if (close(descriptor) != 0 || !written || std::rename(temporary.c_str(), path.c_str()) != 0) {
+        unlink(temporary.c_str());
+        return false;
+    }
+    return true;
+}
+
+}  // namespace tarn
