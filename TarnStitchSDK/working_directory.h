@@ -24,8 +24,7 @@ void getFilePath(const char* path, const char* filename, char* filepath);
 /// else (a symbolic link, a device, a socket, nothing) is left alone. A directory inside the tree that holds
 /// something left alone stays as well.
 ///
-/// Paths inside the tree may be of any length. One file descriptor is open per level of nesting; what lies
-/// deeper than the process has descriptors stays.
+/// Paths inside the tree may be of any length, and the tree of any depth: three file descriptors are open at most.
 void deleteFile(const char* path);
 
 namespace tarn {

@@ -7,7 +7,9 @@
 #include <fcntl.h>
 #include <filesystem>
 #include <fstream>
+#include <pthread.h>
 #include <string>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -367,6 +369,54 @@ TEST_F(DeleteFile, HundredsOfLevels)
     ASSERT_TRUE(make_deep_tree(top, 250, 1));
     deleteFile(top.c_str());
     EXPECT_TRUE(fs::is_empty(top));
+}
+
+TEST_F(DeleteFile, TreeDeeperThanTheProcessHasDescriptorsOrStack)
+{
+    // On a thread with the smallest of stacks and with few descriptors left.
+    const std::string top = directory("top");
+    ASSERT_TRUE(make_deep_tree(top, 3000, 1));
+    rlimit kept{};
+    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &kept), 0);
+    const int lowest_free = dup(0);
+    close(lowest_free);
+    const rlimit few = {static_cast<rlim_t>(lowest_free) + 3, kept.rlim_max};
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &few), 0);
+
+    pthread_attr_t attributes;
+    pthread_attr_init(&attributes);
+    pthread_attr_setstacksize(&attributes, size_t{128} * 1024);
+    pthread_t thread{};
+    const auto empty_it = [](void* path) -> void* {
+        deleteFile(static_cast<const char*>(path));
+        return nullptr;
+    };
+    std::string path_of_thread = top;
+    ASSERT_EQ(pthread_create(&thread, &attributes, empty_it, path_of_thread.data()), 0);
+    pthread_join(thread, nullptr);
+    pthread_attr_destroy(&attributes);
+
+    setrlimit(RLIMIT_NOFILE, &kept);
+    EXPECT_TRUE(fs::is_empty(top));
+}
+
+TEST_F(DeleteFile, BranchesBelowADirectoryThatStaysAreEmptied)
+{
+    // Up from a directory that stays, the next one is not forgotten, nor is the one that stays visited again.
+    const std::string top = directory("top");
+    for (const char* branch : {"a", "b", "c"}) {
+        const std::string name = std::string("top/") + branch;
+        file(name + "/1/2/file");
+        file(name + "/3/file");
+        fs::create_symlink("nowhere", path(name + "/1/link"));
+    }
+    deleteFile(top.c_str());
+    for (const char* branch : {"a", "b", "c"}) {
+        const std::string name = std::string("top/") + branch;
+        EXPECT_TRUE(exists(path(name + "/1/link")));
+        EXPECT_FALSE(exists(path(name + "/1/2")));
+        EXPECT_FALSE(exists(path(name + "/3")));
+    }
 }
 
 TEST_F(DeleteFile, MoreFilesThanOneReadOfTheDirectoryReturns)
