@@ -359,35 +359,42 @@ void stitch_big_image(cv::Mat frame, std::vector<float> angles, std::vector<floa
 
 bool TarnStitcher::get_big_image(int last_big_frame_index)
 {
+    return tarn::finish_panorama(*this, last_big_frame_index, tarn::current_generation());
+}
+
+namespace tarn {
+
+bool finish_panorama(TarnStitcher& task, int last_big_frame_index, task_generation generation)
+{
     const wait_clock clock;
     const int entry_status = load_acquire(big_stitch_status);
-    if (entry_status == tarn::pipeline_failed) {
+    if (entry_status == pipeline_failed) {
         return false;
     }
     while (load_acquire(big_frame_num) < last_big_frame_index) {
-        if (clock.has_run_out()) {
+        if (clock.has_run_out() || generation != current_generation()) {
             break;
         }
         usleep(poll_interval);
     }
 
-    const tarn::working_directory_lock directory_stays;
+    const working_directory_lock directory_stays;  // and with it the task
     cv::Mat panorama;
     std::string _img_path;
     {
-        const auto lock = tarn::lock_current_task();
-        if (big_frame_num != last_big_frame_index || big_stitch_status != tarn::pipeline_ready) {
+        const auto lock = lock_current_task();
+        if (generation != current_generation() || big_frame_num != last_big_frame_index
+            || big_stitch_status != pipeline_ready) {
             return true;  // nothing to write; the path tells, not the result. This is meant.
         }
         panorama = big_stitch_image;
         _img_path = big_local_path + "big_stitch.jpg";
     }
-    tarn::write_private_jpeg(_img_path, panorama);
-    big_stitch_image_path = _img_path;
+    write_private_jpeg(_img_path, panorama);
+    const auto lock = lock_current_task();
+    task.big_stitch_image_path = _img_path;
     return true;
 }
-
-namespace tarn {
 
 void launch_worker(const cv::Mat& frame, const std::vector<float>& angles, const std::vector<float>& scales,
                    int direction, int big_frame_index)

@@ -17,6 +17,7 @@
 #include "numeric.h"
 #include "preview_composition.h"
 #include "tarn_stitcher.h"
+#include "worker_protocol.h"
 
 namespace {
 
@@ -253,6 +254,13 @@ bool has_sane_size(const placement& place)
 
 // ------------------------------------------------------------------------------------------------ composition
 
+// Replaces the preview, which a getter may be copying.
+void show_preview(TarnStitcher& task, const cv::Mat& preview)
+{
+    const auto lock = tarn::lock_current_task();
+    task.last_stitch_image = preview;
+}
+
 // Lays the frame onto the preview, which grows as far as the frame needs.
 void compose_preview(TarnStitcher& task, const live_frame& current, placement& place)
 {
@@ -269,7 +277,7 @@ void compose_preview(TarnStitcher& task, const live_frame& current, placement& p
                                truncate_to_int(place.warp_width), truncate_to_int(place.warp_height));
     tarn::paste_onto_preview(panorama, old_place, stitch_image, current.frame, frame_place, warpH,
                              place.transpose_corners);
-    task.last_stitch_image = stitch_image;
+    show_preview(task, stitch_image);
 }
 
 // ------------------------------------------------------------------------------------------------- the result
@@ -329,7 +337,7 @@ void grade(TarnStitcher& task, int in_count, float move_distance, float maxa, in
 // Makes the first frame with enough corners the reference and the preview.
 void begin_panorama(TarnStitcher& task, const live_frame& current)
 {
-    task.last_stitch_image = current.frame;
+    show_preview(task, current.frame);
     task.last_warp_points = current.frame_corners;
     task.last_check_data.scaled_gray_frame = current.scaled_gray_frame;
     task.last_check_data.good_keypoints = current.frame_good_keypoints;
@@ -350,7 +358,8 @@ void hand_over(TarnStitcher& task, const cv::Mat& frame, const std::vector<float
 
 int* TarnStitcher::ofcheck_stitch(cv::Mat& input_frame, const int direction, const int is_last_one)
 {
-    static int stitch_result[2];
+    // Of each thread its own, so that an overlapping call, which is answered "busy", leaves this one's alone.
+    static thread_local int stitch_result[2];
 
     // The rows are printed twice, and the line is left without an end. Both are meant.
     std::cout << "input_frame shape is " << input_frame.rows << "*" << input_frame.rows << ", type is "
@@ -364,14 +373,19 @@ int* TarnStitcher::ofcheck_stitch(cv::Mat& input_frame, const int direction, con
     }
     if (is_last_one != 0) {
         // The last frame goes to the worker without being registered here.
+        auto members = tarn::lock_members();
         hand_over(*this, input_frame, last_angles, last_scales, direction);
-        if (!get_big_image(big_frame_index)) {
+        const int last_index = big_frame_index;
+        const tarn::task_generation generation = tarn::current_generation();
+        members.unlock();
+        if (!tarn::finish_panorama(*this, last_index, generation)) {
             stitch_result[0] = code_pipeline_failed;
         }
         return stitch_result;
     }
-    if (tarn::load_acquire(stitcher_status) == registering) {
-        std::cout << "check: The stitcher is still running other function!" << stitcher_status << std::endl;
+    const auto members = tarn::try_to_lock_members();
+    if (!members || tarn::load_acquire(stitcher_status) == registering) {
+        std::cout << "check: The stitcher is still running other function!" << registering << std::endl;
         stitch_result[0] = code_stop;
         return stitch_result;
     }

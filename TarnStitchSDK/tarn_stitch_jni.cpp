@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tarn_stitch_jni.h"
 
-#include <algorithm>
 #include <cstdint>
 #include <iostream>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <utility>
 
 #include <opencv2/imgproc.hpp>
 
@@ -25,7 +25,8 @@ void wait_while_busy()
     constexpr int longest_sum = 1000000;  // µs; exceeded by the eleventh sleep
     int total_sleep = 0;
     const auto busy = [] {
-        const int status = tarn::load_acquire(tarn_stitcher.stitcher_status);
+        const auto members = tarn::lock_members();
+        const int status = tarn_stitcher.stitcher_status;
         return status == 1 || status == 2;
     };
     while (total_sleep <= longest_sum && busy()) {
@@ -39,13 +40,16 @@ void start_task(const std::string& _local_path)
 {
     // Held throughout, so that no worker of the old task puts a file into a directory just emptied.
     const tarn::working_directory_lock no_file_is_written;
+    const auto members = tarn::lock_members();
     if (_local_path != tarn_stitcher.local_path) {
         tarn_stitcher.remove_local_path();
     }
     constexpr mode_t owner_may_write = 0200;  // exactly this mode
     if (_local_path.empty() || isFloderexit(_local_path.c_str())
         || mkdir(_local_path.c_str(), owner_may_write) == 0) {
-        tarn_stitcher = TarnStitcher(_local_path);
+        TarnStitcher fresh(_local_path);
+        const auto nobody_looks = tarn::lock_current_task();
+        tarn_stitcher = std::move(fresh);
     }
 }
 
@@ -76,10 +80,12 @@ int* videoStitch(cv::Mat mat, int direction, int is_last_one)
         cv::cvtColor(mat, input_frame, cv::COLOR_RGBA2BGR);
         const int* stitch_result = tarn_stitcher.ofcheck_stitch(input_frame, direction, is_last_one);
         input_frame.release();
-        std::copy_n(stitch_result, 2, buf);
+        tarn::store_release(buf[0], stitch_result[0]);
+        tarn::store_release(buf[1], stitch_result[1]);
     } catch (const std::exception& e) {
         // buf keeps the result of the frame before.
         std::cout << "stitch: When checkimage encounter an error" << e.what() << std::endl;
+        const auto members = tarn::lock_members();
         tarn::store_release(tarn_stitcher.stitcher_status, 3);
     }
     const std::int64_t finish = cv::getTickCount();
@@ -90,13 +96,14 @@ int* videoStitch(cv::Mat mat, int direction, int is_last_one)
 
 const char* getCurrentPanoramaShow()
 {
+    const auto lock = tarn::lock_current_task();
     return tarn_stitcher.big_stitch_image_path.c_str();
 }
 
 const char* getTestCurrentPanoramaShow()
 {
-    // A copy of the host's own: a worker may replace the string at any moment, and with it the characters.
-    static std::string shown_path;
+    // A copy of the calling thread's own: a worker may replace the string at any moment, and with it the characters.
+    static thread_local std::string shown_path;
     try {
         const auto lock = tarn::lock_current_task();
         shown_path = test_image_path;
@@ -108,13 +115,14 @@ const char* getTestCurrentPanoramaShow()
 
 cv::Mat getCurrentPanoramsShowMat()
 {
+    const auto lock = tarn::lock_current_task();
     return tarn_stitcher.last_stitch_image;
 }
 
 int* nativeCarrier_getCurrentPanoramaShow()
 {
     try {
-        return matToBitmapArray(tarn_stitcher.last_stitch_image);
+        return matToBitmapArray(getCurrentPanoramsShowMat());
     } catch (const std::exception&) {
         return nullptr;
     }

@@ -29,6 +29,12 @@ std::mutex& handover_mutex()
     return mutex;
 }
 
+std::recursive_mutex& members_mutex()
+{
+    static auto& mutex = *new std::recursive_mutex;
+    return mutex;
+}
+
 // The body of a parallel loop that does nothing. No lambda: its wrapper would be read on the image library's
 // threads, whose meeting with this one ThreadSanitizer cannot see.
 struct empty_loop : cv::ParallelLoopBody {
@@ -103,6 +109,16 @@ std::unique_lock<std::mutex> lock_task(task_generation generation)
 std::unique_lock<std::mutex> lock_current_task()
 {
     return std::unique_lock<std::mutex>(handover_mutex());
+}
+
+std::unique_lock<std::recursive_mutex> lock_members()
+{
+    return std::unique_lock<std::recursive_mutex>(members_mutex());
+}
+
+std::unique_lock<std::recursive_mutex> try_to_lock_members()
+{
+    return {members_mutex(), std::try_to_lock};
 }
 
 std::unique_lock<std::mutex> begin_task()

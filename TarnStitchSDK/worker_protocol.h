@@ -23,6 +23,8 @@
 #include <cstdint>
 #include <mutex>
 
+class TarnStitcher;
+
 namespace tarn {
 
 using task_generation = std::uint64_t;
@@ -43,6 +45,15 @@ std::unique_lock<std::mutex> lock_task(task_generation generation);
 
 /// The hand-over mutex, locked, for the host's thread, whose calls always belong to the current task.
 std::unique_lock<std::mutex> lock_current_task();
+
+/// Keeps the members of tarn_stitcher to one thread: held while a frame is registered or handed over, and while the
+/// task is replaced. A host whose calls never overlap never waits for it; one whose calls do overlap, against the
+/// rules, is answered in turn or as the interface says, and loses nothing. May be nested on one thread. Taken after
+/// the working directory's lock and before the hand-over mutex, which also guards what the getters read.
+std::unique_lock<std::recursive_mutex> lock_members();
+
+/// The same, or a lock that is not held (false) when another thread is at the members.
+std::unique_lock<std::recursive_mutex> try_to_lock_members();
 
 /// Raises the generation, so that all workers in flight are of a replaced task, and returns the hand-over
 /// mutex locked, for the constructor to reset what they shared.
@@ -76,6 +87,10 @@ void mark_failed(int big_frame_index);
 
 /// The frame noted by the first mark_failed of the task, 0 if none. The hand-over mutex must be held.
 int first_failed_frame();
+
+/// TarnStitcher::get_big_image for a frame handed over in the given generation. Ends at the next poll, having written
+/// nothing, when another thread replaces the task meanwhile.
+bool finish_panorama(TarnStitcher& task, int last_big_frame_index, task_generation generation);
 
 /// Number of workers, of any generation, that were launched and have not yet finished.
 int workers_in_flight();
