@@ -2,6 +2,7 @@
 #include "spare_frames.h"
 
 #include <array>
+#include <mutex>
 #include <utility>
 
 #include "shared_access.h"
@@ -11,10 +12,16 @@ namespace tarn {
 namespace {
 
 // Two, since one of them is always the task's last frame. One that a worker or the host holds on to is its alone
-// as soon as another is needed. Never destroyed: frames may come as long as the process lives.
-std::array<cv::Mat, 2>& kept_frames()
+// as soon as another is needed.
+struct kept_frames {
+    std::mutex mutex;  // for hosts whose calls overlap
+    std::array<cv::Mat, 2> frames;
+};
+
+// Never destroyed: frames may come as long as the process lives.
+kept_frames& kept()
 {
-    static auto& frames = *new std::array<cv::Mat, 2>;
+    static auto& frames = *new kept_frames;
     return frames;
 }
 
@@ -28,21 +35,23 @@ bool is_only_header(const cv::Mat& image)
 
 cv::Mat take_spare_frame(cv::Size size, int type)
 {
-    std::array<cv::Mat, 2>& kept = kept_frames();
-    for (const cv::Mat& frame : kept) {
+    const std::lock_guard<std::mutex> lock(kept().mutex);
+    std::array<cv::Mat, 2>& frames = kept().frames;
+    for (const cv::Mat& frame : frames) {
         if (frame.size() == size && frame.type() == type && is_only_header(frame)) {
             return frame;
         }
     }
-    std::swap(kept[0], kept[1]);  // the one taken longest ago goes
-    kept[1].release();
-    kept[1].create(size, type);
-    return kept[1];
+    std::swap(frames[0], frames[1]);  // the one taken longest ago goes
+    frames[1].release();
+    frames[1].create(size, type);
+    return frames[1];
 }
 
 void release_spare_frames()
 {
-    kept_frames().fill(cv::Mat());
+    const std::lock_guard<std::mutex> lock(kept().mutex);
+    kept().frames.fill(cv::Mat());
 }
 
 }  // namespace tarn
