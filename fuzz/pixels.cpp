@@ -136,6 +136,17 @@ void check_projection(input_bytes& input, bool sphere)
     check(guarded.guards_are_untouched(), "projection stays inside");
 }
 
+/// The same frame once more, onto a panorama that may have the room to grow where it is.
+void check_growth_in_place(cv::Mat panorama, const cv::Mat& frame, const cv::Mat& H)
+{
+    const auto merged = tarn::merge_frame(panorama, frame, H);
+    if (!merged || !tarn::can_grow_in_place(panorama, *merged, panorama.u->refcount)) {
+        return;
+    }
+    const reference::composition expected = reference::compose(panorama.clone(), frame, H);
+    check(same_image(expected.image, tarn::grow_in_place(panorama, *merged)), "growing in place: the canvas");
+}
+
 void check_composition(input_bytes& input)
 {
     const cv::Mat panorama = input.image({input.integer(1, 160), input.integer(1, 160)}, CV_8UC3);
@@ -158,16 +169,20 @@ void check_composition(input_bytes& input)
     guarded_view shipped_panorama(panorama);
     guarded_view shipped_frame(frame);
     try {
-        const auto grown = tarn::compose(shipped_panorama.view(), shipped_frame.view(), H);
-        check(!raises, "compose raises when its definition does");
-        check(grown.has_value() != expected.is_too_large, "compose: the limit of the canvas");
-        check(!grown || same_image(expected.image, grown->image), "compose: the canvas");
-        check(!grown || same_image(expected.H, grown->panorama_from_frame), "compose: the homography");
+        const auto merged = tarn::merge_frame(shipped_panorama.view(), shipped_frame.view(), H);
+        check(!raises, "merging raises when its definition does");
+        check(merged.has_value() != expected.is_too_large, "merging: the limit of the canvas");
+        if (merged) {
+            const cv::Mat grown = tarn::grow_in_new_storage(shipped_panorama.view(), *merged);
+            check(same_image(expected.image, grown), "growing: the canvas");
+            check(same_image(expected.H, merged->panorama_from_frame), "merging: the homography");
+            check_growth_in_place(grown, frame, H);
+        }
     } catch (const cv::Exception&) {
-        check(raises, "compose raises only when its definition does");
+        check(raises, "merging raises only when its definition does");
     }
-    check(same_image(panorama, shipped_panorama.view()), "compose only reads the panorama");
-    check(same_image(frame, shipped_frame.view()), "compose only reads the frame");
+    check(same_image(panorama, shipped_panorama.view()), "merging only reads the panorama");
+    check(same_image(frame, shipped_frame.view()), "merging only reads the frame");
 }
 
 void check_export(input_bytes& input)

@@ -27,10 +27,9 @@ constexpr std::size_t most_characters = 40;
 void check_arguments(input_bytes& input)
 {
     static const std::vector<std::string> known = {
-        "-o",          "--output",  "--preview", "--sensor-orientation",
-        "--direction", "--workers", "--help",    "--version",
-        "-h",          "--",        "-",         "right",
-        "none",        "3",         "clip.mp4",  ""};
+        "-o",    "--output", "--preview",   "--frames",  "--turn", "--crop", "--step", "--fps",      "--start",
+        "--end", "--json",   "--direction", "--workers", "--help", "--",     "-",      "right",      "none",
+        "3",     "0:01:30",  "clip.mp4",    "-q",        "1e9",    "nan",    "jpg",    "--realtime", ""};
     std::vector<std::string> arguments = {"tarnstitch"};
     const int count = input.integer(0, 12);
     for (int i = 0; i < count; ++i) {
@@ -48,7 +47,7 @@ void check_arguments(input_bytes& input)
     try {
         const tarn::host::options options =
             tarn::host::parse_options(static_cast<int>(arguments.size()), argv.data());
-        check(options.help || options.version || !options.input.empty(),
+        check(options.help || options.version || !options.inputs.empty(),
               "an accepted command line has an input");
         check(options.workers >= 0 && options.workers <= 16, "the number of workers is within its limits");
     } catch (const tarn::host::host_error& error) {
