@@ -76,9 +76,12 @@ TEST_F(JumpingClock, WaitsOfASweepNeitherEndEarlyNorLate)
     const std::vector<unsigned char> undisturbed = whole_sweep(directory());
     ASSERT_FALSE(undisturbed.empty());
     clock_jumps = true;
-    // Worker 2 holds its turn until worker 3 has polled for its own some times.
-    stepper.at(worker_stage::turn_taken, 2,
-               [this] { stepper.wait_until_at(worker_stage::polling_for_idle, 3, 5); });
+    // Worker 3 arrives while worker 2 holds its turn, which goes on until it has polled some times.
+    stepper.hold_at(worker_stage::file_written, 3);
+    stepper.at(worker_stage::turn_taken, 2, [this] {
+        stepper.let_go(worker_stage::file_written, 3);
+        stepper.wait_until_at(worker_stage::polling_for_idle, 3, 5);
+    });
     EXPECT_TRUE(whole_sweep(directory()) == undisturbed);
     EXPECT_EQ(tarn::look_at_pipeline().status, 3) << "no wait timed out";
 }

@@ -124,7 +124,8 @@ public:
     {
     }
 
-    void after_round()
+    /// @param allowed  MiB that what the sweep has to show may take beyond the level
+    void after_round(double allowed = 0.0)
     {
         ++round_;
         if (round_ <= warm_) {
@@ -136,18 +137,23 @@ public:
         }
         last_ = settled_resources(level_);
         greatest_ = std::max(greatest_, last_.resident);
+        course_.push_back(last_.resident);
         require(last_.threads <= level_.threads,
                 "threads are back: " + text_of(last_) + ", were " + text_of(level_));
         require(last_.descriptors <= level_.descriptors,
                 "descriptors are back: " + text_of(last_) + ", were " + text_of(level_));
-        require(last_.resident <= level_.resident + memory_margin,
+        require(last_.resident <= level_.resident + memory_margin + allowed,
                 "memory is back: " + text_of(last_) + ", was " + text_of(level_));
     }
 
     void report() const
     {
-        std::printf("held after warming up: %s\nheld at the end:       %s (greatest %.1f MiB)\n",
+        std::printf("held after warming up: %s\nheld at the end:       %s (greatest %.1f MiB)\nMiB by tenths:",
                     text_of(level_).c_str(), text_of(last_).c_str(), greatest_);
+        for (std::size_t tenth = 1; tenth <= 10 && !course_.empty(); ++tenth) {
+            std::printf(" %.0f", course_[std::max<std::size_t>(course_.size() * tenth / 10, 1) - 1]);
+        }
+        std::printf("\n");
     }
 
 private:
@@ -156,6 +162,7 @@ private:
     resources level_;
     resources last_;
     double greatest_ = 0.0;
+    std::vector<double> course_;
 };
 
 std::vector<cv::Mat> host_frames(const rendered_sweep& sweep)
@@ -184,7 +191,12 @@ std::string whole_sweep(const std::vector<cv::Mat>& frames, const std::string& d
     }
     wait_for_workers();
     const std::string bytes = panorama_bytes();
-    require(!bytes.empty(), "the sweep has a panorama");
+    const tarn::pipeline_snapshot pipeline = tarn::look_at_pipeline();
+    require(!bytes.empty(),
+            "the sweep has a panorama: status " + std::to_string(pipeline.status) + ", "
+                + std::to_string(pipeline.turns_over) + " of " + std::to_string(tarn_stitcher.big_frame_index)
+                + " turns over, first failure " + std::to_string(pipeline.first_failed_frame) + ", path \""
+                + getCurrentPanoramaShow() + "\", directory " + (fs::exists(directory) ? "there" : "gone"));
     return bytes;
 }
 
@@ -266,7 +278,9 @@ void one_sweep(int count, const std::vector<cv::Mat>& frames, bool may_fail)
         }
         wait_for_workers();
         if (i % std::max(1, count / rounds_of_watch) == 0) {
-            held.after_round();
+            // The panorama, twice while it grows, with as much again in reserve.
+            const cv::Mat panorama = tarn::look_at_pipeline().panorama;
+            held.after_round(4.0 * static_cast<double>(panorama.total() * 3) / 1048576.0);
         }
         preview = cv::Size(std::max(preview.width, tarn_stitcher.last_stitch_image.cols),
                            std::max(preview.height, tarn_stitcher.last_stitch_image.rows));
@@ -275,8 +289,10 @@ void one_sweep(int count, const std::vector<cv::Mat>& frames, bool may_fail)
         require(videoStitch(frames[0], 0, 1)[0] > 0, "the last frame is taken");
         require(!panorama_bytes().empty(), "the sweep has a panorama");
     }
-    std::printf("%zu frames, %d key frames, preview at most %d x %d\ncodes:", milliseconds.size(),
-                tarn_stitcher.big_frame_index, preview.width, preview.height);
+    const cv::Mat panorama = tarn::look_at_pipeline().panorama;
+    std::printf(
+        "%zu frames, %d key frames, preview at most %d x %d, panorama %d x %d\ncodes:", milliseconds.size(),
+        tarn_stitcher.big_frame_index, preview.width, preview.height, panorama.cols, panorama.rows);
     for (const auto& [code, times] : codes) {
         std::printf("  %d: %d times", code, times);
     }
@@ -313,6 +329,7 @@ int main(int argc, char** argv)
     }
     no_output nowhere;
     std::streambuf* const console = std::cout.rdbuf(&nowhere);
+    max_wait_seconds = 600;  // nobody gives up because the machine is busy
     if (what == "cancel") {
         cancel(count);
     } else if (what == "frames") {
