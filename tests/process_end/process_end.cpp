@@ -10,16 +10,18 @@
 //
 // WAY is return (from main), exit (called by the host's thread) or thread (exit, called by another thread). With
 // PROCESS_END_EARLY in the environment the first worker of all is launched before main.
+#include <array>
+#include <atomic>
 #include <condition_variable>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <iostream>
 #include <mutex>
 #include <random>
 #include <string>
-#include <sys/stat.h>
+#include <sys/resource.h>
 #include <system_error>
 #include <thread>
 #include <unistd.h>
@@ -62,6 +64,37 @@ void launch(int index, int direction = 3, float upper_angle = 90.0f, float lower
                         {1.0f, 1.0f, 1.0f, 1.0f}, direction, index);
 }
 
+// A way to have a worker stuck in the writing of its file: files may not grow any more, and the signal that tells so is
+// handled on the thread that writes, by waiting for the end of a pipe.
+std::array<int, 2> stuck_until_closed = {-1, -1};
+std::atomic<bool> writers_get_stuck{false};
+rlimit file_sizes_before{};
+
+void wait_in_handler(int /*signal*/)
+{
+    char none = 0;
+    [[maybe_unused]] const ssize_t end = read(stuck_until_closed[0], &none, 1);
+}
+
+void let_writers_get_stuck()
+{
+    struct sigaction action = {};
+    action.sa_handler = wait_in_handler;
+    if (pipe(stuck_until_closed.data()) != 0 || sigaction(SIGXFSZ, &action, nullptr) != 0
+        || getrlimit(RLIMIT_FSIZE, &file_sizes_before) != 0) {
+        give_up("writers cannot be held up");
+    }
+    const rlimit nothing = {0, file_sizes_before.rlim_max};
+    setrlimit(RLIMIT_FSIZE, &nothing);
+    writers_get_stuck = true;
+}
+
+void let_writers_go()
+{
+    setrlimit(RLIMIT_FSIZE, &file_sizes_before);
+    close(stuck_until_closed[1]);
+}
+
 /// The host's oldest object: constructed before the library's are in use, destroyed after the library has waited
 /// for its workers.
 class oldest_object {
@@ -77,7 +110,7 @@ public:
 
     ~oldest_object()
     {
-        if (!pipe_.empty()) {
+        if (writers_get_stuck) {
             finish_stuck_worker();
         }
         if (tarn::workers_in_flight() != 0) {
@@ -96,24 +129,13 @@ public:
         return directory_;
     }
 
-    /// Puts a pipe in the place of a frame file: whoever opens it for writing waits until somebody reads.
-    void make_pipe(int index)
-    {
-        pipe_ = directory_ + "big_frame" + std::to_string(index) + ".jpg";
-        if (mkfifo(pipe_.c_str(), 0600) != 0) {
-            give_up("no pipe can be made");
-        }
-    }
-
 private:
     void finish_stuck_worker()
     {
         if (tarn::workers_in_flight() == 0) {
             give_up("the worker was not stuck");
         }
-        std::ifstream file(pipe_, std::ios::binary);
-        while (file.get() != std::ifstream::traits_type::eof()) {
-        }
+        let_writers_go();
         while (tarn::workers_in_flight() > 0) {
             rest(1000);
         }
@@ -130,7 +152,6 @@ private:
     }
 
     std::string directory_;
-    std::string pipe_;
 };
 
 oldest_object host;
@@ -150,7 +171,8 @@ struct meeting {
     worker_stage awaited = worker_stage::started;
     int awaited_index = 0;
     bool arrived = false;
-    int held_index = 0;  // a worker that waits at turn_taken until the end begins
+    int held_index = 0;   // a worker that waits at turn_taken until the end begins
+    int stuck_index = 0;  // a worker that is to get stuck in its file
     bool ending = false;
 };
 
@@ -167,6 +189,9 @@ void stage_reached(worker_stage stage, int index)
     if (stage == m.awaited && index == m.awaited_index) {
         m.arrived = true;
         m.changed.notify_all();
+    }
+    if (stage == worker_stage::frame_described && index == m.stuck_index) {
+        let_writers_get_stuck();
     }
     if (stage == worker_stage::turn_taken && index == m.held_index) {
         m.changed.wait(lock, [&m] { return m.ending; });
@@ -285,7 +310,7 @@ int main(int argc, char** argv)
         rest(draw(0, 60000));
     } else if (moment == "stuck") {
         const int index = std::atoi(words[3].c_str());
-        host.make_pipe(index);
+        the_meeting().stuck_index = index;
         reach(worker_stage::frame_described, index);
         rest(draw(0, 30000));
     } else if (parse_stage(moment, stage)) {
