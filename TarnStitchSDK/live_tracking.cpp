@@ -98,10 +98,14 @@ bool is_made_of(const pyramid& levels, const cv::Mat& gray)
     return true;
 }
 
+// Reuses the storage of the levels. They are empty after an exception: the library leaves half-made ones, which
+// would be taken for those of their first level's image.
 void build(pyramid& levels, const cv::Mat& gray)
 {
-    cv::buildOpticalFlowPyramid(gray, levels, window(), max_level, true, cv::BORDER_REFLECT_101,
+    pyramid made = std::exchange(levels, {});
+    cv::buildOpticalFlowPyramid(gray, made, window(), max_level, true, cv::BORDER_REFLECT_101,
                                 cv::BORDER_CONSTANT, false);
+    levels = std::move(made);
 }
 
 // The pyramids of the last two images. Most often one of them is of the reference: it was the frame before.
