@@ -11,6 +11,7 @@
 #include <opencv2/core/hal/intrin.hpp>
 #include <opencv2/imgproc.hpp>
 
+#include "parallel_loop.h"
 #include "seam.h"
 
 namespace {
@@ -29,7 +30,7 @@ cv::Mat content_of(const cv::Mat& image)
 {
     constexpr int height = 32;  // rows
     cv::Mat content(image.size(), CV_8UC1);
-    cv::parallel_for_(cv::Range(0, (image.rows + height - 1) / height), [&](const cv::Range& strips) {
+    tarn::for_side_by_side(cv::Range(0, (image.rows + height - 1) / height), [&](const cv::Range& strips) {
         for (int i = strips.start; i < strips.end; ++i) {
             const cv::Range rows(i * height, std::min((i + 1) * height, image.rows));
             cv::Mat strip = content.rowRange(rows);

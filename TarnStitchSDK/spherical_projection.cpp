@@ -9,6 +9,7 @@
 #include <opencv2/core/hal/intrin.hpp>
 
 #include "numeric.h"
+#include "parallel_loop.h"
 #include "projection.h"
 
 namespace {
@@ -223,7 +224,7 @@ void SphericalProjection(cv::Mat& imgMat, cv::Mat& output, float angle)
         }
     };
     constexpr double pairs_per_task = 16.0;
-    cv::parallel_for_(cv::Range(0, middle + 1), project_pairs, (middle + 1) / pairs_per_task);
+    tarn::for_side_by_side(cv::Range(0, middle + 1), project_pairs, (middle + 1) / pairs_per_task);
 
     int xmin = map.size.width;
     int xmax = 0;
