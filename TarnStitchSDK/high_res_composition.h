@@ -38,8 +38,8 @@ std::optional<merged_frame> merge_frame(const cv::Mat& panorama, const cv::Mat& 
 ///                 no other one that somebody could copy meanwhile.
 bool can_grow_in_place(const cv::Mat& panorama, const merged_frame& merged, int headers);
 
-/// The grown panorama, a larger view of the panorama's own storage: takes time for the frame's box, not for the
-/// panorama. To be called only when can_grow_in_place says so.
+/// The grown panorama, a larger view of the panorama's own storage: takes time for the frame's box
+/// and for what is new, not for the panorama. To be called only when can_grow_in_place says so.
 cv::Mat grow_in_place(const cv::Mat& panorama, const merged_frame& merged);
 
 /// The grown panorama in new storage, with room to grow further to the sides to which it grew, by half of its

@@ -265,7 +265,7 @@ private:
     {
         {
             // Nobody can ask for a header while the mutex is held, so pixels that only this turn and the task hold
-            // can be written. What is written is the frame's box; it takes a millisecond or two.
+            // can be written. What is written is the frame's box, and black around it: a few milliseconds.
             const auto lock = tarn::lock_task(generation_);
             const int headers = big_stitch_image.u == neighbour_.panorama.u ? 2 : 1;
             if (tarn::can_grow_in_place(neighbour_.panorama, merged, headers)) {

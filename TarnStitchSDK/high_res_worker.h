@@ -75,7 +75,7 @@ struct pipeline_snapshot {
     int status;              ///< big_stitch_status
     int turns_over;          ///< big_frame_num: key frames done with, successfully or not
     int first_failed_frame;  ///< big_frame_index of the first worker that failed in this task; 0 if none has
-    cv::Mat panorama;        ///< big_stitch_image so far, CV_8UC3; shares its pixels, which never change
+    cv::Mat panorama;        ///< big_stitch_image so far, CV_8UC3, perhaps a view; its pixels never change
 };
 
 /// For a host that wants to hold back, report progress or keep a part of the panorama: may be called from any

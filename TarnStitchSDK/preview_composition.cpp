@@ -27,11 +27,8 @@ cv::Mat grown_preview(const cv::Mat& panorama, cv::Size size, cv::Point at)
 {
     // An image without gaps cannot grow in its own storage. This one copy is all that is made at its full size.
     cv::Mat grown(size, CV_8UC3);
-    cv::Mat old_place = grown(cv::Rect(at, panorama.size()));
-    if (panorama.type() != CV_8UC3) {
-        grown.setTo(cv::Scalar());
-        return grown;
-    }
+    // Constant, so that a panorama of another type cannot replace it: it is converted, or raises.
+    const cv::Mat old_place = grown(cv::Rect(at, panorama.size()));
     const cv::Point end = at + cv::Point(panorama.size());
     grown.rowRange(0, at.y).setTo(cv::Scalar());
     grown.rowRange(end.y, size.height).setTo(cv::Scalar());
@@ -48,7 +45,7 @@ void paste_onto_preview(const cv::Mat& panorama, cv::Point at, cv::Mat& grown, c
     // The panorama before, at the coordinates of the grown one, for the seam. It passes over what lies outside
     // of its images; so where nothing has moved, that is the old panorama, and otherwise only the box has pixels.
     cv::Mat before = panorama;
-    if (at != cv::Point()) {
+    if (at != cv::Point() || panorama.type() != CV_8UC3) {
         const cv::Rect seam_box = bounding_box(transpose_corners) & cv::Rect(cv::Point(), grown.size());
         before = cv::Mat(grown.size(), CV_8UC3);
         cv::Mat box_before = before(seam_box);
@@ -58,6 +55,10 @@ void paste_onto_preview(const cv::Mat& panorama, cv::Point at, cv::Mat& grown, c
     cv::Mat pasted = grown(box);
     cv::warpPerspective(frame, pasted, box_from_frame, box.size(), cv::INTER_LINEAR, cv::BORDER_CONSTANT,
                         cv::Scalar());
+    if (pasted.u != grown.u) {  // a frame of another type, for which the view was replaced
+        const cv::Mat place = grown(box);
+        pasted.copyTo(place);
+    }
     optimizeSeam(before, grown, transpose_corners);
 }
 

@@ -42,7 +42,7 @@ cv::Mat take_spare_frame(cv::Size size, int type)
             return frame;
         }
     }
-    std::swap(frames[0], frames[1]);  // the one taken longest ago goes
+    std::swap(frames[0], frames[1]);  // the one that was new longest ago goes
     frames[1].release();
     frames[1].create(size, type);
     return frames[1];

@@ -106,7 +106,7 @@ public:
     ///                     so the caller must not write them any more
     /// @param direction    the host's hint, 0 to 4; motion opposite to it is rejected. 0: any motion is welcome
     /// @param is_last_one  not 0: finish the sweep with this frame, waiting for the workers and writing the file
-    /// @returns two ints in static storage, overwritten by the next call: the result code (-1 to 6, see
+    /// @returns two ints in storage of the calling thread's, overwritten by the next call: the result code (-1 to 6, see
     ///          videoStitch) and 0
     /// @throws cv::Exception and whatever else the image library or the start of a thread raises;
     ///         stitcher_status may be left at 1

@@ -11,7 +11,7 @@
 //   hand-over  images, keypoints and strings are copied or replaced while the hand-over mutex is held (of the
 //              images just the headers), and so is every change of the status and the ticket. It is never held
 //              across a poll or a file, nor across image work but for one: a turn that ends writes its frame's
-//              box into a panorama that only it and the task hold, which takes a millisecond or two.
+//              box into a panorama that only it and the task hold, which takes a few milliseconds.
 //   directory  files of the working directory are written and deleted under tarn::working_directory_lock.
 //
 // Each task has a generation. Constructing a TarnStitcher raises it, and a worker carries the one that it was

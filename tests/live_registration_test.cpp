@@ -308,6 +308,22 @@ TEST_F(FrameIntake, FrameOfOneChannelIsItsOwnGrayImage)
     EXPECT_EQ(tarn_stitcher.last_stitch_image.type(), CV_8UC1);
 }
 
+TEST_F(FrameIntake, GrayFramesRaiseWhereThePreviewIsToGrowAndLeaveItAlone)
+{
+    const auto gray_view = [](int x) {
+        cv::Mat gray;
+        cv::cvtColor(view(x, 0), gray, cv::COLOR_BGR2GRAY);
+        return gray;
+    };
+    EXPECT_EQ(feed(gray_view(60)), 1);
+    const cv::Mat preview = tarn_stitcher.last_stitch_image;
+    tarn_stitcher.iou_thresh = 2.0f;
+    EXPECT_THROW(feed(gray_view(40)), cv::Exception);
+    EXPECT_EQ(tarn_stitcher.last_stitch_image.data, preview.data);
+    EXPECT_EQ(tarn_stitcher.last_stitch_image.type(), CV_8UC1);
+    EXPECT_GT(tarn_stitcher.total_shift_x, 10.0f) << "reset only once the old preview has its place";
+}
+
 TEST_F(FrameIntake, FrameOfFourOrTwoChannelsHasNoGrayImageAndThusNoCorners)
 {
     cv::Mat rgba = tarn::test::host_frame_from(view(0, 0));
