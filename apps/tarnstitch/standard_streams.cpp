@@ -139,23 +139,35 @@ void leave_status_line()
     }
 }
 
-silenced_descriptor::silenced_descriptor(int descriptor, const std::string& file)
+silenced_descriptor::silenced_descriptor(int descriptor)
     : descriptor_(descriptor), saved_(fcntl(descriptor, F_DUPFD_CLOEXEC, STDERR_FILENO + 1))
 {
     flush_streams(descriptor_);
-    // Appending: should somebody else write to the file, too, neither destroys the other's lines.
-    const int target = file.empty()
-                           ? open("/dev/null", O_WRONLY | O_CLOEXEC)
-                           : open(file.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_APPEND | O_CLOEXEC, 0666);
-    if (target == -1 && !file.empty()) {
-        const std::string reason = std::generic_category().message(errno);
-        close(saved_);
-        throw host_error(exit_code::output_failed, "cannot write " + file + ": " + reason);
-    }
+    const int target = open("/dev/null", O_WRONLY | O_CLOEXEC);
     if (target != -1) {
         dup2(target, descriptor_);
         close(target);
     }
+}
+
+void silenced_descriptor::send_to(const std::string& file)
+{
+    flush_streams(descriptor_);
+    // For a moment what it was: the file may be named by the descriptor, as /dev/stdout is.
+    const int silence = fcntl(descriptor_, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+    if (saved_ != -1) {
+        dup2(saved_, descriptor_);
+    }
+    // Appending: should somebody else write to the file, too, neither destroys the other's lines.
+    const int target = open(file.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_APPEND | O_CLOEXEC, 0666);
+    const int error = errno;
+    dup2(target != -1 ? target : silence, descriptor_);
+    close(silence);
+    if (target == -1) {
+        throw host_error(exit_code::output_failed,
+                         "cannot write " + file + ": " + std::generic_category().message(error));
+    }
+    close(target);
 }
 
 silenced_descriptor::~silenced_descriptor()

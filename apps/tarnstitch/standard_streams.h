@@ -43,12 +43,15 @@ void leave_status_line();
 class silenced_descriptor {
 public:
     /// @param descriptor  1 (standard output) or 2 (standard error)
-    /// @param file        where it goes; made, or emptied
-    /// @throws host_error (output_failed) when the file cannot be opened
-    explicit silenced_descriptor(int descriptor, const std::string& file = "");
+    explicit silenced_descriptor(int descriptor);
     ~silenced_descriptor();
     silenced_descriptor(const silenced_descriptor&) = delete;
     silenced_descriptor& operator=(const silenced_descriptor&) = delete;
+
+    /// Lets what is written from now on go to a file instead of /dev/null.
+    /// @param file  made, or emptied
+    /// @throws host_error (output_failed) when the file cannot be opened
+    void send_to(const std::string& file);
 
 private:
     int descriptor_;

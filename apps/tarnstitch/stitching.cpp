@@ -52,7 +52,8 @@ struct attempt {
 
 class run {
 public:
-    run(const options& asked, run_summary& summary) : asked_(asked), summary_(summary), files_(asked)
+    run(const options& asked, silenced_descriptor& library_lines, run_summary& summary)
+        : asked_(asked), library_lines_(library_lines), summary_(summary), files_(asked)
     {
     }
 
@@ -61,6 +62,10 @@ public:
         std::unique_ptr<frame_source> source = open();
         const source_facts facts = source->facts();
         files_.check_places();
+        if (!asked_.log.empty()) {
+            // Only now: opening it empties it, and it might have been one of the files that the checks protect.
+            library_lines_.send_to(asked_.log);
+        }
         metadata_.emplace(facts);
         attempt best = make_attempt(std::move(source), first_turn(facts));
         if (asked_.retry && facts.rereadable && may_do_better(best.result)) {
@@ -247,6 +252,7 @@ private:
     }
 
     const options& asked_;
+    silenced_descriptor& library_lines_;
     run_summary& summary_;
     const panorama_files files_;
     const scratch_directory scratch_;
@@ -256,9 +262,9 @@ private:
 /// Runs, with what libraries print kept away from standard output.
 void run_apart(const options& asked, run_summary& summary)
 {
-    const silenced_descriptor library_log_lines(STDOUT_FILENO, asked.log);
+    silenced_descriptor library_lines(STDOUT_FILENO);
     try {
-        run(asked, summary).go();
+        run(asked, library_lines, summary).go();
     } catch (const host_error& error) {
         summary.code = error.code();
         summary.error = error.what();

@@ -43,6 +43,8 @@ expect_equal "size of the library's panorama" "$("$media" size plain.png)" "$("$
 
 # --log: the library's lines and nothing else; without it they go nowhere.
 expect_equal "lines of the log" 150 "$(grep -c 'videoStitch finish' library.log)"
+"$program" "$video" -o usual.jpg --step 5 --log /dev/stdout >library.log 2>stderr || fail "--log /dev/stdout"
+expect_equal "lines of the log on standard output" 30 "$(grep -c 'videoStitch finish' library.log)"
 
 # --json: one object alone on standard output, also with --quiet and also when the run fails.
 "$program" "$video" -o usual.jpg --json -q >summary.json 2>stderr || fail "--json"

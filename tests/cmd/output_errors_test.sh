@@ -39,6 +39,21 @@ expect_error 4 "one of the input's files" slide --preview slide/4.png
 expect_file slide/4.png
 rm slide/3.jpg
 
+# Nor may the log, which is emptied when it is opened: not before everything has been checked.
+cp slide/1.png before.png
+expect_error 4 "one of the input's files" one.png -o a.jpg --log one.png
+cmp before.png one.png || fail "the input was overwritten by the log"
+ln -s one.png linked.log
+expect_error 4 "one of the input's files" one.png -o a.jpg --log linked.log
+cmp before.png one.png || fail "the input was overwritten by a link's log"
+echo kept >old.jpg
+expect_error 2 "different names" $input --log old.jpg -o old.jpg
+expect_equal "earlier panorama named as log, too" kept "$(cat old.jpg)"
+echo kept >old.log
+expect_error 4 "must end in" $input -o a.bmp --log old.log
+expect_error 4 "there is no directory none" $input -o none/a.jpg --log old.log
+expect_equal "log of an earlier run" kept "$(cat old.log)"
+
 (
   export TMPDIR=$work/no-such-directory
   code=0
