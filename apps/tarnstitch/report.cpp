@@ -7,6 +7,8 @@
 #include <array>
 #include <cstdio>
 
+#include "judgement.h"
+
 namespace tarn::host {
 
 namespace {
@@ -19,11 +21,6 @@ std::string counted(int count, const char* one, const char* many)
 std::string shown(const cv::Size& size)
 {
     return std::to_string(size.width) + "x" + std::to_string(size.height);
-}
-
-int with_code(const sweep_result& result, int code)
-{
-    return result.by_code.at(static_cast<std::size_t>(code - lowest_code));
 }
 
 std::string seconds_text(double seconds)
@@ -42,20 +39,16 @@ std::string help_for(const sweep_result& result)
     };
 
     // Codes of the live path, and what the user was told by them.
-    constexpr int wrong_way = 4;
-    if (with_code(result, wrong_way) > 0) {
-        return "what may help: the camera moved against --direction: another direction, or none";
-    }
     static constexpr std::array reasons = {
+        reason{4, "the camera moved against --direction: another direction, or none"},
         reason{5, "the camera moved too fast: a slower sweep, or a higher frame rate"},
         reason{6, "the frames are skewed: hold the camera level, turn it about one axis only"},
         reason{3, "there is too little to see: more texture, more light"},
         reason{2, "there is little to see: more texture, more light"},
         reason{0, "frames did not fit to what was before: overlap more, come back to where the panorama ends"},
     };
-    constexpr int one_in = 5;  // so many of the frames are a reason
     for (const reason& one : reasons) {
-        if (with_code(result, one.code) * one_in >= result.frames && with_code(result, one.code) > 0) {
+        if (many_with_code(result, one.code)) {
             return std::string("what may help: ") + one.help;
         }
     }

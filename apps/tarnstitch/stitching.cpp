@@ -18,6 +18,7 @@
 #include "frame_source.h"
 #include "frames_file.h"
 #include "interruption.h"
+#include "judgement.h"
 #include "metadata.h"
 #include "panorama_files.h"
 #include "preview_window.h"
@@ -68,7 +69,8 @@ public:
         }
         metadata_.emplace(facts);
         attempt best = make_attempt(std::move(source), first_turn(facts));
-        if (asked_.retry && facts.rereadable && may_do_better(best.result)) {
+        if (asked_.retry && facts.rereadable && second_try_may_help(best.result)
+            && stop_asked_for() == stop_kind::none) {
             best = better(std::move(best));
         }
         if (best.result.outcome != sweep_outcome::given_up) {
@@ -140,27 +142,21 @@ private:
         return made;
     }
 
-    /// Whether another turn may help: not a sweep that went the wrong way.
-    static bool may_do_better(const sweep_result& result)
-    {
-        constexpr int wrong_way = 4;
-        return result.outcome == sweep_outcome::pipeline_failed
-               && result.by_code.at(wrong_way - lowest_code) == 0 && stop_asked_for() == stop_kind::none;
-    }
-
     /// A second try with the frames turned the other way: features are found, described and matched anew, and what
-    /// did not fit one way may fit the other. The better of the two.
+    /// did not fit one way may fit the other. The better of the two; the first when the second cannot be made.
     attempt better(attempt first)
     {
         const frame_turn turn = other_turn(first.turn);
-        note("the sweep cannot be stitched beyond frame " + std::to_string(first.result.failed_frame)
+        note("the sweep cannot be stitched beyond frame " + std::to_string(reach_of(first.result))
              + "; trying once more with the frames turned " + turn_name(turn));
-        attempt second = make_attempt(open(), turn);
-        const bool further = second.result.outcome == sweep_outcome::complete
-                             || (second.result.outcome == sweep_outcome::pipeline_failed
-                                 && second.result.failed_frame > first.result.failed_frame);
-        return further || second.result.outcome == sweep_outcome::given_up ? std::move(second)
-                                                                           : std::move(first);
+        try {
+            attempt second = make_attempt(open(), turn);
+            const bool stopped = stop_asked_for() != stop_kind::none;
+            return second_is_better(first.result, second.result, stopped) ? std::move(second) : std::move(first);
+        } catch (const host_error& error) {
+            first.notes.push_back(std::string("the second try could not be made: ") + error.what());
+            return first;
+        }
     }
 
     /// A new directory in the temporary one, with a "/" at its end.

@@ -193,6 +193,7 @@ private:
             return false;
         }
         ++result_.frames;
+        result_.last_frame = frame.stamp.number;
         int code = answer_to(frame);
         if (code == lowest_code) {
             if (!settle()) {

@@ -79,6 +79,8 @@ struct sweep_result {
     int taken = 0;   ///< of these, those that the library registered or composed
     std::array<int, highest_code - lowest_code + 1> by_code{};  ///< frames by code, lowest code first
 
+    int last_frame = 0;  ///< number of the frame handed over last
+
     int key_frames = 0;
     int broken_at_frame = 0;      ///< frame at which a failure of the pipeline showed; 0 if none did
     int failed_key_frame = 0;     ///< first key frame that could not be joined, from 1; 0 if all could

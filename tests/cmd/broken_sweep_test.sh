@@ -65,4 +65,18 @@ cmp second.jpg asked.jpg
 "$media" frames "$samples/parking_pan.mp4" first.png 0 1 1
 expect_equal "turn of the second try's panorama" 0 "$("$media" turn first.png second.jpg 1)"
 
+# A second try that cannot be made leaves the first one's part: the input goes while the first one is under way.
+cp -p "$samples/parking_pan.mp4" going.mp4 # with its time, which goes into the panorama
+"$program" going.mp4 -o gone.jpg --step 24 2>stderr &
+started=$!
+until compgen -G "$TMPDIR/tarnstitch-*/work1" >/dev/null || ! kill -0 $started 2>/dev/null; do :; done
+rm going.mp4
+code=0
+wait $started || code=$?
+expect_equal "exit code when the input has gone" 1 $code
+expect_said "trying once more"
+expect_said "the second try could not be made: there is no file or directory going.mp4"
+cmp first-partial.jpg gone-partial.jpg
+expect_nothing_left
+
 echo "passed"

@@ -11,6 +11,7 @@
 #include <opencv2/core.hpp>
 
 #include "frames_file.h"
+#include "judgement.h"
 #include "progress.h"
 #include "report.h"
 
@@ -99,19 +100,56 @@ TEST(Report, BrokenSweepSaysWhatMayHelp)
     count_of(result, 1) = 100;
     const auto help = [&result] { return notes_on(result, "").back(); };
     EXPECT_NE(help().find("smaller steps"), std::string::npos) << help();
-    count_of(result, 4) = 1;
-    EXPECT_NE(help().find("--direction"), std::string::npos) << help();
-    count_of(result, 4) = 0;
     result.failed_seconds = 3.4;
     EXPECT_NE(help().find("--end 3.40"), std::string::npos) << help();
     for (const auto& [code, words] : std::vector<std::pair<int, std::string>>{
-             {0, "overlap"}, {2, "little to see"}, {3, "too little"}, {5, "slower"}, {6, "level"}}) {
+             {0, "overlap"}, {2, "little to see"}, {3, "too little"}, {4, "--direction"}, {5, "slower"}, {6, "level"}}) {
         count_of(result, code) = 19;
         EXPECT_EQ(help().find(words), std::string::npos) << help();
         count_of(result, code) = 20;
         EXPECT_NE(help().find(words), std::string::npos) << help();
         count_of(result, code) = 0;
     }
+}
+
+TEST(Judgement, SecondTryMayHelpUnlessManyFramesWentTheWrongWay)
+{
+    sweep_result result;
+    result.frames = 100;
+    EXPECT_FALSE(second_try_may_help(result));
+    result.outcome = sweep_outcome::pipeline_failed;
+    EXPECT_TRUE(second_try_may_help(result));
+    count_of(result, 4) = 19;
+    EXPECT_TRUE(second_try_may_help(result));
+    count_of(result, 4) = 20;
+    EXPECT_FALSE(second_try_may_help(result));
+}
+
+TEST(Judgement, SecondTryIsBetterWhenItGotFurther)
+{
+    sweep_result first;
+    first.outcome = sweep_outcome::pipeline_failed;
+    first.broken_at_frame = 57;
+    EXPECT_EQ(reach_of(first), 57);
+    first.failed_frame = 41;
+    EXPECT_EQ(reach_of(first), 41);
+
+    sweep_result second = first;
+    EXPECT_FALSE(second_is_better(first, second, false));
+    second.failed_frame = 42;
+    EXPECT_TRUE(second_is_better(first, second, false));
+    second.outcome = sweep_outcome::input_failed;
+    EXPECT_FALSE(second_is_better(first, second, false));
+    second.outcome = sweep_outcome::given_up;
+    EXPECT_TRUE(second_is_better(first, second, true));
+
+    // What was cut short is complete as far as it went.
+    second.outcome = sweep_outcome::complete;
+    second.last_frame = 40;
+    EXPECT_TRUE(second_is_better(first, second, false));
+    EXPECT_FALSE(second_is_better(first, second, true));
+    second.last_frame = 41;
+    EXPECT_TRUE(second_is_better(first, second, true));
 }
 
 TEST(Report, CompleteSweepThatLostAKeyFrameSaysSo)

@@ -1,0 +1,45 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// Judging sweeps by their results.
+#include "judgement.h"
+
+namespace tarn::host {
+
+int with_code(const sweep_result& result, int code)
+{
+    return result.by_code.at(static_cast<std::size_t>(code - lowest_code));
+}
+
+bool many_with_code(const sweep_result& result, int code)
+{
+    constexpr int one_in = 5;
+    return with_code(result, code) > 0 && with_code(result, code) * one_in >= result.frames;
+}
+
+bool second_try_may_help(const sweep_result& result)
+{
+    constexpr int wrong_way = 4;
+    return result.outcome == sweep_outcome::pipeline_failed && !many_with_code(result, wrong_way);
+}
+
+int reach_of(const sweep_result& failed)
+{
+    return failed.failed_frame > 0 ? failed.failed_frame : failed.broken_at_frame;
+}
+
+bool second_is_better(const sweep_result& first, const sweep_result& second, bool stopped)
+{
+    switch (second.outcome) {
+    case sweep_outcome::complete:
+        return !stopped || second.last_frame >= reach_of(first);
+    case sweep_outcome::pipeline_failed:
+        return reach_of(second) > reach_of(first);
+    case sweep_outcome::given_up:  // what the user does not want is not replaced by something else
+        return true;
+    case sweep_outcome::input_failed:
+        break;
+    }
+    return false;
+}
+
+}  // namespace tarn::host
