@@ -31,12 +31,18 @@ std::string reason_of(int error_number)
     return std::generic_category().message(error_number);
 }
 
-/// Where the file itself stands, or will stand: the end of the symbolic links at `path`, if it is one.
+/// Where the file itself stands, or will stand: the end of the symbolic links at `path`, if it is one. There need not
+/// be a file yet.
 fs::path real_place(const std::string& path)
 {
+    constexpr int most_links = 40;
+    fs::path place = path;
     std::error_code error;
-    const fs::path target = fs::canonical(path, error);
-    return error ? fs::path(path) : target;
+    for (int i = 0; i < most_links && fs::is_symlink(fs::symlink_status(place, error)); ++i) {
+        const fs::path target = fs::read_symlink(place, error);
+        place = target.is_absolute() ? target : place.parent_path() / target;
+    }
+    return place;
 }
 
 fs::path directory_of(const fs::path& place)
@@ -249,18 +255,21 @@ std::string with_addition(const std::string& path, const std::string& addition)
     return (whole.parent_path() / (whole.stem().string() + addition + whole.extension().string())).string();
 }
 
+std::string canonical_place(const std::string& path)
+{
+    std::error_code error;
+    const fs::path absolute = fs::absolute(real_place(path), error);
+    const fs::path canonical = fs::weakly_canonical(absolute, error);
+    return (error ? absolute : canonical).string();
+}
+
 bool same_place(const std::string& one, const std::string& other)
 {
     std::error_code error;
     if (fs::equivalent(one, other, error)) {
         return true;
     }
-    const fs::path first = fs::weakly_canonical(fs::absolute(one), error);
-    if (error) {
-        return false;
-    }
-    const fs::path second = fs::weakly_canonical(fs::absolute(other), error);
-    return !error && first == second;
+    return canonical_place(one) == canonical_place(other);
 }
 
 }  // namespace tarn::host

@@ -45,6 +45,9 @@ private:
 /// `path` with `addition` before its ending: ("a/b.jpg", "-partial") gives "a/b-partial.jpg".
 std::string with_addition(const std::string& path, const std::string& addition);
 
+/// The place of a file that is or is yet to be, without links and dots on the way to it.
+std::string canonical_place(const std::string& path);
+
 /// Whether two paths name the same file, or the same place for a file that is yet to be.
 bool same_place(const std::string& one, const std::string& other);
 

@@ -8,6 +8,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <regex>
 #include <system_error>
 #include <utility>
 
@@ -75,6 +76,39 @@ std::vector<unsigned char> encoded(const std::string& path, const cv::Mat& image
     throw host_error(exit_code::output_failed, line);
 }
 
+constexpr const char* working_panorama = "big_stitch.jpg";
+
+/// Whether the library names a key frame's working file so: "big_frame12.jpg".
+bool is_working_frame_name(const std::string& name)
+{
+    static const std::regex form("big_frame[0-9]+\\.jpg");
+    return std::regex_match(name, form);
+}
+
+bool is_working_name(const std::string& name)
+{
+    return name == working_panorama || is_working_frame_name(name);
+}
+
+/// Removes what an earlier run has kept, so that the files in the directory are of one sweep.
+void remove_working_files(const fs::path& directory)
+{
+    std::vector<fs::path> earlier;
+    std::error_code error;
+    for (const fs::directory_entry& entry : fs::directory_iterator(directory, error)) {
+        std::error_code ignored;
+        if (is_working_name(entry.path().filename().string())
+            && !fs::is_directory(entry.symlink_status(ignored))) {
+            earlier.push_back(entry.path());
+        }
+    }
+    for (const fs::path& file : earlier) {
+        if (!fs::remove(file, error) && error) {
+            fail("cannot remove " + file.string() + " of an earlier run: " + error.message());
+        }
+    }
+}
+
 /// Writes one picture and notes what went wrong. @returns whether it was written
 bool write_noting(const std::string& path, std::vector<unsigned char> bytes, const output_metadata& metadata,
                   written_files& written)
@@ -125,7 +159,19 @@ panorama_files::panorama_files(const options& asked)
                 throw host_error(exit_code::usage, "the outputs need different names, and two are " + names[j]);
             }
         }
+        const fs::path place = canonical_place(names[i]);
+        if (!asked.keep_work.empty() && is_working_name(place.filename().string())
+            && same_place(place.parent_path().string(), kept_directory())) {
+            throw host_error(exit_code::usage,
+                             names[i] + " is a working file's name: in " + asked.keep_work + " it would be replaced");
+        }
     }
+}
+
+std::string panorama_files::kept_directory() const
+{
+    const fs::path directory(asked_.keep_work);
+    return (directory.has_filename() ? directory : directory.parent_path()).string();
 }
 
 std::vector<std::string> panorama_files::all() const
@@ -153,7 +199,10 @@ void panorama_files::check_against_inputs(const std::vector<std::string>& input_
                 fail("cannot write " + output + ": it is one of the input's files");
             }
         }
-        if (!asked_.keep_work.empty() && same_place(fs::absolute(file).parent_path(), asked_.keep_work)) {
+        // Where it is a link, its target counts, too.
+        if (!asked_.keep_work.empty()
+            && (same_place(fs::absolute(file).parent_path(), kept_directory())
+                || same_place(fs::path(canonical_place(file)).parent_path(), kept_directory()))) {
             fail("cannot keep working files in " + asked_.keep_work + ": the input's files are there");
         }
     }
@@ -170,14 +219,12 @@ void panorama_files::check_places() const
     if (!asked_.keep_work.empty()) {
         std::error_code error;
         if (fs::is_directory(asked_.keep_work, error)) {
-            check_output_place((fs::path(asked_.keep_work) / "big_stitch.jpg").string());
+            check_output_place((fs::path(asked_.keep_work) / working_panorama).string());
         } else if (fs::exists(fs::symlink_status(asked_.keep_work, error))) {
             fail("cannot keep working files in " + asked_.keep_work + ": it is not a directory");
         } else {
             // Not made before there is something to keep in it.
-            fs::path directory = fs::path(asked_.keep_work);
-            directory = directory.has_filename() ? directory : directory.parent_path();
-            check_output_place(directory.string());
+            check_output_place(kept_directory());
         }
     }
 }
@@ -229,18 +276,36 @@ void panorama_files::write_preview(const sweep_result& result, frame_turn turn, 
     }
 }
 
-void panorama_files::copy_working_files(const std::string& from) const
+void panorama_files::keep_working_files(const std::string& from, const sweep_result& result) const
 {
     std::error_code error;
     fs::create_directory(asked_.keep_work, error);
     if (error) {
         fail("cannot make the directory " + asked_.keep_work + ": " + error.message());
     }
+    remove_working_files(asked_.keep_work);
+    int frames = 0;
+    bool panorama = false;
     for (const fs::directory_entry& entry : fs::directory_iterator(from, error)) {
         const fs::path target = fs::path(asked_.keep_work) / entry.path().filename();
         std::ifstream file(entry.path(), std::ios::binary);
         write_whole_file(target.string(),
                          {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()});
+        frames += is_working_frame_name(target.filename().string()) ? 1 : 0;
+        panorama = panorama || target.filename() == working_panorama;
+    }
+    // The library goes on without a file that it cannot write. From the first key frame that fails on there may be
+    // none, and where the sweep breaks there is no panorama.
+    const bool complete = result.outcome == sweep_outcome::complete;
+    int frames_due = result.outcome == sweep_outcome::pipeline_failed ? 0 : result.key_frames;
+    if (result.failed_key_frame > 0) {
+        frames_due = result.failed_key_frame - 1;
+    }
+    const int missing = std::max(0, frames_due - frames) + (complete && !panorama ? 1 : 0);
+    if (missing > 0) {
+        fail(asked_.keep_work + " is without " + std::to_string(missing)
+             + (missing == 1 ? " working file" : " working files")
+             + ", which could not be written in the temporary directory");
     }
 }
 

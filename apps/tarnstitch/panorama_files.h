@@ -36,7 +36,7 @@ struct written_files {
 class panorama_files {
 public:
     /// Takes the names asked for and checks their endings.
-    /// @throws host_error (output_failed for an ending, usage for one name given twice)
+    /// @throws host_error (output_failed for an ending, usage for one name given twice or a working file's)
     explicit panorama_files(const options& asked);
 
     /// Files that belong to an earlier run's results, not to a directory's pictures.
@@ -55,9 +55,11 @@ public:
     /// other.
     written_files write(const sweep_result& result, frame_turn turn, const output_metadata& metadata) const;
 
-    /// Copies the files in a directory to the one for working files, which is made if it is missing.
-    /// @throws host_error (output_failed)
-    void copy_working_files(const std::string& from) const;
+    /// Copies the files in a directory to the one for working files, which is made if it is missing. Those of an
+    /// earlier run are removed from it.
+    /// @param result  of the sweep, which tells how many there should be
+    /// @throws host_error (output_failed), also when there are fewer
+    void keep_working_files(const std::string& from, const sweep_result& result) const;
 
 private:
     void write_panorama(const sweep_result& result, frame_turn turn, const output_metadata& metadata,
@@ -65,6 +67,7 @@ private:
     void write_preview(const sweep_result& result, frame_turn turn, const output_metadata& metadata,
                        written_files& written) const;
     std::vector<std::string> all() const;
+    std::string kept_directory() const;  ///< the directory for working files, without a "/" at its end
 
     const options& asked_;
     std::string panorama_;

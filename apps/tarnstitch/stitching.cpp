@@ -182,7 +182,7 @@ private:
         }
         try {
             if (!done.kept_files.empty()) {
-                files_.copy_working_files(done.kept_files);
+                files_.keep_working_files(done.kept_files, done.result);
             }
         } catch (const host_error& error) {
             summary_.written.errors.emplace_back(error.what());

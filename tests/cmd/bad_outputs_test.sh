@@ -65,4 +65,12 @@ TMPDIR=$work/full "$program" slide -o from-memory.jpg 2>stderr || fail "full tem
 run 0 slide -o from-disk.jpg
 "$media" same from-memory.jpg from-disk.jpg
 
+# Working files that could not be written there cannot be kept, and that is said.
+code=0
+TMPDIR=$work/full "$program" slide -o from-memory.jpg --keep-work none-kept 2>stderr || code=$?
+expect_equal "exit code without working files" 4 $code
+expect_said "none-kept is without "
+expect_said "which could not be written in the temporary directory"
+"$media" same from-memory.jpg from-disk.jpg
+
 echo "passed"

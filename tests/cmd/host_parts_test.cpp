@@ -438,6 +438,20 @@ TEST_F(OutputFile, SymbolicLinkStaysAndItsTargetIsReplaced)
     EXPECT_EQ(content("target.jpg"), "new");
 }
 
+TEST_F(OutputFile, LinkWhoseTargetIsMissingStaysAndItsTargetIsMade)
+{
+    fs::create_directory(at("elsewhere"));
+    fs::create_symlink("elsewhere/between.jpg", at("link.jpg"));
+    fs::create_symlink("target.jpg", at("elsewhere/between.jpg"));
+    EXPECT_TRUE(same_place(at("link.jpg"), at("elsewhere/target.jpg")));
+    check_output_place(at("link.jpg"));
+    write_whole_file(at("link.jpg"), bytes("new"));
+    EXPECT_TRUE(fs::is_symlink(at("link.jpg")));
+    EXPECT_EQ(content("elsewhere/target.jpg"), "new");
+    fs::create_symlink("loop.jpg", at("loop.jpg"));
+    EXPECT_THROW(check_output_place(at("loop.jpg")), host_error);
+}
+
 TEST_F(OutputFile, NameOfTheGreatestLengthCanBeWritten)
 {
     const std::string name = std::string(251, 'n') + ".jpg";

@@ -41,6 +41,15 @@ expect_file kept/big_stitch.jpg
 expect_file kept/big_frame1.jpg
 expect_equal "size of the library's panorama" "$("$media" size plain.png)" "$("$media" size kept/big_stitch.jpg)"
 
+# What an earlier run has kept goes, but nothing else.
+touch kept/big_frame99.jpg kept/big_frame.jpg kept/big_frame1.jpg.old kept/notes
+run 0 "$video" -o kept/usual.jpg --step 5 --frames frames.csv --keep-work kept
+expect_no_file kept/big_frame99.jpg
+expect_equal "key frames kept" "$(find kept -name 'big_frame[0-9]*.jpg' | wc -l)" "$(awk -F, '$6 == 1' frames.csv | wc -l)"
+for name in big_frame.jpg big_frame1.jpg.old notes usual.jpg; do
+  [[ -e kept/$name ]] || fail "kept/$name is gone"
+done
+
 # --log: the library's lines and nothing else; without it they go nowhere.
 expect_equal "lines of the log" 150 "$(grep -c 'videoStitch finish' library.log)"
 "$program" "$video" -o usual.jpg --step 5 --log /dev/stdout >library.log 2>stderr || fail "--log /dev/stdout"

@@ -53,6 +53,17 @@ expect_error 2 "different names" "$samples/parking_pan.mp4" -o a.jpg --preview a
 expect_error 2 "different names" "$samples/parking_pan.mp4" -o a.jpg --frames f.csv --log ./f.csv
 expect_no_file a.jpg
 
+# An output must not be where a working file of the same name goes.
+mkdir kept
+ln -s kept/big_frame2.jpg link.jpg
+for name in kept/big_stitch.jpg ./kept/../kept/big_frame12.jpg; do
+  expect_error 2 "is a working file's name" "$samples/parking_pan.mp4" -o "$name" --keep-work kept/
+  expect_error 2 "is a working file's name" "$samples/parking_pan.mp4" --preview "$name" --keep-work kept
+done
+expect_error 2 "is a working file's name" "$samples/parking_pan.mp4" -o link.jpg --keep-work kept
+expect_error 2 "is a working file's name" "$samples/parking_pan.mp4" -o new/big_stitch.jpg --keep-work new/
+expect_equal "kept" "" "$(ls -A kept)"
+
 # Images have no times.
 "$media" flat 1.png 40 30
 for option in --start --end --fps; do
