@@ -44,7 +44,7 @@ struct exit_line {
 constexpr std::array exit_lines = {
     exit_line{0, "done"},
     exit_line{1, "the sweep could not be stitched; what was composed until then is written\n"
-                 "under the output's name with \"-partial\" before its ending"},
+                 "under the outputs' names with \"-partial\" before their endings"},
     exit_line{2, "usage"},
     exit_line{3, "the input is missing, unreadable or without frames"},
     exit_line{4, "an output cannot be written"},

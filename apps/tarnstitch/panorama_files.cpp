@@ -134,7 +134,8 @@ bool write_noting(const std::string& path, std::vector<unsigned char> bytes, con
 panorama_files::panorama_files(const options& asked)
     : asked_(asked),
       panorama_(asked.output.empty() ? name_of_input(asked.inputs.front()) + "-panorama.jpg" : asked.output),
-      partial_(with_addition(panorama_, "-partial"))
+      partial_(with_addition(panorama_, "-partial")),
+      partial_preview_(asked.preview.empty() ? "" : with_addition(asked.preview, "-partial"))
 {
     if (!is_jpeg_name(panorama_) && !is_lossless_name(panorama_)) {
         fail("cannot write " + panorama_
@@ -177,7 +178,7 @@ std::string panorama_files::kept_directory() const
 std::vector<std::string> panorama_files::all() const
 {
     std::vector<std::string> names = {panorama_, partial_};
-    for (const std::string& name : {asked_.preview, asked_.frames, asked_.log}) {
+    for (const std::string& name : {asked_.preview, partial_preview_, asked_.frames, asked_.log}) {
         if (!name.empty()) {
             names.push_back(name);
         }
@@ -270,9 +271,14 @@ void panorama_files::write_panorama(const sweep_result& result, frame_turn turn,
 void panorama_files::write_preview(const sweep_result& result, frame_turn turn, const output_metadata& metadata,
                                    written_files& written) const
 {
+    const bool whole = result.outcome == sweep_outcome::complete;
+    const std::string& name = whole ? asked_.preview : partial_preview_;
     const cv::Mat image = preview_for_viewer(result.preview, turn);
-    if (write_noting(asked_.preview, encoded(asked_.preview, image), metadata, written)) {
-        written.preview = {asked_.preview, image.size()};
+    if (write_noting(name, encoded(name, image), metadata, written)) {
+        written.preview = {name, image.size()};
+        if (!whole) {
+            written.warnings.push_back("the preview until then is in " + name);
+        }
     }
 }
 

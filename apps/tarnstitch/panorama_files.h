@@ -50,8 +50,8 @@ public:
     /// @throws host_error (output_failed)
     void check_places() const;
 
-    /// Writes what the sweep gave, upright: the panorama under its own name if it is complete, else under the
-    /// partial one, so that an earlier whole one stays; and the preview. Each file is tried, whatever became of the
+    /// Writes what the sweep gave, upright: the panorama and the preview, under their own names if they are complete,
+    /// else under the partial ones, so that earlier whole ones stay. Each file is tried, whatever became of the
     /// other.
     written_files write(const sweep_result& result, frame_turn turn, const output_metadata& metadata) const;
 
@@ -71,7 +71,8 @@ private:
 
     const options& asked_;
     std::string panorama_;
-    std::string partial_;  ///< the panorama's name with "-partial" before its ending
+    std::string partial_;          ///< the panorama's name with "-partial" before its ending
+    std::string partial_preview_;  ///< the preview's likewise; "" if there is none
 };
 
 }  // namespace tarn::host

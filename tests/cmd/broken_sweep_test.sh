@@ -12,14 +12,17 @@ make_slide
 "$media" slide slide/%d0.png 1 480 360 30 2
 mv slide/10.png slide/9.png
 echo kept >slide-panorama.jpg
+echo kept >preview.png
 run 1 slide --preview preview.png --no-retry
 expect_said "stitching failed at frame 9: key frame"
 expect_said "(frame 9) could not be joined to the panorama; what was composed until then is in slide-panorama-partial.jpg"
 expect_said "9 frames"
 expect_equal "earlier panorama" kept "$(cat slide-panorama.jpg)"
+expect_equal "earlier preview" kept "$(cat preview.png)"
+expect_said "the preview until then is in preview-partial.png"
 expect_equal "height of the part" 360 "$("$media" size slide-panorama-partial.jpg | cut -dx -f2)"
 expect_equal "turn of the part" 0 "$("$media" turn slide/1.png slide-panorama-partial.jpg 1)"
-expect_equal "turn of the preview" 0 "$("$media" turn slide/1.png preview.png "$(awk 'BEGIN { print 300 / 360 }')")"
+expect_equal "turn of the preview" 0 "$("$media" turn slide/1.png preview-partial.png "$(awk 'BEGIN { print 300 / 360 }')")"
 
 # A part of an earlier run is replaced, and one that cannot be is said to be so.
 cp slide-panorama-partial.jpg part.jpg
@@ -40,7 +43,8 @@ mkdir long
 for workers in 1 4; do
   run 1 long -o out.jpg --preview long.png --workers $workers --no-retry
   expect_no_file out.jpg
-  expect_file long.png
+  expect_no_file long.png
+  expect_file long-partial.png
   expect_said "stitching failed at frame"
   frame=$(grep -oP 'failed at frame \K[0-9]+' stderr)
   key_frame=$(grep -oP 'key frame [0-9]+ \(frame \K[0-9]+' stderr)

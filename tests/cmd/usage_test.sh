@@ -50,6 +50,7 @@ expect_error 2 "--workers" "$samples/parking_pan.mp4" --workers 17
 expect_error 2 "--workers" "$samples/parking_pan.mp4" --workers many
 expect_error 2 "different names" "$samples/parking_pan.mp4" -o a.jpg --preview ./a.jpg
 expect_error 2 "different names" "$samples/parking_pan.mp4" -o a.jpg --preview a-partial.jpg
+expect_error 2 "different names" "$samples/parking_pan.mp4" -o a-partial.jpg --preview a.jpg
 expect_error 2 "different names" "$samples/parking_pan.mp4" -o a.jpg --frames f.csv --log ./f.csv
 expect_no_file a.jpg
 
