@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <cstdlib>
 #include <filesystem>
 #include <sstream>
 #include <thread>
@@ -104,9 +105,12 @@ void add_step(CLI::App& app, const option_row& row, options& into)
 
 void add_rate(CLI::App& app, const option_row& row, options& into)
 {
-    constexpr double least = 0.001;
-    constexpr double most = 1000.0;
-    app.add_option(row.names, into.selection.fps)->type_name(row.value)->check(CLI::Range(least, most));
+    static constexpr double least = 0.001;
+    static constexpr double most = 1000.0;
+    app.add_option(row.names, into.selection.fps)->type_name(row.value)->check([](const std::string& text) {
+        const double rate = std::strtod(text.c_str(), nullptr);
+        return rate >= least && rate <= most ? "" : "it is 0.001 to 1000, not " + text;  // and so no NaN
+    });
 }
 
 void add_help(CLI::App& app, const option_row& row, options&)

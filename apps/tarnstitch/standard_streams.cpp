@@ -10,6 +10,7 @@
 #include <iostream>
 #include <mutex>
 #include <sys/ioctl.h>
+#include <sys/stat.h>
 #include <system_error>
 #include <unistd.h>
 
@@ -21,6 +22,9 @@ namespace {
 
 /// A duplicate of standard error, made at the start: messages reach the user while a decoder is silenced.
 int message_descriptor = STDERR_FILENO;
+
+/// Whether the caller has given a standard output.
+bool has_output = true;
 
 std::atomic<bool> quiet{false};
 
@@ -70,6 +74,7 @@ void open_standard_descriptors()
 {
     for (int descriptor = STDIN_FILENO; descriptor <= STDERR_FILENO; ++descriptor) {
         if (fcntl(descriptor, F_GETFD) == -1) {
+            has_output = has_output && descriptor != STDOUT_FILENO;
             // The lowest free number is taken, and those below are open by now.
             static_cast<void>(open("/dev/null", O_RDWR));
         }
@@ -78,6 +83,23 @@ void open_standard_descriptors()
     if (duplicate != -1) {
         message_descriptor = duplicate;
     }
+}
+
+bool has_standard_output()
+{
+    return has_output;
+}
+
+bool is_standard_output(const std::string& file)
+{
+    struct stat one = {};
+    struct stat other = {};
+    if (fstat(STDOUT_FILENO, &one) != 0 || stat(file.c_str(), &other) != 0) {
+        return false;
+    }
+    // In /dev/null and its like nothing can get mixed.
+    const bool keeps_text = !S_ISCHR(one.st_mode) || isatty(STDOUT_FILENO) == 1;
+    return keeps_text && one.st_dev == other.st_dev && one.st_ino == other.st_ino;
 }
 
 void say(const std::string& text)

@@ -11,6 +11,12 @@ namespace tarn::host {
 /// an output perhaps, would take the number and receive what libraries print. Call it first of all.
 void open_standard_descriptors();
 
+/// Whether there was a standard output when the program was started.
+bool has_standard_output();
+
+/// Whether a path leads to where standard output goes. Not asked while one is silenced.
+bool is_standard_output(const std::string& file);
+
 /// Writes "tarnstitch: " and `text` as one line on standard error. Control characters, which a file name may
 /// hold, are shown as "?", so that it stays one line. Any thread.
 void say(const std::string& text);

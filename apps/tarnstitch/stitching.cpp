@@ -255,6 +255,18 @@ private:
     std::optional<output_metadata> metadata_;
 };
 
+/// Makes sure, as far as that can be known before, that the summary can be written, and alone.
+void check_summary_place(const options& asked)
+{
+    if (!has_standard_output()) {
+        throw host_error(exit_code::output_failed, "cannot write the summary to standard output: it is closed");
+    }
+    if (!asked.log.empty() && is_standard_output(asked.log)) {
+        throw host_error(exit_code::usage, "--json and --log would both write to " + asked.log
+                                               + ": standard output is the summary's");
+    }
+}
+
 /// Runs, with what libraries print kept away from standard output.
 void run_apart(const options& asked, run_summary& summary)
 {
@@ -283,6 +295,9 @@ exit_code stitch(const options& asked)
         be_quiet();
     }
     run_summary summary;
+    if (asked.json_summary) {
+        check_summary_place(asked);
+    }
     if (asked.show) {
         check_display();
     }

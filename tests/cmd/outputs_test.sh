@@ -51,6 +51,21 @@ expect_no_file pipe.code
 cmp elsewhere/slide-panorama.jpg pipe.jpg
 expect_nothing_left
 
+# The summary needs a standard output, and has it for itself.
+code=0
+"$program" slide -o summed.jpg --json >&- 2>stderr || code=$?
+expect_equal "exit code of --json with a closed standard output" 4 $code
+expect_equal "lines on standard error" "tarnstitch: cannot write the summary to standard output: it is closed" "$(cat stderr)"
+for log in /dev/stdout summary.json; do
+  code=0
+  "$program" slide -o summed.jpg --json --log $log >summary.json 2>stderr || code=$?
+  expect_equal "exit code of --json with the log in the same file" 2 $code
+  expect_said "--json and --log would both write to $log"
+done
+expect_equal "lines on standard error" 1 "$(wc -l <stderr)"
+expect_no_file summed.jpg
+"$program" slide -o summed.jpg --json --log /dev/null >/dev/null 2>stderr || fail "--json and --log to nowhere"
+
 # A temporary directory given by a relative path, with a "/" at its end and a space in it.
 mkdir "temporary 2"
 TMPDIR="temporary 2/" "$program" slide -o relative.jpg 2>stderr || fail "relative temporary directory"

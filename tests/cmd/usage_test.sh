@@ -43,6 +43,7 @@ expect_error 2 "--start: soon is no time" "$samples/parking_pan.mp4" --start soo
 expect_error 2 "--end: it must be later than --start" "$samples/parking_pan.mp4" --start 2 --end 1
 expect_error 2 "--step" "$samples/parking_pan.mp4" --step 0
 expect_error 2 "--fps" "$samples/parking_pan.mp4" --fps 0
+expect_error 2 "--fps: it is 0.001 to 1000, not nan" "$samples/parking_pan.mp4" --fps nan
 expect_error 2 "--quality" "$samples/parking_pan.mp4" --quality 101
 expect_error 2 "--quality: it is for JPEG" "$samples/parking_pan.mp4" --quality 90 -o a.png
 expect_error 2 "--workers" "$samples/parking_pan.mp4" --workers 0
