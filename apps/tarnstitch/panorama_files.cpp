@@ -163,8 +163,8 @@ panorama_files::panorama_files(const options& asked)
         const fs::path place = canonical_place(names[i]);
         if (!asked.keep_work.empty() && is_working_name(place.filename().string())
             && same_place(place.parent_path().string(), kept_directory())) {
-            throw host_error(exit_code::usage,
-                             names[i] + " is a working file's name: in " + asked.keep_work + " it would be replaced");
+            throw host_error(exit_code::usage, names[i] + " is a working file's name: in " + asked.keep_work
+                                                   + " it would be replaced");
         }
     }
 }

@@ -152,7 +152,8 @@ private:
         try {
             attempt second = make_attempt(open(), turn);
             const bool stopped = stop_asked_for() != stop_kind::none;
-            return second_is_better(first.result, second.result, stopped) ? std::move(second) : std::move(first);
+            return second_is_better(first.result, second.result, stopped) ? std::move(second)
+                                                                          : std::move(first);
         } catch (const host_error& error) {
             first.notes.push_back(std::string("the second try could not be made: ") + error.what());
             return first;

@@ -102,8 +102,12 @@ TEST(Report, BrokenSweepSaysWhatMayHelp)
     EXPECT_NE(help().find("smaller steps"), std::string::npos) << help();
     result.failed_seconds = 3.4;
     EXPECT_NE(help().find("--end 3.40"), std::string::npos) << help();
-    for (const auto& [code, words] : std::vector<std::pair<int, std::string>>{
-             {0, "overlap"}, {2, "little to see"}, {3, "too little"}, {4, "--direction"}, {5, "slower"}, {6, "level"}}) {
+    for (const auto& [code, words] : std::vector<std::pair<int, std::string>>{{0, "overlap"},
+                                                                              {2, "little to see"},
+                                                                              {3, "too little"},
+                                                                              {4, "--direction"},
+                                                                              {5, "slower"},
+                                                                              {6, "level"}}) {
         count_of(result, code) = 19;
         EXPECT_EQ(help().find(words), std::string::npos) << help();
         count_of(result, code) = 20;
