@@ -11,7 +11,9 @@
 //     videoStitch(rgba, 3, 1);                         // the last frame: waits for the workers
 //     copy the file getCurrentPanoramaShow() away      // "" if there is none
 //
-// Threads: all functions belong to one thread, the host's. Workers run beside it; they never call the host.
+// Threads: all functions belong to one thread, the host's. Workers run beside it; they never call the host. Calls that
+// overlap all the same are answered: a frame during another one is "busy", code 0; a reset waits for the frame inside
+// and ends the wait of a last one.
 // Strings, result arrays: owned by the library, valid until the next call.
 // Failure: no exception leaves these functions, but for one of matToBitmapArray; a frame-level outcome is a code.
 // Output: the library writes log lines to standard output. One of them has no line end.

@@ -83,7 +83,8 @@ TEST_F(LittleMemory, SweepIsAnsweredWithWhateverRoomThereIs)
         const std::vector<unsigned char> undisturbed = whole_sweep(directory());
         require(!undisturbed.empty(), "a sweep with room");
         max_wait_seconds = 1;
-        for (const rlim_t room : {0, 1, 2, 3, 4, 6, 8, 12, 16, 24, 32, 48, 64, 96, 128}) {
+        for (const rlim_t room :
+             {0UL, 1UL, 2UL, 3UL, 4UL, 6UL, 8UL, 12UL, 16UL, 24UL, 32UL, 48UL, 64UL, 96UL, 128UL}) {
             resetStitch(directory().c_str());
             {
                 const little_room limited(room * megabyte);

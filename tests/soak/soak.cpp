@@ -88,7 +88,7 @@ public:
     /// A directory in it, made if it is missing.
     std::string directory(int number) const
     {
-        const std::string path = path_ + "sweep" + std::to_string(number) + "/";
+        std::string path = path_ + "sweep" + std::to_string(number) + "/";
         fs::create_directory(path);
         return path;
     }
@@ -190,7 +190,7 @@ std::string whole_sweep(const std::vector<cv::Mat>& frames, const std::string& d
         require(code > 0, "frame " + std::to_string(i) + " is taken, not answered " + std::to_string(code));
     }
     wait_for_workers();
-    const std::string bytes = panorama_bytes();
+    std::string bytes = panorama_bytes();
     const tarn::pipeline_snapshot pipeline = tarn::look_at_pipeline();
     require(!bytes.empty(),
             "the sweep has a panorama: status " + std::to_string(pipeline.status) + ", "
