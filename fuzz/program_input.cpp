@@ -40,6 +40,7 @@ void check_arguments(input_bytes& input)
         }
     }
     std::vector<const char*> argv;
+    argv.reserve(arguments.size() + 1);
     for (const std::string& argument : arguments) {
         argv.push_back(argument.c_str());
     }
@@ -59,9 +60,9 @@ void check_arguments(input_bytes& input)
 void check_order(input_bytes& input)
 {
     using tarn::host::natural_less;
-    std::vector<std::string> names;
-    for (int i = 0; i < 3; ++i) {
-        names.push_back(input.text(most_characters));
+    std::vector<std::string> names(3);
+    for (std::string& name : names) {
+        name = input.text(most_characters);
     }
     for (const std::string& a : names) {
         check(!natural_less(a, a), "natural_less: no name is less than itself");

@@ -113,8 +113,9 @@ bool write_frames(const std::string& directory)
     const std::vector<cv::Mat>& frames = sample_video("parking_pan.mp4");
     bool written = !frames.empty();
     for (std::size_t i = 0; i < frames.size(); ++i) {
-        const std::string number = std::to_string(1000 + i);
-        written = cv::imwrite(directory + "/frame" + number + ".png", frames[i]) && written;
+        std::string name = directory + "/frame";
+        name += std::to_string(1000 + i) + ".png";
+        written = cv::imwrite(name, frames[i]) && written;
     }
     return written;
 }

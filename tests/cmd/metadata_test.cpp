@@ -66,7 +66,7 @@ protected:
     /// A picture with the tags of a camera.
     std::string photo(int orientation) const
     {
-        const std::string path = (directory_ / "photo.jpg").string();
+        std::string path = (directory_ / "photo.jpg").string();
         cv::imwrite(path, some_picture());
         const auto image = Exiv2::ImageFactory::open(path);
         Exiv2::ExifData exif;

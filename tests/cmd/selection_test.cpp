@@ -120,7 +120,7 @@ TEST(FrameFeed, SelectionOutsideTheInputIsAnInputError)
     frame_selection selection;
     selection.start = 3.0;
     try {
-        frame_feed(std::make_unique<picture_list>(pictures(20), 10.0), selection, frame_turn::none);
+        const frame_feed feed(std::make_unique<picture_list>(pictures(20), 10.0), selection, frame_turn::none);
         FAIL();
     } catch (const host_error& error) {
         EXPECT_EQ(error.code(), exit_code::input_failed);
