@@ -345,7 +345,7 @@ private:
 
 extern "C" int LLVMFuzzerInitialize(int* /*argc*/, char*** /*argv*/)
 {
-    static no_output nowhere;
+    static auto& nowhere = *new no_output;  // never destroyed: the stream is flushed after everything else
     std::cout.rdbuf(&nowhere);
     cv::setNumThreads(1);
     max_wait_seconds = longest_wait;

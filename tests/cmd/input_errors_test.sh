@@ -16,7 +16,8 @@ expect_error 3 "empty.mp4 is empty" empty.mp4
 echo "This is no video." >text.mp4
 expect_error 3 "text.mp4 is neither a video nor an image" text.mp4
 expect_error 3 "/dev/null is no camera" /dev/null
-expect_error 3 "there is no camera:99" camera:99
+# The libraries that look for cameras keep what they find: nothing for a leak checker.
+ASAN_OPTIONS=${ASAN_OPTIONS:-}:detect_leaks=0 expect_error 3 "there is no camera:99" camera:99
 
 head -c 300000 /dev/urandom >noise.mp4
 expect_error 3 "noise.mp4" noise.mp4
