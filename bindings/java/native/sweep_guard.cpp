@@ -19,7 +19,7 @@ constexpr sweep_id no_sweep = 0;
 // Three locks, always taken in this order, each held only as long as its comment says.
 struct guard {
     std::mutex one_replacement;  ///< while a sweep is begun or ended
-    std::mutex library;          ///< around each call of the library that may change the task
+    std::mutex inside_call;      ///< around each call of the library that may change the task
     std::mutex view;             ///< for copies of headers and strings only: what follows, and the pipeline
 
     sweep_id current = no_sweep;
@@ -66,7 +66,7 @@ private:
 std::unique_lock<std::mutex> library_for_replacement()
 {
     guard& g = the_guard();
-    std::unique_lock<std::mutex> lock(g.library, std::try_to_lock);
+    std::unique_lock<std::mutex> lock(g.inside_call, std::try_to_lock);
     if (!lock.owns_lock()) {
         const impatience no_worker_is_waited_for;
         g.being_replaced = true;
@@ -91,7 +91,7 @@ struct end_of_process {
         guard& g = the_guard();
         g.process_ends = true;
         store_release(max_wait_seconds, 0);
-        for (int waited = 0; !g.library.try_lock() && waited < longest_wait; waited += poll) {
+        for (int waited = 0; !g.inside_call.try_lock() && waited < longest_wait; waited += poll) {
             usleep(poll);
         }
         g.view.lock();  // as the other one, for good
@@ -176,7 +176,7 @@ int register_frame(sweep_id sweep, const cv::Mat& rgba, int direction, bool is_l
 {
     check_current(sweep);
     guard& g = the_guard();
-    std::unique_lock<std::mutex> lock(g.library, std::defer_lock);
+    std::unique_lock<std::mutex> lock(g.inside_call, std::defer_lock);
     if (is_last && !g.process_ends) {
         if (g.being_replaced) {
             const std::lock_guard<std::mutex> after_the_replacement(g.one_replacement);

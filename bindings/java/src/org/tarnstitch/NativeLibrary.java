@@ -10,7 +10,7 @@ import java.util.Locale;
 
 /**
  * Finds the native library: where the platform keeps libraries (an app's own directory on Android, the
- * directories of {@code java.library.path} elsewhere), else inside the jar.
+ * directories of the virtual machine's library path elsewhere), else inside the jar.
  */
 final class NativeLibrary {
     private static final String NAME = "tarn_stitch_jni";

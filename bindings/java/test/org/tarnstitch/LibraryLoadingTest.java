@@ -25,20 +25,20 @@ class LibraryLoadingTest {
 
     @Test
     void itIsFoundInTheLibraryPath() throws Exception {
-        Setup.Ended ended = probe(Setup.CLASSES, System.getProperty("java.library.path"), "/work");
+        Setup.Ended ended = probe(Setup.CLASSES, System.getProperty("java.library.path"), "/sweep");
         assertEquals(0, ended.exitCode, ended.toString());
     }
 
     @Test
     void itIsFoundInTheJarAndLeavesNoFileBehind() throws Exception {
-        Setup.Ended ended = probe(Setup.JAR, "/nowhere", "/work");
+        Setup.Ended ended = probe(Setup.JAR, "/nowhere", "/sweep");
         assertEquals(0, ended.exitCode, ended.toString());
         assertEquals(0, temporary.toFile().list().length);
     }
 
     @Test
     void bothFailuresAreNamedWhenItIsNowhere() throws Exception {
-        Setup.Ended ended = probe(Setup.CLASSES, "/nowhere", "/work");
+        Setup.Ended ended = probe(Setup.CLASSES, "/nowhere", "/sweep");
         assertEquals(1, ended.exitCode, ended.toString());
         assertTrue(
                 ended.errors.contains("UnsatisfiedLinkError: The native half of TarnStitch cannot be loaded: "
