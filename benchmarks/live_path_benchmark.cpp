@@ -250,17 +250,16 @@ void time_composition(benchmark::State& state, int count, bool upwards, Function
 void add_composition_rivals(int count, bool upwards)
 {
     const std::string input = std::to_string(count) + " key frames" + (upwards ? ", moving the origin" : "");
-    tarn::bench::add(
-        {"preview of a key frame", "bare warp and copies of the box", input, 1}, [] { return true; },
-        [=](benchmark::State& state) {
-            key_frame_task task = key_frame_after(count, upwards);
-            cv::Mat whole = composed(task);
-            tarn::bench::time_frames(
-                state, 1000, [] {}, [&](size_t) { bare_box_work(task, whole); });
-        });
-    tarn::bench::add(
-        {"preview of a key frame", "plain steps", input, 1}, [] { return true; },
-        [=](benchmark::State& state) { time_composition(state, count, upwards, plainly_composed); });
+    tarn::bench::add({"preview of a key frame", "bare warp and copies of the box", input, 1},
+                     [=](benchmark::State& state) {
+                         key_frame_task task = key_frame_after(count, upwards);
+                         cv::Mat whole = composed(task);
+                         tarn::bench::time_frames(
+                             state, 1000, [] {}, [&](size_t) { bare_box_work(task, whole); });
+                     });
+    tarn::bench::add({"preview of a key frame", "plain steps", input, 1}, [=](benchmark::State& state) {
+        time_composition(state, count, upwards, plainly_composed);
+    });
     tarn::bench::add(
         {"preview of a key frame", "shipped", input, 1},
         [=] {
@@ -278,11 +277,9 @@ TARN_RIVALS(live_path_rivals)
         for (const int threads : {1, 2}) {
             const std::string input = size_name(size) + (threads == 1 ? "" : " on two threads");
             const double pixels = size.area();
-            add(
-                {"ordinary frame", "bare library calls", input, threads, pixels}, [] { return true; },
+            add({"ordinary frame", "bare library calls", input, threads, pixels},
                 [=](benchmark::State& state) { time_bare_calls(state, size); });
-            add(
-                {"ordinary frame", "plain transcription", input, threads, pixels}, [] { return true; },
+            add({"ordinary frame", "plain transcription", input, threads, pixels},
                 [=](benchmark::State& state) { time_plain_steps(state, size); });
             add(
                 {"ordinary frame", "videoStitch", input, threads, pixels},

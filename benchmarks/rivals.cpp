@@ -182,20 +182,34 @@ std::vector<row> table()
     return rows;
 }
 
+// One table per subject, of the columns that its rivals have.
 void write_markdown(std::ostream& out, const std::vector<row>& rows)
 {
     constexpr size_t text_columns = 3;
-    for (size_t i = 0; i < rows.size(); ++i) {
-        for (const std::string& cell : rows[i]) {
-            out << "| " << cell << ' ';
+    for (auto begin = rows.begin() + 1; begin != rows.end();) {
+        const auto end =
+            std::find_if(begin, rows.end(), [&](const row& line) { return line[0] != (*begin)[0]; });
+        std::vector<size_t> columns;
+        for (size_t column = 1; column < rows[0].size(); ++column) {
+            if (std::any_of(begin, end, [&](const row& line) { return !line[column].empty(); })) {
+                columns.push_back(column);
+            }
         }
-        out << "|\n";
-        if (i == 0) {
-            for (size_t column = 0; column < rows[0].size(); ++column) {
-                out << (column < text_columns ? "| --- " : "| ---: ");
+        const auto write_line = [&](const row& line) {
+            for (const size_t column : columns) {
+                out << "| " << line[column] << ' ';
             }
             out << "|\n";
+        };
+        out << "### " << (*begin)[0] << "\n\n";
+        write_line(rows[0]);
+        for (const size_t column : columns) {
+            out << (column < text_columns ? "| --- " : "| ---: ");
         }
+        out << "|\n";
+        std::for_each(begin, end, write_line);
+        out << '\n';
+        begin = end;
     }
 }
 
@@ -273,6 +287,12 @@ double process_cpu_seconds()
     timespec now{};
     clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &now);
     return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) * 1e-9;
+}
+
+void add(const rival& who, std::function<void(benchmark::State&)> body)
+{
+    add(
+        who, [] { return true; }, std::move(body));
 }
 
 void add(const rival& who, std::function<bool()> proof, std::function<void(benchmark::State&)> body)

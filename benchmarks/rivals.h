@@ -5,7 +5,7 @@
 //
 //     TARN_RIVALS(my_rivals)
 //     {
-//         add({"resize", "plain", "1920x1080", 1, 1920.0 * 1080.0}, [] { return true; }, time_plain);
+//         add({"resize", "plain", "1920x1080", 1, 1920.0 * 1080.0}, time_plain);
 //         add({"resize", "fast", "1920x1080", 1, 1920.0 * 1080.0}, fast_equals_plain, time_fast);
 //     }
 #pragma once
@@ -32,6 +32,9 @@ struct rival {
 /// @param body   a benchmark; one iteration is one frame, one turn, one sweep. Manual time: see time_frames.
 ///               Counters that it sets become columns of the table, by their medians.
 void add(const rival& who, std::function<bool()> proof, std::function<void(benchmark::State&)> body);
+
+/// The same for a rival against which others are proven, or whose body proves each answer that it times.
+void add(const rival& who, std::function<void(benchmark::State&)> body);
 
 /// Processor time of all threads of the process so far, in seconds.
 double process_cpu_seconds();

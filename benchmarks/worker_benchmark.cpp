@@ -223,8 +223,7 @@ void add_composition(int count)
 {
     const std::string input = std::to_string(count) + " key frames";
     tarn::bench::add(
-        {"composition in a turn", "plain transcription", input, 1}, [] { return true; },
-        [count](benchmark::State& state) {
+        {"composition in a turn", "plain transcription", input, 1}, [count](benchmark::State& state) {
             const composition_task task(count);
             cv::Mat kept;  // as the task keeps its panorama until the new one is there
             tarn::bench::time_frames(
@@ -254,12 +253,10 @@ TARN_RIVALS(worker_rivals)
     for (const int count : {5, 20, 40, 60}) {
         add_composition(count);
     }
-    tarn::bench::add(
-        {"worker by stage, ms", "one sweep", "60 key frames of 1920x1080", 1}, [] { return true; },
-        time_stages);
+    tarn::bench::add({"worker by stage, ms", "one sweep", "60 key frames of 1920x1080", 1}, time_stages);
     tarn::bench::add(
         {"from last frame to file, ms", "90 frames of 1920x1080 at 30 per second", "two threads", 2},
-        [] { return true; }, time_last_frame);
+        time_last_frame);
 }
 
 }  // namespace

@@ -134,23 +134,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
 {
     input_bytes input(data, size);
     do {
-        switch (input.byte() % 5) {
-        case 0:
-            check_quadrilateral(input);
-            break;
-        case 1:
-            check_motion(input);
-            break;
-        case 2:
-            check_extremes(input);
-            break;
-        case 3:
-            check_polygon(input);
-            break;
-        default:
-            check_conversion(input);
-            break;
-        }
+        run_one_of({check_quadrilateral, check_motion, check_extremes, check_polygon, check_conversion}, input);
     } while (!input.at_end());
     return 0;
 }

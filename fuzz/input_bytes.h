@@ -6,6 +6,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <initializer_list>
 #include <string>
 #include <vector>
 
@@ -74,6 +75,12 @@ private:
     cv::Mat view_;
     cv::Rect place_;
 };
+
+/// Runs one of the checks, as the next byte says.
+inline void run_one_of(std::initializer_list<void (*)(input_bytes&)> checks, input_bytes& input)
+{
+    checks.begin()[input.byte() % checks.size()](input);
+}
 
 /// Whether both images have the same size, type and bytes.
 bool same_image(const cv::Mat& one, const cv::Mat& other);

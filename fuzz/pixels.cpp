@@ -136,6 +136,16 @@ void check_projection(input_bytes& input, bool sphere)
     check(guarded.guards_are_untouched(), "projection stays inside");
 }
 
+void check_cylinder(input_bytes& input)
+{
+    check_projection(input, false);
+}
+
+void check_sphere(input_bytes& input)
+{
+    check_projection(input, true);
+}
+
 /// The same frame once more, onto a panorama that may have the room to grow where it is.
 void check_growth_in_place(cv::Mat panorama, const cv::Mat& frame, const cv::Mat& H)
 {
@@ -253,28 +263,8 @@ extern "C" int LLVMFuzzerInitialize(int* /*argc*/, char*** /*argv*/)
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {
     input_bytes input(data, size);
-    switch (input.byte() % 7) {
-    case 0:
-        check_seam(input);
-        break;
-    case 1:
-        check_fill(input);
-        break;
-    case 2:
-        check_projection(input, false);
-        break;
-    case 3:
-        check_projection(input, true);
-        break;
-    case 4:
-        check_composition(input);
-        break;
-    case 5:
-        check_export(input);
-        break;
-    default:
-        check_matching(input);
-        break;
-    }
+    run_one_of(
+        {check_seam, check_fill, check_cylinder, check_sphere, check_composition, check_export, check_matching},
+        input);
     return 0;
 }

@@ -175,17 +175,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
 {
     input_bytes input(data, size);
     do {
-        switch (input.byte() % 3) {
-        case 0:
-            check_arguments(input);
-            break;
-        case 1:
-            check_order(input);
-            break;
-        default:
-            check_lists(input);
-            break;
-        }
+        run_one_of({check_arguments, check_order, check_lists}, input);
     } while (!input.at_end());
     return 0;
 }

@@ -20,11 +20,6 @@ namespace fs = std::filesystem;
 using namespace tarn::test;  // NOLINT(google-build-using-namespace): the tests' own helpers
 using tarn::worker_stage;
 
-constexpr unsigned poll_interval = 10000;  // µs
-
-// The first poll after which more than 20 s have passed.
-constexpr int polls_of_a_full_time_out = 2001;
-
 class FinalImage : public worker_fixture {
 protected:
     void SetUp() override

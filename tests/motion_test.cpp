@@ -9,11 +9,12 @@
 
 #include "motion.h"
 #include "reference/geometry.h"
+#include "support/corners.h"
 #include "support/random_input.h"
 
 namespace {
 
-using corners_t = std::vector<cv::Point2f>;
+using tarn::test::corners_t;
 using tarn::test::random_input;
 using tarn::test::same_bits;
 

@@ -3,7 +3,6 @@
 // Overlap of two quadrilaterals by their bounding boxes, and the geometry of lines through points.
 #include <cmath>
 #include <limits>
-#include <sstream>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -11,13 +10,15 @@
 
 #include "quadrilateral.h"
 #include "reference/geometry.h"
+#include "support/corners.h"
 #include "support/random_input.h"
 
 namespace {
 
-using corners_t = std::vector<cv::Point2f>;
+using tarn::test::corners_t;
 using tarn::test::random_input;
 using tarn::test::same_bits;
+using tarn::test::text_of;
 
 constexpr float nan = std::numeric_limits<float>::quiet_NaN();
 constexpr float infinity = std::numeric_limits<float>::infinity();
@@ -25,16 +26,6 @@ constexpr float infinity = std::numeric_limits<float>::infinity();
 corners_t box(float left, float top, float right, float bottom)
 {
     return {{left, top}, {right, top}, {right, bottom}, {left, bottom}};
-}
-
-std::string text_of(const corners_t& corners)
-{
-    std::ostringstream text;
-    text.precision(9);
-    for (const cv::Point2f& corner : corners) {
-        text << " (" << corner.x << ", " << corner.y << ")";
-    }
-    return text.str();
 }
 
 TEST(SingleBoxIou, IdenticalBoxesGiveOne)

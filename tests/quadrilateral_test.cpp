@@ -3,7 +3,6 @@
 // Whether a mapped frame is plausible: convexity, tilt of its edges, covered area; and angles at its corners.
 #include <cmath>
 #include <limits>
-#include <sstream>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -12,13 +11,15 @@
 #include "numeric.h"
 #include "quadrilateral.h"
 #include "reference/geometry.h"
+#include "support/corners.h"
 #include "support/random_input.h"
 
 namespace {
 
-using corners_t = std::vector<cv::Point2f>;
+using tarn::test::corners_t;
 using tarn::test::random_input;
 using tarn::test::same_bits;
+using tarn::test::text_of;
 
 constexpr float nan = std::numeric_limits<float>::quiet_NaN();
 constexpr float infinity = std::numeric_limits<float>::infinity();
@@ -46,16 +47,6 @@ float just_below(float value)
 float just_above(float value)
 {
     return std::nextafter(value, infinity);
-}
-
-std::string text_of(const corners_t& corners)
-{
-    std::ostringstream text;
-    text.precision(9);
-    for (const cv::Point2f& corner : corners) {
-        text << " (" << corner.x << ", " << corner.y << ")";
-    }
-    return text.str();
 }
 
 // Tilts

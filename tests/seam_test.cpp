@@ -3,7 +3,6 @@
 // Retouching the preview along a frame's edges.
 #include <cmath>
 #include <limits>
-#include <sstream>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -12,14 +11,16 @@
 #include "reference/geometry.h"
 #include "reference/pixels.h"
 #include "seam.h"
+#include "support/corners.h"
 #include "support/random_input.h"
 
 namespace {
 
-using corners_t = std::vector<cv::Point2f>;
+using tarn::test::corners_t;
 using tarn::test::guarded_image;
 using tarn::test::random_input;
 using tarn::test::same_pixels;
+using tarn::test::text_of;
 
 constexpr float nan = std::numeric_limits<float>::quiet_NaN();
 constexpr float infinity = std::numeric_limits<float>::infinity();
@@ -45,16 +46,6 @@ cv::Mat seamed(int width, int height, corners_t corners)
     cv::Mat destination = filled(width, height, destination_colour);
     optimizeSeam(source, destination, corners);
     return destination;
-}
-
-std::string text_of(const corners_t& corners)
-{
-    std::ostringstream text;
-    text.precision(9);
-    for (const cv::Point2f& corner : corners) {
-        text << " (" << corner.x << ", " << corner.y << ")";
-    }
-    return text.str();
 }
 
 TEST(OptimizeSeam, BoxWithoutWidthOrHeightChangesNothing)

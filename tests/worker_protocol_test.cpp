@@ -31,11 +31,6 @@ namespace fs = std::filesystem;
 using namespace tarn::test;  // NOLINT(google-build-using-namespace): the tests' own helpers
 using tarn::worker_stage;
 
-constexpr unsigned poll_interval = 10000;  // µs
-
-// The first poll after which more than 20 s have passed.
-constexpr int polls_of_a_full_time_out = 2001;
-
 // All stages from the beginning to the turn.
 const std::vector<worker_stage> stages_before_the_turn = {worker_stage::started, worker_stage::frame_prepared,
                                                           worker_stage::frame_described,

@@ -47,6 +47,19 @@ void add_if_there_is_one(digest& results, const std::function<cv::Mat()>& run)
     }
 }
 
+void write_projection(const char* name, void (*project)(cv::Mat& source, cv::Mat& target, float angle))
+{
+    write(name, 200, [project](random_input& random, digest& results) {
+        cv::Mat image = random.image(any_size(random));
+        const float angle = random.real(0.0f, 60.0f);
+        add_if_there_is_one(results, [&image, angle, project] {
+            cv::Mat bent;
+            project(image, bent, angle);
+            return bent;
+        });
+    });
+}
+
 void write_pixel_kernels()
 {
     write("random_input", 100, [](random_input& random, digest& results) {
@@ -73,24 +86,8 @@ void write_pixel_kernels()
         fill_contours(contours, source, target);
         results.add(target);
     });
-    write("cylindrical_projection", 200, [](random_input& random, digest& results) {
-        cv::Mat image = random.image(any_size(random));
-        const float angle = random.real(0.0f, 60.0f);
-        add_if_there_is_one(results, [&image, angle] {
-            cv::Mat bent;
-            cylindrical_projection(image, bent, angle);
-            return bent;
-        });
-    });
-    write("SphericalProjection", 200, [](random_input& random, digest& results) {
-        cv::Mat image = random.image(any_size(random));
-        const float angle = random.real(0.0f, 60.0f);
-        add_if_there_is_one(results, [&image, angle] {
-            cv::Mat bent;
-            SphericalProjection(image, bent, angle);
-            return bent;
-        });
-    });
+    write_projection("cylindrical_projection", cylindrical_projection);
+    write_projection("SphericalProjection", SphericalProjection);
     write("matToBitmapArray", 200, [](random_input& random, digest& results) {
         const cv::Mat image = random.image(any_size(random));
         const std::unique_ptr<int[]> pixels(matToBitmapArray(image));

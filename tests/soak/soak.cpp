@@ -33,16 +33,9 @@
 
 #include "resources.h"
 #include "support/rendered_sweep.h"
+#include "support/sanitizers.h"
 #include "tarn_stitch_jni.h"
 #include "worker_protocol.h"
-
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-#define TARN_SANITIZED 1
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
-#define TARN_SANITIZED 1
-#endif
-#endif
 
 namespace {
 

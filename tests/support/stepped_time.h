@@ -10,6 +10,12 @@
 
 namespace tarn::test {
 
+/// How long the library sleeps between two looks at what it waits for, in microseconds.
+constexpr unsigned poll_interval = 10000;
+
+/// The number of the first poll after which more than the 20 s that it waits have passed.
+constexpr int polls_of_a_full_time_out = 2001;
+
 /// While one lives, the clock of the library's waits stands still on the thread that made it, but for its sleeps:
 /// each returns at once and moves the clock on by its length. So waits of any length are stepped through poll by
 /// poll, in no time. (The test program defines cv::getTickCount itself, in front of the image library's.)
