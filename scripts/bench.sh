@@ -3,22 +3,27 @@
 #
 # Builds and runs the benchmarks, after installing what is missing, and writes their tables into out/benchmarks/,
 # one .md and .csv per program, and all of them with the machine's description into out/benchmarks.md.
-# Arguments: the programs to run (kernel_benchmark, …), by default all; those that begin with "--" go to each of them.
+# Arguments: the programs to run (kernel_benchmark, …), by default all; those that begin with "--" go to each of them,
+# but --figures, which draws docs/images/frame-time.svg and turn-time.svg anew from the tables.
 set -euo pipefail
 # shellcheck source=scripts/lib/common.sh
 source "$(dirname "${BASH_SOURCE[0]}")/lib/common.sh"
 
-need_packages "${build_packages[@]}" "${test_packages[@]}" "${benchmark_packages[@]}"
-
 options=()
 programs=()
+figures=false
 for argument in "$@"; do
-  if [[ $argument == --* ]]; then
+  if [[ $argument == --figures ]]; then
+    figures=true
+    benchmark_packages+=(gnuplot-nox)
+  elif [[ $argument == --* ]]; then
     options+=("$argument")
   else
     programs+=("$argument")
   fi
 done
+
+need_packages "${build_packages[@]}" "${test_packages[@]}" "${benchmark_packages[@]}"
 
 say "Building the benchmarks"
 configure bench --log-level=WARNING
@@ -57,6 +62,11 @@ for program in "${programs[@]}"; do
     { printf '\n## %s\n\n' "$program" && cat "out/benchmarks/$program.md"; } >>"$summary"
   fi
 done
+
+if $figures; then
+  gnuplot -e "tables='out/benchmarks'; images='docs/images'" benchmarks/figures.gnuplot
+  say "Figures: docs/images/frame-time.svg, docs/images/turn-time.svg"
+fi
 
 say "Tables: $root/$summary"
 ((${#failed[@]} == 0)) || fail "these failed: ${failed[*]}"
