@@ -255,11 +255,13 @@ int run_all(int argc, char* argv[])
         return 1;
     }
     for (const auto& which : entries()) {
-        benchmark::RegisterBenchmark(
+        auto* const registered = benchmark::RegisterBenchmark(
             benchmark_name(which->who).c_str(),
-            [](benchmark::State& state, entry* timed) { run(state, *timed); }, which.get())
-            ->UseManualTime()
-            ->Unit(benchmark::kMillisecond);
+            [](benchmark::State& state, entry* timed) { run(state, *timed); }, which.get());
+        registered->UseManualTime()->Unit(benchmark::kMillisecond);
+        if (which->who.takes_long) {
+            registered->Iterations(1);
+        }
     }
     collector results;
     const size_t matching = benchmark::RunSpecifiedBenchmarks(&results);

@@ -21,11 +21,12 @@ namespace tarn::bench {
 
 /// One row of the table. The first row of a subject and input is what the others are measured against.
 struct rival {
-    std::string subject;  ///< what is done; no "/"
-    std::string name;     ///< by whom; no "/"
-    std::string input;    ///< on what, for instance a size; no "/"
-    int threads = 1;      ///< set for OpenCV's loops before it runs; at most those that there are
-    double pixels = 0.0;  ///< per iteration; 0 where time per pixel means nothing
+    std::string subject;      ///< what is done; no "/"
+    std::string name;         ///< by whom; no "/"
+    std::string input;        ///< on what, for instance a size; no "/"
+    int threads = 1;          ///< set for OpenCV's loops before it runs; at most those that there are
+    double pixels = 0.0;      ///< per iteration; 0 where time per pixel means nothing
+    bool takes_long = false;  ///< one iteration is enough for a repetition, whatever time it reports
 };
 
 /// @param proof  run once, before the rival's first timing; false ends its timing and fails the program

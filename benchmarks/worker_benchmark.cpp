@@ -253,9 +253,10 @@ TARN_RIVALS(worker_rivals)
     for (const int count : {5, 20, 40, 60}) {
         add_composition(count);
     }
-    tarn::bench::add({"worker by stage, ms", "one sweep", "60 key frames of 1920x1080", 1}, time_stages);
+    tarn::bench::add({"worker by stage, ms", "one sweep", "60 key frames of 1920x1080", 1, 0.0, true},
+                     time_stages);
     tarn::bench::add(
-        {"from last frame to file, ms", "90 frames of 1920x1080 at 30 per second", "two threads", 2},
+        {"from last frame to file, ms", "90 frames of 1920x1080 at 30 per second", "two threads", 2, 0.0, true},
         time_last_frame);
 }
 
