@@ -88,7 +88,14 @@ std::vector<Value> from_own_process(const std::function<std::vector<Value>()>& w
     return result;
 }
 
-// Runs `work`, which times itself, in a process of its own.
+// What the process has taken so far: called when what is timed is over, before its answer is looked at.
+void note_usage(figures& own)
+{
+    own.cpu_seconds = tarn::bench::process_cpu_seconds();
+    own.megabytes = resident_megabytes("VmHWM");
+}
+
+// Runs `work`, which times itself and notes its usage, in a process of its own.
 figures in_own_process(int threads, const std::function<void(figures&)>& work)
 {
     const auto result = from_own_process<figures>([&] {
@@ -101,8 +108,8 @@ figures in_own_process(int threads, const std::function<void(figures&)>& work)
         } catch (const std::exception&) {
             own.is_right = false;
         }
-        own.cpu_seconds = tarn::bench::process_cpu_seconds() - cpu_before;
-        own.megabytes = resident_megabytes("VmHWM") - before;
+        own.cpu_seconds -= cpu_before;
+        own.megabytes -= before;
         return std::vector<figures>{own};
     });
     return result.empty() ? figures() : result[0];
@@ -189,6 +196,7 @@ void run_library(const sweep_input& input, figures& own, std::vector<int>* key_f
         }
     }
     own.seconds = seconds_since(begin);
+    note_usage(own);
     own.key_frames = static_cast<int>(numbers.size());
     own.error = pair_error(input, numbers, before_places, places);
     own.is_right = wrote_the_panorama() && own.error < greatest_error;
@@ -216,6 +224,7 @@ void run_stitcher(const sweep_input& input, cv::Stitcher::Mode mode, figures& ow
         cv::imencode(".jpg", panorama, bytes);
     }
     own.seconds = seconds_since(begin);
+    note_usage(own);
     own.is_right = status == cv::Stitcher::OK && stitcher->component().size() == images.size();
     own.key_frames = static_cast<int>(stitcher->component().size());
     if (!own.is_right) {
@@ -343,6 +352,7 @@ void run_length(const tarn::test::rendered_sweep& sweep, figures& own)
         }
     }
     own.seconds = live / (length - 1);
+    note_usage(own);
     own.key_frames = tarn_stitcher.big_frame_index;
     own.is_right = wrote_the_panorama();
     own.panorama_megabytes = static_cast<double>(big_stitch_image.total()) * 3 / 1048576.0;
