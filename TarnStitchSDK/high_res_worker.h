@@ -12,7 +12,7 @@
 //   big_stitch_status 3   The last turn ended well. The panorama and the neighbour_* record belong together;
 //                         anyone may read them. Only the switch to the sphere (step 2) writes them in this
 //                         state, the panorama first and its description later, both outside any turn.
-//   big_stitch_status 4   The last turn failed, or a wait timed out. The live path answers -1 from now on, and
+//   big_stitch_status 4   The last turn failed, or a wait timed out. While it lasts the live path answers -1, and
 //                         workers that start now do nothing but pass the ticket on.
 //
 // The life of the worker with index N (1, 2, 3, … within a task):
@@ -51,18 +51,20 @@
 /// @param scales           the frame's four side ratios; fewer than four fail the turn
 /// @param direction        direction of the sweep, 0 to 4 (motion.h)
 /// @param big_frame_index  1, 2, 3, … within the task: names the frame file and fixes the turn
+///
 /// Failure shows in big_stitch_status only; nothing derived from std::exception leaves the function.
 void stitch_big_image(cv::Mat frame, std::vector<float> angles, std::vector<float> scales, int direction,
                       int big_frame_index);
 
 namespace tarn {
 
-/// The library's own, not shown by the shared library:
-/// starts stitch_big_image on a detached thread as a worker of the current task. `frame` is passed as a header
+/// @cond the library's own, not shown by the shared library
+/// Starts stitch_big_image on a detached thread as a worker of the current task. `frame` is passed as a header
 /// that shares its pixels, the vectors are copied. Host's thread.
 /// @throws std::system_error when no thread can be started; nothing is left behind then
 void launch_worker(const cv::Mat& frame, const std::vector<float>& angles, const std::vector<float>& scales,
                    int direction, int big_frame_index);
+/// @endcond
 
 // Values of big_stitch_status; 1 is never used.
 constexpr int pipeline_empty = 0;   ///< no panorama yet

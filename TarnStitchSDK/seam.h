@@ -20,6 +20,7 @@
 /// @param last_img           the source, CV_8UC3; read only
 /// @param stitched_image     the destination, CV_8UC3; changed in place, must not share pixels with the source
 /// @param transpose_corners  the quadrilateral, four corners in the images' pixel coordinates; read only
+///
 /// Pixels of the box outside either image are passed over, and images of another type are left alone.
 void optimizeSeam(cv::Mat& last_img, cv::Mat& stitched_image, std::vector<cv::Point2f>& transpose_corners);
 

@@ -29,8 +29,7 @@ void deleteFile(const char* path);
 
 namespace tarn {
 
-/// The library's own, not shown by the shared library.
-///
+/// @cond the library's own, not shown by the shared library
 /// Holds the working directory: while one lives, no other thread writes a file there or empties it.
 ///
 /// Workers take it for one file at a time; whoever starts a task takes it from the removal of the old directory
@@ -43,5 +42,6 @@ public:
 private:
     std::unique_lock<std::recursive_mutex> lock_;
 };
+/// @endcond
 
 }  // namespace tarn

@@ -3,6 +3,8 @@
 # The static and the shared library, both of one set of objects. A host sees the shared one through the names of
 # the interface only; programs that reach inside, such as the tests, link the static one.
 
+include(GNUInstallDirs)
+
 # Properties of a library target, whatever its kind.
 function(tarn_set_library_properties target opencv_of_headers opencv_inside)
   list(TRANSFORM opencv_of_headers PREPEND opencv_)
@@ -12,7 +14,8 @@ function(tarn_set_library_properties target opencv_of_headers opencv_inside)
   target_include_directories(
     ${target}
     PUBLIC "$<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}>" "$<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/TarnStitchSDK>"
-           "$<INSTALL_INTERFACE:include>" "$<INSTALL_INTERFACE:include/TarnStitchSDK>")
+           "$<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>"
+           "$<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}/TarnStitchSDK>")
   target_link_libraries(${target} PUBLIC ${opencv_of_headers} PRIVATE ${opencv_inside} Threads::Threads)
   set_target_properties(
     ${target}

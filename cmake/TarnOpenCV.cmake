@@ -6,15 +6,22 @@
 # tarn_look_for_opencv(<reason> <module>...)
 #
 # Looks for the named modules of OpenCV 4. <reason> tells why they cannot be had; it is empty when they can, and then
-# the targets opencv_<module> exist. A macro, so that what OpenCV's package sets reaches the caller.
+# the targets opencv_<module> exist. A macro, so that what OpenCV's package sets reaches the caller; but the libraries
+# that a caller has already found are still the caller's afterwards.
 macro(tarn_look_for_opencv reason)
   set(${reason} "")
+  set(tarn_opencv_libs_before "${OpenCV_LIBS}")
+  set(tarn_opencv_libraries_before "${OpenCV_LIBRARIES}")
   unset(OpenCV_LIBS)
   unset(OpenCV_VERSION)
   unset(OpenCV_VERSION_MAJOR)
   find_package(OpenCV 4 QUIET COMPONENTS ${ARGN})
   if(NOT OpenCV_FOUND OR NOT OpenCV_VERSION VERSION_LESS 5)
     tarn_explain_opencv(${reason} ${ARGN})
+  endif()
+  if(tarn_opencv_libs_before)
+    set(OpenCV_LIBS "${tarn_opencv_libs_before}")
+    set(OpenCV_LIBRARIES "${tarn_opencv_libraries_before}")
   endif()
 endmacro()
 

@@ -5,7 +5,7 @@
 # compiler, runs the unit tests and stitches a sample under QEMU, and compares with what this machine computes. The
 # kernels and helpers must agree to the last bit; how far apart the image library's results are is reported.
 # Everything goes into build/arm64 and out/arm64; takes about half an hour on two cores. Arguments go to the tests'
-# program (--gtest_filter=…).
+# program; a --gtest_filter of one's own takes the place of the list of tests that are left out below.
 set -euo pipefail
 # shellcheck source=scripts/lib/common.sh
 source "$(dirname "${BASH_SOURCE[0]}")/lib/common.sh"

@@ -61,14 +61,14 @@ say "The development package"
 mapfile -t development < <(cd "$clean" && ls packages/libtarnstitch-dev_*.deb)
 install_quietly "${development[@]/#//}" g++ pkg-config cmake make
 show sh -c 'cd /packages && g++ -std=c++17 library_only.cpp -o shared $(pkg-config --cflags --libs tarn_stitch)'
-show sh -c '/packages/shared | tail -n 1'
+show sh -c '/packages/shared >/packages/output && tail -n 1 /packages/output'
 show sh -c 'cd /packages && g++ -std=c++17 library_only.cpp -o static $(pkg-config --cflags --static --libs tarn_stitch | sed s/-ltarnstitch/-l:libtarnstitch.a/)'
-show sh -c '/packages/static | tail -n 1'
+show sh -c '/packages/static >/packages/output && tail -n 1 /packages/output'
 printf '%s\n' 'cmake_minimum_required(VERSION 3.22)' 'project(host CXX)' \
   'find_package(TarnStitch 1.0 CONFIG REQUIRED COMPONENTS shared static)' \
   'add_executable(host library_only.cpp)' 'target_link_libraries(host TarnStitch::tarn_stitch)' \
   >"$clean/packages/CMakeLists.txt"
-show sh -c 'cmake -S /packages -B /packages/build >/dev/null && cmake --build /packages/build && /packages/build/host | tail -n 1'
+show sh -c 'cmake -S /packages -B /packages/build >/dev/null && cmake --build /packages/build && /packages/build/host >/packages/output && tail -n 1 /packages/output'
 
 say "Removal"
 install_quietly --purge libtarnstitch1- libtarnstitch-dev- tarnstitch-

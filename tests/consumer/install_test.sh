@@ -21,7 +21,8 @@ find . -not -type d | LC_ALL=C sort
 missing=0
 for file in "$library_directory/libtarnstitch.so.$version" "$library_directory/libtarnstitch.a" bin/tarnstitch \
   "$library_directory/pkgconfig/tarn_stitch.pc" "$library_directory/cmake/TarnStitch/TarnStitchConfig.cmake" \
-  include/TarnStitchSDK/tarn_stitch_jni.h include/TarnStitchSDK/tarn_stitcher.h; do
+  include/TarnStitchSDK/tarn_stitch_jni.h include/TarnStitchSDK/tarn_stitcher.h share/man/man1/tarnstitch.1 \
+  share/bash-completion/completions/tarnstitch share/zsh/site-functions/_tarnstitch; do
   [[ -f $file ]] || { echo "missing: $file" && missing=1; }
 done
 ((missing == 0))
