@@ -19,6 +19,7 @@
 
 #include <gtest/gtest.h>
 
+#include "support/directory_fixture.h"
 #include "support/stitcher_fixture.h"
 #include "tarn_stitcher.h"
 #include "working_directory.h"
@@ -27,44 +28,24 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// A private directory, removed at the end.
-class WorkingDirectory : public ::testing::Test {
+class WorkingDirectory : public tarn::test::directory_fixture {
 protected:
-    void SetUp() override
-    {
-        std::string pattern = (fs::temp_directory_path() / "tarn-directory-XXXXXX").string();
-        ASSERT_NE(mkdtemp(pattern.data()), nullptr);
-        root_ = pattern;
-    }
-
-    void TearDown() override
-    {
-        std::error_code ignored;
-        fs::remove_all(root_, ignored);
-    }
-
-    // A path below the private directory; no trailing "/".
-    std::string path(const std::string& name) const
-    {
-        return (root_ / name).string();
-    }
-
     std::string directory(const std::string& name) const
     {
-        fs::create_directories(root_ / name);
-        return path(name);
+        fs::create_directories(directory_ / name);
+        return at(name);
     }
 
     std::string file(const std::string& name) const
     {
-        fs::create_directories((root_ / name).parent_path());
-        std::ofstream(root_ / name) << "content";
-        return path(name);
+        fs::create_directories((directory_ / name).parent_path());
+        std::ofstream(directory_ / name) << "content";
+        return at(name);
     }
 
-    static bool exists(const std::string& at)
+    static bool exists(const std::string& place)
     {
-        return fs::symlink_status(at).type() != fs::file_type::not_found;
+        return fs::symlink_status(place).type() != fs::file_type::not_found;
     }
 
     // A directory with a file and a directory in it, `depth` levels deep, each name of `name_length`
@@ -88,7 +69,6 @@ protected:
     }
 
 private:
-    fs::path root_;
 };
 
 using IsFloderexit = WorkingDirectory;
@@ -103,7 +83,7 @@ TEST_F(IsFloderexit, DirectoryWithOrWithoutTrailingSlash)
 
 TEST_F(IsFloderexit, MissingDirectoryFileAndEmptyPathAreNone)
 {
-    EXPECT_FALSE(isFloderexit(path("missing").c_str()));
+    EXPECT_FALSE(isFloderexit(at("missing").c_str()));
     EXPECT_FALSE(isFloderexit(file("file").c_str()));
     EXPECT_FALSE(isFloderexit((file("file") + "/").c_str()));
     EXPECT_FALSE(isFloderexit(""));
@@ -111,10 +91,10 @@ TEST_F(IsFloderexit, MissingDirectoryFileAndEmptyPathAreNone)
 
 TEST_F(IsFloderexit, LinkIsFollowed)
 {
-    fs::create_symlink(directory("target"), path("link"));
-    EXPECT_TRUE(isFloderexit(path("link").c_str()));
-    fs::create_symlink(path("missing"), path("broken"));
-    EXPECT_FALSE(isFloderexit(path("broken").c_str()));
+    fs::create_symlink(directory("target"), at("link"));
+    EXPECT_TRUE(isFloderexit(at("link").c_str()));
+    fs::create_symlink(at("missing"), at("broken"));
+    EXPECT_FALSE(isFloderexit(at("broken").c_str()));
 }
 
 TEST_F(IsFloderexit, DirectoryThatMayNotBeReadIsNone)
@@ -242,16 +222,16 @@ TEST_F(DeleteFile, EmptyDirectoryStays)
 TEST_F(DeleteFile, SymbolicLinkIsLeftAloneAndSoIsItsTarget)
 {
     const std::string target = file("target");
-    fs::create_symlink(target, path("link"));
-    deleteFile(path("link").c_str());
-    EXPECT_TRUE(exists(path("link")));
+    fs::create_symlink(target, at("link"));
+    deleteFile(at("link").c_str());
+    EXPECT_TRUE(exists(at("link")));
     EXPECT_TRUE(exists(target));
 
     file("directory/file");
-    fs::create_symlink(path("directory"), path("link2"));
-    deleteFile(path("link2").c_str());
-    EXPECT_TRUE(exists(path("link2")));
-    EXPECT_TRUE(exists(path("directory/file")));
+    fs::create_symlink(at("directory"), at("link2"));
+    deleteFile(at("link2").c_str());
+    EXPECT_TRUE(exists(at("link2")));
+    EXPECT_TRUE(exists(at("directory/file")));
 }
 
 TEST_F(DeleteFile, LinksInsideTheTreeAreLeftAloneAndNeverFollowed)
@@ -259,37 +239,37 @@ TEST_F(DeleteFile, LinksInsideTheTreeAreLeftAloneAndNeverFollowed)
     file("precious/file");
     file("top/sub/file");
     file("top/file");
-    fs::create_symlink(path("precious"), path("top/to_directory"));
-    fs::create_symlink(path("precious/file"), path("top/sub/to_file"));
-    fs::create_symlink(path("missing"), path("top/broken"));
-    deleteFile(path("top").c_str());
-    EXPECT_TRUE(exists(path("precious/file")));
-    EXPECT_TRUE(exists(path("top/to_directory")));
-    EXPECT_TRUE(exists(path("top/broken")));
-    EXPECT_TRUE(exists(path("top/sub/to_file")));  // and so its directory stays
-    EXPECT_FALSE(exists(path("top/sub/file")));
-    EXPECT_FALSE(exists(path("top/file")));
+    fs::create_symlink(at("precious"), at("top/to_directory"));
+    fs::create_symlink(at("precious/file"), at("top/sub/to_file"));
+    fs::create_symlink(at("missing"), at("top/broken"));
+    deleteFile(at("top").c_str());
+    EXPECT_TRUE(exists(at("precious/file")));
+    EXPECT_TRUE(exists(at("top/to_directory")));
+    EXPECT_TRUE(exists(at("top/broken")));
+    EXPECT_TRUE(exists(at("top/sub/to_file")));  // and so its directory stays
+    EXPECT_FALSE(exists(at("top/sub/file")));
+    EXPECT_FALSE(exists(at("top/file")));
 }
 
 TEST_F(DeleteFile, HardLinkIsAFileLikeAnyOther)
 {
     const std::string other = file("other");
     directory("top");
-    fs::create_hard_link(other, path("top/file"));
-    deleteFile(path("top").c_str());
+    fs::create_hard_link(other, at("top/file"));
+    deleteFile(at("top").c_str());
     EXPECT_TRUE(exists(other));
-    EXPECT_FALSE(exists(path("top/file")));
+    EXPECT_FALSE(exists(at("top/file")));
 }
 
 TEST_F(DeleteFile, PipesAndSocketsAreLeftAlone)
 {
     directory("top");
-    ASSERT_EQ(mkfifo(path("top/pipe").c_str(), 0600), 0);
+    ASSERT_EQ(mkfifo(at("top/pipe").c_str(), 0600), 0);
     const int socket_handle = socket(AF_UNIX, SOCK_STREAM, 0);
     ASSERT_GE(socket_handle, 0);
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
-    const std::string socket_path = path("top/socket");
+    const std::string socket_path = at("top/socket");
     const bool is_short_enough = socket_path.size() < sizeof(address.sun_path);
     if (is_short_enough) {
         socket_path.copy(address.sun_path, socket_path.size());
@@ -297,19 +277,19 @@ TEST_F(DeleteFile, PipesAndSocketsAreLeftAlone)
     }
     file("top/file");
 
-    deleteFile(path("top/pipe").c_str());
-    EXPECT_TRUE(exists(path("top/pipe")));
-    deleteFile(path("top").c_str());
-    EXPECT_TRUE(exists(path("top/pipe")));
+    deleteFile(at("top/pipe").c_str());
+    EXPECT_TRUE(exists(at("top/pipe")));
+    deleteFile(at("top").c_str());
+    EXPECT_TRUE(exists(at("top/pipe")));
     EXPECT_EQ(exists(socket_path), is_short_enough);
-    EXPECT_FALSE(exists(path("top/file")));
+    EXPECT_FALSE(exists(at("top/file")));
     close(socket_handle);
 }
 
 TEST_F(DeleteFile, MissingPathIsNoError)
 {
-    deleteFile(path("missing").c_str());
-    deleteFile(path("missing/").c_str());
+    deleteFile(at("missing").c_str());
+    deleteFile(at("missing/").c_str());
     deleteFile("");
 }
 
@@ -360,7 +340,7 @@ TEST_F(DeleteFile, TreeWithPathsLongerThanTheSystemTakes)
 TEST_F(DeleteFile, PathLongerThanTheSystemTakesIsNoError)
 {
     deleteFile(std::string(3 * PATH_MAX, 'x').c_str());
-    deleteFile((path("missing/") + std::string(3 * PATH_MAX, 'x')).c_str());
+    deleteFile((at("missing/") + std::string(3 * PATH_MAX, 'x')).c_str());
 }
 
 TEST_F(DeleteFile, HundredsOfLevels)
@@ -408,14 +388,14 @@ TEST_F(DeleteFile, BranchesBelowADirectoryThatStaysAreEmptied)
         const std::string name = std::string("top/") + branch;
         file(name + "/1/2/file");
         file(name + "/3/file");
-        fs::create_symlink("nowhere", path(name + "/1/link"));
+        fs::create_symlink("nowhere", at(name + "/1/link"));
     }
     deleteFile(top.c_str());
     for (const char* branch : {"a", "b", "c"}) {
         const std::string name = std::string("top/") + branch;
-        EXPECT_TRUE(exists(path(name + "/1/link")));
-        EXPECT_FALSE(exists(path(name + "/1/2")));
-        EXPECT_FALSE(exists(path(name + "/3")));
+        EXPECT_TRUE(exists(at(name + "/1/link")));
+        EXPECT_FALSE(exists(at(name + "/1/2")));
+        EXPECT_FALSE(exists(at(name + "/3")));
     }
 }
 
@@ -424,7 +404,7 @@ TEST_F(DeleteFile, MoreFilesThanOneReadOfTheDirectoryReturns)
     // They are deleted while the directory is being read.
     const std::string top = directory("top");
     for (int i = 0; i < 1500; ++i) {
-        std::ofstream(path("top/big_frame" + std::to_string(i) + ".jpg"));
+        std::ofstream(at("top/big_frame" + std::to_string(i) + ".jpg"));
     }
     deleteFile(top.c_str());
     EXPECT_TRUE(fs::is_empty(top));
@@ -438,11 +418,11 @@ TEST_F(DeleteFile, DirectoryThatMayNotBeReadStaysAsItIs)
     const std::string top = directory("top");
     file("top/secret/file");
     file("top/file");
-    ASSERT_EQ(chmod(path("top/secret").c_str(), 0300), 0);
+    ASSERT_EQ(chmod(at("top/secret").c_str(), 0300), 0);
     deleteFile(top.c_str());
-    chmod(path("top/secret").c_str(), 0700);
-    EXPECT_TRUE(exists(path("top/secret/file")));
-    EXPECT_FALSE(exists(path("top/file")));
+    chmod(at("top/secret").c_str(), 0700);
+    EXPECT_TRUE(exists(at("top/secret/file")));
+    EXPECT_FALSE(exists(at("top/file")));
 }
 
 TEST_F(DeleteFile, NoHandleStaysOpen)
@@ -451,7 +431,7 @@ TEST_F(DeleteFile, NoHandleStaysOpen)
     const int before = dup(0);
     for (int i = 0; i < 20; ++i) {
         file("top/a/b/c/file");
-        fs::create_symlink(path("missing"), path("top/a/link" + std::to_string(i)));
+        fs::create_symlink(at("missing"), at("top/a/link" + std::to_string(i)));
         deleteFile(top.c_str());
     }
     const int after = dup(0);

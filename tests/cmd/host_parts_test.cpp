@@ -29,32 +29,15 @@
 #include "output_file.h"
 #include "scratch_directory.h"
 #include "standard_streams.h"
+#include "support/directory_fixture.h"
 
 using namespace tarn::host;
 namespace fs = std::filesystem;
 
 namespace {
 
-/// An empty directory of the test's own.
-class with_directory : public testing::Test {
+class with_directory : public tarn::test::directory_fixture {
 protected:
-    void SetUp() override
-    {
-        std::string made = (fs::temp_directory_path() / "tarnstitch-test-XXXXXX").string();
-        ASSERT_NE(mkdtemp(made.data()), nullptr);
-        directory_ = made;
-    }
-
-    void TearDown() override
-    {
-        fs::remove_all(directory_);
-    }
-
-    std::string at(const std::string& name) const
-    {
-        return (directory_ / name).string();
-    }
-
     void put(const std::string& name, const std::string& content = "x") const
     {
         std::ofstream(at(name)) << content;
@@ -81,8 +64,6 @@ protected:
         return static_cast<std::size_t>(
             std::distance(fs::directory_iterator(directory_), fs::directory_iterator()));
     }
-
-    fs::path directory_;
 };
 
 using NumberedImages = with_directory;

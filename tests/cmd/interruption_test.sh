@@ -7,20 +7,8 @@ set -euo pipefail
 # shellcheck source=tests/cmd/lib.sh
 source "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
 
-make_slide
-# The fourth picture is a pipe: the program is in the middle of the sweep when it opens it, and waits there.
-rm slide/4.png
-mkfifo slide/4.png
+make_waiting_slide
 echo kept >slide-panorama.jpg
-
-# start COMMAND...: runs a command in the background until the program in it waits for the picture.
-start() {
-  "$@" >stdout 2>stderr &
-  started=$!
-  exec 9>slide/4.png
-  [[ $(find "$TMPDIR" -mindepth 1 -maxdepth 1 -type d -name 'tarnstitch-*' -perm 700 | wc -l) -eq 1 ]] \
-    || fail "no private working directory"
-}
 
 # until_said TEXT: waits until the program has said it.
 until_said() {
@@ -32,18 +20,17 @@ until_said() {
   fail "not said: $1"
 }
 
-# A shell without job control starts background commands with SIGINT ignored; env undoes that.
 for signals in TERM HUP INT,INT INT,TERM; do
   start env --default-signal=INT,TERM,HUP "$program" slide --frames frames.csv
   first=${signals%,*}
   last=${signals#*,}
-  kill -s "$first" $started
+  kill -s "$first" "$started"
   if [[ $signals == *,* ]]; then
     until_said "stopping"
-    kill -s "$last" $started
+    kill -s "$last" "$started"
   fi
   code=0
-  { wait $started || code=$?; } 2>/dev/null # the shell tells of a hangup
+  { wait "$started" || code=$?; } 2>/dev/null # the shell tells of a hangup
   exec 9>&-
   expect_equal "exit code after SIG$signals" $((128 + $(kill -l "$last"))) $code
   expect_nothing_left
@@ -54,14 +41,9 @@ done
 
 # After the first Ctrl-C the next frame is the last one, and what there is becomes the panorama.
 start env --default-signal=INT "$program" slide -o stopped.jpg --frames stopped.csv --json
-kill -s INT $started
+kill -s INT "$started"
 until_said "stopping: the panorama is being finished"
-echo "no image" >&9
-exec 9>&-
-code=0
-wait $started || code=$?
-expect_equal "exit code after one Ctrl-C" 130 $code
-expect_nothing_left
+let_go 130
 expect_file stopped.jpg
 expect_equal "lines on frames" 4 "$(wc -l <stopped.csv)"
 expect_said "3 frames, 3 taken, 1 unreadable"
@@ -70,13 +52,8 @@ expect_equal "earlier panorama" kept "$(cat slide-panorama.jpg)"
 
 # What the caller wants ignored is ignored.
 start env --ignore-signal=HUP "$program" slide
-kill -s HUP $started
-echo "no image" >&9
-exec 9>&-
-code=0
-wait $started || code=$?
-expect_equal "exit code after an ignored signal" 0 $code
-expect_nothing_left
+kill -s HUP "$started"
+let_go 0
 expect_said "7 frames, 7 taken, 1 unreadable"
 
 echo "passed"

@@ -77,3 +77,30 @@ make_slide() {
   "$media" slide slide/%d.png 8 480 360 30 1
   touch -d 2024-01-02T03:04:05 slide/*.png # their time goes into the panorama
 }
+
+# The same, with a pipe for the fourth picture: the program waits there, in the middle of the sweep.
+make_waiting_slide() {
+  make_slide
+  rm slide/4.png
+  mkfifo slide/4.png
+}
+
+# start COMMAND...: runs a command in the background until the program in it waits for the fourth picture. A shell
+# without job control starts such commands with SIGINT ignored; env undoes that.
+start() {
+  "$@" >stdout 2>stderr &
+  started=$!
+  exec 9>slide/4.png
+  [[ $(find "$TMPDIR" -mindepth 1 -maxdepth 1 -type d -name 'tarnstitch-*' -perm 700 | wc -l) -eq 1 ]] \
+    || fail "no private working directory"
+}
+
+# let_go CODE: the picture comes, which is none, and the program started goes on to its end and exits with the code.
+let_go() {
+  local code=0
+  echo "no image" >&9
+  exec 9>&-
+  wait "$started" || code=$?
+  expect_equal "exit code" "$1" $code
+  expect_nothing_left
+}

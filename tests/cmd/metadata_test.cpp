@@ -3,7 +3,6 @@
 // Metadata that goes from the input to the outputs, and what does not.
 #include <ctime>
 #include <exiv2/exiv2.hpp>
-#include <filesystem>
 #include <fstream>
 #include <string>
 #include <vector>
@@ -15,9 +14,9 @@
 #include "frame_source.h"
 #include "metadata.h"
 #include "movie_index.h"
+#include "support/directory_fixture.h"
 
 using namespace tarn::host;
-namespace fs = std::filesystem;
 
 namespace {
 
@@ -49,24 +48,12 @@ std::string text_of(const Exiv2::ExifData& exif, const std::string& key)
     return found == exif.end() ? "" : found->toString();
 }
 
-class Metadata : public testing::Test {
+class Metadata : public tarn::test::directory_fixture {
 protected:
-    void SetUp() override
-    {
-        std::string made = (fs::temp_directory_path() / "tarnstitch-test-XXXXXX").string();
-        ASSERT_NE(mkdtemp(made.data()), nullptr);
-        directory_ = made;
-    }
-
-    void TearDown() override
-    {
-        fs::remove_all(directory_);
-    }
-
     /// A picture with the tags of a camera.
     std::string photo(int orientation) const
     {
-        std::string path = (directory_ / "photo.jpg").string();
+        std::string path = at("photo.jpg");
         cv::imwrite(path, some_picture());
         const auto image = Exiv2::ImageFactory::open(path);
         Exiv2::ExifData exif;
@@ -89,8 +76,6 @@ protected:
         facts.has_times = video;
         return facts;
     }
-
-    fs::path directory_;
 };
 
 }  // namespace
@@ -140,9 +125,9 @@ TEST_F(Metadata, BrokenPictureIsLeftAndReported)
 TEST_F(Metadata, OrientationIsRead)
 {
     EXPECT_EQ(exif_orientation(photo(8)), 8);
-    EXPECT_EQ(exif_orientation((directory_ / "none.jpg").string()), 0);
-    cv::imwrite((directory_ / "plain.jpg").string(), some_picture());
-    EXPECT_EQ(exif_orientation((directory_ / "plain.jpg").string()), 0);
+    EXPECT_EQ(exif_orientation(at("none.jpg")), 0);
+    cv::imwrite(at("plain.jpg"), some_picture());
+    EXPECT_EQ(exif_orientation(at("plain.jpg")), 0);
 }
 
 TEST_F(Metadata, VideoHasTheDateInItsIndex)
@@ -158,7 +143,7 @@ TEST_F(Metadata, VideoHasTheDateInItsIndex)
     };
     const std::string movie_header = word(0) + word(recorded + 2082844800) + word(0) + word(0) + word(0);
     const std::string header_box = word(movie_header.size() + 8) + "mvhd" + movie_header;
-    const std::string path = (directory_ / "clip.mp4").string();
+    const std::string path = at("clip.mp4");
     std::ofstream(path) << word(12) << "ftypisom" << word(header_box.size() + 8) << "moov" << header_box;
     EXPECT_EQ(recording_time(path), recorded);
 
@@ -168,5 +153,5 @@ TEST_F(Metadata, VideoHasTheDateInItsIndex)
     EXPECT_EQ(text_of(exif, "Exif.Photo.DateTimeOriginal"), "2021:03:04 05:06:07");
     EXPECT_EQ(text_of(exif, "Exif.Photo.OffsetTimeOriginal"), "+00:00");
     EXPECT_EQ(text_of(exif, "Exif.Image.Make"), "");
-    EXPECT_FALSE(recording_time((directory_ / "none.mp4").string()));
+    EXPECT_FALSE(recording_time(at("none.mp4")));
 }
