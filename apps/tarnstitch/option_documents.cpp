@@ -48,7 +48,19 @@ constexpr std::array exit_lines = {
     exit_line{2, "usage"},
     exit_line{3, "the input is missing, unreadable or without frames"},
     exit_line{4, "an output cannot be written"},
-    exit_line{130, "stopped by Ctrl-C, or by Esc in the window"},
+    exit_line{130, "stopped: by Ctrl-C, after which what there was has been written, or given up\n"
+                   "by Esc in the window"},
+};
+
+struct key_line {
+    const char* key;
+    const char* meaning;
+};
+
+constexpr std::array key_lines = {
+    key_line{"q", "finish: the sweep ends as if the last frame had come, and the panorama is\n"
+                  "written"},
+    key_line{"Esc", "give up: nothing is written; closing the window does the same"},
 };
 
 constexpr const char* stopping =
@@ -71,11 +83,6 @@ std::string with_replaced(std::string text, const std::string& what, const std::
         text.replace(at, what.size(), by);
     }
     return text;
-}
-
-bool is_positional(const option_row& row)
-{
-    return row.names[0] != '-';
 }
 
 /// Lines under each other, with `indent` before each but the first.
@@ -136,6 +143,13 @@ std::string help_text()
     for (const example& one : examples) {
         text += "  # " + std::string(one.what) + "\n  " + one.command + "\n";
     }
+    text += "\nKeys in the window of --show:\n";
+    for (const key_line& one : key_lines) {
+        constexpr std::size_t width = 7;
+        std::string entry = "  " + std::string(one.key);
+        entry.resize(width, ' ');
+        text += entry + hanging(one.meaning, width) + "\n";
+    }
     text += "\nStopping:\n  " + hanging(stopping, 2) + "\n\nExit codes:\n";
     for (const exit_line& one : exit_lines) {
         constexpr std::size_t width = 7;
@@ -176,6 +190,10 @@ std::string manual_page()
         if (row.kind == value_kind::words) {
             page += "(" + roff(with_replaced(row.choices, " ", ", ")) + ")\n";
         }
+    }
+    page += ".SH KEYS\nIn the window of\n.BR " + roff("--show") + " :\n";
+    for (const key_line& one : key_lines) {
+        page += ".TP\n.B " + std::string(one.key) + "\n" + roff(one.meaning) + "\n";
     }
     page += ".SH EXIT STATUS\n";
     for (const exit_line& one : exit_lines) {

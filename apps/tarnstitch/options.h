@@ -4,6 +4,7 @@
 // completions are made.
 #pragma once
 
+#include <map>
 #include <string>
 #include <vector>
 
@@ -38,6 +39,11 @@ struct options {
 
     bool help = false;
     bool version = false;
+
+    std::map<std::string, std::string> written;  ///< options on the command line: the long name, the name used
+
+    /// The name that an option has on the command line: "-o" for "--output" perhaps.
+    std::string as_written(const std::string& name) const;
 };
 
 /// What an option's value is, for the shells' completions.
@@ -55,6 +61,11 @@ struct option_row {
 
 /// The table, by topics in the order of the help text.
 const std::vector<option_row>& option_table();
+
+bool is_positional(const option_row& row);
+
+/// "--output" of "-o,--output".
+std::string long_name(const option_row& row);
 
 /// Reads the command line. With --help or --version among the arguments nothing else is asked for.
 /// @throws host_error (usage), with one line that says what is wrong

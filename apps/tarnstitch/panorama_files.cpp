@@ -153,18 +153,27 @@ panorama_files::panorama_files(const options& asked)
     if (!asked.frames.empty() && !is_frames_name(asked.frames)) {
         fail("cannot write " + asked.frames + ": the name of the file on frames must end in .csv or .jsonl");
     }
-    std::vector<std::string> names = all();
-    for (std::size_t i = 0; i < names.size(); ++i) {
-        for (std::size_t j = i + 1; j < names.size(); ++j) {
-            if (same_place(names[i], names[j])) {
-                throw host_error(exit_code::usage, "the outputs need different names, and two are " + names[j]);
+    check_names();
+}
+
+void panorama_files::check_names() const
+{
+    const std::vector<named_output> outputs = all();
+    for (std::size_t i = 0; i < outputs.size(); ++i) {
+        for (std::size_t j = i + 1; j < outputs.size(); ++j) {
+            if (same_place(outputs[i].file, outputs[j].file)) {
+                throw host_error(exit_code::usage, outputs[i].what + " and " + outputs[j].what
+                                                       + " need different names, and both would be written to "
+                                                       + outputs[j].file);
             }
         }
-        const fs::path place = canonical_place(names[i]);
-        if (!asked.keep_work.empty() && is_working_name(place.filename().string())
+        const fs::path place = canonical_place(outputs[i].file);
+        if (!asked_.keep_work.empty() && is_working_name(place.filename().string())
             && same_place(place.parent_path().string(), kept_directory())) {
-            throw host_error(exit_code::usage, names[i] + " is a working file's name: in " + asked.keep_work
-                                                   + " it would be replaced");
+            throw host_error(exit_code::usage,
+                             outputs[i].what + " needs another name: in " + asked_.keep_work + ", "
+                                 + place.filename().string()
+                                 + " is the name of a working file that --keep-work puts there");
         }
     }
 }
@@ -175,15 +184,21 @@ std::string panorama_files::kept_directory() const
     return (directory.has_filename() ? directory : directory.parent_path()).string();
 }
 
-std::vector<std::string> panorama_files::all() const
+std::vector<panorama_files::named_output> panorama_files::all() const
 {
-    std::vector<std::string> names = {panorama_, partial_};
-    for (const std::string& name : {asked_.preview, partial_preview_, asked_.frames, asked_.log}) {
-        if (!name.empty()) {
-            names.push_back(name);
-        }
+    const std::string panorama = asked_.output.empty() ? "the panorama" : asked_.as_written("--output");
+    std::vector<named_output> outputs = {{panorama, panorama_}, {panorama + "'s -partial file", partial_}};
+    if (!asked_.preview.empty()) {
+        outputs.push_back({"--preview", asked_.preview});
+        outputs.push_back({"--preview's -partial file", partial_preview_});
     }
-    return names;
+    if (!asked_.frames.empty()) {
+        outputs.push_back({"--frames", asked_.frames});
+    }
+    if (!asked_.log.empty()) {
+        outputs.push_back({"--log", asked_.log});
+    }
+    return outputs;
 }
 
 std::vector<std::string> panorama_files::left_out_of_inputs() const
@@ -195,9 +210,9 @@ std::vector<std::string> panorama_files::left_out_of_inputs() const
 void panorama_files::check_against_inputs(const std::vector<std::string>& input_files) const
 {
     for (const std::string& file : input_files) {
-        for (const std::string& output : all()) {
-            if (same_place(file, output)) {
-                fail("cannot write " + output + ": it is one of the input's files");
+        for (const named_output& output : all()) {
+            if (same_place(file, output.file)) {
+                fail("cannot write " + output.file + ": it is one of the input's files");
             }
         }
         // Where it is a link, its target counts, too.

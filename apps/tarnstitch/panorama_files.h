@@ -66,7 +66,14 @@ private:
                         written_files& written) const;
     void write_preview(const sweep_result& result, frame_turn turn, const output_metadata& metadata,
                        written_files& written) const;
-    std::vector<std::string> all() const;
+
+    struct named_output {
+        std::string what;  ///< the option that asks for it, or what it is
+        std::string file;
+    };
+
+    std::vector<named_output> all() const;
+    void check_names() const;
     std::string kept_directory() const;  ///< the directory for working files, without a "/" at its end
 
     const options& asked_;

@@ -86,8 +86,7 @@ private:
         const source_facts& facts = source->facts();
         if (!facts.has_times && (asked_.selection.needs_times() || asked_.realtime)) {
             throw host_error(exit_code::usage,
-                             "images have no times: --start, --end, --fps and --realtime are for "
-                             "videos and cameras; --step is for images, too");
+                             option_that_needs_times() + " is for videos and cameras: images have no times");
         }
         files_.check_against_inputs(facts.files);
         return source;
@@ -95,6 +94,16 @@ private:
 
     frame_turn first_turn(const source_facts& facts) const
     {
+    std::string option_that_needs_times() const
+    {
+        for (const char* const name : {"--start", "--end", "--fps"}) {
+            if (asked_.written.count(name) > 0) {
+                return name;
+            }
+        }
+        return "--realtime";
+    }
+
         return asked_.turn == turn_choice::automatic ? facts.as_recorded : turn_for(asked_.turn);
     }
 
@@ -263,7 +272,7 @@ void check_summary_place(const options& asked)
         throw host_error(exit_code::output_failed, "cannot write the summary to standard output: it is closed");
     }
     if (!asked.log.empty() && is_standard_output(asked.log)) {
-        throw host_error(exit_code::usage, "--json and --log would both write to " + asked.log
+        throw host_error(exit_code::usage, "--json and --log cannot both write to " + asked.log
                                                + ": standard output is the summary's");
     }
 }

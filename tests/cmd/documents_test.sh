@@ -25,6 +25,11 @@ done
 for code in 0 1 2 3 4 130; do
   grep -qx "\.B $code" "$documents/tarnstitch.1" || fail "the manual page is without exit code $code"
 done
+for key in q Esc; do
+  sed -n '/^\.SH KEYS$/,/^\.SH EXIT/p' "$documents/tarnstitch.1" | grep -qx "\.B $key" \
+    || fail "the manual page is without the key $key"
+  grep -qE "^  $key +[a-z]" <<<"$("$program" --help)" || fail "--help is without the key $key"
+done
 if command -v man >/dev/null && command -v groff >/dev/null; then
   warnings=$(MANWIDTH=80 man --warnings --local-file "$documents/tarnstitch.1" 2>&1 >/dev/null || true)
   [[ -z $warnings ]] || fail "the manual page: $warnings"

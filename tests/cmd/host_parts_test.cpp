@@ -600,6 +600,27 @@ TEST(Options, DefaultsAreTheDocumentedOnes)
 TEST(Options, InputThatStartsWithADashFollowsTwoDashes)
 {
     EXPECT_EQ(parsed({"--", "-in.mp4"}).inputs, std::vector<std::string>{"-in.mp4"});
+    EXPECT_EQ(parsed({"a", "--", "--crop", "--"}).inputs, (std::vector<std::string>{"a", "--crop", "--"}));
+}
+
+TEST(Options, InputThatLooksLikeSomethingElseIsAnInput)
+{
+    for (const char* name : {"-", "-5", "[a,b]", "{}", "a=b", "a;b"}) {
+        EXPECT_EQ(parsed({name, "--crop"}).inputs, std::vector<std::string>{name});
+        EXPECT_EQ(parsed({"a", "-o", name, "b"}).output, name);
+    }
+}
+
+TEST(Options, AreKnownByTheNamesThatWereUsed)
+{
+    const options all = parsed({"a.mp4", "-qo", "b.jpg", "--step=2"});
+    EXPECT_EQ(all.as_written("--output"), "-o");
+    EXPECT_EQ(all.as_written("--quiet"), "-q");
+    EXPECT_EQ(all.as_written("--step"), "--step");
+    EXPECT_EQ(all.as_written("--log"), "--log");  // not used
+    EXPECT_TRUE(all.quiet);
+    EXPECT_EQ(all.output, "b.jpg");
+    EXPECT_EQ(all.selection.step, 2);
 }
 
 TEST(Options, MistakesAreUsageErrorsOfOneLine)

@@ -47,7 +47,7 @@ ln -s one.png linked.log
 expect_error 4 "one of the input's files" one.png -o a.jpg --log linked.log
 cmp before.png one.png || fail "the input was overwritten by a link's log"
 echo kept >old.jpg
-expect_error 2 "different names" $input --log old.jpg -o old.jpg
+expect_error 2 "-o and --log need different names" $input --log old.jpg -o old.jpg
 expect_equal "earlier panorama named as log, too" kept "$(cat old.jpg)"
 echo kept >old.log
 expect_error 4 "must end in" $input -o a.bmp --log old.log

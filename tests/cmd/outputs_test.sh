@@ -60,7 +60,7 @@ for log in /dev/stdout summary.json; do
   code=0
   "$program" slide -o summed.jpg --json --log $log >summary.json 2>stderr || code=$?
   expect_equal "exit code of --json with the log in the same file" 2 $code
-  expect_said "--json and --log would both write to $log"
+  expect_said "--json and --log cannot both write to $log"
 done
 expect_equal "lines on standard error" 1 "$(wc -l <stderr)"
 expect_no_file summed.jpg

@@ -22,55 +22,112 @@ grep -qE '^TarnStitch library [0-9]+\.[0-9]+\.[0-9]+$' version || fail "--versio
 grep -qE '^OpenCV 4\.[0-9.]+$' version || fail "--version: $(cat version)"
 
 # Help counts even beside other mistakes.
-"$program" --help --none >/dev/null 2>stderr || fail "--help --none"
+for mistake in --none --step=0 --crop=1 -x "-o a -o b"; do
+  # shellcheck disable=SC2086 # two options
+  "$program" $mistake --help >/dev/null 2>stderr || fail "$mistake --help"
+done
 
 # A full standard output is an error.
 code=0
 "$program" --help >/dev/full 2>stderr || code=$?
 expect_equal "exit code with a full standard output" 4 $code
 
-expect_error 2 "INPUT" # without an input
-expect_error 2 "--none" "$samples/parking_pan.mp4" --none
-expect_error 2 "--output" "$samples/parking_pan.mp4" -o
-expect_error 2 "--output: it needs a name" "$samples/parking_pan.mp4" -o ""
-expect_error 2 "--preview: it needs a name" "$samples/parking_pan.mp4" --preview ""
-expect_error 2 "INPUT: it needs a name" ""
-expect_error 2 "--direction: it is right, left, up, down or none, not sideways" \
-  "$samples/parking_pan.mp4" --direction sideways
-expect_error 2 "--direction" "$samples/parking_pan.mp4" --direction 1
-expect_error 2 "--turn: it is auto, ccw, cw or none, not up" "$samples/parking_pan.mp4" --turn up
-expect_error 2 "--start: soon is no time" "$samples/parking_pan.mp4" --start soon
-expect_error 2 "--end: it must be later than --start" "$samples/parking_pan.mp4" --start 2 --end 1
-expect_error 2 "--step" "$samples/parking_pan.mp4" --step 0
-expect_error 2 "--fps" "$samples/parking_pan.mp4" --fps 0
-expect_error 2 "--fps: it is 0.001 to 1000, not nan" "$samples/parking_pan.mp4" --fps nan
-expect_error 2 "--quality" "$samples/parking_pan.mp4" --quality 101
-expect_error 2 "--quality: it is for JPEG" "$samples/parking_pan.mp4" --quality 90 -o a.png
-expect_error 2 "--workers" "$samples/parking_pan.mp4" --workers 0
-expect_error 2 "--workers" "$samples/parking_pan.mp4" --workers 17
-expect_error 2 "--workers" "$samples/parking_pan.mp4" --workers many
-expect_error 2 "different names" "$samples/parking_pan.mp4" -o a.jpg --preview ./a.jpg
-expect_error 2 "different names" "$samples/parking_pan.mp4" -o a.jpg --preview a-partial.jpg
-expect_error 2 "different names" "$samples/parking_pan.mp4" -o a-partial.jpg --preview a.jpg
-expect_error 2 "different names" "$samples/parking_pan.mp4" -o a.jpg --frames f.csv --log ./f.csv
+# wrong SENTENCE ARGUMENT...: the arguments, behind an input, are refused with just this sentence.
+wrong() {
+  local sentence=$1
+  shift
+  run 2 "$samples/parking_pan.mp4" "$@"
+  expect_equal "said of $*" "tarnstitch: $sentence" "$(cat stderr)"
+}
+hint="(see tarnstitch --help)"
+
+# An input that is missing, or has no name.
+expect_error 2 "there is no INPUT: a video, a camera, or images $hint"
+expect_error 2 "there is no INPUT: a video, a camera, or images $hint" --crop
+expect_error 2 "an INPUT needs a name, and one is empty $hint" ""
+
+# Unknown options, and what may have been meant.
+wrong "there is no option --colour $hint" --colour
+wrong "there is no option --colour $hint" --colour=red
+wrong "there is no option --ouput; do you mean --output? $hint" --ouput a.jpg
+wrong "there is no option -x $hint" -x
+wrong "there is no option -x (in -qx) $hint" -qx
+
+# Values that are missing, also where another option stands in their place.
+wrong "-o needs a value: -o FILE $hint" -o
+wrong "--output needs a value: --output FILE $hint" --output
+wrong "--quality needs a value: --quality N $hint" --quality=
+wrong "--turn needs a value: --turn WAY $hint" --turn --crop
+wrong "-o needs a value: -o FILE $hint" -o --preview=a.jpg
+wrong "-o needs a value: -o FILE $hint" -qo
+wrong "--log needs a value: --log FILE $hint" --log -- b.mp4
+wrong "-o needs a name: -o FILE $hint" -o ""
+wrong "--preview needs a name: --preview FILE $hint" --preview ""
+
+# Too many values.
+wrong "--output is given more than once $hint" -o a.jpg --output b.jpg
+wrong "--step is given more than once $hint" --step 2 --step=3
+wrong "--crop takes no value $hint" --crop=yes
+wrong "--no-retry takes no value $hint" --no-retry=
+
+# Bad choices, bad times, bad numbers.
+wrong "--direction is right, left, up, down or none, not sideways $hint" --direction sideways
+wrong "--direction is right, left, up, down or none, not 1 $hint" --direction 1
+wrong "--direction is right, left, up, down or none, not empty $hint" --direction ""
+wrong "--turn is auto, ccw, cw or none, not up $hint" --turn=up
+wrong "--start is a time, in seconds or as h:mm:ss, not soon $hint" --start soon
+wrong "--end is a time, in seconds or as h:mm:ss, not -1 $hint" --end -1
+for number in 0 -1 1.5 many 1x 99999999999999999999; do
+  wrong "--step is a whole number from 1 to 1000000, not $number $hint" --step $number
+done
+wrong "--quality is a whole number from 1 to 100, not 101 $hint" --quality 101
+for number in 0 17 many; do
+  wrong "--workers is a whole number from 1 to 16, not $number $hint" --workers $number
+done
+for number in 0 nan inf 2x -3 0x1p3; do
+  wrong "--fps is a number from 0.001 to 1000, not $number $hint" --fps $number
+done
+
+# Options that do not go together.
+wrong "--end must be later than --start $hint" --start 2 --end 1
+wrong "--quality is for JPEG, and a.PNG is without loss $hint" --quality 90 -o a.PNG
+wrong "-o and --preview need different names, and both would be written to ./a.jpg" -o a.jpg --preview ./a.jpg
+wrong "--output's -partial file and --preview need different names, and both would be written to a-partial.jpg" \
+  --output a.jpg --preview a-partial.jpg
+wrong "-o and --preview's -partial file need different names, and both would be written to a-partial.jpg" \
+  -o a-partial.jpg --preview a.jpg
+wrong "the panorama and --log need different names, and both would be written to parking_pan-panorama.jpg" \
+  --log parking_pan-panorama.jpg
+wrong "--frames and --log need different names, and both would be written to ./f.csv" --frames f.csv --log ./f.csv
+wrong "--json and --log cannot both write to /dev/stdout: standard output is the summary's" --json --log /dev/stdout \
+  -o a.jpg
 expect_no_file a.jpg
 
 # An output must not be where a working file of the same name goes.
 mkdir kept
 ln -s kept/big_frame2.jpg link.jpg
 for name in kept/big_stitch.jpg ./kept/../kept/big_frame12.jpg; do
-  expect_error 2 "is a working file's name" "$samples/parking_pan.mp4" -o "$name" --keep-work kept/
-  expect_error 2 "is a working file's name" "$samples/parking_pan.mp4" --preview "$name" --keep-work kept
+  wrong "-o needs another name: in kept/, ${name##*/} is the name of a working file that --keep-work puts there" \
+    -o "$name" --keep-work kept/
+  expect_error 2 "--preview needs another name" "$samples/parking_pan.mp4" --preview "$name" --keep-work kept
 done
-expect_error 2 "is a working file's name" "$samples/parking_pan.mp4" -o link.jpg --keep-work kept
-expect_error 2 "is a working file's name" "$samples/parking_pan.mp4" -o new/big_stitch.jpg --keep-work new/
+expect_error 2 "-o needs another name" "$samples/parking_pan.mp4" -o link.jpg --keep-work kept
+expect_error 2 "-o needs another name" "$samples/parking_pan.mp4" -o new/big_stitch.jpg --keep-work new/
 expect_equal "kept" "" "$(ls -A kept)"
 
 # Images have no times.
 "$media" flat 1.png 40 30
 for option in --start --end --fps; do
-  expect_error 2 "images have no times" 1.png $option 2
+  expect_error 2 "$option is for videos and cameras: images have no times" 1.png $option 2
 done
-expect_error 2 "images have no times" 1.png --realtime
+expect_error 2 "--realtime is for videos and cameras: images have no times" 1.png --realtime
+
+# An option's value may look like an option, and an input like a list.
+"$media" flat 1.png 400 300
+mkdir "[1,2]"
+cp 1.png "[1,2]/"
+run 0 "[1,2]" -o -odd.jpg --log=--crop
+expect_file ./-odd.jpg
+expect_file ./--crop
 
 echo "passed"
