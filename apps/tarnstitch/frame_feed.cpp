@@ -19,8 +19,9 @@ std::string shown(const cv::Size& size)
 
 }  // namespace
 
-frame_feed::frame_feed(std::unique_ptr<frame_source> source, const frame_selection& selection, frame_turn turn)
-    : source_(std::move(source)), selector_(selection), turn_(turn)
+frame_feed::frame_feed(std::unique_ptr<frame_source> source, const frame_selection& selection, frame_turn turn,
+                       int looked_at)
+    : source_(std::move(source)), selector_(selection), turn_(turn), looked_at_(looked_at)
 {
     if (!read_ahead()) {
         const std::string& file = source_->facts().files.front();
@@ -59,7 +60,8 @@ bool frame_feed::read_ahead()
         const cv::Mat image = source_->picture();
         if (image.empty()) {
             ++unreadable_;
-            if (source_->facts().announced > 1) {  // otherwise it is the input that cannot be read
+            // Of a single picture it is the input that cannot be read, and that is said elsewhere.
+            if (source_->facts().announced > 1 && stamp.number > looked_at_) {
                 note("cannot read " + source_->name() + "; it is left out");
             }
             continue;

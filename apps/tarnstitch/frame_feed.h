@@ -39,8 +39,11 @@ public:
 class frame_feed : public sweep_input {
 public:
     /// Reads the first frame, so that an input without any fails before the work starts.
+    /// @param looked_at  pictures of the input that have been looked at before, so that those of them that cannot be
+    ///                   read are not named once more
     /// @throws host_error (input_failed) when there is no frame
-    frame_feed(std::unique_ptr<frame_source> source, const frame_selection& selection, frame_turn turn);
+    frame_feed(std::unique_ptr<frame_source> source, const frame_selection& selection, frame_turn turn,
+               int looked_at = 0);
 
     bool next(feed_frame& frame) override;
 
@@ -86,6 +89,7 @@ private:
     std::unique_ptr<frame_source> source_;
     frame_selector selector_;
     frame_turn turn_;
+    int looked_at_;
     feed_frame ahead_;  ///< its image is empty when there is none
     cv::Size size_;     ///< of the first frame, before turning
     frame_stamp last_stamp_;

@@ -3,6 +3,7 @@
 // The run, told in steps.
 #include "stitching.h"
 
+#include <algorithm>
 #include <chrono>
 #include <filesystem>
 #include <iostream>
@@ -49,6 +50,7 @@ struct attempt {
     lost_frames lost;
     std::vector<std::string> notes;  ///< on the input
     bool cut_short = false;
+    bool second_interrupted = false;  ///< whether Ctrl-C came in the second try, be it this one or not
 };
 
 class run {
@@ -92,8 +94,6 @@ private:
         return source;
     }
 
-    frame_turn first_turn(const source_facts& facts) const
-    {
     std::string option_that_needs_times() const
     {
         for (const char* const name : {"--start", "--end", "--fps"}) {
@@ -104,6 +104,8 @@ private:
         return "--realtime";
     }
 
+    frame_turn first_turn(const source_facts& facts) const
+    {
         return asked_.turn == turn_choice::automatic ? facts.as_recorded : turn_for(asked_.turn);
     }
 
@@ -112,7 +114,7 @@ private:
         ++summary_.tries;
         attempt made;
         made.turn = turn;
-        frame_feed feed(std::move(source), asked_.selection, turn);
+        frame_feed feed(std::move(source), asked_.selection, turn, looked_at_);
         sweep_settings settings;
         settings.working_directory = new_directory("work");
         if (!asked_.keep_work.empty()) {
@@ -142,6 +144,7 @@ private:
         made.frame_size = feed.size();
         made.announced = feed.facts().announced;
         made.pictures = feed.pictures();
+        looked_at_ = std::max(looked_at_, made.pictures);
         made.cut_short = !feed.early_end().empty();
         for (const std::string& line : {feed.damage(), feed.early_end()}) {
             if (!line.empty()) {
@@ -161,6 +164,7 @@ private:
         try {
             attempt second = make_attempt(open(), turn);
             const bool stopped = stop_asked_for() != stop_kind::none;
+            first.second_interrupted = second.second_interrupted = stop_asked_for() == stop_kind::interrupted;
             return second_is_better(first.result, second.result, stopped) ? std::move(second)
                                                                           : std::move(first);
         } catch (const host_error& error) {
@@ -211,7 +215,7 @@ private:
         summary_.pictures = done.pictures;
         summary_.lost = done.lost;
         summary_.cut_short = done.cut_short;
-        summary_.code = code_of(result.outcome);
+        summary_.code = code_of(done);
 
         const std::string partial = summary_.written.whole ? "" : summary_.written.panorama.file;
         std::vector<std::string> notes = notes_on(result, partial);
@@ -220,7 +224,7 @@ private:
         }
         // What ends the program with an error is said to those, too, who want no notes.
         const bool failed =
-            summary_.code == exit_code::input_failed || summary_.code == exit_code::not_stitched;
+            result.outcome == sweep_outcome::input_failed || result.outcome == sweep_outcome::pipeline_failed;
         for (const std::string& line : notes) {
             failed ? say(line) : note(line);
         }
@@ -239,13 +243,14 @@ private:
         summary_.notes = notes;
     }
 
-    exit_code code_of(sweep_outcome outcome) const
+    exit_code code_of(const attempt& done) const
     {
-        switch (outcome) {
+        switch (done.result.outcome) {
         case sweep_outcome::input_failed:
             return exit_code::input_failed;
         case sweep_outcome::pipeline_failed:
-            return exit_code::not_stitched;
+            // A second try left to itself might have come to a better end: it is the user's stop that settled this.
+            return done.second_interrupted ? exit_code::stopped : exit_code::not_stitched;
         case sweep_outcome::given_up:
             return exit_code::stopped;
         case sweep_outcome::complete:
@@ -262,6 +267,7 @@ private:
     run_summary& summary_;
     const panorama_files files_;
     const scratch_directory scratch_;
+    int looked_at_ = 0;  ///< pictures, in the tries so far
     std::optional<output_metadata> metadata_;
 };
 

@@ -37,6 +37,13 @@ run 1 slide -q
 expect_said "cannot write slide-panorama-partial.jpg"
 expect_said "stitching failed at frame 9"
 
+# A picture that cannot be read is named in the first try and not again in the second.
+cp -rp slide gap
+echo "no image" >gap/4.png
+run 1 gap
+expect_said "trying once more"
+expect_equal "times that the picture is named" 1 "$(grep -cF "cannot read gap/4.png; it is left out" stderr)"
+
 # A sweep that outgrows the largest panorama fails in its middle. The frames after that are not read.
 mkdir long
 "$media" slide long/%d.jpg 150 3000 200 60 3 # 3000 + 149 * 60 = 11940 pixels in all

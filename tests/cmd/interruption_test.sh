@@ -56,4 +56,37 @@ kill -s HUP "$started"
 let_go 0
 expect_said "7 frames, 7 taken, 1 unreadable"
 
+# A sweep that cannot be stitched even as far as the first Ctrl-C has failed all the same.
+mv slide/3.png third.png
+"$media" slide other%d.png 1 480 360 30 2 # shows something else
+cp other1.png slide/3.png
+start env --default-signal=INT "$program" slide -o failed.jpg
+kill -s INT "$started"
+until_said "stopping: the panorama is being finished"
+let_go 1
+expect_said "stitching failed at frame 3: "
+expect_file failed-partial.jpg
+
+# A first Ctrl-C in the second try, which then gets less far than the first: the first one's part is kept, but it was
+# the user who ended it.
+rm slide/4.png
+mv third.png slide/3.png
+mv other1.png slide/9.png
+mkfifo pipe
+env --default-signal=INT "$program" slide -o second.jpg --json >stdout 2>stderr &
+started=$!
+# Once there is this directory the first try has read its first picture, and the second has not.
+until compgen -G "$TMPDIR/tarnstitch-*/work1" >/dev/null || ! kill -0 "$started" 2>/dev/null; do :; done
+mv pipe slide/1.png
+exec 9>slide/1.png
+expect_said "trying once more"
+kill -s INT "$started"
+until_said "stopping: the panorama is being finished"
+let_go 130
+expect_said "what was composed until then is in second-partial.jpg"
+expect_file second-partial.jpg
+expect_no_file second.jpg
+grep -qF '"outcome": "stopped"' stdout || fail "no outcome in the summary"
+grep -qF '"tries": 2' stdout || fail "not two tries in the summary"
+
 echo "passed"
