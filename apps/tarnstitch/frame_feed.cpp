@@ -3,6 +3,8 @@
 // Reading one frame ahead, with one size for all.
 #include "frame_feed.h"
 
+#include <array>
+#include <cstdio>
 #include <utility>
 
 #include "host_error.h"
@@ -26,10 +28,15 @@ frame_feed::frame_feed(std::unique_ptr<frame_source> source, const frame_selecti
     if (!read_ahead()) {
         const std::string& file = source_->facts().files.front();
         const bool none_selected = last_stamp_.number > unreadable_;
-        throw host_error(exit_code::input_failed,
-                         none_selected ? "none of the " + std::to_string(last_stamp_.number) + " frames of "
-                                             + file + " lies between --start and --end"
-                                       : "no frame can be read from " + file);
+        std::string reason = "no frame can be read from " + file;
+        if (none_selected && ended_) {
+            std::array<char, 64> at{};
+            std::snprintf(at.data(), at.size(), "%.2f s", last_stamp_.seconds);
+            reason = file + " ends before --start: its last frame is at " + at.data();
+        } else if (none_selected) {
+            reason = "no frame of " + file + " lies between --start and --end";
+        }
+        throw host_error(exit_code::input_failed, reason);
     }
 }
 

@@ -191,7 +191,8 @@ std::unique_ptr<frame_source> open_frame_source(const std::vector<std::string>& 
         }
         check_readable(input);
         if (fs::is_directory(status) || !is_image(input)) {
-            fail("of several inputs each must be an image, and " + input + " is none");
+            fail("of several inputs each must be an image, and " + input
+                 + " is none; the panorama's name belongs behind -o");
         }
     }
     std::vector<std::string> files = inputs;

@@ -5,6 +5,12 @@
 
 namespace tarn::host {
 
+namespace {
+
+constexpr int wrong_way = 4;
+
+}  // namespace
+
 int with_code(const sweep_result& result, int code)
 {
     return result.by_code.at(static_cast<std::size_t>(code - lowest_code));
@@ -12,13 +18,13 @@ int with_code(const sweep_result& result, int code)
 
 bool many_with_code(const sweep_result& result, int code)
 {
-    constexpr int one_in = 5;
+    // Frames that went the wrong way are soon followed by others that are only counted as lost.
+    const int one_in = code == wrong_way ? 20 : 5;
     return with_code(result, code) > 0 && with_code(result, code) * one_in >= result.frames;
 }
 
 bool second_try_may_help(const sweep_result& result)
 {
-    constexpr int wrong_way = 4;
     return result.outcome == sweep_outcome::pipeline_failed && !many_with_code(result, wrong_way);
 }
 

@@ -45,11 +45,11 @@ constexpr std::array exit_lines = {
     exit_line{0, "done"},
     exit_line{1, "the sweep could not be stitched; what was composed until then is written\n"
                  "under the outputs' names with \"-partial\" before their endings"},
-    exit_line{2, "usage"},
+    exit_line{2, "the command line makes no sense, or --show has no display; nothing was done"},
     exit_line{3, "the input is missing, unreadable or without frames"},
-    exit_line{4, "an output cannot be written"},
-    exit_line{130, "stopped: by Ctrl-C, after which what there was has been written, or given up\n"
-                   "by Esc in the window"},
+    exit_line{4, "an output, or a temporary file, cannot be written"},
+    exit_line{130, "stopped: by Ctrl-C, after which what there was has been written (if it came in\n"
+                   "the second try, perhaps the first one's part), or given up by Esc in the window"},
 };
 
 struct key_line {

@@ -202,10 +202,10 @@ const std::vector<bound_row>& bound_table()
          read_path<&options::log>},
 
         {{orientation, "--turn", "WAY", value_kind::words, "auto ccw cw none",
-          "how frames are turned before the library gets them. What is written is\n"
-          "upright in any case, but some sweeps can be stitched one way only.\n"
-          "auto, the default, is what the camera recorded where the file tells,\n"
-          "and ccw elsewhere"},
+          "how frames are turned before the library gets them: auto, ccw\n"
+          "(counter-clockwise), cw (clockwise) or none. What is written is upright\n"
+          "in any case, but some sweeps can be stitched one way only. auto, the\n"
+          "default, is what the camera recorded where the file tells, else ccw"},
          read_word<&options::turn, turn_choice::automatic, turn_choice::counter_clockwise,
                    turn_choice::clockwise, turn_choice::none>},
         {{orientation, "--direction", "WAY", value_kind::words, "right left up down none",

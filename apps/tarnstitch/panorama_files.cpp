@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <cstdint>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -270,6 +271,14 @@ void panorama_files::write_panorama(const sweep_result& result, frame_turn turn,
         if (best.empty()) {
             written.warnings.push_back(name + " is not cropped: all of it is empty");
         } else {
+            constexpr int percent = 100;
+            constexpr int surprisingly_few = 25;
+            const auto kept = static_cast<int>(std::int64_t{percent} * best.area() / image.size().area());
+            if (kept < surprisingly_few) {
+                written.warnings.push_back(name + " is cropped to " + std::to_string(kept)
+                                           + " % of the panorama, which has no larger rectangle without "
+                                             "empty pixels");
+            }
             image = image(best);
         }
     }

@@ -141,11 +141,12 @@ std::string summary_line(const sweep_result& result, const written_files& writte
     std::snprintf(time, sizeof time, "%.1f s", seconds);
     line += (result.frames > 0 ? "); " : "; ") + counted(result.key_frames, "key frame", "key frames") + "; "
             + (written.panorama.file.empty() ? "no panorama" : "panorama " + shown(written.panorama.size));
-    if (!written.panorama.file.empty() && written.uncropped != written.panorama.size) {
-        line += " of " + shown(written.uncropped);
+    if (!written.panorama.file.empty()) {
+        line += written.uncropped != written.panorama.size ? " of " + shown(written.uncropped) : "";
+        line += " in " + written.panorama.file;
     }
     if (!written.preview.file.empty()) {
-        line += ", preview " + shown(written.preview.size);
+        line += ", preview " + shown(written.preview.size) + " in " + written.preview.file;
     }
     return line + "; " + time;
 }

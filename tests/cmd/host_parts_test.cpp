@@ -129,17 +129,6 @@ options parsed(std::vector<const char*> arguments)
     return parse_options(static_cast<int>(arguments.size()), arguments.data());
 }
 
-exit_code code_of_error(const std::vector<const char*>& arguments)
-{
-    try {
-        parsed(arguments);
-    } catch (const host_error& error) {
-        EXPECT_EQ(std::string(error.what()).find('\n'), std::string::npos) << error.what();
-        return error.code();
-    }
-    return exit_code::done;
-}
-
 std::vector<unsigned char> bytes(const std::string& text)
 {
     return {text.begin(), text.end()};
@@ -623,37 +612,86 @@ TEST(Options, AreKnownByTheNamesThatWereUsed)
     EXPECT_EQ(all.selection.step, 2);
 }
 
-TEST(Options, MistakesAreUsageErrorsOfOneLine)
+TEST(Options, MistakesAreSaidInASentenceByTheOptionsOwnName)
 {
-    const std::vector<std::vector<const char*>> mistakes = {
-        {},
-        {"a.mp4", "--none"},
-        {"a.mp4", "-o"},
-        {"a.mp4", "--direction", "sideways"},
-        {"a.mp4", "--direction", "7"},
-        {"a.mp4", "--workers", "0"},
-        {"a.mp4", "--workers", "17"},
-        {"a.mp4", "--workers", "-1"},
-        {"a.mp4", "--workers", "two"},
-        {"a.mp4", "-o", "a.jpg", "-o", "b.jpg"},
-        {"a.mp4", "--turn", "left"},
-        {"a.mp4", "--quality", "0"},
-        {"a.mp4", "--quality", "101"},
-        {"a.mp4", "--quality", "90", "-o", "a.PNG"},
-        {"a.mp4", "--step", "0"},
-        {"a.mp4", "--fps", "0"},
-        {"a.mp4", "--fps", "-1"},
-        {"a.mp4", "--fps", "nan"},
-        {"a.mp4", "--fps", "-nan"},
-        {"a.mp4", "--fps", "inf"},
-        {"a.mp4", "--fps", "2x"},
-        {"a.mp4", "--start", "later"},
-        {"a.mp4", "--start", "-1"},
-        {"a.mp4", "--end", "1:60"},
-        {"a.mp4", "--start", "5", "--end", "5"},
+    struct mistake {
+        std::vector<const char*> arguments;
+        const char* sentence;
     };
-    for (const auto& arguments : mistakes) {
-        EXPECT_EQ(code_of_error(arguments), exit_code::usage) << testing::PrintToString(arguments);
+
+    const std::vector<mistake> mistakes = {
+        {{}, "there is no INPUT: a video, a camera, or images"},
+        {{"--crop"}, "there is no INPUT: a video, a camera, or images"},
+        {{"--"}, "there is no INPUT: a video, a camera, or images"},
+        {{"a.mp4", ""}, "an INPUT needs a name, and one is empty"},
+
+        {{"a.mp4", "--none"}, "there is no option --none"},
+        {{"a.mp4", "--none=2"}, "there is no option --none"},
+        {{"a.mp4", "--ouput", "b"}, "there is no option --ouput; do you mean --output?"},
+        {{"a.mp4", "--worker", "2"}, "there is no option --worker; do you mean --workers?"},
+        {{"a.mp4", "--Crop"}, "there is no option --Crop; do you mean --crop?"},
+        {{"a.mp4", "-x"}, "there is no option -x"},
+        {{"a.mp4", "-xyz"}, "there is no option -xyz"},
+        {{"a.mp4", "-qx"}, "there is no option -x (in -qx)"},
+        {{"a.mp4", "-q5"}, "there is no option -5 (in -q5)"},
+        {{"a.mp4", "---crop"}, "there is no option ---crop; do you mean --crop?"},
+
+        {{"a.mp4", "-o"}, "-o needs a value: -o FILE"},
+        {{"a.mp4", "-qo"}, "-o needs a value: -o FILE"},
+        {{"a.mp4", "--output"}, "--output needs a value: --output FILE"},
+        {{"a.mp4", "--output="}, "--output needs a value: --output FILE"},
+        {{"a.mp4", "-o", "--preview=b.png"}, "-o needs a value: -o FILE"},
+        {{"--log", "-q", "a.mp4"}, "--log needs a value: --log FILE"},
+        {{"--log", "--", "a.mp4"}, "--log needs a value: --log FILE"},
+        {{"a.mp4", "--preview", ""}, "--preview needs a name: --preview FILE"},
+
+        {{"a.mp4", "-o", "a.jpg", "-o", "b.jpg"}, "-o is given more than once"},
+        {{"a.mp4", "-o", "a.jpg", "--output=b.jpg"}, "--output is given more than once"},
+        {{"a.mp4", "--step", "2", "--step", "2"}, "--step is given more than once"},
+        {{"a.mp4", "--crop=yes"}, "--crop takes no value"},
+        {{"a.mp4", "--no-retry="}, "--no-retry takes no value"},
+
+        {{"a.mp4", "--direction", "sideways"}, "--direction is right, left, up, down or none, not sideways"},
+        {{"a.mp4", "--direction", "7"}, "--direction is right, left, up, down or none, not 7"},
+        {{"a.mp4", "--direction", ""}, "--direction is right, left, up, down or none, not empty"},
+        {{"a.mp4", "--turn", "left"}, "--turn is auto, ccw, cw or none, not left"},
+
+        {{"a.mp4", "--workers", "0"}, "--workers is a whole number from 1 to 16, not 0"},
+        {{"a.mp4", "--workers", "17"}, "--workers is a whole number from 1 to 16, not 17"},
+        {{"a.mp4", "--workers", "-1"}, "--workers is a whole number from 1 to 16, not -1"},
+        {{"a.mp4", "--workers", "two"}, "--workers is a whole number from 1 to 16, not two"},
+        {{"a.mp4", "--workers", "2x"}, "--workers is a whole number from 1 to 16, not 2x"},
+        {{"a.mp4", "--quality", "0"}, "--quality is a whole number from 1 to 100, not 0"},
+        {{"a.mp4", "--quality", "101"}, "--quality is a whole number from 1 to 100, not 101"},
+        {{"a.mp4", "--quality", "9.5"}, "--quality is a whole number from 1 to 100, not 9.5"},
+        {{"a.mp4", "--step", "0"}, "--step is a whole number from 1 to 1000000, not 0"},
+        {{"a.mp4", "--step", "99999999999999999999"},
+         "--step is a whole number from 1 to 1000000, not 99999999999999999999"},
+        {{"a.mp4", "--fps", "0"}, "--fps is a number from 0.001 to 1000, not 0"},
+        {{"a.mp4", "--fps", "-1"}, "--fps is a number from 0.001 to 1000, not -1"},
+        {{"a.mp4", "--fps", "nan"}, "--fps is a number from 0.001 to 1000, not nan"},
+        {{"a.mp4", "--fps", "-nan"}, "--fps is a number from 0.001 to 1000, not -nan"},
+        {{"a.mp4", "--fps", "inf"}, "--fps is a number from 0.001 to 1000, not inf"},
+        {{"a.mp4", "--fps", "2x"}, "--fps is a number from 0.001 to 1000, not 2x"},
+        {{"a.mp4", "--fps", "0x1p3"}, "--fps is a number from 0.001 to 1000, not 0x1p3"},
+
+        {{"a.mp4", "--start", "later"}, "--start is a time, in seconds or as h:mm:ss, not later"},
+        {{"a.mp4", "--start", "-1"}, "--start is a time, in seconds or as h:mm:ss, not -1"},
+        {{"a.mp4", "--end", "1:60"}, "--end is a time, in seconds or as h:mm:ss, not 1:60"},
+        {{"a.mp4", "--end", ""}, "--end is a time, in seconds or as h:mm:ss, not empty"},
+
+        {{"a.mp4", "--start", "5", "--end", "5"}, "--end must be later than --start"},
+        {{"a.mp4", "--quality", "90", "-o", "a.PNG"}, "--quality is for JPEG, and a.PNG is without loss"},
+    };
+    for (const auto& [arguments, sentence] : mistakes) {
+        SCOPED_TRACE(testing::PrintToString(arguments));
+        try {
+            parsed(arguments);
+            ADD_FAILURE() << "accepted";
+        } catch (const host_error& error) {
+            EXPECT_EQ(error.what(), std::string(sentence) + " (see tarnstitch --help)");
+            EXPECT_EQ(error.code(), exit_code::usage);
+        }
     }
 }
 

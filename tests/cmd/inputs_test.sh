@@ -100,12 +100,12 @@ expect_equal "turn of its preview" 0 "$("$media" turn slide/1.png exif-upright.p
 
 "$media" matrix "$samples/parking_pan.mp4" "a:turned video.mp4"
 "$media" frames "$samples/parking_pan.mp4" first.png 0 1 1
-run 0 "a:turned video.mp4" -o turned.jpg
+run 0 "a:turned video.mp4" -o turned.jpg --step 5
 expect_equal "turn by the display matrix" 90 "$("$media" turn first.png turned.jpg 1)"
 
 # A video whose name ends in a number is a video, and one with a broken stretch does not crash the program.
 cp "$samples/parking_pan.mp4" ./-shot7.mp4
-run 0 -- -shot7.mp4
+run 0 --step 5 -- -shot7.mp4
 expect_file ./-shot7-panorama.jpg
 "$media" damage "$samples/parking_pan.mp4" damaged.mp4
 expect_nothing_left

@@ -7,7 +7,7 @@ set -euo pipefail
 # shellcheck source=tests/cmd/lib.sh
 source "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
 
-long=${4:-1200}
+long=${4:-800}
 short=200
 
 # peak FRAMES: the peak of memory, in KiB, of a sweep that swings to and fro for so many frames.

@@ -12,34 +12,35 @@ bytes() {
 }
 
 # --output: without loss as PNG and TIFF; --quality and --crop cost no second sweep's result.
-run 0 "$video" -o plain.png --frames frames.csv --keep-work kept/ --log library.log
-run 0 "$video" -o plain.TIF --frames frames.JSONL
+run 0 "$video" -o whole.png --frames frames.csv --keep-work kept/ --log library.log
+run 0 "$video" -o plain.png --step 5
+run 0 "$video" -o plain.TIF --step 5 --frames frames.JSONL
 "$media" same plain.png plain.TIF
-run 0 "$video" -o usual.jpg
-run 0 "$video" -o small.jpg --quality 30
+run 0 "$video" -o usual.jpg --step 5
+run 0 "$video" -o small.jpg --step 5 --quality 30
 (($(bytes small.jpg) * 2 < $(bytes usual.jpg))) || fail "quality 30: $(bytes small.jpg) of $(bytes usual.jpg) bytes"
 expect_equal "size at quality 30" "$("$media" size usual.jpg)" "$("$media" size small.jpg)"
 
 (($("$media" empty plain.png) > 0)) || fail "nothing to crop"
-run 0 "$video" -o cropped.png --crop
+run 0 "$video" -o cropped.png --step 5 --crop
 expect_equal "empty pixels after --crop" 0 "$("$media" empty cropped.png)"
-expect_said "panorama $("$media" size cropped.png) of $("$media" size plain.png)"
+expect_said "panorama $("$media" size cropped.png) of $("$media" size plain.png) in cropped.png;"
 
 # --frames: a line for each frame, in step with the summary.
 expect_equal "lines of the CSV" 151 "$(wc -l <frames.csv)"
-expect_equal "lines of the JSON" 150 "$(wc -l <frames.JSONL)"
+expect_equal "lines of the JSON" 30 "$(wc -l <frames.JSONL)"
 expect_equal "columns" 19 "$(head -n 1 frames.csv | tr ',' '\n' | wc -l)"
 expect_equal "columns everywhere" 1 "$(awk -F, '{ print NF }' frames.csv | sort -u | wc -l)"
 expect_equal "first frame" "1,0.0,1,normal,1,1,none,," "$(sed -n 2p frames.csv | grep -o '^\([^,]*,\)\{8\}')"
 [[ $(tail -n 1 frames.csv) == 150,5.96,1,normal,1,1,right,,* ]] || fail "last frame: $(tail -n 1 frames.csv)"
 expect_equal "key frames" "$(find kept -name 'big_frame*.jpg' | wc -l)" "$(awk -F, '$6 == 1' frames.csv | wc -l)"
-[[ $(sed -n 2p frames.JSONL) == '{"frame":2,"seconds":0.04,"code":1,"name":"normal","taken":true,'* ]] \
+[[ $(sed -n 2p frames.JSONL) == '{"frame":6,"seconds":0.2,"code":1,"name":"normal","taken":true,'* ]] \
   || fail "second line: $(sed -n 2p frames.JSONL)"
 
 # --keep-work: as the library left them, and the directory is made.
 expect_file kept/big_stitch.jpg
 expect_file kept/big_frame1.jpg
-expect_equal "size of the library's panorama" "$("$media" size plain.png)" "$("$media" size kept/big_stitch.jpg)"
+expect_equal "size of the library's panorama" "$("$media" size whole.png)" "$("$media" size kept/big_stitch.jpg)"
 
 # What an earlier run has kept goes, but nothing else.
 touch kept/big_frame99.jpg kept/big_frame.jpg kept/big_frame1.jpg.old kept/notes
@@ -56,11 +57,11 @@ expect_equal "lines of the log" 150 "$(grep -c 'videoStitch finish' library.log)
 expect_equal "lines of the log on standard output" 30 "$(grep -c 'videoStitch finish' library.log)"
 
 # --json: one object alone on standard output, also with --quiet and also when the run fails.
-"$program" "$video" -o usual.jpg --json -q >summary.json 2>stderr || fail "--json"
+"$program" "$video" -o usual.jpg --step 5 --json -q >summary.json 2>stderr || fail "--json"
 expect_equal "standard error with --quiet" 0 "$(wc -c <stderr)"
 expect_equal "first and last line" "{}" "$(sed -n '1p;$p' summary.json | tr -d '\n')"
-for text in '"outcome": "done"' '"exit_code": 0' '"error": null' '"frames_announced": 150' '"handed_over": 150' \
-  '"normal": 150' '"tries": 1' '"whole": true' '"file": "usual.jpg"' '"preview": null' '"peak_memory_bytes": '; do
+for text in '"outcome": "done"' '"exit_code": 0' '"error": null' '"frames_announced": 150' '"handed_over": 30' \
+  '"taken": 30' '"tries": 1' '"whole": true' '"file": "usual.jpg"' '"preview": null' '"peak_memory_bytes": '; do
   grep -qF -e "$text" summary.json || fail "the summary is without $text"
 done
 if command -v python3 >/dev/null; then
@@ -72,7 +73,7 @@ expect_equal "exit code" 3 $code
 grep -qF '"outcome": "input_failed"' summary.json || fail "the summary of a failure"
 grep -qF '"error": "there is no file or directory none.mp4"' summary.json || fail "the error in the summary"
 code=0
-"$program" "$video" -o usual.jpg --json >/dev/full 2>stderr || code=$?
+"$program" "$video" -o usual.jpg --step 15 --json >/dev/full 2>stderr || code=$?
 expect_equal "exit code with a full standard output" 4 $code
 expect_said "cannot write the summary"
 
@@ -85,7 +86,8 @@ run 0 "$video" -o part.jpg --step 5
 expect_said "30 frames, "
 run 0 "$video" -o part.jpg --fps 5 --start 0.5 --end 1.5
 expect_said "5 frames, "
-expect_error 3 "lies between --start and --end" "$video" --start 1:00:00
+expect_error 3 "parking_pan.mp4 ends before --start: its last frame is at 5.96 s" "$video" --start 1:00:00
+expect_error 3 "no frame of $video lies between --start and --end" "$video" --start 1.01 --end 1.03
 
 # --realtime: no faster than the video, and every frame is accounted for.
 begun=${EPOCHREALTIME/./}
@@ -100,7 +102,7 @@ grep -qE '^tarnstitch: frame [0-9]+ of 60, [0-9.]+ frames/s, ' stderr.all || fai
 # --turn: upright whatever it is.
 "$media" frames "$video" first.png 0 1 1
 for turn in auto ccw cw none; do
-  run 0 "$video" -o turned.png --preview turned-preview.png --step 3 --turn $turn
+  run 0 "$video" -o turned.png --preview turned-preview.png --step 5 --turn $turn
   expect_equal "panorama with --turn $turn" 0 "$("$media" turn first.png turned.png 1)"
   expect_equal "wide with --turn $turn" 1 "$("$media" size turned.png | awk -Fx '{ print ($1 > 1.8 * $2) }')"
   expect_equal "preview with --turn $turn" 1 "$("$media" size turned-preview.png | awk -Fx '{ print ($1 > 1.8 * $2) }')"
@@ -108,13 +110,13 @@ done
 
 # Metadata: what made the panorama and when its input was taken.
 TZ=UTC touch -d 2021-03-04T05:06:07 "$(pwd)/touched" && cp "$video" dated.mp4 && TZ=UTC touch -r touched dated.mp4
-TZ=UTC run 0 dated.mp4 -o dated.jpg
+TZ=UTC run 0 dated.mp4 -o dated.jpg --step 5
 grep -qaF "tarnstitch $("$program" --version | sed -n '1s/tarnstitch //p')" dated.jpg || fail "no software in the metadata"
 grep -qaF "2021:03:04 05:06:07" dated.jpg || fail "no date in the metadata"
 ! grep -qaiE "gpano|projection" dated.jpg || fail "a projection in the metadata"
 
 # --quiet is silent, but for errors.
-run 0 "$video" -o quiet.jpg -q
+run 0 "$video" -o quiet.jpg --step 5 -q
 expect_equal "standard error with --quiet" 0 "$(wc -c <stderr)"
 expect_error 3 "there is no file" none.mp4 --quiet
 

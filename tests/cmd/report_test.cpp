@@ -63,13 +63,13 @@ TEST(Report, SummaryCountsFramesByCodeName)
     written.panorama = {"a.jpg", {640, 480}};
     written.uncropped = {640, 480};
     EXPECT_EQ(summary_line(result, written, {2, 0}, 1.26),
-              "12 frames, 9 taken, 2 unreadable (3 wrong way, 9 normal); 1 key frame; panorama 640x480; 1.3 s");
+              "12 frames, 9 taken, 2 unreadable (3 wrong way, 9 normal); 1 key frame; panorama 640x480 in "
+              "a.jpg; 1.3 s");
     written.uncropped = {700, 500};
     written.preview = {"b.png", {300, 200}};
-    EXPECT_EQ(
-        summary_line(result, written, {0, 7}, 1.26),
-        "12 frames, 9 taken, 7 dropped (3 wrong way, 9 normal); 1 key frame; panorama 640x480 of 700x500, "
-        "preview 300x200; 1.3 s");
+    EXPECT_EQ(summary_line(result, written, {0, 7}, 1.26),
+              "12 frames, 9 taken, 7 dropped (3 wrong way, 9 normal); 1 key frame; panorama 640x480 of 700x500 "
+              "in a.jpg, preview 300x200 in b.png; 1.3 s");
     EXPECT_NE(summary_line(result, written_files(), {}, 1.0).find("no panorama"), std::string::npos);
 }
 
@@ -108,9 +108,10 @@ TEST(Report, BrokenSweepSaysWhatMayHelp)
                                                                               {4, "--direction"},
                                                                               {5, "slower"},
                                                                               {6, "level"}}) {
-        count_of(result, code) = 19;
+        const int many = code == 4 ? 5 : 20;
+        count_of(result, code) = many - 1;
         EXPECT_EQ(help().find(words), std::string::npos) << help();
-        count_of(result, code) = 20;
+        count_of(result, code) = many;
         EXPECT_NE(help().find(words), std::string::npos) << help();
         count_of(result, code) = 0;
     }
@@ -123,9 +124,9 @@ TEST(Judgement, SecondTryMayHelpUnlessManyFramesWentTheWrongWay)
     EXPECT_FALSE(second_try_may_help(result));
     result.outcome = sweep_outcome::pipeline_failed;
     EXPECT_TRUE(second_try_may_help(result));
-    count_of(result, 4) = 19;
+    count_of(result, 4) = 4;
     EXPECT_TRUE(second_try_may_help(result));
-    count_of(result, 4) = 20;
+    count_of(result, 4) = 5;
     EXPECT_FALSE(second_try_may_help(result));
 }
 

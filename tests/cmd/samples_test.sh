@@ -16,7 +16,7 @@ check() {
 
   # The names' counts add up to the number of frames.
   line=$(cat stderr)
-  [[ $line =~ ^"tarnstitch: $frames frames, "[0-9]+" taken ("([^\)]*)"); "[0-9]+" key frames; panorama "([0-9x]+)", preview "([0-9x]+)"; "[0-9.]+" s"$ ]] \
+  [[ $line =~ ^"tarnstitch: $frames frames, "[0-9]+" taken ("([^\)]*)"); "[0-9]+" key frames; panorama "([0-9x]+)" in "$name-panorama.jpg", preview "([0-9x]+)" in "$name.png"; "[0-9.]+" s"$ ]] \
     || fail "summary of $name: $line"
   sum=$(tr ',' '\n' <<<"${BASH_REMATCH[1]}" | awk '{ sum += $1 } END { print sum }')
   expect_equal "frames by code of $name" "$frames" "$sum"
@@ -36,20 +36,30 @@ check hall_slide 240 540
 
 # The pace changes nothing.
 for workers in 1 2 16; do
-  run 0 "$samples/parking_pan.mp4" -o again.jpg --preview again.png --workers $workers
-  cmp parking_pan-panorama.jpg again.jpg || fail "another panorama with $workers workers"
-  cmp parking_pan.png again.png || fail "another preview with $workers workers"
+  run 0 "$samples/parking_pan.mp4" --step 3 -o $workers.jpg --preview $workers.png --workers $workers
+  cmp 1.jpg $workers.jpg || fail "another panorama with $workers workers"
+  cmp 1.png $workers.png || fail "another preview with $workers workers"
 done
 
-# The camera moves to the right here, and to the left there. Against a hint that says otherwise no frame fits.
-run 0 "$samples/parking_pan.mp4" --direction right
+# The camera moves to the right here, and to the left there. Against a hint that says otherwise no frame fits, which no
+# other turn of the frames would help.
+run 0 "$samples/parking_pan.mp4" --step 3 --direction right
 expect_equal "wrong way" 0 "$(grep -c "wrong way" stderr || true)"
-cmp parking_pan-panorama.jpg again.jpg || fail "the hint changed the panorama"
-"$program" "$samples/parking_pan.mp4" --direction left 2>stderr || true
-expect_said "wrong way"
-"$program" "$samples/river_pan.mp4" --direction left 2>stderr || fail "river to the left"
+cmp parking_pan-panorama.jpg 1.jpg || fail "the hint changed the panorama"
+run 0 "$samples/river_pan.mp4" --step 5 --direction left
 expect_equal "wrong way" 0 "$(grep -c "wrong way" stderr || true)"
-"$program" "$samples/river_pan.mp4" --turn none --direction right 2>stderr || true
-expect_said "wrong way"
+expect_against() {
+  run 1 "$@" -o against.jpg
+  expect_said " wrong way, "
+  expect_said "what may help: the camera moved against --direction"
+  ! grep -qF "trying once more" stderr || fail "a second try"
+}
+expect_against "$samples/parking_pan.mp4" --step 5 --direction left
+expect_against "$samples/river_pan.mp4" --step 5 --direction right --turn none
+
+# A sweep that rises leaves little to --crop, which is said.
+run 0 "$samples/river_pan.mp4" --step 5 --crop -o cropped.png
+expect_said "cropped.png is cropped to "
+expect_said " % of the panorama, which has no larger rectangle without empty pixels"
 
 echo "passed"

@@ -22,7 +22,7 @@ grep -qE '^TarnStitch library [0-9]+\.[0-9]+\.[0-9]+$' version || fail "--versio
 grep -qE '^OpenCV 4\.[0-9.]+$' version || fail "--version: $(cat version)"
 
 # Help counts even beside other mistakes.
-for mistake in --none --step=0 --crop=1 -x "-o a -o b"; do
+for mistake in --none --step=0 "-o a -o b"; do
   # shellcheck disable=SC2086 # two options
   "$program" $mistake --help >/dev/null 2>stderr || fail "$mistake --help"
 done
@@ -43,50 +43,30 @@ hint="(see tarnstitch --help)"
 
 # An input that is missing, or has no name.
 expect_error 2 "there is no INPUT: a video, a camera, or images $hint"
-expect_error 2 "there is no INPUT: a video, a camera, or images $hint" --crop
 expect_error 2 "an INPUT needs a name, and one is empty $hint" ""
 
 # Unknown options, and what may have been meant.
-wrong "there is no option --colour $hint" --colour
-wrong "there is no option --colour $hint" --colour=red
 wrong "there is no option --ouput; do you mean --output? $hint" --ouput a.jpg
-wrong "there is no option -x $hint" -x
 wrong "there is no option -x (in -qx) $hint" -qx
 
 # Values that are missing, also where another option stands in their place.
 wrong "-o needs a value: -o FILE $hint" -o
-wrong "--output needs a value: --output FILE $hint" --output
-wrong "--quality needs a value: --quality N $hint" --quality=
 wrong "--turn needs a value: --turn WAY $hint" --turn --crop
-wrong "-o needs a value: -o FILE $hint" -o --preview=a.jpg
-wrong "-o needs a value: -o FILE $hint" -qo
-wrong "--log needs a value: --log FILE $hint" --log -- b.mp4
 wrong "-o needs a name: -o FILE $hint" -o ""
-wrong "--preview needs a name: --preview FILE $hint" --preview ""
 
 # Too many values.
 wrong "--output is given more than once $hint" -o a.jpg --output b.jpg
-wrong "--step is given more than once $hint" --step 2 --step=3
 wrong "--crop takes no value $hint" --crop=yes
-wrong "--no-retry takes no value $hint" --no-retry=
 
 # Bad choices, bad times, bad numbers.
 wrong "--direction is right, left, up, down or none, not sideways $hint" --direction sideways
-wrong "--direction is right, left, up, down or none, not 1 $hint" --direction 1
-wrong "--direction is right, left, up, down or none, not empty $hint" --direction ""
 wrong "--turn is auto, ccw, cw or none, not up $hint" --turn=up
 wrong "--start is a time, in seconds or as h:mm:ss, not soon $hint" --start soon
 wrong "--end is a time, in seconds or as h:mm:ss, not -1 $hint" --end -1
-for number in 0 -1 1.5 many 1x 99999999999999999999; do
-  wrong "--step is a whole number from 1 to 1000000, not $number $hint" --step $number
-done
+wrong "--step is a whole number from 1 to 1000000, not 1.5 $hint" --step 1.5
 wrong "--quality is a whole number from 1 to 100, not 101 $hint" --quality 101
-for number in 0 17 many; do
-  wrong "--workers is a whole number from 1 to 16, not $number $hint" --workers $number
-done
-for number in 0 nan inf 2x -3 0x1p3; do
-  wrong "--fps is a number from 0.001 to 1000, not $number $hint" --fps $number
-done
+wrong "--workers is a whole number from 1 to 16, not many $hint" --workers many
+wrong "--fps is a number from 0.001 to 1000, not nan $hint" --fps nan
 
 # Options that do not go together.
 wrong "--end must be later than --start $hint" --start 2 --end 1
