@@ -187,9 +187,6 @@ std::string manual_page()
         }
         page += ".TP\n" + names + (*row.value == '\0' ? "" : " \\fI" + std::string(row.value) + "\\fR") + "\n"
                 + roff(row.help) + "\n";
-        if (row.kind == value_kind::words) {
-            page += "(" + roff(with_replaced(row.choices, " ", ", ")) + ")\n";
-        }
     }
     page += ".SH KEYS\nIn the window of\n.BR " + roff("--show") + " :\n";
     for (const key_line& one : key_lines) {

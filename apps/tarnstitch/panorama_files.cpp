@@ -147,8 +147,8 @@ panorama_files::panorama_files(const options& asked)
         if (encoded(asked.preview, small_image).empty()) {
             const std::string ending = ending_of(asked.preview);
             fail("cannot write " + asked.preview + ": "
-                 + (ending.empty() ? "it has no ending" : ending + " is no image format")
-                 + " that says how to write it");
+                 + (ending.empty() ? "its name has no ending, which would tell the format"
+                                   : ending + " is no image format that can be written"));
         }
     }
     if (!asked.frames.empty() && !is_frames_name(asked.frames)) {

@@ -59,6 +59,25 @@ press() {
   wait $started || code=$?
 }
 
+# The window shows the preview, with the green outline of the current frame. A screenshot can be taken where there is
+# import(1) of ImageMagick; SCREENSHOT names a file for it, to be looked at.
+if command -v import >/dev/null; then
+  "$program" "$video" --show --realtime -o shown.jpg 2>stderr &
+  started=$!
+  outline=0
+  until ((outline > 500)); do
+    kill -0 $started 2>/dev/null || fail "no outline on the screen, $outline pixels"
+    import -silent -window root screen.png
+    outline=$("$media" coloured screen.png 80 220 80)
+  done
+  kill -s TERM $started
+  wait $started 2>/dev/null || true
+  expect_nothing_left
+  if [[ -n ${SCREENSHOT:-} ]]; then
+    cp screen.png "$SCREENSHOT"
+  fi
+fi
+
 press q
 expect_equal "exit code after q" 0 $code
 expect_file q.jpg
