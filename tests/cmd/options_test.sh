@@ -13,22 +13,23 @@ bytes() {
 
 # --output: without loss as PNG and TIFF; --quality and --crop cost no second sweep's result.
 run 0 "$video" -o whole.png --frames frames.csv --keep-work kept/ --log library.log
-run 0 "$video" -o plain.png --step 5
-run 0 "$video" -o plain.TIF --step 5 --frames frames.JSONL
+short=("$video" --step 5 --end 2)
+run 0 "${short[@]}" -o plain.png
+run 0 "${short[@]}" -o plain.TIF --frames frames.JSONL
 "$media" same plain.png plain.TIF
-run 0 "$video" -o usual.jpg --step 5
-run 0 "$video" -o small.jpg --step 5 --quality 30
+run 0 "${short[@]}" -o usual.jpg
+run 0 "${short[@]}" -o small.jpg --quality 30
 (($(bytes small.jpg) * 2 < $(bytes usual.jpg))) || fail "quality 30: $(bytes small.jpg) of $(bytes usual.jpg) bytes"
 expect_equal "size at quality 30" "$("$media" size usual.jpg)" "$("$media" size small.jpg)"
 
 (($("$media" empty plain.png) > 0)) || fail "nothing to crop"
-run 0 "$video" -o cropped.png --step 5 --crop
+run 0 "${short[@]}" -o cropped.png --crop
 expect_equal "empty pixels after --crop" 0 "$("$media" empty cropped.png)"
 expect_said "panorama $("$media" size cropped.png) of $("$media" size plain.png) in cropped.png;"
 
 # --frames: a line for each frame, in step with the summary.
 expect_equal "lines of the CSV" 151 "$(wc -l <frames.csv)"
-expect_equal "lines of the JSON" 30 "$(wc -l <frames.JSONL)"
+expect_equal "lines of the JSON" 10 "$(wc -l <frames.JSONL)"
 expect_equal "columns" 19 "$(head -n 1 frames.csv | tr ',' '\n' | wc -l)"
 expect_equal "columns everywhere" 1 "$(awk -F, '{ print NF }' frames.csv | sort -u | wc -l)"
 expect_equal "first frame" "1,0.0,1,normal,1,1,none,," "$(sed -n 2p frames.csv | grep -o '^\([^,]*,\)\{8\}')"
@@ -44,7 +45,7 @@ expect_equal "size of the library's panorama" "$("$media" size whole.png)" "$("$
 
 # What an earlier run has kept goes, but nothing else.
 touch kept/big_frame99.jpg kept/big_frame.jpg kept/big_frame1.jpg.old kept/notes
-run 0 "$video" -o kept/usual.jpg --step 5 --frames frames.csv --keep-work kept
+run 0 "${short[@]}" -o kept/usual.jpg --frames frames.csv --keep-work kept
 expect_no_file kept/big_frame99.jpg
 expect_equal "key frames kept" "$(find kept -name 'big_frame[0-9]*.jpg' | wc -l)" "$(awk -F, '$6 == 1' frames.csv | wc -l)"
 for name in big_frame.jpg big_frame1.jpg.old notes usual.jpg; do
@@ -53,15 +54,15 @@ done
 
 # --log: the library's lines and nothing else; without it they go nowhere.
 expect_equal "lines of the log" 150 "$(grep -c 'videoStitch finish' library.log)"
-"$program" "$video" -o usual.jpg --step 5 --log /dev/stdout >library.log 2>stderr || fail "--log /dev/stdout"
-expect_equal "lines of the log on standard output" 30 "$(grep -c 'videoStitch finish' library.log)"
+"$program" "${short[@]}" -o usual.jpg --log /dev/stdout >library.log 2>stderr || fail "--log /dev/stdout"
+expect_equal "lines of the log on standard output" 10 "$(grep -c 'videoStitch finish' library.log)"
 
 # --json: one object alone on standard output, also with --quiet and also when the run fails.
-"$program" "$video" -o usual.jpg --step 5 --json -q >summary.json 2>stderr || fail "--json"
+"$program" "${short[@]}" -o usual.jpg --json -q >summary.json 2>stderr || fail "--json"
 expect_equal "standard error with --quiet" 0 "$(wc -c <stderr)"
 expect_equal "first and last line" "{}" "$(sed -n '1p;$p' summary.json | tr -d '\n')"
-for text in '"outcome": "done"' '"exit_code": 0' '"error": null' '"frames_announced": 150' '"handed_over": 30' \
-  '"taken": 30' '"tries": 1' '"whole": true' '"file": "usual.jpg"' '"preview": null' '"peak_memory_bytes": '; do
+for text in '"outcome": "done"' '"exit_code": 0' '"error": null' '"frames_announced": 150' '"handed_over": 10' \
+  '"taken": 10' '"tries": 1' '"whole": true' '"file": "usual.jpg"' '"preview": null' '"peak_memory_bytes": '; do
   grep -qF -e "$text" summary.json || fail "the summary is without $text"
 done
 if command -v python3 >/dev/null; then
@@ -73,7 +74,7 @@ expect_equal "exit code" 3 $code
 grep -qF '"outcome": "input_failed"' summary.json || fail "the summary of a failure"
 grep -qF '"error": "there is no file or directory none.mp4"' summary.json || fail "the error in the summary"
 code=0
-"$program" "$video" -o usual.jpg --step 15 --json >/dev/full 2>stderr || code=$?
+"$program" "${short[@]}" -o usual.jpg --json >/dev/full 2>stderr || code=$?
 expect_equal "exit code with a full standard output" 4 $code
 expect_said "cannot write the summary"
 
@@ -110,13 +111,13 @@ done
 
 # Metadata: what made the panorama and when its input was taken.
 TZ=UTC touch -d 2021-03-04T05:06:07 "$(pwd)/touched" && cp "$video" dated.mp4 && TZ=UTC touch -r touched dated.mp4
-TZ=UTC run 0 dated.mp4 -o dated.jpg --step 5
+TZ=UTC run 0 dated.mp4 -o dated.jpg --step 5 --end 2
 grep -qaF "tarnstitch $("$program" --version | sed -n '1s/tarnstitch //p')" dated.jpg || fail "no software in the metadata"
 grep -qaF "2021:03:04 05:06:07" dated.jpg || fail "no date in the metadata"
 ! grep -qaiE "gpano|projection" dated.jpg || fail "a projection in the metadata"
 
 # --quiet is silent, but for errors.
-run 0 "$video" -o quiet.jpg --step 5 -q
+run 0 "${short[@]}" -o quiet.jpg -q
 expect_equal "standard error with --quiet" 0 "$(wc -c <stderr)"
 expect_error 3 "there is no file" none.mp4 --quiet
 
