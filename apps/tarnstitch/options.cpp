@@ -28,18 +28,6 @@ constexpr int most_workers = 16;
     throw host_error(exit_code::usage, line + " (see tarnstitch --help)");
 }
 
-/// "right, left or up"
-std::string listed(const char* words)
-{
-    std::istringstream stream(words);
-    std::string all;
-    std::string last;
-    for (std::string word; stream >> word; last = word) {
-        all += (all.empty() || last.empty() ? "" : ", ") + last;
-    }
-    return all + " or " + last;
-}
-
 /// What stands for a value in a message; an empty one would not be seen.
 std::string shown(const std::string& text)
 {

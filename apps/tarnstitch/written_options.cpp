@@ -150,7 +150,8 @@ private:
 
     static std::string without_value(const option_row& row, const std::string& name)
     {
-        return name + " needs a value: " + name + " " + row.value;
+        return name + " needs a value: "
+               + (row.kind == value_kind::words ? listed(row.choices) : name + " " + row.value);
     }
 
     std::vector<std::string> arguments_;
@@ -165,6 +166,17 @@ const option_row* row_named(const std::string& name)
     const auto found = std::find_if(table.begin(), table.end(),
                                     [&name](const option_row& row) { return has_name(row, name); });
     return found == table.end() || is_positional(*found) ? nullptr : &*found;
+}
+
+std::string listed(const char* words)
+{
+    std::istringstream stream(words);
+    std::string all;
+    std::string last;
+    for (std::string word; stream >> word; last = word) {
+        all += (all.empty() || last.empty() ? "" : ", ") + last;
+    }
+    return all + " or " + last;
 }
 
 std::vector<written_option> written_options(int argc, const char* const* argv, std::string& wrong)

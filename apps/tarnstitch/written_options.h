@@ -21,6 +21,9 @@ struct written_option {
 ///               option that takes none, an option given twice; "" if nothing is
 std::vector<written_option> written_options(int argc, const char* const* argv, std::string& wrong);
 
+/// "right left up" as "right, left or up".
+std::string listed(const char* words);
+
 /// The row of the table with this name, "-o" or "--output"; null if there is none.
 const option_row* row_named(const std::string& name);
 

@@ -637,6 +637,7 @@ TEST(Options, MistakesAreSaidInASentenceByTheOptionsOwnName)
         {{"a.mp4", "---crop"}, "there is no option ---crop; do you mean --crop?"},
 
         {{"a.mp4", "-o"}, "-o needs a value: -o FILE"},
+        {{"a.mp4", "--turn"}, "--turn needs a value: auto, ccw, cw or none"},
         {{"a.mp4", "-qo"}, "-o needs a value: -o FILE"},
         {{"a.mp4", "--output"}, "--output needs a value: --output FILE"},
         {{"a.mp4", "--output="}, "--output needs a value: --output FILE"},

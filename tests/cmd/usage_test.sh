@@ -51,7 +51,7 @@ wrong "there is no option -x (in -qx) $hint" -qx
 
 # Values that are missing, also where another option stands in their place.
 wrong "-o needs a value: -o FILE $hint" -o
-wrong "--turn needs a value: --turn WAY $hint" --turn --crop
+wrong "--turn needs a value: auto, ccw, cw or none $hint" --turn --crop
 wrong "-o needs a name: -o FILE $hint" -o ""
 
 # Too many values.
