@@ -33,10 +33,10 @@ std::string meant_by(const std::string& name)
         // The changes that make a name's beginnings into the other's, row by row.
         std::vector<std::size_t> changes(other.size() + 1);
         std::iota(changes.begin(), changes.end(), std::size_t{0});
-        for (std::size_t i = 0; i < name.size(); ++i) {
+        for (const char character : name) {
             std::size_t diagonal = changes[0]++;
             for (std::size_t j = 0; j < other.size(); ++j) {
-                const std::size_t replaced = diagonal + (name[i] == other[j] ? 0 : 1);
+                const std::size_t replaced = diagonal + (character == other[j] ? 0 : 1);
                 diagonal = changes[j + 1];
                 changes[j + 1] = std::min({replaced, changes[j] + 1, changes[j + 1] + 1});
             }
@@ -112,7 +112,8 @@ private:
             const std::string name = {'-', argument[i]};
             const option_row* const row = row_named(name);
             if (row == nullptr) {
-                complain(unknown(i == 1 ? argument : name + " (in " + argument + ")"));
+                complain(unknown(i == 1 ? argument
+                                        : std::string(name).append(" (in ").append(argument).append(")")));
                 return;
             }
             if (row->kind != value_kind::none && i + 1 < argument.size()) {

@@ -117,15 +117,23 @@ TEST(FrameFeed, LastFrameOfTheSelectionIsKnownAsTheLast)
 
 TEST(FrameFeed, SelectionOutsideTheInputIsAnInputError)
 {
-    frame_selection selection;
-    selection.start = 3.0;
-    try {
-        const frame_feed feed(std::make_unique<picture_list>(pictures(20), 10.0), selection, frame_turn::none);
-        FAIL();
-    } catch (const host_error& error) {
-        EXPECT_EQ(error.code(), exit_code::input_failed);
-        EXPECT_NE(std::string(error.what()).find("none of the 20 frames"), std::string::npos) << error.what();
-    }
+    const auto error_of = [](double start, double end) -> std::string {
+        frame_selection selection;
+        selection.start = start;
+        selection.end = end;
+        try {
+            const frame_feed feed(std::make_unique<picture_list>(pictures(20), 10.0), selection,
+                                  frame_turn::none);
+        } catch (const host_error& error) {
+            EXPECT_EQ(error.code(), exit_code::input_failed);
+            return error.what();
+        }
+        return "";
+    };
+    EXPECT_NE(error_of(3.0, -1.0).find("ends before --start: its last frame is at 1.90 s"), std::string::npos)
+        << error_of(3.0, -1.0);
+    EXPECT_NE(error_of(0.51, 0.59).find("lies between --start and --end"), std::string::npos)
+        << error_of(0.51, 0.59);
 }
 
 TEST(RealtimeFeed, WithoutAWaitingSweepAllButTheFirstAndTheLastAreDropped)

@@ -35,8 +35,9 @@ for file in parking_pan-panorama.jpg car-park.png car-park-preview.jpg hall.jpg 
   [[ -s $file ]] || { echo "the guide's commands do not write $file"; exit 1; }
 done
 
+help=$(tarnstitch --help) # not through a pipe, which grep may close before all is written
 while IFS= read -r option; do
-  tarnstitch --help | grep -qF -e "  $option" -e ", $option" || { echo "there is no option $option"; exit 1; }
+  grep -qF -e "  $option" -e ", $option" <<<"$help" || { echo "there is no option $option"; exit 1; }
 done < <(grep -oE '`--[a-z-]+' "$guide" | tr -d '`' | sort -u)
 for column in $(head -n 1 car-park.csv | tr ',' ' '); do
   case $column in
