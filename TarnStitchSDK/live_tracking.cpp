@@ -187,20 +187,33 @@ frame_flow::frame_flow(const cv::Mat& reference, const cv::Mat& gray, const std:
         || reference.size() != gray.size()) {
         return;  // the library's own business, and only when it is asked for
     }
-    const auto [from, to] = pyramids().of(reference, gray);
     const int count = static_cast<int>(points_.size());
     flow_.places.resize(points_.size());
     flow_.found.resize(points_.size());
     constexpr int points_per_piece = 20;
     for (int begin = 0; begin < count; begin += points_per_piece) {
-        add_piece(cv::Range(begin, std::min(begin + points_per_piece, count)), from, to);
+        add_piece(cv::Range(begin, std::min(begin + points_per_piece, count)));
     }
 }
 
-// Points are tracked one by one, so it does not matter which of them share a call.
-void frame_flow::add_piece(cv::Range range, const pyramid& from, const pyramid& to)
+// Made by the first piece that comes here, while others wait, so that other work is not held up; one thread makes
+// so small ones in less time than two.
+std::pair<const frame_flow::pyramid&, const frame_flow::pyramid&> frame_flow::both_pyramids()
 {
-    pieces_.emplace_back([this, range, &from, &to] {
+    const std::lock_guard<std::mutex> lock(pyramid_mutex_);
+    if (from_ == nullptr) {
+        const auto [from, to] = pyramids().of(reference_, gray_);
+        from_ = &from;
+        to_ = &to;
+    }
+    return {*from_, *to_};
+}
+
+// Points are tracked one by one, so it does not matter which of them share a call.
+void frame_flow::add_piece(cv::Range range)
+{
+    pieces_.emplace_back([this, range] {
+        const auto [from, to] = both_pyramids();
         const auto begin = static_cast<size_t>(range.start);
         const cv::Mat points(range.size(), 1, CV_32FC2, &points_[begin]);
         cv::Mat places(range.size(), 1, CV_32FC2, &flow_.places[begin]);

@@ -4,6 +4,8 @@
 // host needs nothing from it.
 #pragma once
 
+#include <mutex>
+#include <utility>
 #include <vector>
 
 #include <opencv2/core.hpp>
@@ -50,13 +52,19 @@ public:
     point_flow result();
 
 private:
-    void add_piece(cv::Range range, const std::vector<cv::Mat>& from, const std::vector<cv::Mat>& to);
+    using pyramid = std::vector<cv::Mat>;
+
+    void add_piece(cv::Range range);
+    std::pair<const pyramid&, const pyramid&> both_pyramids();
 
     cv::Mat reference_;
     cv::Mat gray_;
     std::vector<cv::Point2f> points_;
     point_flow flow_;
     std::vector<deferred_work> pieces_;
+    std::mutex pyramid_mutex_;
+    const pyramid* from_ = nullptr;  // of the reference; null until a piece needs it
+    const pyramid* to_ = nullptr;
 };
 
 }  // namespace tarn
