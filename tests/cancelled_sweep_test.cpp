@@ -6,6 +6,7 @@
 #include <atomic>
 #include <filesystem>
 #include <functional>
+#include <memory>
 #include <string>
 #include <thread>
 #include <unistd.h>
@@ -16,6 +17,7 @@
 
 #include "support/random_input.h"
 #include "support/rendered_sweep.h"
+#include "support/watched_allocations.h"
 #include "support/worker_stepper.h"
 #include "tarn_stitch_jni.h"
 #include "worker_protocol.h"
@@ -143,6 +145,68 @@ TEST_F(ReplacedTask, ConstructingATaskDirectlyShutsTheOldWorkersOutJustTheSame)
     ASSERT_TRUE(wait_for_workers());
     EXPECT_TRUE(same_state(fresh, look_at_shared_state()));
     EXPECT_EQ(big_stitch_status, 0);
+}
+
+TEST_F(ReplacedTask, WorkerThatCouldGrowThePanoramaInPlaceWritesNoneOfTheOldTasksPixels)
+{
+    for (int index = 1; index <= 3; ++index) {
+        add_key_frame(index);
+    }
+    stepper.hold_at(worker_stage::composed, 4);
+    launch_key_frame(4);
+    ASSERT_TRUE(stepper.wait_until_at(worker_stage::composed, 4));
+    const cv::Mat shown = tarn::look_at_pipeline().panorama;  // as a host may keep it
+    const cv::Mat before = shown.clone();
+
+    resetStitch(directory().c_str());
+    const shared_state fresh = look_at_shared_state();
+    stepper.let_go(worker_stage::composed, 4);
+
+    ASSERT_TRUE(wait_for_workers());
+    EXPECT_TRUE(same_state(fresh, look_at_shared_state()));
+    EXPECT_EQ(fresh.status, 0);
+    EXPECT_TRUE(same_pixels(before, shown));
+}
+
+TEST_F(ReplacedTask, WorkerThatMakesRoomForThePanoramaDoesNotHandItOver)
+{
+    add_key_frame(1);
+    shared_state fresh;
+    std::unique_ptr<watched_allocations> room_is_made;
+    stepper.at(worker_stage::composed, 2, [&] {
+        room_is_made = std::make_unique<watched_allocations>(1, [&] {
+            resetStitch(directory().c_str());
+            fresh = look_at_shared_state();
+        });
+    });
+    add_key_frame(2);
+    ASSERT_TRUE(room_is_made && room_is_made->came_so_far()) << "between the composition and the hand-over";
+    room_is_made.reset();
+
+    EXPECT_EQ(fresh.status, 0);
+    EXPECT_EQ(fresh.ticket, 0);
+    EXPECT_TRUE(same_state(fresh, look_at_shared_state()));
+}
+
+TEST_F(ReplacedTask, ReplacementAtTheMomentOfTheHandOverIsWhole)
+{
+    // Either comes first; what the worker hands over belongs to its own task or to none.
+    for (int i = 0; i < scaled_count(10, 3); ++i) {
+        resetStitch(directory().c_str());
+        for (int index = 1; index <= 3; ++index) {
+            add_key_frame(index);
+        }
+        const int visits = stepper.times_at(worker_stage::composed, 4);
+        launch_key_frame(4);
+        ASSERT_TRUE(stepper.wait_until_at(worker_stage::composed, 4, visits + 1));
+        resetStitch(directory().c_str());
+        const shared_state fresh = look_at_shared_state();
+        EXPECT_EQ(fresh.status, 0);
+        EXPECT_EQ(fresh.ticket, 0);
+        EXPECT_TRUE(fresh.panorama.empty());
+        ASSERT_TRUE(wait_for_workers());
+        EXPECT_TRUE(same_state(fresh, look_at_shared_state()));
+    }
 }
 
 TEST_F(ReplacedTask, FailingWorkerOfTheOldTaskDoesNotFailTheNewOne)

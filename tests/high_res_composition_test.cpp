@@ -15,6 +15,7 @@
 #include "reference/composition.h"
 #include "support/random_input.h"
 #include "support/rendered_sweep.h"
+#include "support/watched_allocations.h"
 #include "support/worker_stepper.h"
 #include "tarn_stitch_jni.h"
 
@@ -424,6 +425,30 @@ TEST(GrowthInPlace, CopiesOfASweepAreFewAndItsRoomStaysWithinTheGreatestPanorama
         EXPECT_GE(std::max(panorama.cols, panorama.rows), 400 * 20);
         EXPECT_LE(copies, 40) << step;
     }
+}
+
+TEST(GrowthInNewStorage, TakesNoRoomBeyondThePanoramaWhenThereIsNoMemoryForIt)
+{
+    const cv::Mat panorama = plain(60, 40, grey);
+    const auto merged = tarn::merge_frame(panorama, plain(30, 20, light), shift_by(50, 10));
+    ASSERT_TRUE(merged);
+    const auto storage_of = [](const cv::Mat& image) {
+        cv::Size storage;
+        cv::Point at;
+        image.locateROI(storage, at);
+        return storage;
+    };
+    const cv::Mat roomy = tarn::grow_in_new_storage(panorama, *merged);
+    EXPECT_EQ(storage_of(roomy), cv::Size(80 + 40, 40));
+
+    cv::Mat narrow;
+    {
+        const watched_allocations short_of_memory(1, run_out_of_memory);
+        narrow = tarn::grow_in_new_storage(panorama, *merged);
+        ASSERT_TRUE(short_of_memory.came_so_far());
+    }
+    EXPECT_EQ(storage_of(narrow), cv::Size(80, 40));
+    EXPECT_TRUE(same_pixels(roomy, narrow));
 }
 
 // ------------------------------------------------------------------------------------------ through the worker

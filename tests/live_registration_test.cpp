@@ -25,6 +25,7 @@
 #include "support/plain_live_path.h"
 #include "support/rendered_sweep.h"
 #include "support/stitcher_fixture.h"
+#include "support/watched_allocations.h"
 #include "tarn_stitch_jni.h"
 
 namespace {
@@ -1973,5 +1974,40 @@ TEST_P(AgainstPlainSteps, RandomSweepAgreesFieldByFieldToTheLastBit)
 }
 
 INSTANTIATE_TEST_SUITE_P(Sweeps, AgainstPlainSteps, testing::Range(0, 16));
+
+// ---------------------------------------------------------------------------------------------- short of memory
+
+class ShortOfMemory : public LiveRegistration, public testing::WithParamInterface<int> {};
+
+TEST_P(ShortOfMemory, FrameFedAgainIsRegisteredAsByPlainSteps)
+{
+    cv::setNumThreads(GetParam());
+    // Each allocation that the second frame takes fails once. The frames are of another size every time, so that
+    // no storage is there from the time before.
+    bool fails = true;
+    int number = 1;
+    for (; fails; ++number) {
+        resetStitch(directory().c_str());
+        const cv::Size size(200 + number, 150);
+        const cv::Mat first = tarn::test::host_frame_from(view(0, 0, size));
+        const cv::Mat second = tarn::test::host_frame_from(view(5, 2, size));
+        const cv::Mat third = tarn::test::host_frame_from(view(9, 1, size));
+        ASSERT_EQ(videoStitch(first, no_direction, 0)[0], 1);
+        {
+            const tarn::test::watched_allocations short_of_memory(number, tarn::test::run_out_of_memory);
+            videoStitch(second, no_direction, 0);
+            fails = short_of_memory.came_so_far();
+        }
+        plain_live_path plain(tarn_stitcher);
+        for (const cv::Mat& frame : {second, third}) {
+            const int code = videoStitch(frame, no_direction, 0)[0];
+            EXPECT_EQ(code, plain.feed_host_frame(frame, no_direction)) << "allocation " << number;
+            ASSERT_EQ(plain.differences(tarn_stitcher), "") << "allocation " << number;
+        }
+    }
+    EXPECT_GT(number, 20) << "so many images a frame takes at least";
+}
+
+INSTANTIATE_TEST_SUITE_P(Threads, ShortOfMemory, testing::Values(1, 2));
 
 }  // namespace
