@@ -77,6 +77,8 @@ private:
 
     void prepare_frame()
     {
+        // Floats that are huge or no numbers at all would lead the feature detector out of its images.
+        CV_Assert(frame_.depth() != CV_32F);
         frame_ = tarn::shrink_and_turn(frame_);
         const tarn::frame_shape shape = tarn::measure_shape(angles_, scales_);
         switch (tarn::choose_projection(shape, direction_, index_, load_acquire(SP))) {

@@ -45,7 +45,8 @@
 /// Body of a worker: adds one frame to the high-resolution panorama of the current task. The live path runs it
 /// on a detached thread; called directly it works on the caller's thread and blocks until its turn is over.
 ///
-/// @param frame            full-size camera frame, CV_8UC3, B,G,R; its pixels are shared and only read
+/// @param frame            full-size camera frame, CV_8UC3, B,G,R; its pixels are shared and only read;
+///                         one of floats fails the turn
 /// @param angles           the frame's four corner angles in degrees, top-left, top-right, bottom-right,
 ///                         bottom-left; fewer than four fail the turn
 /// @param scales           the frame's four side ratios; fewer than four fail the turn

@@ -2,6 +2,7 @@
 #include "private_file.h"
 
 #include <cerrno>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
@@ -15,8 +16,41 @@ namespace tarn {
 
 namespace {
 
+// While one lives, a file that would grow beyond the process's limit (RLIMIT_FSIZE) is an error of the call on this
+// thread, and not the signal that ends the process by default.
+class file_size_is_no_signal {
+public:
+    file_size_is_no_signal()
+    {
+        sigemptyset(&signal_);
+        sigaddset(&signal_, SIGXFSZ);
+        pthread_sigmask(SIG_BLOCK, &signal_, &before_);
+    }
+
+    ~file_size_is_no_signal()
+    {
+        if (sigismember(&before_, SIGXFSZ) == 0) {
+            sigset_t pending;
+            sigpending(&pending);
+            if (sigismember(&pending, SIGXFSZ) == 1) {
+                int taken = 0;
+                sigwait(&signal_, &taken);
+            }
+            pthread_sigmask(SIG_SETMASK, &before_, nullptr);
+        }
+    }
+
+    file_size_is_no_signal(const file_size_is_no_signal&) = delete;
+    file_size_is_no_signal& operator=(const file_size_is_no_signal&) = delete;
+
+private:
+    sigset_t signal_{};
+    sigset_t before_{};
+};
+
 bool write_all(int descriptor, const std::vector<unsigned char>& bytes)
 {
+    const file_size_is_no_signal quiet;
     size_t done = 0;
     while (done < bytes.size()) {
         const ssize_t written = write(descriptor, bytes.data() + done, bytes.size() - done);

@@ -72,6 +72,8 @@ int* videoStitch(cv::Mat mat, int direction, int is_last_one)
     static int buf[2] = {0, 0};
     const std::int64_t start = cv::getTickCount();
     try {
+        // Floats that are huge or no numbers at all would lead the worker's feature detector out of its images.
+        CV_Assert(mat.depth() != CV_32F);
         // Never the host's own pixels, nor any that are still in use: the worker and the task keep this image.
         cv::Mat input_frame;
         if (mat.type() == CV_8UC4 && mat.dims == 2 && !mat.empty()) {

@@ -28,20 +28,26 @@ say "Memcheck: the short suite"
 export TARN_TEST_SCALE=${TARN_TEST_SCALE:-0.02}
 memcheck build/dev/tests/tarn_tests --gtest_brief=1 --gtest_filter="$filter"
 
-# Bytes that are held at the end of so many sweeps.
-held_after() {
-  local log
-  log=$(mktemp)
+# Bytes that are held at the end of so many sweeps, in the file that the sweeps' log goes to.
+log=$(mktemp)
+trap 'rm -f "$log"' EXIT
+run_sweeps() {
   valgrind --leak-check=full --errors-for-leak-kinds=definite --suppressions=tests/valgrind.supp --error-exitcode=9 \
-    --log-file="$log" build/dev/tests/soak/tarn_soak sweeps "$1" >/dev/null
+    --log-file="$log" build/dev/tests/soak/tarn_soak sweeps "$1" >/dev/null || {
+    cat "$log" >&2
+    fail "$1 sweeps end badly."
+  }
+}
+held() {
   awk '/(definitely lost|indirectly lost|possibly lost|still reachable):/ {
-         for (i = 2; i <= NF; i++) if ($i == "bytes") { gsub(",", "", $(i - 1)); sum += $(i - 1) }
-       } END { print sum + 0 }' "$log"
-  rm -f "$log"
+         for (i = 2; i <= NF; i++) if ($i == "bytes") { gsub(",", "", $(i - 1)); sum += $(i - 1); found = 1 }
+       } END { if (!found) exit 1; print sum }' "$log" || fail "valgrind does not say what is left."
 }
 say "Memcheck: what 2 and 6 sweeps leave"
-few=$(held_after 2)
-more=$(held_after 6)
+run_sweeps 2
+few=$(held)
+run_sweeps 6
+more=$(held)
 say "$few bytes after 2 sweeps, $more after 6"
 # A first use here and there makes some hundred bytes of difference; a leaked frame is 230,400 bytes.
 ((more - few < 20000)) || fail "memory grows from sweep to sweep"

@@ -31,7 +31,7 @@ for target in "${targets[@]}"; do
     failed+=("$target")
     grep -E 'oracle|runtime error|ERROR|SUMMARY' "$findings/$target.log" || true
   fi
-  grep -E '^#[0-9]+' "$findings/$target.log" | tail -n 1
+  grep -E '^#[0-9]+' "$findings/$target.log" | tail -n 1 || say "$target has not begun; see $findings/$target.log"
 done
 ((${#failed[@]} == 0)) || fail "findings in ${failed[*]}; the inputs and logs are in build/fuzz/findings"
 say "Fuzzing: no finding."

@@ -1642,16 +1642,46 @@ TEST_F(HostileFrame, OfSixteenBitsWithAllDetail)
     expect_dropped(frame);
 }
 
-TEST_F(HostileFrame, OfFloatsNanAndInfinityIncluded)
+/// What a camera sees, as floats; with numbers that are none, or too great, among them.
+std::vector<cv::Mat> frames_of_floats()
 {
-    cv::Mat frame;
-    tarn::test::host_frame_from(view(4, 0)).convertTo(frame, CV_32F, 1.0 / 255);
-    videoStitch(frame, 0, 0);
-    expect_the_sweep_to_go_on();
-    frame.row(3).setTo(std::numeric_limits<float>::quiet_NaN());
-    frame.row(9).setTo(std::numeric_limits<float>::infinity());
-    videoStitch(frame, 0, 0);
-    expect_the_sweep_to_go_on();
+    cv::Mat plain;
+    tarn::test::host_frame_from(view(4, 0)).convertTo(plain, CV_32F, 1.0 / 255);
+    std::vector<cv::Mat> frames = {plain};
+    for (const float value :
+         {std::numeric_limits<float>::quiet_NaN(), std::numeric_limits<float>::infinity(), 1e30f}) {
+        frames.push_back(plain.clone());
+        frames.back().row(3).setTo(value);
+    }
+    return frames;
+}
+
+TEST_F(HostileFrame, OfFloats)
+{
+    for (const cv::Mat& frame : frames_of_floats()) {
+        expect_dropped(frame);
+    }
+}
+
+TEST_F(HostileFrame, OfFloatsAsTheLastOne)
+{
+    const int key_frames = tarn_stitcher.big_frame_index;
+    for (const cv::Mat& frame : frames_of_floats()) {
+        EXPECT_EQ(videoStitch(frame, 0, 1)[0], 1);
+        EXPECT_EQ(tarn_stitcher.big_frame_index, key_frames);
+        EXPECT_STREQ(getCurrentPanoramaShow(), "");
+        expect_the_sweep_to_go_on();
+    }
+}
+
+TEST_F(FrameIntake, FirstFrameOfFloatsBeginsNoPanorama)
+{
+    for (const cv::Mat& frame : frames_of_floats()) {
+        videoStitch(frame, 0, 0);
+        EXPECT_EQ(tarn_stitcher.frame_index, 0);
+        EXPECT_EQ(tarn_stitcher.big_frame_index, 0);
+        EXPECT_TRUE(tarn_stitcher.last_stitch_image.empty());
+    }
 }
 
 TEST_F(HostileFrame, OfOnePixel)

@@ -1,10 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // Pictures written into the working directory: their bytes, who may read them, and what they never reach.
+#include <atomic>
+#include <csignal>
 #include <fcntl.h>
 #include <filesystem>
 #include <fstream>
 #include <string>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <vector>
@@ -48,6 +51,26 @@ TEST_F(PrivateFile, HoldsTheBytesThatTheImageLibraryWouldWrite)
         ASSERT_TRUE(tarn::write_private_jpeg(path("actual.jpg"), image));
         EXPECT_EQ(bytes_of(path("actual.jpg")), bytes_of(path("expected.jpg"))) << type;
     }
+}
+
+TEST_F(PrivateFile, LimitOfFileSizesIsAFailureWithoutASignal)
+{
+    static std::atomic<int> signals;
+    signals = 0;
+    const auto usual_handler = std::signal(SIGXFSZ, [](int) { ++signals; });
+    rlimit usual{};
+    getrlimit(RLIMIT_FSIZE, &usual);
+    const rlimit small = {100, usual.rlim_max};
+    setrlimit(RLIMIT_FSIZE, &small);
+
+    const bool is_written = tarn::write_private_jpeg(path("large.jpg"), key_frame(1));
+
+    setrlimit(RLIMIT_FSIZE, &usual);
+    std::signal(SIGXFSZ, usual_handler);
+    EXPECT_FALSE(is_written);
+    EXPECT_EQ(signals, 0);
+    EXPECT_TRUE(entries_of(directory()).empty());
+    EXPECT_TRUE(tarn::write_private_jpeg(path("large.jpg"), key_frame(1)));
 }
 
 TEST_F(PrivateFile, OnlyItsOwnerMayReadIt)

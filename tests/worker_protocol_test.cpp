@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
+#include <limits>
 #include <memory>
 #include <pthread.h>
 #include <stdexcept>
@@ -331,6 +332,15 @@ TEST_F(WorkerTicket, RisesByOneWhenTheFrameIsMappedToNoConvexQuadrilateral)
     expect_way_out([] { add_key_frame(2); }, 4);
 
     EXPECT_EQ(stepper.times_at(worker_stage::composed, 2), 0);
+}
+
+TEST_F(WorkerTicket, RisesByOneWhenTheFrameIsOfFloats)
+{
+    cv::Mat frame(240, 320, CV_32FC3, cv::Scalar::all(std::numeric_limits<double>::quiet_NaN()));
+    const std::vector<float> right_angles(4, 90.0f);
+    const std::vector<float> full_size(4, 1.0f);
+
+    expect_way_out([&] { stitch_big_image(frame, right_angles, full_size, 0, 1); }, 4);
 }
 
 TEST_F(WorkerTicket, RisesByOneWhenTheCanvasWouldBeTooLarge)

@@ -272,6 +272,7 @@ void one_sweep(int count, const std::vector<cv::Mat>& frames, bool may_fail)
         milliseconds.push_back(
             std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count());
         ++codes[code];
+        require(may_fail || tarn_stitcher.failed_count == 0, "no frame is rejected");
         if (code == -1) {
             require(may_fail, "frame " + std::to_string(i) + " is taken");
             std::printf("the pipeline ended with frame %d, key frame %d\n", i,

@@ -89,6 +89,7 @@ int plain_live_path::feed(const cv::Mat& frame, int direction)
 int plain_live_path::feed_host_frame(const cv::Mat& mat, int direction)
 {
     try {
+        CV_Assert(mat.depth() != CV_32F);
         cv::Mat tmp_frame = mat.clone();
         cv::Mat input_frame;
         cv::cvtColor(tmp_frame, input_frame, cv::COLOR_RGBA2BGR);
