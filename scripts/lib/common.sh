@@ -12,8 +12,8 @@ jobs=$(nproc 2>/dev/null || getconf _NPROCESSORS_ONLN 2>/dev/null || echo 2)
 # shellcheck disable=SC2034
 build_packages=(g++ cmake ninja-build libopencv-dev libcli11-dev nlohmann-json3-dev libexiv2-dev)
 # shellcheck disable=SC2034
-# The consumers among the tests use make and pkg-config; without the last three some of the command-line host are skipped.
-test_packages=(libgtest-dev make pkg-config xvfb xdotool zsh)
+# The consumers among the tests use make and pkg-config; without the last four some of the command-line host are skipped.
+test_packages=(libgtest-dev make pkg-config xvfb xdotool imagemagick zsh)
 # For the tests of the Java binding, which are left out where these are missing.
 java_packages=(default-jdk-headless junit5)
 # shellcheck disable=SC2034
