@@ -1,10 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// A walk through the boxes of an MP4 file to the matrix of its video track, and to the movie's header. Only box
-// headers and some small boxes are read, whatever the file's size.
+// A walk through the boxes of an MP4 file to the matrix of its video track, to the movie's header, and to the times of
+// its pictures. Only box headers and some small boxes are read, whatever the file's size.
 #include "movie_index.h"
 
+#include <algorithm>
 #include <array>
+#include <cstddef>
 #include <cstdint>
 #include <cstring>
 #include <fstream>
@@ -148,21 +150,115 @@ int quarter_turns_of(box_reader& reader, const box& track)
     return a < 0 && d < 0 && b == 0 && c == 0 ? 2 : 0;
 }
 
-}  // namespace
-
-std::optional<int> display_quarter_turns(const std::string& file)
+std::optional<box> first_video_track(box_reader& reader)
 {
-    box_reader reader(file);
     const auto movie = reader.find("moov", reader.whole());
     if (!movie) {
         return std::nullopt;
     }
     for (auto track = reader.find("trak", *movie); track; track = reader.find("trak", *movie, track->end)) {
         if (is_video_track(reader, *track)) {
-            return quarter_turns_of(reader, *track);
+            return track;
         }
     }
     return std::nullopt;
+}
+
+/// The units in which a media's times are given; 0 when they are not known.
+std::uint32_t units_per_second(box_reader& reader, const box& media)
+{
+    const auto header = reader.find("mdhd", media);
+    unsigned char version = 0;
+    if (!header || !reader.read(header->begin, &version, 1)) {
+        return 0;
+    }
+    // Behind version, flags and two times, which are of twice the length in version 1.
+    const std::uint64_t offset = version == 1 ? 20 : 12;
+    std::array<unsigned char, 4> bytes{};
+    if (header->end - header->begin < offset + bytes.size()
+        || !reader.read(header->begin + offset, bytes.data(), bytes.size())) {
+        return 0;
+    }
+    return static_cast<std::uint32_t>(big_endian(bytes.data(), 4));
+}
+
+/// So many pictures after each other that have the same value: a duration, an offset.
+struct run_of_pictures {
+    std::uint32_t count = 0;
+    std::uint32_t value = 0;
+};
+
+/// More than any recording has; what a damaged index claims must not fill the memory.
+constexpr std::size_t most_pictures = 10'000'000;
+
+/// The list in a box such as "stts"; empty when there is none, or it is not whole.
+std::vector<run_of_pictures> runs_in(box_reader& reader, const char* type, const box& table)
+{
+    constexpr std::uint64_t head = 8;  // version and flags, count
+    constexpr std::uint64_t entry = 8;
+    const auto list = reader.find(type, table);
+    std::array<unsigned char, 4> bytes{};
+    if (!list || list->end - list->begin < head || !reader.read(list->begin + 4, bytes.data(), bytes.size())) {
+        return {};
+    }
+    const std::uint64_t count = big_endian(bytes.data(), 4);
+    if (count > most_pictures || list->end - list->begin - head < count * entry) {
+        return {};
+    }
+    std::vector<unsigned char> content(static_cast<std::size_t>(count * entry));
+    if (!reader.read(list->begin + head, content.data(), content.size())) {
+        return {};
+    }
+    std::vector<run_of_pictures> runs(static_cast<std::size_t>(count));
+    const unsigned char* at = content.data();
+    for (run_of_pictures& run : runs) {
+        run.count = static_cast<std::uint32_t>(big_endian(at, 4));
+        run.value = static_cast<std::uint32_t>(big_endian(at + 4, 4));
+        at += entry;
+    }
+    return runs;
+}
+
+}  // namespace
+
+std::optional<int> display_quarter_turns(const std::string& file)
+{
+    box_reader reader(file);
+    const auto track = first_video_track(reader);
+    return track ? std::optional<int>(quarter_turns_of(reader, *track)) : std::nullopt;
+}
+
+std::vector<double> picture_times(const std::string& file)
+{
+    box_reader reader(file);
+    const auto track = first_video_track(reader);
+    const auto media = track ? reader.find("mdia", *track) : std::nullopt;
+    const std::uint32_t units = media ? units_per_second(reader, *media) : 0;
+    const auto information = media ? reader.find("minf", *media) : std::nullopt;
+    const auto table = information ? reader.find("stbl", *information) : std::nullopt;
+    if (!table || units == 0) {
+        return {};
+    }
+    std::vector<double> times;
+    double decoded = 0.0;
+    for (const run_of_pictures& run : runs_in(reader, "stts", *table)) {
+        if (run.count > most_pictures - times.size()) {
+            return {};
+        }
+        for (std::uint32_t i = 0; i < run.count; ++i, decoded += run.value) {
+            times.push_back(decoded);
+        }
+    }
+    std::size_t next = 0;
+    for (const run_of_pictures& run : runs_in(reader, "ctts", *table)) {
+        for (std::uint32_t i = 0; i < run.count && next < times.size(); ++i) {
+            // Signed in fact, whatever the version of the box says.
+            times[next++] += static_cast<std::int32_t>(run.value);
+        }
+    }
+    std::sort(times.begin(), times.end());
+    std::for_each(times.begin(), times.end(), [units](double& time) { time /= units; });
+    return times;
 }
 
 std::optional<std::int64_t> recording_time(const std::string& file)

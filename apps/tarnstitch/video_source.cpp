@@ -9,8 +9,10 @@
 #include <cmath>
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
 #include <system_error>
 #include <unistd.h>
+#include <vector>
 
 #include <opencv2/core/utils/logger.hpp>
 #include <opencv2/imgproc.hpp>
@@ -54,6 +56,15 @@ double believable(double value, double most)
     return value > 0.0 && value <= most ? value : 0.0;
 }
 
+/// Whether a file is one of Microsoft's AVI container, in which pictures have numbers and no times.
+bool is_avi(const std::string& name)
+{
+    std::ifstream file(name, std::ios::binary);
+    std::string head(12, '\0');
+    return file.read(head.data(), static_cast<std::streamsize>(head.size())) && head.compare(0, 4, "RIFF") == 0
+           && head.compare(8, 4, "AVI ") == 0;
+}
+
 class video_source : public frame_source {
 public:
     /// @param quarter_turns  by which frames are turned here, clockwise; nothing to leave it to the back-end
@@ -75,6 +86,10 @@ public:
             std::error_code error;
             facts_.rereadable = fs::is_regular_file(name, error);
             facts_.as_recorded = turn_as_recorded(quarter_turns_);
+            if (facts_.rereadable) {
+                times_ = picture_times(name);
+                constant_rate_ = is_avi(name);
+            }
         }
     }
 
@@ -147,8 +162,7 @@ private:
     }
 
     /// The time stamp of the picture just grabbed. A decoder says nothing of a picture that it cannot decode: it
-    /// goes on to the next. The gap that this leaves in the time stamps tells, unless the container's own count of
-    /// pictures says that none is missing (its rate varies).
+    /// goes on to the next, which leaves a gap in the time stamps. So does a rate that varies.
     double seconds_in_file()
     {
         const double by_number = facts_.rate > 0.0 ? (number_ - 1) / facts_.rate : 0.0;
@@ -160,11 +174,9 @@ private:
         seconds -= first_;
         if (!std::isfinite(seconds) || (number_ > 1 && seconds <= last_)) {
             seconds = std::max(by_number, last_);  // a stream without times
-        } else if (number_ > 1 && facts_.rate > 0.0) {
-            constexpr double most_believable = 1e6;
-            const double pictures = std::min((seconds - last_) * facts_.rate, most_believable);
-            const int skipped = static_cast<int>(std::lround(pictures)) - 1;
-            if (skipped > 0 && number_ + gaps_ + skipped <= facts_.announced) {
+        } else if (number_ > 1) {
+            const int skipped = pictures_between(seconds - last_);
+            if (number_ + gaps_ + skipped <= facts_.announced) {
                 gaps_ += skipped;
             }
         }
@@ -172,11 +184,38 @@ private:
         return seconds;
     }
 
+    /// How many pictures the container has between the one just grabbed and the one before, as far as it tells: only
+    /// a list of their times, or a rate that cannot vary, shows that a gap is more than a pause.
+    int pictures_between(double gap) const
+    {
+        if (!times_.empty()) {
+            const std::size_t before = static_cast<std::size_t>(number_ + gaps_) - 2;
+            constexpr double nearly = 0.0005;  // s; what rounding the time stamps may make of them
+            for (std::size_t now = before + 1; now < times_.size(); ++now) {
+                const double listed = times_[now] - times_[before];
+                if (listed > gap + nearly) {
+                    break;
+                }
+                if (listed >= gap - nearly) {
+                    return static_cast<int>(now - before) - 1;
+                }
+            }
+            return 0;
+        }
+        if (!constant_rate_ || facts_.rate <= 0.0) {
+            return 0;
+        }
+        constexpr double most_believable = 1e6;
+        return std::max(0, static_cast<int>(std::lround(std::min(gap * facts_.rate, most_believable))) - 1);
+    }
+
     cv::VideoCapture capture_;
     source_facts facts_;
     int quarter_turns_;
-    int number_ = 0;  ///< pictures that were decoded
-    int gaps_ = 0;    ///< pictures between them that were not
+    std::vector<double> times_;   ///< of all pictures, as the container lists them; empty if it does not
+    bool constant_rate_ = false;  ///< whether the container knows no other
+    int number_ = 0;              ///< pictures that were decoded
+    int gaps_ = 0;                ///< pictures between them that were not
     double first_ = 0.0;
     double last_ = 0.0;
     clock::time_point begun_;

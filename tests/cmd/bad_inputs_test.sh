@@ -24,6 +24,22 @@ run 0 two.avi
 expect_said "2 frames of two.avi cannot be decoded and are left out"
 expect_said "10 frames, 10 taken, 2 unreadable"
 
+# Where the rate varies a longer wait is no damage; and damage is still told from it.
+"$media" vary "$samples/parking_pan.mp4" varying.mp4 3
+run 0 varying.mp4 --frames varying.csv
+expect_equal "lines" 1 "$(wc -l <stderr)"
+expect_said "150 frames, 150 taken ("
+expect_equal "last frame" 150 "$(tail -n 1 varying.csv | cut -d, -f1)"
+awk -F, 'NR > 2 && $2 - before > 0.1 { ++waits } { before = $2 } END { exit waits != 2 }' varying.csv \
+  || fail "the rate of the video does not vary"
+for video in "$samples/parking_pan.mp4" varying.mp4; do
+  "$media" void "$video" void.mp4 40
+  run 0 void.mp4 --frames void.csv
+  expect_said "1 frame of void.mp4 cannot be decoded and is left out"
+  expect_said "149 frames, 149 taken, 1 unreadable"
+  expect_equal "last frame" 150 "$(tail -n 1 void.csv | cut -d, -f1)"
+done
+
 # Cut short, in the index and in the frames.
 head -c $(($(stat -c %s whole.avi) * 6 / 10)) whole.avi >cut.avi
 code=0

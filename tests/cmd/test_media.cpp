@@ -215,6 +215,93 @@ void matrix(const arguments& given)
     write_bytes(given.at(1), video);
 }
 
+std::uint32_t word_at(byte_vector::const_iterator at)
+{
+    return static_cast<std::uint32_t>(at[0]) << 24 | static_cast<std::uint32_t>(at[1]) << 16
+           | static_cast<std::uint32_t>(at[2]) << 8 | at[3];
+}
+
+byte_vector bytes_of_words(const std::vector<std::uint32_t>& words)
+{
+    byte_vector bytes;
+    for (const std::uint32_t word : words) {
+        for (int shift = 24; shift >= 0; shift -= 8) {
+            bytes.push_back(static_cast<unsigned char>(word >> shift & 0xff));
+        }
+    }
+    return bytes;
+}
+
+/// The name of the first box of a type in an MP4, behind which its content is; its length lies before.
+byte_vector::iterator find_box(byte_vector& video, const std::string& type)
+{
+    const auto found = std::search(video.begin(), video.end(), type.begin(), type.end());
+    if (found == video.end()) {
+        throw std::runtime_error("no box " + type);
+    }
+    return found;
+}
+
+/// vary IN OUT TIMES: an MP4 of a constant rate with a longer wait, by so many times, before each key frame but the
+/// first. The space that the list of times needs is taken from the text that the index ends in.
+void vary(const arguments& given)
+{
+    byte_vector video = read_bytes(given.at(0));
+    constexpr std::ptrdiff_t list = 12;  // behind name, version with flags, and count
+    const auto keys = find_box(video, "stss");
+    const auto times = find_box(video, "stts");
+    const std::uint32_t pictures = word_at(times + list);
+    const std::uint32_t duration = word_at(times + list + 4);
+    const std::uint32_t wait = duration * static_cast<std::uint32_t>(std::stoi(given.at(2)));
+    std::vector<std::uint32_t> runs;
+    std::uint32_t done = 0;
+    for (std::uint32_t i = 1; i < word_at(keys + list - 4); ++i) {
+        const std::uint32_t before = word_at(keys + list + 4 * static_cast<std::ptrdiff_t>(i)) - 2;
+        runs.insert(runs.end(), {before - done, duration, 1, wait});
+        done = before + 1;
+    }
+    runs.insert(runs.end(), {pictures - done, duration});
+    const std::uint32_t added = static_cast<std::uint32_t>(runs.size()) * 4 - 8;
+
+    for (const char* const type : {"trak", "mdia", "minf", "stbl", "stts"}) {
+        const auto box = find_box(video, type);
+        const byte_vector length = bytes_of_words({word_at(box - 4) + added});
+        std::copy(length.begin(), length.end(), box - 4);
+    }
+    const byte_vector count = bytes_of_words({static_cast<std::uint32_t>(runs.size()) / 2});
+    std::copy(count.begin(), count.end(), times + list - 4);
+    const std::string unused = "free";
+    // The list of edits says how long the video is, which is no longer so.
+    std::copy(unused.begin(), unused.end(), find_box(video, "edts"));
+    const auto text = find_box(video, "udta");
+    std::copy(unused.begin(), unused.end(), text);
+    const std::uint32_t text_length = word_at(text - 4);
+    const byte_vector rest = bytes_of_words({text_length - added});
+    std::copy(rest.begin(), rest.end(), text - 4);
+    video.erase(text + 4, text + 4 + added);
+    const byte_vector content = bytes_of_words(runs);
+    const auto place = find_box(video, "stts") + list;
+    video.insert(video.erase(place, place + 8), content.begin(), content.end());
+    write_bytes(given.at(1), video);
+}
+
+/// void IN OUT NUMBER: an MP4 with the data of its NUMBER-th sample, from 1, overwritten. All samples lie behind each
+/// other.
+void overwrite_sample(const arguments& given)
+{
+    byte_vector video = read_bytes(given.at(0));
+    constexpr std::ptrdiff_t sizes_offset = 16;    // behind name, version with flags, size of all, and count
+    constexpr std::ptrdiff_t offsets_offset = 12;  // behind name, version with flags, and count
+    const auto sizes = find_box(video, "stsz") + sizes_offset;
+    auto sample = video.begin() + word_at(find_box(video, "stco") + offsets_offset);
+    const std::ptrdiff_t number = std::stoi(given.at(2)) - 1;
+    for (std::ptrdiff_t i = 0; i < number; ++i) {
+        sample += word_at(sizes + 4 * i);
+    }
+    std::fill(sample, sample + word_at(sizes + 4 * number), static_cast<unsigned char>(0));
+    write_bytes(given.at(1), video);
+}
+
 /// damage IN OUT: the file with a stretch of its middle overwritten.
 void damage(const arguments& given)
 {
@@ -313,9 +400,23 @@ void spoil(const arguments& given)
 int main(int argc, char** argv)
 {
     const std::map<std::string, void (*)(const arguments&)> commands = {
-        {"frames", frames}, {"slide", slide}, {"flat", flat},     {"size", size},     {"turn", turn},
-        {"rotate", rotate}, {"exif", exif},   {"matrix", matrix}, {"damage", damage}, {"same", same},
-        {"empty", empty},   {"video", video}, {"swing", swing},   {"spoil", spoil},   {"coloured", coloured},
+        {"frames", frames},
+        {"slide", slide},
+        {"flat", flat},
+        {"size", size},
+        {"turn", turn},
+        {"rotate", rotate},
+        {"exif", exif},
+        {"matrix", matrix},
+        {"damage", damage},
+        {"same", same},
+        {"empty", empty},
+        {"video", video},
+        {"swing", swing},
+        {"spoil", spoil},
+        {"coloured", coloured},
+        {"vary", vary},
+        {"void", overwrite_sample},
     };
     try {
         const arguments given(argv + std::min(argc, 2), argv + argc);
