@@ -197,7 +197,7 @@ std::unique_ptr<frame_source> open_frame_source(const std::vector<std::string>& 
     }
     std::vector<std::string> files = inputs;
     std::stable_sort(files.begin(), files.end(), natural_less);
-    return open_images(std::move(files), left_out, "there are no images but results of an earlier run");
+    return std::make_unique<image_source>(std::move(files));
 }
 
 std::string name_of_input(const std::string& input)

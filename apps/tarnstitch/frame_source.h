@@ -54,7 +54,8 @@ public:
 /// Opens the inputs of a command line: a video file, a camera ("camera:0" or its device), an image file, a pattern
 /// such as "frame%04d.png", a directory, or several image files, which are sorted in natural order. A file that
 /// exists under the very name wins over whatever else the name may mean.
-/// @param left_out  files that are no part of a directory's or sequence's pictures: results of an earlier run
+/// @param left_out  files that are no part of a directory's or sequence's pictures: results of an earlier run. Files
+///                  listed by their names are taken, whatever they are
 /// @throws host_error (input_failed) with the reason
 std::unique_ptr<frame_source> open_frame_source(const std::vector<std::string>& inputs,
                                                 const std::vector<std::string>& left_out);

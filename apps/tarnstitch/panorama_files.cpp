@@ -213,7 +213,10 @@ void panorama_files::check_against_inputs(const std::vector<std::string>& input_
     for (const std::string& file : input_files) {
         for (const named_output& output : all()) {
             if (same_place(file, output.file)) {
-                fail("cannot write " + output.file + ": it is one of the input's files");
+                fail("cannot write " + output.file + ": it is one of the input's files"
+                     + (asked_.output.empty() && (output.file == panorama_ || output.file == partial_)
+                            ? "; -o gives the panorama another name"
+                            : ""));
             }
         }
         // Where it is a link, its target counts, too.

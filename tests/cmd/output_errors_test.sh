@@ -39,6 +39,20 @@ expect_error 4 "one of the input's files" slide --preview slide/4.png
 expect_file slide/4.png
 rm slide/3.jpg
 
+# A listed image is wanted, even if it is called as the panorama would be.
+mkdir listed
+cp slide/1.png listed/a.png
+"$media" rotate slide/2.png listed/a-panorama.jpg 4
+"$media" rotate slide/2.png listed/a-panorama-partial.jpg 4
+cp listed/a-panorama.jpg before.jpg
+for name in a-panorama.jpg a-panorama-partial.jpg; do
+  (
+    cd listed
+    expect_error 4 "cannot write $name: it is one of the input's files; -o gives the panorama another name" a.png $name
+  )
+done
+cmp before.jpg listed/a-panorama.jpg || fail "a listed image was overwritten by the panorama"
+
 # Nor may the log, which is emptied when it is opened: not before everything has been checked.
 cp slide/1.png before.png
 expect_error 4 "one of the input's files" one.png -o a.jpg --log one.png
