@@ -153,15 +153,6 @@ std::array<float, 4> corners_for_viewer(const std::array<float, 4>& values, fram
     return result;
 }
 
-cv::Point2f vector_for_viewer(const cv::Point2f& vector, frame_turn turn)
-{
-    cv::Point2f result = vector;
-    for (int quarter = quarters_back(turn); quarter > 0; --quarter) {
-        result = {-result.y, result.x};
-    }
-    return result;
-}
-
 cv::Point2f preview_point_for_viewer(const cv::Point2f& point, const cv::Size& size, frame_turn turn)
 {
     cv::Point2f result = point;

@@ -53,9 +53,6 @@ camera_motion motion_for_viewer(int direction, frame_turn turn);
 /// sides (top, right, bottom, left), in the viewer's order instead of the library's.
 std::array<float, 4> corners_for_viewer(const std::array<float, 4>& values, frame_turn turn);
 
-/// A vector in the library's frames as one in the viewer's; x to the right, y downward.
-cv::Point2f vector_for_viewer(const cv::Point2f& vector, frame_turn turn);
-
 /// A point of a preview (x to the right, y downward, from the top left corner of its area) as a point of
 /// preview_for_viewer.
 /// @param size  of the preview as the library has it

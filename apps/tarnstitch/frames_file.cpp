@@ -65,15 +65,16 @@ std::vector<named_value> values_of(const frame_record& frame, frame_turn turn)
     };
     const std::array<float, 4> angles = corners_for_viewer(frame.angles, turn);
     const std::array<float, 4> scales = corners_for_viewer(frame.scales, turn);
-    const cv::Point2f shift = vector_for_viewer(frame.shift, turn);
+    const std::array<float, 4> beyond = corners_for_viewer(frame.beyond, turn);
     for (std::size_t i = 0; i < corners.size(); ++i) {
         values.emplace_back(std::string("angle_") + corners.at(i), decimal(angles.at(i), angle_digits));
     }
     for (std::size_t i = 0; i < sides.size(); ++i) {
         values.emplace_back(std::string("scale_") + sides.at(i), decimal(scales.at(i), scale_digits));
     }
-    values.emplace_back("shift_x", decimal(shift.x, pixel_digits));
-    values.emplace_back("shift_y", decimal(shift.y, pixel_digits));
+    // What the preview grows by on the left and at the top moves its content.
+    values.emplace_back("shift_x", decimal(beyond[3], pixel_digits));
+    values.emplace_back("shift_y", decimal(beyond[0], pixel_digits));
     values.emplace_back("milliseconds", decimal(frame.milliseconds, pixel_digits));
     return values;
 }

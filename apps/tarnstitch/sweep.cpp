@@ -101,6 +101,20 @@ std::vector<cv::Point2f> outline_in_preview()
     return corners;
 }
 
+/// How far an outline reaches beyond the sides of a preview: the upper, the right, the lower, the left one. The
+/// library itself only keeps count of how far its origin moves, which is to the left and upwards in its own frames.
+std::array<float, 4> reach_beyond(const cv::Size& preview, const std::vector<cv::Point2f>& outline)
+{
+    std::array<float, 4> reach{};
+    for (const cv::Point2f& corner : outline) {
+        reach[0] = std::max(reach[0], -corner.y);
+        reach[1] = std::max(reach[1], corner.x - static_cast<float>(preview.width));
+        reach[2] = std::max(reach[2], corner.y - static_cast<float>(preview.height));
+        reach[3] = std::max(reach[3], -corner.x);
+    }
+    return reach;
+}
+
 /// The sweep as it goes: what run_sweep tells in steps.
 class running_sweep {
 public:
@@ -254,9 +268,9 @@ private:
         }
         record.angles = four_of(tarn_stitcher.last_angles);
         record.scales = four_of(tarn_stitcher.last_scales);
-        record.shift = {tarn_stitcher.total_shift_x, tarn_stitcher.total_shift_y};
         record.preview = getCurrentPanoramsShowMat();
         record.outline = outline_in_preview();
+        record.beyond = reach_beyond(record.preview.size(), record.outline);
         for (sweep_observer* const observer : settings_.observers) {
             observer->frame_done(record);
         }

@@ -18,7 +18,8 @@ namespace tarn::host {
 constexpr int lowest_code = -1;
 constexpr int highest_code = 6;
 
-/// What became of one frame. Directions, corners and images are in the library's orientation.
+/// What became of one frame. Directions, corners and images are in the library's orientation; corners are told from
+/// the top left one on, sides from the top one on, clockwise.
 struct frame_record {
     frame_stamp stamp;
     bool last = false;
@@ -35,7 +36,7 @@ struct frame_record {
     std::array<float, 4>
         angles{};  ///< degrees, of the frame measured last: its corners in the key frame before
     std::array<float, 4> scales{};  ///< its sides, as parts of a frame's own
-    cv::Point2f shift;              ///< px by which the preview will grow to the left and upwards
+    std::array<float, 4> beyond{};  ///< px by which the frame taken last reaches beyond the preview's sides
 
     cv::Mat preview;                   ///< as it is by now, CV_8UC3
     std::vector<cv::Point2f> outline;  ///< the corners of the frame taken last, in the preview; or none

@@ -4,6 +4,7 @@
 // for the library and its answers back, and both panoramas come out upright.
 #include <filesystem>
 #include <memory>
+#include <nlohmann/json.hpp>
 #include <string>
 #include <tuple>
 #include <vector>
@@ -14,6 +15,7 @@
 
 #include "frame_feed.h"
 #include "frame_turn.h"
+#include "frames_file.h"
 #include "picture_list.h"
 #include "support/rendered_sweep.h"
 #include "support/stitcher_fixture.h"
@@ -88,6 +90,7 @@ public:
     void frame_done(const frame_record& frame) override
     {
         last = frame;
+        all.push_back(frame);
     }
 
     void waiting(int) override
@@ -95,6 +98,7 @@ public:
     }
 
     frame_record last;
+    std::vector<frame_record> all;
 };
 
 class Orientation : public tarn::test::stitcher_fixture,
@@ -166,6 +170,32 @@ TEST_P(Orientation, PanoramasAreUprightAndTheDirectionIsTheViewers)
         (level ? preview.rows : preview.cols) / static_cast<double>(level ? first.rows : first.cols);
     cv::resize(first, first, cv::Size(), scale, scale, cv::INTER_AREA);
     EXPECT_GT(found_in(preview, first), least);
+}
+
+TEST_P(Orientation, ShiftIsTheViewersWhicheverWayTheFramesAreTurned)
+{
+    ASSERT_EQ(sweep_with_hint(motion()).outcome, sweep_outcome::complete);
+    constexpr double preview_frame_width = 300.0;
+    const double scale =
+        preview_frame_width / (turn() == frame_turn::none ? frame_size.width : frame_size.height);
+    double travelled = 0.0;  // since the last key frame
+    int between_key_frames = 0;
+    ASSERT_EQ(recorder.all.size(), static_cast<std::size_t>(length));
+    for (int index = 0; index < length - 1; ++index) {  // the last one is not laid onto the preview
+        const frame_record& frame = recorder.all[static_cast<std::size_t>(index)];
+        ASSERT_TRUE(frame.taken);
+        travelled = frame.key_frame ? 0.0 : travelled + step * scale;
+        between_key_frames += frame.key_frame ? 0 : 1;
+        const nlohmann::json line = nlohmann::json::parse(frame_as_json(frame, turn()));
+        constexpr double registration = 3.0;  // px
+        EXPECT_NEAR(line["shift_x"].get<double>(), motion() == camera_motion::left ? travelled : 0.0,
+                    registration)
+            << index;
+        EXPECT_NEAR(line["shift_y"].get<double>(), motion() == camera_motion::up ? travelled : 0.0,
+                    registration)
+            << index;
+    }
+    EXPECT_GT(between_key_frames, 0);
 }
 
 TEST_P(Orientation, OppositeHintRejectsTheMotionAndOneAcrossDoesNot)

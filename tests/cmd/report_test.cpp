@@ -243,7 +243,7 @@ TEST(FramesFile, LinesAreInTheViewersOrientation)
     frame.move_distance = 12.3456f;
     frame.angles = {90.5f, 91.5f, 92.5f, 93.5f};
     frame.scales = {1.5f, 1.25f, 1.125f, 1.0625f};
-    frame.shift = {3.0f, 4.5f};
+    frame.beyond = {4.5f, 1.5f, 2.5f, 3.0f};
     frame.milliseconds = 6.5;
     EXPECT_EQ(csv_header(),
               "frame,seconds,code,name,taken,key_frame,direction,move_px,angle_top_left,angle_top_right,"
@@ -252,12 +252,12 @@ TEST(FramesFile, LinesAreInTheViewersOrientation)
     EXPECT_EQ(frame_as_csv(frame, frame_turn::none),
               "12,0.44,5,too_fast,1,1,up,12.346,90.5,91.5,92.5,93.5,1.5,1.25,1.125,1.0625,3.0,4.5,6.5");
     EXPECT_EQ(frame_as_csv(frame, frame_turn::counter_clockwise),
-              "12,0.44,5,too_fast,1,1,right,12.346,93.5,90.5,91.5,92.5,1.0625,1.5,1.25,1.125,-4.5,3.0,6.5");
+              "12,0.44,5,too_fast,1,1,right,12.346,93.5,90.5,91.5,92.5,1.0625,1.5,1.25,1.125,2.5,3.0,6.5");
     EXPECT_EQ(frame_as_json(frame, frame_turn::clockwise),
               R"({"frame":12,"seconds":0.44,"code":5,"name":"too_fast","taken":true,"key_frame":true,)"
               R"("direction":"left","move_px":12.346,"angle_top_left":91.5,"angle_top_right":92.5,)"
               R"("angle_bottom_right":93.5,"angle_bottom_left":90.5,"scale_top":1.25,"scale_right":1.125,)"
-              R"("scale_bottom":1.0625,"scale_left":1.5,"shift_x":4.5,"shift_y":-3.0,"milliseconds":6.5})");
+              R"("scale_bottom":1.0625,"scale_left":1.5,"shift_x":4.5,"shift_y":1.5,"milliseconds":6.5})");
 }
 
 TEST(FramesFile, WhatThereIsNotIsLeftEmpty)
