@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cmath>
 #include <cstdio>
 
 #include "judgement.h"
@@ -23,15 +24,28 @@ std::string shown(const cv::Size& size)
     return std::to_string(size.width) + "x" + std::to_string(size.height);
 }
 
-std::string seconds_text(double seconds)
+/// A time as one writes it, behind `earlier` and at `time` at the latest, so that as the end or the beginning of a part
+/// of the input it parts the two frames.
+std::string time_between(double earlier, double time)
 {
-    char text[32];
-    std::snprintf(text, sizeof text, "%.2f", seconds);
-    return text;
+    constexpr int usual_digits = 2;
+    constexpr int most_digits = 6;
+    constexpr double rounding = 1e-6;  // of the last digit
+    std::array<char, 64> text{};
+    for (int digits = usual_digits; digits <= most_digits; ++digits) {
+        const double unit = std::pow(10.0, digits);
+        const double rounded_down = std::floor(time * unit + rounding) / unit;
+        std::snprintf(text.data(), text.size(), "%.*f", digits, rounded_down);
+        if (rounded_down > earlier + rounding) {
+            break;
+        }
+    }
+    return text.data();
 }
 
-/// What may help a sweep that could not be stitched: the first of the reasons that its frames give.
-std::string help_for(const sweep_result& result)
+/// What may help a sweep that could not be stitched: the first of the reasons that its frames give. "" when there is
+/// nothing to try.
+std::string help_for(const sweep_result& result, frame_turn turn)
 {
     struct reason {
         int code;
@@ -52,11 +66,21 @@ std::string help_for(const sweep_result& result)
             return std::string("what may help: ") + one.help;
         }
     }
-    if (result.failed_seconds > 0.0) {
-        return "what may help: --end " + seconds_text(result.failed_seconds) + " for the part before, --start "
-               + seconds_text(result.failed_seconds) + " for the part after; or --turn none";
+    std::string help;
+    const auto add = [&help](const std::string& more) {
+        help += (help.empty() ? "what may help: " : "; or ") + more;
+    };
+    if (result.fitted_seconds >= 0.0 && result.failed_seconds > result.fitted_seconds) {
+        add("--end " + time_between(result.fitted_seconds, result.misfit_seconds)
+            + " for the part before, --start " + time_between(result.fitted_seconds, result.failed_seconds)
+            + " for the part after");
+    } else if (result.frames > 1) {
+        add("smaller steps between the pictures");
     }
-    return "what may help: smaller steps between the pictures; --turn none";
+    if (turn != frame_turn::none) {
+        add("--turn none");
+    }
+    return help;
 }
 
 /// "key frame 3 (frame 57)"
@@ -88,27 +112,31 @@ std::string code_key(int code)
     return key;
 }
 
-std::vector<std::string> notes_on(const sweep_result& result, const std::string& partial_panorama)
+std::vector<std::string> notes_on(const sweep_result& result, frame_turn turn,
+                                  const std::string& partial_panorama)
 {
     const std::string what_is_left = partial_panorama.empty()
                                          ? "; nothing of a panorama is left"
                                          : "; what was composed until then is in " + partial_panorama;
+    std::vector<std::string> notes;
     switch (result.outcome) {
     case sweep_outcome::input_failed:
         return {result.input_error + what_is_left};
     case sweep_outcome::pipeline_failed:
-        return {"stitching failed at frame " + std::to_string(result.broken_at_frame) + ": "
-                    + (result.failed_key_frame > 0
-                           ? failed_key_frame(result) + " could not be joined to the panorama"
-                           : "the panorama could not be finished")
-                    + what_is_left,
-                help_for(result)};
+        notes = {"stitching failed at frame " + std::to_string(result.broken_at_frame) + ": "
+                 + (result.failed_key_frame > 0
+                        ? failed_key_frame(result) + " could not be joined to the panorama"
+                        : "the panorama could not be finished")
+                 + what_is_left};
+        if (const std::string help = help_for(result, turn); !help.empty()) {
+            notes.push_back(help);
+        }
+        return notes;
     case sweep_outcome::given_up:
         return {"given up; nothing is written"};
     case sweep_outcome::complete:
         break;
     }
-    std::vector<std::string> notes;
     if (result.failed_key_frame > 0) {
         notes.push_back("the panorama is without " + failed_key_frame(result) + ", which could not be joined");
     }

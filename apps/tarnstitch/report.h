@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "frame_turn.h"
 #include "panorama_files.h"
 #include "sweep.h"
 
@@ -19,8 +20,10 @@ std::string code_key(int code);
 
 /// What a user should know about a sweep beside the summary, a line for each: where and why it broke and what may
 /// help, or in what it falls short.
+/// @param turn              of the frames in this sweep
 /// @param partial_panorama  where the part that was composed has been written; "" if nowhere
-std::vector<std::string> notes_on(const sweep_result& result, const std::string& partial_panorama);
+std::vector<std::string> notes_on(const sweep_result& result, frame_turn turn,
+                                  const std::string& partial_panorama);
 
 /// What was lost on the way to the library.
 struct lost_frames {

@@ -218,7 +218,7 @@ private:
         summary_.code = code_of(done);
 
         const std::string partial = summary_.written.whole ? "" : summary_.written.panorama.file;
-        std::vector<std::string> notes = notes_on(result, partial);
+        std::vector<std::string> notes = notes_on(result, done.turn, partial);
         for (const std::string& line : errors) {
             say(line);
         }

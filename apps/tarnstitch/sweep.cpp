@@ -8,6 +8,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <optional>
 #include <system_error>
 #include <thread>
 
@@ -234,14 +235,21 @@ private:
         const clock::time_point begun = clock::now();
         const int code = videoStitch(frame.rgba, settings_.direction_hint, frame.last ? 1 : 0)[0];
         spent_ = clock::now() - begun;
+        if (!after_fitted_) {
+            after_fitted_ = frame.stamp;
+        }
         if (tarn_stitcher.big_frame_index > result_.key_frames) {
-            frame_of_key_.push_back(frame.stamp);
+            key_stamps_.push_back({frame.stamp, last_fitted_, *after_fitted_});
         }
         // The code does not tell a frame that fitted from one of the first few that did not: both are 1. A
         // frame that fitted is the one against which the next is registered.
         taken_ = frame.last ? code != lowest_code
                             : tarn_stitcher.last_check_data.scaled_gray_frame.data != reference_before.data;
         registered_ = taken_ && !frame.last && !reference_before.empty();
+        if (taken_) {
+            last_fitted_ = frame.stamp;
+            after_fitted_.reset();
+        }
         return std::clamp(code, lowest_code, highest_code);
     }
 
@@ -301,11 +309,13 @@ private:
         const pipeline_snapshot pipeline = look_at_pipeline();
         result_.failed_key_frame = pipeline.first_failed_frame;
         if (pipeline.first_failed_frame >= 1
-            && static_cast<std::size_t>(pipeline.first_failed_frame) <= frame_of_key_.size()) {
-            const frame_stamp& failed =
-                frame_of_key_[static_cast<std::size_t>(pipeline.first_failed_frame) - 1];
-            result_.failed_frame = failed.number;
-            result_.failed_seconds = std::max(0.0, failed.seconds);
+            && static_cast<std::size_t>(pipeline.first_failed_frame) <= key_stamps_.size()) {
+            const key_frame_stamps& failed =
+                key_stamps_[static_cast<std::size_t>(pipeline.first_failed_frame) - 1];
+            result_.failed_frame = failed.own.number;
+            result_.failed_seconds = failed.own.seconds;
+            result_.fitted_seconds = failed.last_fitted.seconds;
+            result_.misfit_seconds = failed.after_fitted.seconds;
         }
         result_.panorama = pipeline.panorama;
         if (result_.outcome == sweep_outcome::complete) {
@@ -356,11 +366,20 @@ private:
         }
     }
 
+    /// The frame that a key frame was, and where the sweep had come apart before it, if it had.
+    struct key_frame_stamps {
+        frame_stamp own;
+        frame_stamp last_fitted;   ///< the last frame before that was taken
+        frame_stamp after_fitted;  ///< the first frame after that
+    };
+
     sweep_input& input_;
     const sweep_settings& settings_;
     sweep_result result_;
     cv::Mat last_frame_;
-    std::vector<frame_stamp> frame_of_key_;  ///< the frame that each key frame was
+    std::vector<key_frame_stamps> key_stamps_;
+    frame_stamp last_fitted_;                  ///< the last frame that was taken
+    std::optional<frame_stamp> after_fitted_;  ///< the first frame after that
     // On the frame that answer_to handed over:
     bool taken_ = false;       ///< whether the library took it
     bool registered_ = false;  ///< whether that was by comparing it with the one before

@@ -83,10 +83,13 @@ struct sweep_result {
     int last_frame = 0;  ///< number of the frame handed over last
 
     int key_frames = 0;
-    int broken_at_frame = 0;      ///< frame at which a failure of the pipeline showed; 0 if none did
-    int failed_key_frame = 0;     ///< first key frame that could not be joined, from 1; 0 if all could
-    int failed_frame = 0;         ///< the frame that this key frame was
-    double failed_seconds = 0.0;  ///< its time; 0 if it has none
+    int broken_at_frame = 0;       ///< frame at which a failure of the pipeline showed; 0 if none did
+    int failed_key_frame = 0;      ///< first key frame that could not be joined, from 1; 0 if all could
+    int failed_frame = 0;          ///< the frame that this key frame was
+    double failed_seconds = -1.0;  ///< its time; negative if it has none
+    double fitted_seconds = -1.0;  ///< that of the last frame before it that fitted; negative if there is none
+    double misfit_seconds =
+        -1.0;  ///< that of the first frame handed over after that; the failed one's at the latest
 
     cv::Mat preview;  ///< CV_8UC3, as the library's frames are turned
     cv::Mat

@@ -81,13 +81,13 @@ TEST(Report, BrokenSweepSaysWhereAndWhatIsLeft)
     result.broken_at_frame = 57;
     result.failed_key_frame = 4;
     result.failed_frame = 41;
-    ASSERT_EQ(notes_on(result, "x-partial.jpg").size(), 2U);
+    ASSERT_EQ(notes_on(result, frame_turn::clockwise, "x-partial.jpg").size(), 2U);
     EXPECT_EQ(
-        notes_on(result, "x-partial.jpg")[0],
+        notes_on(result, frame_turn::clockwise, "x-partial.jpg")[0],
         "stitching failed at frame 57: key frame 4 (frame 41) could not be joined to the panorama; what was "
         "composed until then is in x-partial.jpg");
     EXPECT_EQ(
-        notes_on(result, "")[0],
+        notes_on(result, frame_turn::clockwise, "")[0],
         "stitching failed at frame 57: key frame 4 (frame 41) could not be joined to the panorama; nothing of "
         "a panorama is left");
 }
@@ -98,10 +98,20 @@ TEST(Report, BrokenSweepSaysWhatMayHelp)
     result.outcome = sweep_outcome::pipeline_failed;
     result.frames = 100;
     count_of(result, 1) = 100;
-    const auto help = [&result] { return notes_on(result, "").back(); };
+    const auto help = [&result] { return notes_on(result, frame_turn::clockwise, "").back(); };
     EXPECT_NE(help().find("smaller steps"), std::string::npos) << help();
+    EXPECT_NE(help().find("; or --turn none"), std::string::npos) << help();
+    result.fitted_seconds = 1.6;
+    result.misfit_seconds = 1.0 + 2.0 / 3.0;
     result.failed_seconds = 3.4;
-    EXPECT_NE(help().find("--end 3.40"), std::string::npos) << help();
+    EXPECT_EQ(help(),
+              "what may help: --end 1.66 for the part before, --start 3.40 for the part after; or --turn none");
+    // 240 a second
+    result.fitted_seconds = 387.0 / 240.0;
+    result.misfit_seconds = result.failed_seconds = 388.0 / 240.0;
+    EXPECT_EQ(
+        help(),
+        "what may help: --end 1.616 for the part before, --start 1.616 for the part after; or --turn none");
     for (const auto& [code, words] : std::vector<std::pair<int, std::string>>{{0, "overlap"},
                                                                               {2, "little to see"},
                                                                               {3, "too little"},
@@ -115,6 +125,18 @@ TEST(Report, BrokenSweepSaysWhatMayHelp)
         EXPECT_NE(help().find(words), std::string::npos) << help();
         count_of(result, code) = 0;
     }
+}
+
+TEST(Report, NothingIsAdvisedThatWasDoneOrCannotBe)
+{
+    sweep_result result;
+    result.outcome = sweep_outcome::pipeline_failed;
+    result.frames = 100;
+    EXPECT_EQ(notes_on(result, frame_turn::none, "").back(),
+              "what may help: smaller steps between the pictures");
+    result.frames = 1;
+    EXPECT_EQ(notes_on(result, frame_turn::clockwise, "").back(), "what may help: --turn none");
+    EXPECT_EQ(notes_on(result, frame_turn::none, "").size(), 1U);
 }
 
 TEST(Judgement, SecondTryMayHelpUnlessManyFramesWentTheWrongWay)
@@ -161,11 +183,11 @@ TEST(Report, CompleteSweepThatLostAKeyFrameSaysSo)
 {
     sweep_result result;
     result.frames = 50;
-    EXPECT_TRUE(notes_on(result, "").empty());
+    EXPECT_TRUE(notes_on(result, frame_turn::clockwise, "").empty());
     result.failed_key_frame = 3;
     result.failed_frame = 20;
-    ASSERT_EQ(notes_on(result, "").size(), 1U);
-    EXPECT_NE(notes_on(result, "")[0].find("key frame 3 (frame 20)"), std::string::npos);
+    ASSERT_EQ(notes_on(result, frame_turn::clockwise, "").size(), 1U);
+    EXPECT_NE(notes_on(result, frame_turn::clockwise, "")[0].find("key frame 3 (frame 20)"), std::string::npos);
 }
 
 TEST(Progress, EveryCodeThatAsksForSomethingHasItsAdvice)
