@@ -5,8 +5,12 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cerrno>
 #include <csignal>
+#include <cstdlib>
+#include <ctime>
 #include <filesystem>
+#include <pthread.h>
 #include <system_error>
 #include <thread>
 #include <vector>
@@ -45,6 +49,38 @@ void remove_tree(const std::string& path)
     }
 }
 
+/// Removes all that is on the list, which is locked for good: whoever creates or renames a file from now on waits for
+/// the end.
+void remove_all_for_good()
+{
+    removals().mutex.lock();
+    for (const std::string& path : removals().paths) {
+        remove_tree(path);
+    }
+}
+
+/// What a library does by exit() in the midst of the work, as those of window systems do when the display goes away.
+/// Where the program itself has come to its end, nothing is on the list.
+void remove_at_exit()
+{
+    leave_status_line();
+    remove_all_for_good();
+}
+
+/// The thread that awaits the signals.
+pthread_t awaiting_thread;
+
+/// Runs in a thread that calls abort(), as a library for windows does without its display. It may hold any lock, so the
+/// work is left to the thread that awaits signals, and should that not get on, the process ends all the same.
+void leave_abortion_to_the_awaiting_thread(int)
+{
+    pthread_kill(awaiting_thread, SIGABRT);
+    constexpr int most_seconds = 5;
+    timespec left = {most_seconds, 0};
+    while (nanosleep(&left, &left) != 0 && errno == EINTR) {
+    }
+}
+
 [[noreturn]] void await_and_end(sigset_t signals)
 {
     int signal_number = 0;
@@ -56,11 +92,7 @@ void remove_tree(const std::string& path)
         }
     }
     leave_status_line();
-    // Locked for good: whoever creates or renames a file from now on waits for the end.
-    removals().mutex.lock();
-    for (const std::string& path : removals().paths) {
-        remove_tree(path);
-    }
+    remove_all_for_good();
     std::signal(signal_number, SIG_DFL);
     sigset_t the_one;
     sigemptyset(&the_one);
@@ -91,14 +123,22 @@ void watch_for_interruption()
 
     sigset_t signals;
     sigemptyset(&signals);
-    for (const int signal_number : {SIGINT, SIGTERM, SIGHUP}) {
+    // Those by which others end a process, or an earlier limit on it does.
+    for (const int signal_number :
+         {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGALRM, SIGVTALRM, SIGPROF, SIGUSR1, SIGUSR2, SIGXCPU}) {
         struct sigaction action = {};
         if (sigaction(signal_number, nullptr, &action) == 0 && action.sa_handler != SIG_IGN) {
             sigaddset(&signals, signal_number);
         }
     }
+    // Blocked as well, though abort() gets through to its own thread, which hands it on.
+    sigaddset(&signals, SIGABRT);
     pthread_sigmask(SIG_BLOCK, &signals, nullptr);
-    std::thread(await_and_end, signals).detach();
+    std::thread waiting(await_and_end, signals);
+    awaiting_thread = waiting.native_handle();
+    waiting.detach();
+    std::signal(SIGABRT, leave_abortion_to_the_awaiting_thread);
+    std::atexit(remove_at_exit);
 }
 
 interruption_hold::interruption_hold() : lock_(removals().mutex)

@@ -20,8 +20,9 @@ until_said() {
   fail "not said: $1"
 }
 
-for signals in TERM HUP INT,INT INT,TERM; do
-  start env --default-signal=INT,TERM,HUP "$program" slide --frames frames.csv
+ulimit -c 0 # some of these leave the process's memory behind
+for signals in TERM HUP QUIT XCPU ALRM VTALRM PROF USR1 USR2 INT,INT INT,TERM; do
+  start env --default-signal "$program" slide --frames frames.csv
   first=${signals%,*}
   last=${signals#*,}
   kill -s "$first" "$started"

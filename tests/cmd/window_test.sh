@@ -31,7 +31,7 @@ fi
 exec 8<> <(:)
 Xvfb -displayfd 8 -screen 0 1280x800x24 8>display.number >/dev/null 2>&1 &
 server=$!
-trap 'kill $server; rm -rf "$work"' EXIT
+trap 'kill $server 2>/dev/null; rm -rf "$work"' EXIT
 until [[ -s display.number ]]; do
   kill -0 $server || fail "Xvfb has ended"
   sleep 0.05
@@ -88,6 +88,19 @@ press Escape
 expect_equal "exit code after Esc" 130 $code
 expect_no_file Escape.jpg
 expect_said "given up; nothing is written"
+expect_nothing_left
+
+# When the display goes away the library for windows ends the process.
+"$program" "$video" --show --realtime -o gone.jpg 2>stderr &
+started=$!
+until xdotool search --onlyvisible --name '^tarnstitch$' >windows 2>/dev/null; do
+  kill -0 $started 2>/dev/null || fail "no window"
+done
+kill $server
+wait $server 2>/dev/null || true
+code=0
+{ wait $started || code=$?; } 2>/dev/null # the shell tells of an abortion
+((code != 0)) || fail "exit code 0 without the display"
 expect_nothing_left
 
 echo "passed"
