@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "host_error.h"
+#include "interruption.h"
 #include "standard_streams.h"
 
 namespace tarn::host {
@@ -26,6 +27,9 @@ frame_feed::frame_feed(std::unique_ptr<frame_source> source, const frame_selecti
     : source_(std::move(source)), selector_(selection), turn_(turn), looked_at_(looked_at)
 {
     if (!read_ahead()) {
+        if (stop_asked_for() != stop_kind::none && !ended_) {
+            throw host_error(exit_code::stopped, "stopped before the first frame; nothing is written");
+        }
         const std::string& file = source_->facts().files.front();
         const bool none_selected = last_stamp_.number > unreadable_;
         std::string reason = "no frame can be read from " + file;
@@ -62,6 +66,10 @@ bool frame_feed::read_ahead()
             return false;
         }
         if (verdict == frame_selector::verdict::leave_out) {
+            // Once stopped, the frame at hand is the last one: no other is looked for.
+            if (stop_asked_for() != stop_kind::none) {
+                return false;
+            }
             continue;
         }
         const cv::Mat image = source_->picture();

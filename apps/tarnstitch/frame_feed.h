@@ -41,7 +41,7 @@ public:
     /// Reads the first frame, so that an input without any fails before the work starts.
     /// @param looked_at  pictures of the input that have been looked at before, so that those of them that cannot be
     ///                   read are not named once more
-    /// @throws host_error (input_failed) when there is no frame
+    /// @throws host_error (input_failed when there is no frame, stopped when the user does not wait for it)
     frame_feed(std::unique_ptr<frame_source> source, const frame_selection& selection, frame_turn turn,
                int looked_at = 0);
 

@@ -3,7 +3,10 @@
 // The thread that plays a feed.
 #include "realtime_feed.h"
 
+#include <algorithm>
 #include <utility>
+
+#include "interruption.h"
 
 namespace tarn::host {
 
@@ -78,7 +81,15 @@ bool realtime_feed::wait_until_due(const feed_frame& frame)
     }
     const std::chrono::duration<double> since_begin(frame.stamp.seconds - first_seconds_);
     const auto due = begun_ + std::chrono::duration_cast<std::chrono::steady_clock::duration>(since_begin);
-    changed_.wait_until(lock, due, [this] { return closed_; });
+    // Nobody tells of a stop, so it is asked for. The frame waited for is then the last one, at once.
+    constexpr std::chrono::milliseconds between_looks(50);
+    while (!closed_ && stop_asked_for() == stop_kind::none) {
+        const auto now = std::chrono::steady_clock::now();
+        if (now >= due) {
+            break;
+        }
+        changed_.wait_until(lock, std::min(due, now + between_looks));
+    }
     return !closed_;
 }
 
@@ -86,7 +97,7 @@ bool realtime_feed::offer(feed_frame& frame)
 {
     std::unique_lock<std::mutex> lock(mutex_);
     const auto can_be_taken = [this] { return closed_ || (wanted_ && !there_); };
-    if (frame.last) {
+    if (frame.last || stop_asked_for() != stop_kind::none) {  // the sweep will make it the last one
         changed_.wait(lock, can_be_taken);
     } else if (!can_be_taken()) {
         ++dropped_;

@@ -168,6 +168,7 @@ private:
             return second_is_better(first.result, second.result, stopped) ? std::move(second)
                                                                           : std::move(first);
         } catch (const host_error& error) {
+            first.second_interrupted = stop_asked_for() == stop_kind::interrupted;
             first.notes.push_back(std::string("the second try could not be made: ") + error.what());
             return first;
         }

@@ -1,10 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // Which frames are taken, and frames that come in real time.
+#include <cstdlib>
 #include <memory>
 #include <stdexcept>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -13,6 +15,7 @@
 #include "frame_feed.h"
 #include "frame_selection.h"
 #include "host_error.h"
+#include "interruption.h"
 #include "picture_list.h"
 #include "realtime_feed.h"
 
@@ -43,6 +46,28 @@ std::vector<cv::Mat> pictures(int count)
 {
     return {static_cast<std::size_t>(count), cv::Mat(20, 30, CV_8UC3, cv::Scalar::all(50))};
 }
+
+/// Pictures in the midst of which the user asks for an end.
+class stopping_list : public picture_list {
+public:
+    /// @param stop_at  number of the picture at which that happens
+    stopping_list(std::vector<cv::Mat> pictures, double rate, int stop_at)
+        : picture_list(std::move(pictures), rate), stop_at_(stop_at)
+    {
+    }
+
+    bool advance(frame_stamp& stamp) override
+    {
+        const bool there = picture_list::advance(stamp);
+        if (stamp.number == stop_at_) {
+            ask_to_stop(stop_kind::interrupted);
+        }
+        return there;
+    }
+
+private:
+    int stop_at_;
+};
 
 }  // namespace
 
@@ -134,6 +159,51 @@ TEST(FrameFeed, SelectionOutsideTheInputIsAnInputError)
         << error_of(3.0, -1.0);
     EXPECT_NE(error_of(0.51, 0.59).find("lies between --start and --end"), std::string::npos)
         << error_of(0.51, 0.59);
+}
+
+TEST(FrameFeedDeathTest, StopEndsTheSearchForTheNextFrame)
+{
+    // Nothing of the part asked for has come yet.
+    EXPECT_EXIT(
+        {
+            frame_selection selection;
+            selection.start = 1.0;
+            try {
+                const frame_feed feed(std::make_unique<stopping_list>(pictures(20), 10.0, 3), selection,
+                                      frame_turn::none);
+            } catch (const host_error& error) {
+                std::_Exit(static_cast<int>(error.code()));
+            }
+            std::_Exit(EXIT_SUCCESS);
+        },
+        testing::ExitedWithCode(static_cast<int>(exit_code::stopped)), "");
+    // What has come before is the last frame.
+    EXPECT_EXIT(
+        {
+            frame_selection selection;
+            selection.step = 10;
+            frame_feed feed(std::make_unique<stopping_list>(pictures(20), 10.0, 3), selection,
+                            frame_turn::none);
+            feed_frame frame;
+            const bool last = feed.next(frame) && frame.last && feed.pictures() == 3;
+            std::_Exit(last && feed.early_end().empty() ? EXIT_SUCCESS : EXIT_FAILURE);
+        },
+        testing::ExitedWithCode(EXIT_SUCCESS), "");
+}
+
+TEST(RealtimeFeedDeathTest, StopMakesTheNextFrameComeAtOnce)
+{
+    EXPECT_EXIT(
+        {
+            constexpr double one_in_an_hour = 1.0 / 3600.0;
+            frame_feed feed(std::make_unique<stopping_list>(pictures(20), one_in_an_hour, 3), {},
+                            frame_turn::none);
+            realtime_feed realtime(feed);
+            feed_frame frame;
+            const bool came = realtime.next(frame) && realtime.next(frame) && frame.stamp.number == 2;
+            std::_Exit(came ? EXIT_SUCCESS : EXIT_FAILURE);
+        },
+        testing::ExitedWithCode(EXIT_SUCCESS), "");
 }
 
 TEST(RealtimeFeed, WithoutAWaitingSweepAllButTheFirstAndTheLastAreDropped)
