@@ -65,6 +65,9 @@ public:
 
     cv::Mat picture() override
     {
+        if (is_regular(name()) && is_cut_jpeg(name())) {
+            return {};
+        }
         const quiet_decoder quiet;
         try {
             return cv::imread(name(), cv::IMREAD_COLOR);  // turned as its Exif orientation says

@@ -6,7 +6,9 @@
 #include <algorithm>
 #include <array>
 #include <cctype>
+#include <cstdio>
 #include <filesystem>
+#include <fstream>
 #include <system_error>
 
 #include "host_error.h"
@@ -220,6 +222,46 @@ std::vector<std::string> numbered_images(const numbered_name& name)
         files.push_back(joined(name.directory, one.file));
     }
     return files;
+}
+
+bool is_cut_jpeg(const std::string& file)
+{
+    constexpr int start_of_image = 0xd8;
+    constexpr int end_of_image = 0xd9;
+    constexpr int start_of_scan = 0xda;
+    constexpr int first_restart = 0xd0;
+    std::filebuf stream;
+    stream.open(file, std::ios::in | std::ios::binary);
+    if (stream.sbumpc() != 0xff || stream.sbumpc() != start_of_image) {
+        return false;
+    }
+    // Segments are walked, since a preview among them has an end marker of its own.
+    bool within_scan = false;
+    for (int byte = stream.sbumpc(); byte != EOF; byte = stream.sbumpc()) {
+        if (byte != 0xff) {
+            if (!within_scan) {
+                return false;  // broken otherwise: the decoder's concern
+            }
+            continue;
+        }
+        int marker = stream.sbumpc();
+        while (marker == 0xff) {  // filling
+            marker = stream.sbumpc();
+        }
+        if (marker == end_of_image) {
+            return false;
+        }
+        const bool without_length = marker == 0 || (marker >= first_restart && marker < start_of_image);
+        if (without_length || marker == EOF) {
+            continue;
+        }
+        const int high = stream.sbumpc();
+        const int low = stream.sbumpc();
+        constexpr int length_itself = 2;
+        stream.pubseekoff(std::max(0, (high << 8 | low) - length_itself), std::ios::cur, std::ios::in);
+        within_scan = marker == start_of_scan;
+    }
+    return true;
 }
 
 }  // namespace tarn::host

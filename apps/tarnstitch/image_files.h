@@ -38,4 +38,8 @@ bool parse_numbered_name(const std::string& pattern, numbered_name& name);
 /// @throws host_error (input_failed) when the directory cannot be read
 std::vector<std::string> numbered_images(const numbered_name& name);
 
+/// Whether a file is a JPEG whose data ends before its end marker: a copy that was cut short. Decoders fill up what
+/// is missing and say nothing.
+bool is_cut_jpeg(const std::string& file);
+
 }  // namespace tarn::host

@@ -49,6 +49,20 @@ expect_said "it may have been cut short"
 grep -qF '"cut_short": true' summary.json || fail "the summary does not say that the video was cut short"
 expect_file cut-panorama.jpg
 
+# A picture that was cut short would be gray from there on. One with something behind its end is whole.
+mkdir pictures
+"$media" slide pictures/%d.jpg 6 480 360 24 1
+cp pictures/3.jpg third.jpg
+for part in 100 $(($(stat -c %s third.jpg) / 2)) $(($(stat -c %s third.jpg) - 1)); do
+  head -c "$part" third.jpg >pictures/3.jpg
+  run 0 pictures -o pictures.jpg
+  expect_said "cannot read pictures/3.jpg; it is left out"
+  expect_said "5 frames, 5 taken, 1 unreadable"
+done
+{ cat third.jpg; echo "more"; } >pictures/3.jpg
+run 0 pictures -o pictures.jpg
+expect_said "6 frames, 6 taken ("
+
 # A container without a frame.
 head -c 200 whole.avi >header.avi
 expect_error 3 "header.avi" header.avi

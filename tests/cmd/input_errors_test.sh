@@ -35,9 +35,7 @@ head -c 200 flat.png >truncated.png
 expect_error 3 "no frame can be read from truncated.png" truncated.png
 "$media" slide slide%d.jpg 1 400 300 0 1
 head -c 9000 slide1.jpg >truncated.jpg
-run 0 truncated.jpg -o truncated-result.jpg
-expect_equal "lines on a truncated JPEG" 2 "$(grep -c '^tarnstitch: ' stderr)"
-expect_equal "lines on a truncated JPEG" 2 "$(wc -l <stderr)"
+expect_error 3 "no frame can be read from truncated.jpg" truncated.jpg
 
 mkdir "nothing in it"
 expect_error 3 "there are no images in nothing in it" "nothing in it"
