@@ -4,6 +4,7 @@
 #include "stitching.h"
 
 #include <algorithm>
+#include <array>
 #include <chrono>
 #include <filesystem>
 #include <iostream>
@@ -278,9 +279,16 @@ void check_summary_place(const options& asked)
     if (!has_standard_output()) {
         throw host_error(exit_code::output_failed, "cannot write the summary to standard output: it is closed");
     }
-    if (!asked.log.empty() && is_standard_output(asked.log)) {
-        throw host_error(exit_code::usage, "--json and --log cannot both write to " + asked.log
-                                               + ": standard output is the summary's");
+    const std::array<std::pair<const char*, const std::string&>, 4> outputs = {{{"--output", asked.output},
+                                                                                {"--preview", asked.preview},
+                                                                                {"--frames", asked.frames},
+                                                                                {"--log", asked.log}}};
+    for (const auto& [option, file] : outputs) {
+        if (!file.empty() && is_standard_output(file)) {
+            throw host_error(exit_code::usage, "--json and " + asked.as_written(option)
+                                                   + " cannot both write to " + file
+                                                   + ": standard output is the summary's");
+        }
     }
 }
 

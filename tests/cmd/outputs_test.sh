@@ -56,6 +56,13 @@ code=0
 "$program" slide -o summed.jpg --json >&- 2>stderr || code=$?
 expect_equal "exit code of --json with a closed standard output" 4 $code
 expect_equal "lines on standard error" "tarnstitch: cannot write the summary to standard output: it is closed" "$(cat stderr)"
+for option in -o:both.jpg --preview:both.png --frames:both.csv; do
+  file=${option#*:}
+  code=0
+  "$program" slide "${option%:*}" "$file" --json >"$file" 2>stderr || code=$?
+  expect_equal "exit code of --json with an output in the same file" 2 $code
+  expect_said "--json and ${option%:*} cannot both write to $file"
+done
 for log in /dev/stdout summary.json; do
   code=0
   "$program" slide -o summed.jpg --json --log $log >summary.json 2>stderr || code=$?
