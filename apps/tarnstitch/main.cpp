@@ -21,7 +21,10 @@ exit_code run(int argc, char** argv)
     const options asked = parse_options(argc, argv);
     if (asked.help || asked.version) {
         std::cout << (asked.help ? help_text() : version_text()) << std::flush;
-        return std::cout ? exit_code::done : exit_code::output_failed;
+        if (!std::cout) {
+            throw host_error(exit_code::output_failed, "cannot write to standard output");
+        }
+        return exit_code::done;
     }
     return stitch(asked);
 }

@@ -117,6 +117,11 @@ private:
                 return;
             }
             if (row->kind != value_kind::none && i + 1 < argument.size()) {
+                if (argument[i + 1] == '=') {
+                    const std::string value = argument.substr(i + 2);
+                    complain("a value follows " + name + " without \"=\": "
+                             + (value.empty() ? name + " " + row->value : name + " " + value));
+                }
                 add(*row, name);
                 return;
             }

@@ -31,6 +31,7 @@ done
 code=0
 "$program" --help >/dev/full 2>stderr || code=$?
 expect_equal "exit code with a full standard output" 4 $code
+expect_equal "said of a full standard output" "tarnstitch: cannot write to standard output" "$(cat stderr)"
 
 # wrong SENTENCE ARGUMENT...: the arguments, behind an input, are refused with just this sentence.
 wrong() {
@@ -52,6 +53,7 @@ wrong "there is no option -x (in -qx) $hint" -qx
 # Values that are missing, also where another option stands in their place.
 wrong "-o needs a value: -o FILE $hint" -o
 wrong "--turn needs a value: auto, ccw, cw or none $hint" --turn --crop
+wrong "a value follows -o without \"=\": -o out.jpg $hint" -o=out.jpg
 wrong "-o needs a name: -o FILE $hint" -o ""
 
 # Too many values.
