@@ -70,6 +70,27 @@ void put_date(Exiv2::ExifData& exif, std::time_t time, bool utc)
     }
 }
 
+/// Of an image that does not say when it was taken: when it was digitised, or else changed last, tells more than
+/// when its file was.
+void put_next_best_date(Exiv2::ExifData& exif, const Exiv2::ExifData& recorded)
+{
+    static constexpr std::array<std::array<const char*, 2>, 2> dates = {
+        {{"Exif.Photo.DateTimeDigitized", "Exif.Photo.OffsetTimeDigitized"},
+         {"Exif.Image.DateTime", "Exif.Photo.OffsetTime"}}};
+    for (const auto& [key, zone_key] : dates) {
+        const auto date = recorded.findKey(Exiv2::ExifKey(key));
+        if (date == recorded.end() || date->count() == 0) {
+            continue;
+        }
+        exif[date_key] = date->toString();
+        const auto zone = recorded.findKey(Exiv2::ExifKey(zone_key));
+        if (zone != recorded.end()) {
+            exif[offset_key] = zone->toString();
+        }
+        return;
+    }
+}
+
 }  // namespace
 
 struct output_metadata::tags {
@@ -95,10 +116,14 @@ output_metadata::output_metadata(const source_facts& input) : tags_(std::make_un
     const std::string& first = input.files.front();
     const bool regular = is_regular(first, changed);
     if (regular && !input.has_times) {
-        for (const Exiv2::Exifdatum& tag : exif_of(first)) {
+        const Exiv2::ExifData recorded = exif_of(first);
+        for (const Exiv2::Exifdatum& tag : recorded) {
             if (is_passed_on(tag.key())) {
                 exif.add(tag);
             }
+        }
+        if (exif.findKey(Exiv2::ExifKey(date_key)) == exif.end()) {
+            put_next_best_date(exif, recorded);
         }
     }
     if (exif.findKey(Exiv2::ExifKey(date_key)) == exif.end()) {

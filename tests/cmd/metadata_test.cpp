@@ -102,6 +102,27 @@ TEST_F(Metadata, OriginOfTheFirstImageIsPassedOnInEveryFormatThatHoldsIt)
     }
 }
 
+TEST_F(Metadata, NextBestDateOfTheFirstImageComesBeforeThatOfItsFile)
+{
+    const std::string file = at("undated.jpg");
+    const auto date_with = [&file](const Exiv2::ExifData& dates) {
+        cv::imwrite(file, some_picture());
+        const auto image = Exiv2::ImageFactory::open(file);
+        image->setExifData(dates);
+        image->writeMetadata();
+        std::vector<unsigned char> bytes = encoded(".jpg");
+        EXPECT_TRUE(output_metadata(facts_of(file)).add_to(bytes));
+        const Exiv2::ExifData exif = exif_in(bytes);
+        return text_of(exif, "Exif.Photo.DateTimeOriginal") + text_of(exif, "Exif.Photo.OffsetTimeOriginal");
+    };
+    Exiv2::ExifData dates;
+    dates["Exif.Image.DateTime"] = std::string("2018:01:02 03:04:05");
+    EXPECT_EQ(date_with(dates), "2018:01:02 03:04:05");
+    dates["Exif.Photo.DateTimeDigitized"] = std::string("2017:01:02 03:04:05");
+    dates["Exif.Photo.OffsetTimeDigitized"] = std::string("+02:00");
+    EXPECT_EQ(date_with(dates), "2017:01:02 03:04:05+02:00");
+}
+
 TEST_F(Metadata, FormatThatHoldsNoneStaysAsItIs)
 {
     const output_metadata metadata(facts_of(photo(1)));
