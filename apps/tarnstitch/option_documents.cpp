@@ -239,11 +239,15 @@ std::string bash_completion()
 
 # _tarnstitch_files ENDINGS: directories, and files with one of the endings ("jpg|png"), or all files for "".
 _tarnstitch_files() {
-  local name
+  local name place
   compopt -o filenames
   COMPREPLY=()
   while IFS= read -r name; do
-    if [[ -d $name || -z $1 || ${name,,} =~ \.($1)$ ]]; then
+    place=$name
+    if [[ $place == "~/"* ]]; then
+      place=$HOME/${place:2}
+    fi
+    if [[ -d $place || -z $1 || ${name,,} =~ \.($1)$ ]]; then
       COMPREPLY+=("$name")
     fi
   done < <(compgen -f -- "$current")

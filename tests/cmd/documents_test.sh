@@ -74,6 +74,8 @@ expect_offered "a.jpg b.PNG e" tarnstitch -o ""
 expect_offered "c.csv e" tarnstitch d.mp4 --frames ""
 expect_offered "e" tarnstitch --keep-work ""
 expect_offered "d.mp4" tarnstitch d
+HOME=$work expect_offered "~/e" tarnstitch -o "~/e"
+HOME=$work expect_offered "~/a.jpg" tarnstitch -o "~/a"
 expect_offered "" tarnstitch --workers ""
 
 if command -v zsh >/dev/null; then
