@@ -54,6 +54,19 @@ void flush_streams(int descriptor)
     }
 }
 
+/// Whether a file is what a descriptor leads to, and keeps what is written there: in /dev/null and its like nothing
+/// can get mixed.
+bool is_of_descriptor(const std::string& file, int descriptor)
+{
+    struct stat one = {};
+    struct stat other = {};
+    if (fstat(descriptor, &one) != 0 || stat(file.c_str(), &other) != 0) {
+        return false;
+    }
+    const bool keeps_text = !S_ISCHR(one.st_mode) || isatty(descriptor) == 1;
+    return keeps_text && one.st_dev == other.st_dev && one.st_ino == other.st_ino;
+}
+
 /// Writes as much as can be written: there is nowhere to complain to.
 void write_message(const std::string& text)
 {
@@ -92,14 +105,7 @@ bool has_standard_output()
 
 bool is_standard_output(const std::string& file)
 {
-    struct stat one = {};
-    struct stat other = {};
-    if (fstat(STDOUT_FILENO, &one) != 0 || stat(file.c_str(), &other) != 0) {
-        return false;
-    }
-    // In /dev/null and its like nothing can get mixed.
-    const bool keeps_text = !S_ISCHR(one.st_mode) || isatty(STDOUT_FILENO) == 1;
-    return keeps_text && one.st_dev == other.st_dev && one.st_ino == other.st_ino;
+    return is_of_descriptor(file, STDOUT_FILENO);
 }
 
 void say(const std::string& text)
@@ -181,7 +187,10 @@ void silenced_descriptor::send_to(const std::string& file)
         dup2(saved_, descriptor_);
     }
     // Appending: should somebody else write to the file, too, neither destroys the other's lines.
-    const int target = open(file.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_APPEND | O_CLOEXEC, 0666);
+    const int target =
+        is_of_descriptor(file, message_descriptor)
+            ? fcntl(message_descriptor, F_DUPFD_CLOEXEC, STDERR_FILENO + 1)  // one place in it for both
+            : open(file.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_APPEND | O_CLOEXEC, 0666);
     const int error = errno;
     dup2(target != -1 ? target : silence, descriptor_);
     close(silence);
