@@ -154,8 +154,8 @@ std::string summary_line(const sweep_result& result, const written_files& writte
     if (lost.unreadable > 0) {
         line += ", " + std::to_string(lost.unreadable) + " unreadable";
     }
-    if (lost.dropped > 0) {
-        line += ", " + std::to_string(lost.dropped) + " dropped";
+    if (lost.dropped) {
+        line += ", " + std::to_string(*lost.dropped) + " dropped";
     }
     const char* separator = " (";
     for (int code = highest_code; code >= lowest_code; --code) {

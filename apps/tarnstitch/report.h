@@ -3,6 +3,7 @@
 // What the program says about a sweep, in words. Pure functions.
 #pragma once
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -28,7 +29,7 @@ std::vector<std::string> notes_on(const sweep_result& result, frame_turn turn,
 /// What was lost on the way to the library.
 struct lost_frames {
     int unreadable = 0;
-    int dropped = 0;  ///< because the library was busy
+    std::optional<int> dropped = std::nullopt;  ///< because the library was busy; nothing where none can be
 };
 
 /// One line on a sweep: frames by code, key frames, sizes, time.

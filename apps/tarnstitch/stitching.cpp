@@ -236,6 +236,8 @@ private:
         } else if (!errors.empty()) {
             summary_.error = errors.front();
         }
+        // There is one place for an error; what else went wrong is not lost.
+        notes.insert(notes.begin(), errors.begin() + (failed || errors.empty() ? 0 : 1), errors.end());
         std::vector<std::string> asides = summary_.written.warnings;
         asides.insert(asides.end(), done.notes.begin(), done.notes.end());
         for (const std::string& line : asides) {
@@ -297,6 +299,9 @@ void run_apart(const options& asked, run_summary& summary)
 {
     silenced_descriptor library_lines(STDOUT_FILENO);
     try {
+        if (asked.show) {
+            check_display();
+        }
         run(asked, library_lines, summary).go();
     } catch (const host_error& error) {
         summary.code = error.code();
@@ -322,9 +327,6 @@ exit_code stitch(const options& asked)
     run_summary summary;
     if (asked.json_summary) {
         check_summary_place(asked);
-    }
-    if (asked.show) {
-        check_display();
     }
     run_apart(asked, summary);
     summary.seconds = std::chrono::duration<double>(clock::now() - begun).count();

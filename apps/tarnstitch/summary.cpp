@@ -99,7 +99,7 @@ std::string summary_as_json(const run_summary& summary, const options& asked)
           {"frames_announced", summary.announced > 0 ? ordered_json(summary.announced) : nullptr},
           {"frames_met", summary.pictures},
           {"unreadable", summary.lost.unreadable},
-          {"dropped", summary.lost.dropped},
+          {"dropped", summary.lost.dropped.value_or(0)},
           {"cut_short", summary.cut_short}}},
         {"turn", turn_word(summary.turn)},
         {"direction", motion_name(asked.direction)},

@@ -54,6 +54,10 @@ done
 
 # --log: the library's lines and nothing else; without it they go nowhere.
 expect_equal "lines of the log" 150 "$(grep -c 'videoStitch finish' library.log)"
+# In the same file as the messages neither destroys the other.
+"$program" "${short[@]}" -o usual.jpg --log both.log 2>both.log || fail "--log to standard error's file"
+expect_equal "lines of the library in both.log" 10 "$(grep -c 'videoStitch finish' both.log)"
+grep -q '^tarnstitch: 10 frames' both.log || fail "no message in both.log"
 "$program" "${short[@]}" -o usual.jpg --log /dev/stdout >library.log 2>stderr || fail "--log /dev/stdout"
 expect_equal "lines of the log on standard output" 10 "$(grep -c 'videoStitch finish' library.log)"
 
@@ -95,7 +99,7 @@ begun=${EPOCHREALTIME/./}
 run 0 "$video" -o live.jpg --realtime --end 2.4
 (((${EPOCHREALTIME/./} - begun) > 2300000)) || fail "faster than real time"
 frames=$(grep -oP '\K[0-9]+(?= frames?, )' stderr)
-dropped=$(grep -oP '[0-9]+(?= dropped)' stderr || echo 0)
+dropped=$(grep -oP '[0-9]+(?= dropped)' stderr) || fail "it is not said how many were dropped"
 expect_equal "frames and dropped frames" 60 $((frames + dropped))
 # Where messages go to no terminal, progress is told by a line now and then.
 grep -qE '^tarnstitch: frame [0-9]+ of 60, [0-9.]+ frames/s, ' stderr.all || fail "no line on progress"

@@ -100,6 +100,15 @@ expect_equal "preview that could not be replaced" kept "$(cat preview.bmp)"
 expect_file small.jpg
 expect_nothing_left
 
+# Where several cannot be written the summary knows of each.
+code=0
+(
+  ulimit -f 8 # KiB
+  exec "$program" $input -o large.png --preview preview.bmp --json
+) 2>stderr | cat >two.json || code=$?
+expect_equal "exit code with two outputs at the size limit" 4 $code
+expect_equal "errors in the summary" 2 "$(grep -cF 'cannot write ' two.json)"
+
 expect_no_file a.jpg
 expect_no_file slide-panorama.jpg
 echo "passed"

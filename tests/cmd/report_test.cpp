@@ -4,6 +4,7 @@
 // frames.
 #include <algorithm>
 #include <chrono>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -62,7 +63,7 @@ TEST(Report, SummaryCountsFramesByCodeName)
     written_files written;
     written.panorama = {"a.jpg", {640, 480}};
     written.uncropped = {640, 480};
-    EXPECT_EQ(summary_line(result, written, {2, 0}, 1.26),
+    EXPECT_EQ(summary_line(result, written, {2, std::nullopt}, 1.26),
               "12 frames, 9 taken, 2 unreadable (3 wrong way, 9 normal); 1 key frame; panorama 640x480 in "
               "a.jpg; 1.3 s");
     written.uncropped = {700, 500};
@@ -70,6 +71,7 @@ TEST(Report, SummaryCountsFramesByCodeName)
     EXPECT_EQ(summary_line(result, written, {0, 7}, 1.26),
               "12 frames, 9 taken, 7 dropped (3 wrong way, 9 normal); 1 key frame; panorama 640x480 of 700x500 "
               "in a.jpg, preview 300x200 in b.png; 1.3 s");
+    EXPECT_NE(summary_line(result, written_files(), {0, 0}, 1.0).find(", 0 dropped ("), std::string::npos);
     EXPECT_NE(summary_line(result, written_files(), {}, 1.0).find("no panorama"), std::string::npos);
 }
 

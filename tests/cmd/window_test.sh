@@ -21,6 +21,8 @@ if grep -qF "built without windows" stderr; then
 fi
 expect_said "--show: there is no display to show a window on"
 expect_equal "lines" 1 "$(wc -l <stderr)"
+"$program" "$video" --show --json >summary.json 2>stderr || true
+grep -qF '"outcome": "usage"' summary.json || fail "no summary without a display"
 DISPLAY=:12345 expect_error 2 "no display to show a window on, though the environment names one" "$video" --show
 
 if ! command -v Xvfb >/dev/null || ! command -v xdotool >/dev/null; then
