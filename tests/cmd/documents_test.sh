@@ -74,7 +74,9 @@ expect_offered "a.jpg b.PNG e" tarnstitch -o ""
 expect_offered "c.csv e" tarnstitch d.mp4 --frames ""
 expect_offered "e" tarnstitch --keep-work ""
 expect_offered "d.mp4" tarnstitch d
+# shellcheck disable=SC2088 # as it is typed
 HOME=$work expect_offered "~/e" tarnstitch -o "~/e"
+# shellcheck disable=SC2088
 HOME=$work expect_offered "~/a.jpg" tarnstitch -o "~/a"
 expect_offered "" tarnstitch --workers ""
 

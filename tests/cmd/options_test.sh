@@ -55,6 +55,7 @@ done
 # --log: the library's lines and nothing else; without it they go nowhere.
 expect_equal "lines of the log" 150 "$(grep -c 'videoStitch finish' library.log)"
 # In the same file as the messages neither destroys the other.
+# shellcheck disable=SC2094 # nothing reads it
 "$program" "${short[@]}" -o usual.jpg --log both.log 2>both.log || fail "--log to standard error's file"
 expect_equal "lines of the library in both.log" 10 "$(grep -c 'videoStitch finish' both.log)"
 grep -q '^tarnstitch: 10 frames' both.log || fail "no message in both.log"

@@ -59,6 +59,7 @@ expect_equal "lines on standard error" "tarnstitch: cannot write the summary to 
 for option in -o:both.jpg --preview:both.png --frames:both.csv; do
   file=${option#*:}
   code=0
+  # shellcheck disable=SC2094 # nothing reads it
   "$program" slide "${option%:*}" "$file" --json >"$file" 2>stderr || code=$?
   expect_equal "exit code of --json with an output in the same file" 2 $code
   expect_said "--json and ${option%:*} cannot both write to $file"
