@@ -33,7 +33,7 @@ fi
 exec 8<> <(:)
 Xvfb -displayfd 8 -screen 0 1280x800x24 8>display.number >/dev/null 2>&1 &
 server=$!
-trap 'kill $server 2>/dev/null; rm -rf "$work"' EXIT
+trap 'kill $server 2>/dev/null || true; rm -rf "$work"' EXIT
 until [[ -s display.number ]]; do
   kill -0 $server || fail "Xvfb has ended"
   sleep 0.05
