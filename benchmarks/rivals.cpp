@@ -217,7 +217,9 @@ void write_csv(std::ostream& out, const std::vector<row>& rows)
 {
     for (const row& line : rows) {
         for (size_t column = 0; column < line.size(); ++column) {
-            out << (column == 0 ? "" : ",") << line[column];
+            const bool has_comma = line[column].find(',') != std::string::npos;
+            const char* const quote = has_comma ? "\"" : "";
+            out << (column == 0 ? "" : ",") << quote << line[column] << quote;
         }
         out << '\n';
     }
