@@ -147,8 +147,8 @@ class WorkingDirectoryTest {
         URI archive = URI.create("jar:" + root.resolve("some.zip").toUri());
         try (FileSystem zip = FileSystems.newFileSystem(archive, Collections.singletonMap("create", "true"))) {
             IllegalArgumentException refusal =
-                    assertThrows(IllegalArgumentException.class, () -> TarnStitch.reset(zip.getPath("/work")));
-            assertEquals("the working directory /work is not in the default file system", refusal.getMessage());
+                    assertThrows(IllegalArgumentException.class, () -> TarnStitch.reset(zip.getPath("/sweep")));
+            assertEquals("the working directory /sweep is not in the default file system", refusal.getMessage());
         }
     }
 
