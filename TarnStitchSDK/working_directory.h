@@ -42,6 +42,7 @@ public:
 private:
     std::unique_lock<std::recursive_mutex> lock_;
 };
+
 /// @endcond
 
 }  // namespace tarn
