@@ -36,7 +36,7 @@ show() {
 }
 
 mkdir -p "$clean/packages"
-rm -f "$clean"/packages/*
+rm -rf "$clean"/packages/*
 cp out/packages/*.deb samples/hall_slide.mp4 tests/consumer/library_only.cpp "$clean/packages/"
 
 say "The program and the library alone"

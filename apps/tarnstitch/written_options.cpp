@@ -119,8 +119,10 @@ private:
             if (row->kind != value_kind::none && i + 1 < argument.size()) {
                 if (argument[i + 1] == '=') {
                     const std::string value = argument.substr(i + 2);
-                    complain("a value follows " + name + " without \"=\": "
-                             + (value.empty() ? name + " " + row->value : name + " " + value));
+                    std::string message = "a value follows ";
+                    message.append(name).append(" without \"=\": ").append(name).append(" ");
+                    message.append(value.empty() ? row->value : value);
+                    complain(message);
                 }
                 add(*row, name);
                 return;
