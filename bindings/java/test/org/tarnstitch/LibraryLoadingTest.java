@@ -6,6 +6,9 @@ import static org.junit.jupiter.api.Assertions.assertTrue;
 
 import java.nio.file.Files;
 import java.nio.file.Path;
+import java.util.ArrayList;
+import java.util.Arrays;
+import java.util.Collections;
 import java.util.List;
 import org.junit.jupiter.api.BeforeEach;
 import org.junit.jupiter.api.Test;
@@ -13,6 +16,8 @@ import org.junit.jupiter.api.io.TempDir;
 
 /** Where the native half comes from. */
 class LibraryLoadingTest {
+    private static final String LIBRARY_PATH = "LD_LIBRARY_PATH";
+
     @TempDir
     Path directory;
 
@@ -25,7 +30,7 @@ class LibraryLoadingTest {
 
     @Test
     void itIsFoundInTheLibraryPath() throws Exception {
-        Setup.Ended ended = probe(Setup.CLASSES, System.getProperty("java.library.path"), "/sweep");
+        Setup.Ended ended = probe(Setup.CLASSES, System.getenv(LIBRARY_PATH), "/sweep");
         assertEquals(0, ended.exitCode, ended.toString());
     }
 
@@ -42,8 +47,9 @@ class LibraryLoadingTest {
         assertEquals(1, ended.exitCode, ended.toString());
         assertTrue(
                 ended.errors.contains("UnsatisfiedLinkError: The native half of TarnStitch cannot be loaded: "
-                        + "no tarn_stitch_jni in java.library.path"),
+                        + "no tarn_stitch_jni in "),
                 ended.errors);
+        assertTrue(ended.errors.contains(": /nowhere"), ended.errors);
         assertTrue(ended.errors.contains("the jar holds none for this platform (no native/"), ended.errors);
         assertEquals(0, temporary.toFile().list().length);
     }
@@ -68,8 +74,10 @@ class LibraryLoadingTest {
             throws Exception {
         String tests = Probe.class.getProtectionDomain().getCodeSource().getLocation().getPath();
         String uri = directory.toUri().toString().replaceAll("/$", "") + work;
-        List<String> command = Setup.java("-Djava.library.path=" + libraryPath, "-Djava.io.tmpdir=" + temporary,
-                "-cp", Setup.path(jar, tests), "org.tarnstitch.Probe", "panorama", uri);
-        return Setup.run(command, environment);
+        List<String> command = Setup.java("-Djava.io.tmpdir=" + temporary, "-cp", Setup.path(jar, tests),
+                "org.tarnstitch.Probe", "panorama", uri);
+        List<String> whole = new ArrayList<>(Arrays.asList(environment));
+        Collections.addAll(whole, LIBRARY_PATH, libraryPath);
+        return Setup.run(command, whole.toArray(new String[0]));
     }
 }

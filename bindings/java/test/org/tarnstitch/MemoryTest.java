@@ -21,7 +21,6 @@ class MemoryTest {
         // The heap is complete from the start, so that what grows is native. One arena, so that memory which
         // one worker has given back serves the next one, whatever its thread.
         List<String> command = Setup.java("-Xms128m", "-Xmx128m", "-XX:+AlwaysPreTouch",
-                "-Djava.library.path=" + System.getProperty("java.library.path"),
                 "-cp", System.getProperty("java.class.path"),
                 "org.tarnstitch.Probe", "memory", directory.resolve("work").toUri().toString());
         Setup.Ended probe = Setup.run(command, "MALLOC_ARENA_MAX", "1");

@@ -31,7 +31,6 @@ class ProcessEndTest {
 
     private void endsWith(int exitCode, String how) throws Exception {
         Setup.Ended ended = Setup.run(Setup.java(
-                "-Djava.library.path=" + System.getProperty("java.library.path"),
                 "-XX:ErrorFile=" + directory.resolve("crash.log"), "-cp", System.getProperty("java.class.path"),
                 "org.tarnstitch.Probe", how, directory.resolve("work").toUri().toString()));
         assertEquals(exitCode, ended.exitCode, ended.toString());
