@@ -250,10 +250,10 @@ void run_stitcher(const sweep_input& input, cv::Stitcher::Mode mode, figures& ow
     own.error = pair_error(input, numbers, before_places, places);
 }
 
-void report(benchmark::State& state, const std::function<void(figures&)>& work)
+void report(benchmark::State& state, int threads, const std::function<void(figures&)>& work)
 {
     for ([[maybe_unused]] auto iteration : state) {
-        const figures result = in_own_process(2, work);
+        const figures result = in_own_process(threads, work);
         if (!result.is_right) {
             state.SkipWithError("no panorama");
             return;
@@ -261,10 +261,13 @@ void report(benchmark::State& state, const std::function<void(figures&)>& work)
         state.SetIterationTime(result.seconds);
         state.counters["cpu s"] = result.cpu_seconds;
         state.counters["peak MB"] = result.megabytes;
+        state.counters["key frames"] = result.key_frames;
         if (result.error >= 0.0) {
             state.counters["error px"] = result.error;
         }
-        state.counters["key frames"] = result.key_frames;
+        if (result.panorama_megabytes > 0.0) {
+            state.counters["panorama MB"] = result.panorama_megabytes;
+        }
     }
 }
 
@@ -323,12 +326,12 @@ void add_sweep(const std::string& name, const sweep_input& (*input)())
           std::pair(std::string("cv::Stitcher SCANS, key frames only"), cv::Stitcher::SCANS)}) {
         tarn::bench::add({subject, by, name, 2, 0.0, true}, [=, mode = mode](benchmark::State& state) {
             const sweep_input* const whole = with_key_frames();
-            report(state, [=](figures& own) { run_stitcher(*whole, mode, own); });
+            report(state, 2, [=](figures& own) { run_stitcher(*whole, mode, own); });
         });
     }
     tarn::bench::add({subject, "videoStitch, every frame", name, 2, 0.0, true}, [=](benchmark::State& state) {
         const sweep_input* const whole = with_key_frames();
-        report(state, [=](figures& own) { run_library(*whole, own, nullptr); });
+        report(state, 2, [=](figures& own) { run_library(*whole, own, nullptr); });
     });
 }
 
@@ -371,19 +374,7 @@ TARN_RIVALS(sweep_rivals)
                              // The plane that is seen is made out here: it is no memory of the library's.
                              const auto sweep =
                                  tarn::test::slide(cv::Size(1280, 720), tarn::test::moving_down, 6.0, length);
-                             for ([[maybe_unused]] auto iteration : state) {
-                                 const figures result =
-                                     in_own_process(1, [&](figures& own) { run_length(sweep, own); });
-                                 if (!result.is_right) {
-                                     state.SkipWithError("no panorama");
-                                     return;
-                                 }
-                                 state.SetIterationTime(result.seconds);
-                                 state.counters["cpu s"] = result.cpu_seconds;
-                                 state.counters["peak MB"] = result.megabytes;
-                                 state.counters["panorama MB"] = result.panorama_megabytes;
-                                 state.counters["key frames"] = result.key_frames;
-                             }
+                             report(state, 1, [&](figures& own) { run_length(sweep, own); });
                          });
     }
 }
