@@ -257,6 +257,9 @@ bool is_cut_jpeg(const std::string& file)
         }
         const int high = stream.sbumpc();
         const int low = stream.sbumpc();
+        if (low == EOF) {
+            return true;
+        }
         constexpr int length_itself = 2;
         stream.pubseekoff(std::max(0, (high << 8 | low) - length_itself), std::ios::cur, std::ios::in);
         within_scan = marker == start_of_scan;
