@@ -31,7 +31,8 @@ if ! command -v Xvfb >/dev/null || ! command -v xdotool >/dev/null; then
 fi
 
 exec 8<> <(:)
-Xvfb -displayfd 8 -screen 0 1280x800x24 8>display.number >/dev/null 2>&1 &
+# Without -noreset a server begins anew whenever its last client has gone, and throws out whoever connects meanwhile.
+Xvfb -displayfd 8 -noreset -screen 0 1280x800x24 8>display.number >/dev/null 2>&1 &
 server=$!
 trap 'kill $server 2>/dev/null || true; rm -rf "$work"' EXIT
 until [[ -s display.number ]]; do
