@@ -228,6 +228,7 @@ private:
         }
         cv::Mat bgr;
         try {
+            CV_Assert(content.depth() != CV_32F);
             cv::cvtColor(content, bgr, cv::COLOR_RGBA2BGR);
         } catch (const cv::Exception&) {
             check(result[0] == code_before, "a frame that raises an error leaves the result");
