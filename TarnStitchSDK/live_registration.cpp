@@ -13,6 +13,7 @@
 #include <opencv2/imgproc.hpp>
 
 #include "deferred_work.h"
+#include "frame_shrink.h"
 #include "live_tracking.h"
 #include "numeric.h"
 #include "preview_composition.h"
@@ -70,7 +71,7 @@ void image_resize(const cv::Mat& input, cv::Mat& output, int target_height)
     if (input.cols > target_height) {
         scale = static_cast<float>(target_height) / static_cast<float>(input.cols);
     }
-    cv::resize(input, output, cv::Size(), scale, scale, cv::INTER_LINEAR_EXACT);
+    tarn::shrink(input, output, scale);
 }
 
 // Any channel count other than 3 or 1 leaves `gray` as it is.

@@ -18,31 +18,13 @@
 #include "support/random_input.h"
 #include "support/rendered_sweep.h"
 #include "support/stitcher_fixture.h"
+#include "support/thread_count.h"
 
 namespace {
 
 using points = std::vector<cv::Point2f>;
 using tarn::test::random_input;
-
-/// Restores the number of threads.
-class with_threads {
-public:
-    explicit with_threads(int count) : before_(cv::getNumThreads())
-    {
-        cv::setNumThreads(count);
-    }
-
-    ~with_threads()
-    {
-        cv::setNumThreads(before_);
-    }
-
-    with_threads(const with_threads&) = delete;
-    with_threads& operator=(const with_threads&) = delete;
-
-private:
-    int before_;
-};
+using tarn::test::thread_count;
 
 points library_corners(const cv::Mat& gray)
 {
@@ -228,7 +210,7 @@ TEST(FrameFlow, RaisesWhatTheLibraryRaisesWhenTheResultIsAskedFor)
 
 TEST(FrameFlow, PiecesMayBeDoneSideBySide)
 {
-    const with_threads two(2);
+    const thread_count two(2);
     for (int x = 0; x < 60; x += 2) {
         const cv::Mat reference = gray_view(x, 0);
         const cv::Mat gray = gray_view(x + 2, 1);
@@ -245,7 +227,7 @@ TEST(FrameFlow, PiecesMayBeDoneSideBySide)
 
 TEST(DeferredWork, IsDoneOnceAtMostAndOnlyWhenNeededOnOneThread)
 {
-    const with_threads one(1);
+    const thread_count one(1);
     int count = 0;
     {
         tarn::deferred_work never_needed([&count] { count += 100; });
@@ -261,7 +243,7 @@ TEST(DeferredWork, IsDoneOnceAtMostAndOnlyWhenNeededOnOneThread)
 
 TEST(DeferredWork, IsDoneAheadByTwoThreadsEachPieceOnce)
 {
-    const with_threads two(2);
+    const thread_count two(2);
     for (int round = 0; round < 200; ++round) {
         std::vector<int> done(17, 0);
         std::vector<tarn::deferred_work> works;
@@ -278,7 +260,7 @@ TEST(DeferredWork, IsDoneAheadByTwoThreadsEachPieceOnce)
 
 TEST(DeferredWork, ThrowsWhereItIsNeededAndNowhereElse)
 {
-    const with_threads two(2);
+    const thread_count two(2);
     tarn::deferred_work bad([] { throw std::runtime_error("bad"); });
     tarn::deferred_work worse([] { throw 7; });
     int count = 0;
