@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Each pixel kernel against its plain transcription, on images that are views of larger ones: the results must
-// agree to the last byte, and no byte outside of the views may change. Where the transcription leaves the images,
-// the definition says nothing, and the kernel must only keep inside.
+// Each pixel kernel against its plain transcription, or against the image library's function whose result it gives in
+// less time, on images that are views of larger ones: the results must agree to the last byte, and no byte outside of
+// the views may change. Where the transcription leaves the images, the definition says nothing, and the kernel must only
+// keep inside.
 #include "reference/pixels.h"
 
 #include <algorithm>
@@ -11,9 +12,14 @@
 #include <optional>
 #include <vector>
 
+#include <opencv2/imgproc.hpp>
+#include <opencv2/video/tracking.hpp>
+
 #include "descriptor_matching.h"
+#include "frame_shrink.h"
 #include "high_res_composition.h"
 #include "input_bytes.h"
+#include "live_tracking.h"
 #include "projection.h"
 #include "reference/composition.h"
 #include "reference/matching.h"
@@ -252,6 +258,88 @@ void check_matching(input_bytes& input)
     }
 }
 
+void check_shrink(input_bytes& input)
+{
+    static constexpr int types[] = {CV_8UC3, CV_8UC3, CV_8UC3, CV_8UC1, CV_8UC4, CV_16UC3, CV_16SC3, CV_32SC3};
+    const int type = types[input.byte() % std::size(types)];
+    const cv::Size size(input.integer(1, 700), input.integer(1, 60));
+    const cv::Mat image = input.image(size, type);
+    const int target_width = input.integer(1, 320);
+    const float scale = input.byte() >= 224 ? static_cast<float>(input.integer(1, 2000)) / 1000.0f
+                                            : static_cast<float>(target_width) / static_cast<float>(size.width);
+    guarded_view guarded(image);
+    const auto actual = unless_it_throws<cv::Mat>([&] {
+        cv::Mat shrunk;
+        tarn::shrink(guarded.view(), shrunk, scale);
+        return shrunk;
+    });
+    const auto expected = unless_it_throws<cv::Mat>([&] {
+        cv::Mat shrunk;
+        cv::resize(guarded.view(), shrunk, cv::Size(), scale, scale, cv::INTER_LINEAR_EXACT);
+        return shrunk;
+    });
+    check(actual.has_value() == expected.has_value(), "shrinking throws when the image library does");
+    check(!expected || same_image(*expected, *actual), "shrinking");
+    check(same_image(image, guarded.view()), "shrinking only reads its source");
+    check(guarded.guards_are_untouched(), "shrinking stays inside");
+}
+
+void check_corners(input_bytes& input)
+{
+    static constexpr int types[] = {CV_8UC1, CV_8UC1, CV_8UC1, CV_32FC1, CV_8UC3, CV_16UC1};
+    const int type = types[input.byte() % std::size(types)];
+    const cv::Mat gray = input.image(any_size(input, 120), type);
+    const auto actual = unless_it_throws<std::vector<cv::Point2f>>([&] { return tarn::find_corners(gray); });
+    const auto expected = unless_it_throws<std::vector<cv::Point2f>>([&] {
+        std::vector<cv::Point2f> corners;
+        cv::goodFeaturesToTrack(gray, corners, 80, 0.01, 10.0, cv::noArray(), 3, false, 0.04);
+        return corners;
+    });
+    check(actual.has_value() == expected.has_value(), "corners: throws when the image library does");
+    check(!expected || *expected == *actual, "corners");
+}
+
+void check_flow(input_bytes& input)
+{
+    const cv::Size size(input.integer(1, 120), input.integer(1, 120));
+    const cv::Mat reference = input.image(size, CV_8UC1);
+    cv::Mat gray = input.image(size, input.byte() >= 250 ? CV_8UC3 : CV_8UC1);
+    if (input.flag()) {
+        const cv::Matx23d moved(1, 0, input.integer(-20, 20), 0, 1, input.integer(-20, 20));
+        cv::warpAffine(reference, gray, moved, size, cv::INTER_LINEAR, cv::BORDER_REFLECT_101);
+    }
+    std::vector<cv::Point2f> points(static_cast<std::size_t>(input.integer(0, 45)));
+    for (cv::Point2f& point : points) {
+        point.x = static_cast<float>(input.integer(-30, 150));
+        point.y = static_cast<float>(input.integer(-30, 150));
+        if (input.byte() >= 250) {
+            point = {input.any_float(size.width), input.any_float(size.height)};
+        }
+    }
+    const auto actual = unless_it_throws<tarn::point_flow>([&] {
+        tarn::frame_flow flow(reference, gray, points);
+        return flow.result();
+    });
+    const auto expected = unless_it_throws<tarn::point_flow>([&] {
+        tarn::point_flow flow;
+        std::vector<float> errors;
+        cv::calcOpticalFlowPyrLK(reference, gray, points, flow.places, flow.found, errors, cv::Size(21, 21), 3,
+                                 cv::TermCriteria(cv::TermCriteria::COUNT + cv::TermCriteria::EPS, 30, 0.01), 0,
+                                 0.0001);
+        return flow;
+    });
+    check(actual.has_value() == expected.has_value(), "flow: throws when the image library does");
+    if (actual) {
+        check(actual->found == expected->found, "flow: which points are found");
+        check(std::equal(actual->places.begin(), actual->places.end(), expected->places.begin(),
+                         expected->places.end(),
+                         [](const cv::Point2f& one, const cv::Point2f& other) {
+                             return same_float(one.x, other.x) && same_float(one.y, other.y);
+                         }),
+              "flow: where points are found");
+    }
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int* /*argc*/, char*** /*argv*/)
@@ -263,8 +351,8 @@ extern "C" int LLVMFuzzerInitialize(int* /*argc*/, char*** /*argv*/)
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {
     input_bytes input(data, size);
-    run_one_of(
-        {check_seam, check_fill, check_cylinder, check_sphere, check_composition, check_export, check_matching},
-        input);
+    run_one_of({check_seam, check_fill, check_cylinder, check_sphere, check_composition, check_export,
+                check_matching, check_shrink, check_corners, check_flow},
+               input);
     return 0;
 }
