@@ -47,8 +47,8 @@ std::vector<neighbours> neighbours_along(int source_side, int target_side, doubl
     return result;
 }
 
-// How many target columns can be made in vectors: a pixel and the one to its right are 6 bytes of the 8 that are loaded,
-// and with its 3 bytes a target pixel stores one that belongs to the next.
+// How many target columns can be made in vectors: a pixel and the one to its right are 6 bytes of the 8 that are
+// loaded, and with its 3 bytes a target pixel stores one that belongs to the next.
 int columns_in_vectors(const std::vector<neighbours>& columns, int source_width)
 {
     const auto leaves_room = [source_width](const neighbours& column) {
@@ -92,8 +92,8 @@ public:
         uchar* const target = shrunk_.ptr(y);
         const auto upper_weight = cv::v_setall_u16(static_cast<ushort>(row.first_weight));
         const auto lower_weight = cv::v_setall_u16(static_cast<ushort>(row.second_weight));
-        // Sums of two bytes fill 16 bits. The products are those of signed numbers, so half the range is taken from each
-        // sum, and given back where all is 32 bits wide.
+        // Sums of two bytes fill 16 bits. The products are those of signed numbers, so half the range is taken from
+        // each sum, and given back where all is 32 bits wide.
         constexpr int half_range = 1 << 15;
         const auto taken = cv::v_setall_u16(half_range);
         const auto given_back = cv::v_setall_s32(half_range * weight_sum + half_of_unit);

@@ -11,7 +11,7 @@ namespace tarn {
 /// work is spread over the image library's threads.
 ///
 /// @param image   at least one pixel, any type that cv::resize takes
-/// @param shrunk  replaced; not `image` itself
+/// @param shrunk  written in place where it has the size and type already, as by cv::resize; not `image` itself
 /// @param scale   target width through source width, and target height through source height; above 0
 /// @throws cv::Exception when cv::resize does: for other types, no pixels, or a side that rounds to 0
 void shrink(const cv::Mat& image, cv::Mat& shrunk, float scale);

@@ -2,8 +2,8 @@
 //
 // Each pixel kernel against its plain transcription, or against the image library's function whose result it gives in
 // less time, on images that are views of larger ones: the results must agree to the last byte, and no byte outside of
-// the views may change. Where the transcription leaves the images, the definition says nothing, and the kernel must only
-// keep inside.
+// the views may change. Where the transcription leaves the images, the definition says nothing, and the kernel must
+// only keep inside.
 #include "reference/pixels.h"
 
 #include <algorithm>

@@ -1,6 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // Shrinking a frame: the image library's own result to the last byte, whatever the sizes.
+#include <cstddef>
+#include <new>
+#include <sys/mman.h>
+#include <unistd.h>
+
 #include <gtest/gtest.h>
 #include <opencv2/imgproc.hpp>
 
@@ -111,7 +116,7 @@ TEST(Shrink, LeavesOtherTypesToTheLibrary)
         EXPECT_TRUE(agrees_with_library(random.noise(cv::Size(640, 48), type), working_scale(640))) << type;
 }
 
-TEST(Shrink, ReadsAViewWithoutLeavingIt)
+TEST(Shrink, ReadsAViewAsAnImageOfItsOwn)
 {
     random_input random;
     for (int i = 0; i < 20; ++i) {
@@ -122,6 +127,62 @@ TEST(Shrink, ReadsAViewWithoutLeavingIt)
         tarn::shrink(view, of_view, working_scale(size.width));
         ASSERT_EQ(cv::norm(of_view, library_result(view.clone(), working_scale(size.width)), cv::NORM_INF), 0.0)
             << size;
+    }
+}
+
+/// Memory whose last byte is followed by a page that nobody may touch.
+class guarded_end {
+public:
+    guarded_end()
+    {
+        const auto page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
+        size_ = 32 * page;
+        begin_ = mmap(nullptr, size_ + page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+        if (begin_ == MAP_FAILED || mprotect(end(), page, PROT_NONE) != 0)
+            throw std::bad_alloc();
+    }
+
+    ~guarded_end()
+    {
+        munmap(begin_, size_ + static_cast<size_t>(sysconf(_SC_PAGESIZE)));
+    }
+
+    guarded_end(const guarded_end&) = delete;
+    guarded_end& operator=(const guarded_end&) = delete;
+
+    /// An image that ends where the memory does.
+    cv::Mat image(cv::Size size)
+    {
+        return {size, CV_8UC3, end() - static_cast<std::ptrdiff_t>(size.area()) * 3};
+    }
+
+private:
+    uchar* end() const
+    {
+        return static_cast<uchar*>(begin_) + size_;
+    }
+
+    void* begin_;
+    size_t size_;
+};
+
+TEST(Shrink, NeitherReadsNorWritesBehindTheLastPixel)
+{
+    random_input random;
+    guarded_end source_memory;
+    guarded_end target_memory;
+    for (int i = 0; i < 2000; ++i) {
+        const cv::Size size(random.integer(1, 700), random.integer(1, 50));
+        const float scale = random.real(0.3f, 0.99f);
+        cv::Mat image = source_memory.image(size);
+        random.noise(size, CV_8UC3).copyTo(image);
+        const cv::Size target(cvRound(size.width * static_cast<double>(scale)),
+                              cvRound(size.height * static_cast<double>(scale)));
+        if (target.empty())
+            continue;
+        cv::Mat shrunk = target_memory.image(target);
+        tarn::shrink(image, shrunk, scale);
+        ASSERT_EQ(cv::norm(shrunk, library_result(image, scale), cv::NORM_INF), 0.0) << size << " by " << scale;
     }
 }
 
