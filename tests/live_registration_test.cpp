@@ -2005,6 +2005,32 @@ TEST_P(AgainstPlainSteps, RandomSweepAgreesFieldByFieldToTheLastBit)
 
 INSTANTIATE_TEST_SUITE_P(Sweeps, AgainstPlainSteps, testing::Range(0, 16));
 
+// The preview is a field that a host may set.
+TEST_F(LiveRegistration, PreviewOfAnotherKindIsGrownAsThePlainStepsGrowIt)
+{
+    const cv::Mat large = view(0, 0, cv::Size(640, 480));
+    for (const cv::Mat& preview :
+         {cv::Mat(), cv::Mat(0, 240, CV_8UC3), cv::Mat(180, 0, CV_8UC3), cv::Mat(0, 240, CV_8UC1), large,
+          large(cv::Rect(10, 20, 300, 200)), cv::Mat(180, 240, CV_8UC1, cv::Scalar(90)),
+          cv::Mat(180, 240, CV_8UC4, cv::Scalar::all(90)), cv::Mat(180, 240, CV_16UC3, cv::Scalar::all(300)),
+          cv::Mat(180, 240, CV_32FC3, cv::Scalar::all(7.5)),
+          cv::Mat(2000, 2000, CV_8UC4, cv::Scalar::all(9))}) {
+        resetStitch(directory().c_str());
+        int code = 0;
+        for (const int x : {0, 25}) {
+            code = videoStitch(tarn::test::host_frame_from(view(x, 0)), no_direction, 0)[0];
+        }
+        ASSERT_EQ(tarn_stitcher.big_frame_index, 1);
+        tarn_stitcher.last_stitch_image = preview;
+        plain_live_path expected(tarn_stitcher);
+        expected.code = code;
+        const cv::Mat frame = tarn::test::host_frame_from(view(50, 0));
+        EXPECT_EQ(videoStitch(frame, no_direction, 0)[0], expected.feed_host_frame(frame, no_direction));
+        EXPECT_EQ(expected.differences(tarn_stitcher), "") << preview.size() << ", type " << preview.type();
+        EXPECT_EQ(tarn_stitcher.big_frame_index, 2);
+    }
+}
+
 // ---------------------------------------------------------------------------------------------- short of memory
 
 class ShortOfMemory : public LiveRegistration, public testing::WithParamInterface<int> {};
