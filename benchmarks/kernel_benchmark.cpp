@@ -12,6 +12,7 @@
 #include <opencv2/imgproc.hpp>
 
 #include "descriptor_matching.h"
+#include "frame_shrink.h"
 #include "projection.h"
 #include "reference/matching.h"
 #include "reference/pixels.h"
@@ -69,7 +70,7 @@ bool nothing_to_prove()
 
 // A kernel that makes a new image of one. Inputs are made when they are first used.
 template <typename Plain, typename Kernel>
-void add_projection(const std::string& subject, cv::Size size, Plain plain, Kernel kernel)
+void add_image_maker(const std::string& subject, cv::Size size, Plain plain, Kernel kernel)
 {
     struct inputs_t {
         std::vector<cv::Mat> images;
@@ -92,8 +93,8 @@ void add_projection(const std::string& subject, cv::Size size, Plain plain, Kern
     };
     const auto proof = [inputs, prepare, plain, kernel] {
         prepare();
-        cv::Mat& image = inputs->images[0];
-        return same_bytes(plain(image), kernel(image));
+        return std::all_of(inputs->images.begin(), inputs->images.end(),
+                           [&](cv::Mat& image) { return same_bytes(plain(image), kernel(image)); });
     };
     tarn::bench::add({subject, "plain", size_name(size), 1, pixels}, nothing_to_prove, time(plain));
     for (const int threads : {1, 2}) {
@@ -113,7 +114,7 @@ const std::vector<cv::Size>& frame_sizes()
 TARN_RIVALS(projections)
 {
     for (const cv::Size size : frame_sizes()) {
-        add_projection(
+        add_image_maker(
             "cylindrical_projection", size,
             [](cv::Mat& image) { return reference::cylindrical_projection(image, view_angle); },
             [](cv::Mat& image) {
@@ -121,7 +122,7 @@ TARN_RIVALS(projections)
                 cylindrical_projection(image, output, view_angle);
                 return output;
             });
-        add_projection(
+        add_image_maker(
             "SphericalProjection", size,
             [](cv::Mat& image) { return reference::SphericalProjection(image, view_angle); },
             [](cv::Mat& image) {
@@ -129,6 +130,24 @@ TARN_RIVALS(projections)
                 SphericalProjection(image, output, view_angle);
                 return output;
             });
+    }
+}
+
+TARN_RIVALS(shrinking)
+{
+    const auto shrunk_by = [](auto shrink) {
+        return [shrink](const cv::Mat& image) {
+            cv::Mat shrunk;
+            shrink(image, shrunk, 300.0f / static_cast<float>(image.cols));
+            return shrunk;
+        };
+    };
+    for (const cv::Size size : {cv::Size(640, 480), cv::Size(1920, 1080), cv::Size(1080, 1920)}) {
+        // The plain version is the image library's.
+        add_image_maker("shrink", size, shrunk_by([](const cv::Mat& image, cv::Mat& shrunk, float scale) {
+                            cv::resize(image, shrunk, cv::Size(), scale, scale, cv::INTER_LINEAR_EXACT);
+                        }),
+                        shrunk_by(tarn::shrink));
     }
 }
 
@@ -170,11 +189,16 @@ void add_in_place(const rival& what, Make make_inputs, Plain plain, Kernel kerne
     };
     const auto proof = [inputs, prepare, plain, kernel] {
         prepare();
-        cv::Mat expected = inputs->untouched[0].clone();
-        cv::Mat actual = inputs->untouched[0].clone();
-        plain(inputs->sources[0], expected);
-        kernel(inputs->sources[0], actual);
-        return same_bytes(expected, actual) && !same_bytes(actual, inputs->untouched[0]);
+        for (size_t i = 0; i < inputs->sources.size(); ++i) {
+            cv::Mat expected = inputs->untouched[i].clone();
+            cv::Mat actual = inputs->untouched[i].clone();
+            plain(inputs->sources[i], expected);
+            kernel(inputs->sources[i], actual);
+            if (!same_bytes(expected, actual) || same_bytes(actual, inputs->untouched[i])) {
+                return false;
+            }
+        }
+        return true;
     };
     rival who = what;
     who.name = "plain";
@@ -341,8 +365,10 @@ TARN_RIVALS(exports)
         };
         const auto proof = [images, prepare, library] {
             prepare();
-            const std::vector<int> expected = reference::matToBitmapArray((*images)[0]);
-            return std::equal(expected.begin(), expected.end(), library((*images)[0]).get());
+            return std::all_of(images->begin(), images->end(), [&](const cv::Mat& image) {
+                const std::vector<int> expected = reference::matToBitmapArray(image);
+                return std::equal(expected.begin(), expected.end(), library(image).get());
+            });
         };
         const double pixels = size.area();
         tarn::bench::add({"matToBitmapArray", "plain", size_name(size), 1, pixels}, nothing_to_prove,
@@ -356,16 +382,18 @@ TARN_RIVALS(exports)
     }
 }
 
-// Descriptors of two views of one scene, as the worker makes them.
+// Descriptors of two views of one scene, as the worker makes them; the first few pairs once more under other addresses
+// until they do not fit the caches.
 struct matching_inputs {
+    static constexpr size_t different = 8;
+
     std::vector<cv::Mat> query;
     std::vector<cv::Mat> train;
 
     void make()
     {
-        constexpr size_t count = 8;
         const auto finder = cv::AKAZE::create();
-        for (size_t i = 0; i < count; ++i) {
+        for (size_t i = 0; i < different; ++i) {
             for (std::vector<cv::Mat>* views : {&query, &train}) {
                 const int offset = static_cast<int>(i) * 5 + (views == &train ? 3 : 0);
                 std::vector<cv::KeyPoint> keypoints;
@@ -375,6 +403,11 @@ struct matching_inputs {
                 descriptors.convertTo(descriptors, CV_32F, 1.0 / 255.0);
                 views->push_back(descriptors);
             }
+        }
+        const size_t round = round_length(query[0].total() * query[0].elemSize() * 2);
+        for (size_t i = different; i < round; ++i) {
+            query.push_back(query[i - different].clone());
+            train.push_back(train[i - different].clone());
         }
     }
 };
@@ -409,16 +442,21 @@ TARN_RIVALS(matchers)
     };
     const auto proof = [inputs, prepare] {
         prepare();
-        std::vector<cv::DMatch> expected;
-        std::vector<cv::DMatch> actual;
-        reference::single_match(inputs->query[0], inputs->train[0], expected, 0.2f);
-        single_match(inputs->query[0], inputs->train[0], actual, 0.2f);
-        return !expected.empty()
-               && std::equal(expected.begin(), expected.end(), actual.begin(), actual.end(),
-                             [](const cv::DMatch& a, const cv::DMatch& b) {
-                                 return a.queryIdx == b.queryIdx && a.trainIdx == b.trainIdx
-                                        && a.distance == b.distance;
-                             });
+        for (size_t i = 0; i < matching_inputs::different; ++i) {
+            std::vector<cv::DMatch> expected;
+            std::vector<cv::DMatch> actual;
+            reference::single_match(inputs->query[i], inputs->train[i], expected, 0.2f);
+            single_match(inputs->query[i], inputs->train[i], actual, 0.2f);
+            if (expected.empty()
+                || !std::equal(expected.begin(), expected.end(), actual.begin(), actual.end(),
+                               [](const cv::DMatch& a, const cv::DMatch& b) {
+                                   return a.queryIdx == b.queryIdx && a.trainIdx == b.trainIdx
+                                          && a.distance == b.distance;
+                               })) {
+                return false;
+            }
+        }
+        return true;
     };
     tarn::bench::add({"single_match", "the matcher alone", "two 450x800 views", 1, 0.0}, nothing_to_prove,
                      time(bare_matcher));

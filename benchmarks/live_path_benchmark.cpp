@@ -1,9 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// videoStitch beside its floor, the library calls that a frame needs, once each, and beside a plain transcription
-// of the whole call; what a key frame adds beside a bare warp and copies of the frame's own box.
+// videoStitch on ordinary and on key frames, beside its floor, the library calls that a frame needs, once each, and
+// beside a plain transcription of the whole call; what a key frame adds beside a bare warp and copies of the frame's
+// own box.
 #include <algorithm>
 #include <iostream>
+#include <map>
 #include <streambuf>
 #include <string>
 #include <thread>
@@ -14,7 +16,9 @@
 #include <opencv2/imgproc.hpp>
 #include <opencv2/video/tracking.hpp>
 
+#include "high_res_worker.h"
 #include "preview_composition.h"
+#include "reference/pixels.h"
 #include "rivals.h"
 #include "support/plain_live_path.h"
 #include "support/rendered_sweep.h"
@@ -30,24 +34,6 @@ constexpr size_t beyond_caches = size_t{96} << 20;  // bytes that one round of f
 std::string size_name(cv::Size size)
 {
     return std::to_string(size.width) + 'x' + std::to_string(size.height);
-}
-
-// A camera that sways: no frame shows so much that is new that it becomes a key frame.
-const std::vector<cv::Mat>& swaying_frames(cv::Size size)
-{
-    static std::pair<cv::Size, std::vector<cv::Mat>> kept;  // of one size only: they are large
-    if (kept.first != size) {
-        kept.second.clear();
-        const size_t bytes = static_cast<size_t>(size.area()) * 4;
-        const int there = static_cast<int>(beyond_caches / bytes / 2 + 2);
-        const auto sweep = tarn::test::slide_there_and_back(size, tarn::test::moving_right,
-                                                            size.width * 0.06 / there, there, there);
-        for (int i = 0; i < sweep.length(); ++i) {
-            kept.second.push_back(sweep.host_frame(i));
-        }
-        kept.first = size;
-    }
-    return kept.second;
 }
 
 // Lets the log vanish while it lives, and workers end before they have begun: only the host's thread is timed.
@@ -91,6 +77,54 @@ private:
     std::streambuf* console_;
 };
 
+// The frames of one round, of a camera that goes there and back, again and again.
+struct frame_round {
+    std::vector<cv::Mat> frames;
+    std::vector<bool> is_key_frame;  // in the second round
+
+    bool is_timed(size_t i, bool key_frames) const
+    {
+        return is_key_frame[i] == key_frames;
+    }
+};
+
+// A camera that sways a little: no frame shows so much that is new that it becomes a key frame. Or one that strides,
+// so that some do.
+frame_round there_and_back(cv::Size size, bool key_frames)
+{
+    const size_t bytes = static_cast<size_t>(size.area()) * 4;
+    const int beyond = static_cast<int>(beyond_caches / bytes / 2 + 2);
+    const int there = key_frames ? std::max(beyond, 13) : beyond;
+    const double step = key_frames ? size.width * 0.08 : size.width * 0.06 / there;
+    const auto sweep = tarn::test::slide_there_and_back(size, tarn::test::moving_right, step, there, there);
+    frame_round round;
+    for (int i = 0; i < sweep.length(); ++i) {
+        round.frames.push_back(sweep.host_frame(i));
+    }
+    const quiet_live_path quiet;
+    resetStitch("");
+    for (int repeated = 0; repeated < 2; ++repeated) {
+        round.is_key_frame.clear();
+        for (const cv::Mat& frame : round.frames) {
+            const int before = tarn_stitcher.big_frame_index;
+            videoStitch(frame, tarn::test::no_direction, 0);
+            round.is_key_frame.push_back(tarn_stitcher.big_frame_index != before);
+        }
+    }
+    return round;
+}
+
+// The round of that kind, made when it is first asked for. All are kept, 2 GB: rivals come in random order.
+const frame_round& round_of(cv::Size size, bool key_frames)
+{
+    static std::map<std::pair<int, bool>, frame_round> rounds;
+    const auto [place, is_new] = rounds.try_emplace({size.width, key_frames});
+    if (is_new) {
+        place->second = there_and_back(size, key_frames);
+    }
+    return place->second;
+}
+
 // The library calls that an ordinary frame needs, in sequence, once each, with everything kept that can be.
 class bare_calls {
 public:
@@ -119,58 +153,94 @@ public:
         std::swap(reference_corners_, corners_);
     }
 
+    // What a key frame needs beside that: the frame warped into its box, and the box copied twice.
+    void box_of_frame()
+    {
+        cv::warpPerspective(small_, warped_, cv::Matx33d::eye(), small_.size(), cv::INTER_LINEAR,
+                            cv::BORDER_CONSTANT, cv::Scalar());
+        warped_.copyTo(before_);
+        warped_.copyTo(box_);
+    }
+
 private:
-    cv::Mat bgr_, small_, gray_, reference_;
+    cv::Mat bgr_, small_, gray_, reference_, warped_, before_, box_;
     points corners_, reference_corners_, places_, from_, to_;
     std::vector<uchar> found_, mask_;
     std::vector<float> errors_;
 };
 
-// Both ways through all frames: every field the same after each.
-bool agrees_with_plain_steps(const std::vector<cv::Mat>& frames)
+// Both ways through two rounds: every field the same after each frame, and the key frames those that are timed.
+bool agrees_with_plain_steps(const frame_round& round, bool key_frames)
 {
     const quiet_live_path quiet;
     resetStitch("");
     tarn::test::plain_live_path plain(tarn_stitcher);
-    for (const cv::Mat& frame : frames) {
-        const int code = videoStitch(frame, tarn::test::no_direction, 0)[0];
-        if (code != plain.feed_host_frame(frame, tarn::test::no_direction)
-            || !plain.differences(tarn_stitcher).empty()) {
-            return false;
+    int timed = 0;
+    for (int repeated = 0; repeated < 2; ++repeated) {
+        for (size_t i = 0; i < round.frames.size(); ++i) {
+            const int key_frames_before = tarn_stitcher.big_frame_index;
+            const int code = videoStitch(round.frames[i], tarn::test::no_direction, 0)[0];
+            if (code != plain.feed_host_frame(round.frames[i], tarn::test::no_direction)
+                || !plain.differences(tarn_stitcher).empty()) {
+                return false;
+            }
+            const bool is_key_frame = tarn_stitcher.big_frame_index != key_frames_before;
+            if (repeated > 0 && is_key_frame != round.is_key_frame[i]) {
+                return false;
+            }
+            timed += round.is_timed(i, key_frames) ? 1 : 0;
         }
     }
-    return tarn_stitcher.failed_count == 0 && tarn_stitcher.big_frame_index == 1;
+    return tarn_stitcher.failed_count == 0 && timed > 0;
 }
 
-void time_bare_calls(benchmark::State& state, cv::Size size)
+// Times what is done with the frames of one kind, in second rounds: before each, everything begins anew, and a first one
+// passes untimed.
+template <typename Begin, typename Feed>
+void time_second_rounds(benchmark::State& state, const frame_round& round, bool key_frames, Begin begin,
+                        Feed feed)
 {
-    const auto& frames = swaying_frames(size);
+    const auto first_round = [&] {
+        begin();
+        for (size_t i = 0; i < round.frames.size(); ++i) {
+            feed(i);
+        }
+    };
+    tarn::bench::time_frames(state, round.frames.size(), first_round, feed,
+                             [&](size_t i) { return round.is_timed(i, key_frames); });
+}
+
+void time_bare_calls(benchmark::State& state, const frame_round& round, bool key_frames)
+{
     bare_calls calls;
-    calls.frame(frames.back());
-    tarn::bench::time_frames(
-        state, frames.size(), [] {}, [&](size_t i) { calls.frame(frames[i]); });
+    time_second_rounds(
+        state, round, key_frames, [] {},
+        [&](size_t i) {
+            calls.frame(round.frames[i]);
+            if (round.is_key_frame[i]) {
+                calls.box_of_frame();
+            }
+        });
 }
 
-void time_plain_steps(benchmark::State& state, cv::Size size)
+void time_plain_steps(benchmark::State& state, const frame_round& round, bool key_frames)
 {
-    const auto& frames = swaying_frames(size);
     const quiet_live_path quiet;
-    resetStitch("");
     tarn::test::plain_live_path plain(tarn_stitcher);
-    plain.feed_host_frame(frames.back(), 0);
-    tarn::bench::time_frames(
-        state, frames.size(), [] {},
-        [&](size_t i) { plain.feed_host_frame(frames[i], tarn::test::no_direction); });
+    const auto begin = [&] {
+        resetStitch("");
+        plain = tarn::test::plain_live_path(tarn_stitcher);
+    };
+    time_second_rounds(state, round, key_frames, begin,
+                       [&](size_t i) { plain.feed_host_frame(round.frames[i], tarn::test::no_direction); });
 }
 
-void time_video_stitch(benchmark::State& state, cv::Size size)
+void time_video_stitch(benchmark::State& state, const frame_round& round, bool key_frames)
 {
-    const auto& frames = swaying_frames(size);
     const quiet_live_path quiet;
-    resetStitch("");
-    videoStitch(frames.back(), 0, 0);
-    tarn::bench::time_frames(
-        state, frames.size(), [] {}, [&](size_t i) { videoStitch(frames[i], tarn::test::no_direction, 0); });
+    time_second_rounds(
+        state, round, key_frames, [] { resetStitch(""); },
+        [&](size_t i) { videoStitch(round.frames[i], tarn::test::no_direction, 0); });
 }
 
 // A sweep of key frames: what each adds to the panorama before it.
@@ -206,11 +276,28 @@ key_frame_task key_frame_after(int count, bool upwards)
     return task;
 }
 
+// Tasks of one length, enough to leave the caches between two turns of each.
+std::vector<key_frame_task> key_frames_after(int count, bool upwards)
+{
+    std::vector<key_frame_task> tasks = {key_frame_after(count, upwards)};
+    const size_t touched = tasks[0].panorama.total() * 3 * 2;  // it and the grown one
+    while (tasks.size() * touched < beyond_caches) {
+        tasks.push_back(tasks[0]);
+        tasks.back().panorama = tasks[0].panorama.clone();
+        tasks.back().frame = tasks[0].frame.clone();
+    }
+    return tasks;
+}
+
+// What a key frame adds to the host's call: the preview, and a worker that is started; it ends at once.
 cv::Mat composed(key_frame_task& task)
 {
     cv::Mat grown = tarn::grown_preview(task.panorama, task.size, task.old_place);
     tarn::paste_onto_preview(task.panorama, task.old_place, grown, task.frame, task.frame_place,
                              task.box_from_frame, task.corners);
+    static const std::vector<float> angles(4, 90.0f);
+    static const std::vector<float> scales(4, 1.0f);
+    tarn::launch_worker(task.frame, angles, scales, tarn::test::moving_right, 2);
     return grown;
 }
 
@@ -223,7 +310,7 @@ cv::Mat plainly_composed(key_frame_task& task)
                         cv::BORDER_CONSTANT, cv::Scalar());
     cv::Mat before = grown.clone();
     warped.copyTo(grown(task.frame_place));
-    optimizeSeam(before, grown, task.corners);
+    reference::optimizeSeam(before, grown, task.corners);
     return grown;
 }
 
@@ -241,55 +328,89 @@ void bare_box_work(key_frame_task& task, cv::Mat& whole)
 template <typename Function>
 void time_composition(benchmark::State& state, int count, bool upwards, Function compose)
 {
-    key_frame_task task = key_frame_after(count, upwards);
+    const quiet_live_path quiet;
+    resetStitch("");
+    std::vector<key_frame_task> tasks = key_frames_after(count, upwards);
     cv::Mat kept;  // as the task keeps its panorama until the new one is there
     tarn::bench::time_frames(
-        state, 1000, [] {}, [&](size_t) { kept = compose(task); });
+        state, tasks.size(), [] {}, [&](size_t i) { kept = compose(tasks[i]); });
 }
 
-void add_composition_rivals(int count, bool upwards)
+void time_bare_boxes(benchmark::State& state, int count, bool upwards, bool copy_all)
 {
-    const std::string input = std::to_string(count) + " key frames" + (upwards ? ", moving the origin" : "");
-    tarn::bench::add({"preview of a key frame", "bare warp and copies of the box", input, 1},
-                     [=](benchmark::State& state) {
-                         key_frame_task task = key_frame_after(count, upwards);
-                         cv::Mat whole = composed(task);
-                         tarn::bench::time_frames(
-                             state, 1000, [] {}, [&](size_t) { bare_box_work(task, whole); });
-                     });
-    tarn::bench::add({"preview of a key frame", "plain steps", input, 1}, [=](benchmark::State& state) {
+    std::vector<key_frame_task> tasks = key_frames_after(count, upwards);
+    for (key_frame_task& task : tasks) {
+        task.panorama = plainly_composed(task);
+    }
+    cv::Mat kept;
+    tarn::bench::time_frames(
+        state, tasks.size(), [] {},
+        [&](size_t i) {
+            cv::Mat whole = copy_all ? tasks[i].panorama.clone() : tasks[i].panorama;
+            bare_box_work(tasks[i], whole);
+            kept = whole;
+        });
+}
+
+bool composes_as_plainly(int count, bool upwards)
+{
+    const quiet_live_path quiet;
+    resetStitch("");
+    key_frame_task task = key_frame_after(count, upwards);
+    return cv::norm(composed(task), plainly_composed(task), cv::NORM_INF) == 0.0;
+}
+
+void add_composition_rivals(int count, bool upwards, int threads)
+{
+    const std::string subject = "what a key frame adds";
+    const std::string input = std::to_string(count) + " key frames" + (upwards ? ", moving the origin" : "")
+                              + (threads == 1 ? "" : " on two threads");
+    tarn::bench::add({subject, "bare warp and copies of the box", input, threads},
+                     [=](benchmark::State& state) { time_bare_boxes(state, count, upwards, false); });
+    // What an image without gaps takes that grows.
+    tarn::bench::add({subject, "the same in a copy of the whole", input, threads},
+                     [=](benchmark::State& state) { time_bare_boxes(state, count, upwards, true); });
+    tarn::bench::add({subject, "plain steps", input, threads}, [=](benchmark::State& state) {
         time_composition(state, count, upwards, plainly_composed);
     });
     tarn::bench::add(
-        {"preview of a key frame", "shipped", input, 1},
-        [=] {
-            key_frame_task task = key_frame_after(count, upwards);
-            return cv::norm(composed(task), plainly_composed(task), cv::NORM_INF) == 0.0;
-        },
+        {subject, "shipped", input, threads}, [=] { return composes_as_plainly(count, upwards); },
         [=](benchmark::State& state) { time_composition(state, count, upwards, composed); });
+}
+
+void add_frame_rivals(cv::Size size, bool key_frames, int threads)
+{
+    const std::string subject = key_frames ? "key frame" : "ordinary frame";
+    const std::string input = size_name(size) + (threads == 1 ? "" : " on two threads");
+    const double pixels = size.area();
+    tarn::bench::add({subject, "bare library calls", input, threads, pixels}, [=](benchmark::State& state) {
+        time_bare_calls(state, round_of(size, key_frames), key_frames);
+    });
+    tarn::bench::add({subject, "plain transcription", input, threads, pixels}, [=](benchmark::State& state) {
+        time_plain_steps(state, round_of(size, key_frames), key_frames);
+    });
+    tarn::bench::add(
+        {subject, "videoStitch", input, threads, pixels},
+        [=] { return agrees_with_plain_steps(round_of(size, key_frames), key_frames); },
+        [=](benchmark::State& state) { time_video_stitch(state, round_of(size, key_frames), key_frames); });
 }
 
 TARN_RIVALS(live_path_rivals)
 {
-    using tarn::bench::add;
-    for (const cv::Size size :
-         {cv::Size(640, 480), cv::Size(1280, 720), cv::Size(1920, 1080), cv::Size(3840, 2160)}) {
-        for (const int threads : {1, 2}) {
-            const std::string input = size_name(size) + (threads == 1 ? "" : " on two threads");
-            const double pixels = size.area();
-            add({"ordinary frame", "bare library calls", input, threads, pixels},
-                [=](benchmark::State& state) { time_bare_calls(state, size); });
-            add({"ordinary frame", "plain transcription", input, threads, pixels},
-                [=](benchmark::State& state) { time_plain_steps(state, size); });
-            add(
-                {"ordinary frame", "videoStitch", input, threads, pixels},
-                [=] { return agrees_with_plain_steps(swaying_frames(size)); },
-                [=](benchmark::State& state) { time_video_stitch(state, size); });
+    for (const bool key_frames : {false, true}) {
+        for (const cv::Size size :
+             {cv::Size(640, 480), cv::Size(1280, 720), cv::Size(1920, 1080), cv::Size(3840, 2160)}) {
+            for (const int threads : {1, 2}) {
+                add_frame_rivals(size, key_frames, threads);
+            }
         }
     }
     for (const int count : {5, 12, 60}) {
-        add_composition_rivals(count, false);
-        add_composition_rivals(count, true);
+        for (const bool upwards : {false, true}) {
+            for (const int threads : {1, 2}) {
+                add_composition_rivals(count, upwards, threads);
+            }
+        }
     }
 }
 

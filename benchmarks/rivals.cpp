@@ -19,6 +19,7 @@
 #include <map>
 #include <memory>
 #include <sstream>
+#include <sys/resource.h>
 #include <time.h>
 #include <vector>
 
@@ -262,7 +263,7 @@ int run_all(int argc, char* argv[])
             [](benchmark::State& state, entry* timed) { run(state, *timed); }, which.get());
         registered->UseManualTime()->Unit(benchmark::kMillisecond);
         if (which->who.takes_long) {
-            registered->Iterations(1);
+            registered->Iterations(1)->Repetitions(5);
         }
     }
     collector results;
@@ -291,6 +292,13 @@ double process_cpu_seconds()
     timespec now{};
     clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &now);
     return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) * 1e-9;
+}
+
+long process_page_faults()
+{
+    rusage usage{};
+    getrusage(RUSAGE_SELF, &usage);
+    return usage.ru_minflt;
 }
 
 void add(const rival& who, std::function<void(benchmark::State&)> body)

@@ -37,7 +37,8 @@ namespace {
 struct figures {
     double seconds = 0.0;
     double cpu_seconds = 0.0;
-    double megabytes = 0.0;  // the most that was resident beyond the frames
+    double megabytes = 0.0;        // the most that was resident beyond the sweep's frames
+    double input_megabytes = 0.0;  // of them, images that had to be made to be handed over all at once
     double error =
         -1.0;  // px of the frame, mean over corners and pairs of neighbouring key frames; -1: not measured
     double panorama_megabytes = 0.0;
@@ -215,6 +216,7 @@ void run_stitcher(const sweep_input& input, cv::Stitcher::Mode mode, figures& ow
     for (const int number : input.key_frames) {
         images.emplace_back();
         cv::cvtColor(input.frames[static_cast<size_t>(number)], images.back(), cv::COLOR_RGBA2BGR);
+        own.input_megabytes += static_cast<double>(images.back().total()) * 3 / 1048576.0;
     }
     const auto stitcher = cv::Stitcher::create(mode);
     cv::Mat panorama;
@@ -261,6 +263,9 @@ void report(benchmark::State& state, int threads, const std::function<void(figur
         state.SetIterationTime(result.seconds);
         state.counters["cpu s"] = result.cpu_seconds;
         state.counters["peak MB"] = result.megabytes;
+        if (result.input_megabytes > 0.0) {
+            state.counters["of it input MB"] = result.input_megabytes;
+        }
         state.counters["key frames"] = result.key_frames;
         if (result.error >= 0.0) {
             state.counters["error px"] = result.error;
