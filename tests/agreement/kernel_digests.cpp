@@ -7,6 +7,7 @@
 #include <opencv2/imgproc.hpp>
 
 #include "arc_tangent.h"
+#include "frame_shrink.h"
 #include "high_res_frame.h"
 #include "numeric.h"
 #include "polygon_coverage.h"
@@ -65,6 +66,13 @@ void write_pixel_kernels()
     write("random_input", 100, [](random_input& random, digest& results) {
         results.add(random.image(any_size(random)));
         results.add(random.any_quadrilateral({100, 100}));
+    });
+    write("shrink", 300, [](random_input& random, digest& results) {
+        const int width = random.integer(2, 200);
+        const cv::Mat image = random.noise(cv::Size(width, random.integer(2, 150)), CV_8UC3);
+        cv::Mat shrunk;
+        tarn::shrink(image, shrunk, random.real(0.5f, 1.0f));
+        results.add(shrunk);
     });
     write("optimizeSeam", 300, [](random_input& random, digest& results) {
         const cv::Size size = any_size(random);
