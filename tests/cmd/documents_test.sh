@@ -31,7 +31,7 @@ for code in 0 1 2 3 4 130; do
   grep -qx "\.B $code" "$documents/tarnstitch.1" || fail "the manual page is without exit code $code"
 done
 for key in q Esc; do
-  sed -n '/^\.SH KEYS$/,/^\.SH EXIT/p' "$documents/tarnstitch.1" | grep -qx "\.B $key" \
+  sed -n '/^\.SH KEYS$/,/^\.SH EXIT/p' "$documents/tarnstitch.1" | grep -x "\.B $key" >/dev/null \
     || fail "the manual page is without the key $key"
   grep -qE "^  $key +[a-z]" <<<"$("$program" --help)" || fail "--help is without the key $key"
 done

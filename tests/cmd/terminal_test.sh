@@ -6,12 +6,13 @@ set -euo pipefail
 # shellcheck source=tests/cmd/lib.sh
 source "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
 
-if ! script --version 2>/dev/null | grep -q util-linux; then
+if [[ $(script --version 2>/dev/null) != *util-linux* ]]; then
   echo "skipped: there is no script(1) of util-linux"
   exit 77
 fi
 
-# on_terminal COLUMNS ARGUMENT...: runs the program on a terminal of that width; what it shows is in "shown".
+# on_terminal COLUMNS ARGUMENT...: runs the program on a terminal of that width. What it shows is in "shown"; in "parts"
+# with a line for each part between one return to the margin and the next, without the codes that clear the line.
 on_terminal() {
   local columns=$1 code=0
   shift
@@ -20,30 +21,26 @@ on_terminal() {
   script --quiet --return --command ./run-it typescript >shown 2>&1 </dev/null || code=$?
   expect_equal "exit code on a terminal" 0 $code
   expect_nothing_left
-}
-
-# parts: what was shown between one return to the margin and the next, without the codes that clear the line.
-parts() {
-  tr '\r' '\n' <shown | sed $'s/\e\\[K//'
+  tr '\r' '\n' <shown | sed $'s/\e\\[K//' >parts
 }
 
 on_terminal 100 "$samples/parking_pan.mp4" -o a.jpg
-parts | grep -qE '^\[=*>? *\] +[0-9]+ %  frame [0-9]+ of 150  ' || fail "no bar: $(cat -v shown)"
-parts | grep -qE 'key frames?' || fail "no key frames: $(cat -v shown)"
-parts | awk 'length > 99 && !/^tarnstitch: / { exit 1 }' || fail "wider than the terminal"
+grep -qE '^\[=*>? *\] +[0-9]+ %  frame [0-9]+ of 150  ' parts || fail "no bar: $(cat -v shown)"
+grep -qE 'key frames?' parts || fail "no key frames: $(cat -v shown)"
+awk 'length > 99 && !/^tarnstitch: / { exit 1 }' parts || fail "wider than the terminal"
 # The bar goes, and the summary stands alone at the end.
-[[ $(parts | grep -v '^$' | tail -n 1) == "tarnstitch: 150 frames, "* ]] || fail "the end: $(cat -v shown)"
+[[ $(grep -v '^$' parts | tail -n 1) == "tarnstitch: 150 frames, "* ]] || fail "the end: $(cat -v shown)"
 
 on_terminal 30 "$samples/parking_pan.mp4" -o a.jpg
-parts | awk 'length > 29 && !/^tarnstitch: / { exit 1 }' || fail "wider than a narrow terminal"
+awk 'length > 29 && !/^tarnstitch: / { exit 1 }' parts || fail "wider than a narrow terminal"
 
 # Advice is shown in words, and messages stand on lines of their own above the bar.
 mkdir fast
 "$media" slide fast/%d.png 30 480 360 24 1
 echo "no image" >fast/3.png
 on_terminal 120 fast -o b.jpg
-parts | grep -q '  slower' || fail "no advice: $(cat -v shown)"
-parts | grep -qx 'tarnstitch: cannot read fast/3.png; it is left out' || fail "no message: $(cat -v shown)"
+grep -q '  slower' parts || fail "no advice: $(cat -v shown)"
+grep -qx 'tarnstitch: cannot read fast/3.png; it is left out' parts || fail "no message: $(cat -v shown)"
 
 on_terminal 100 "$samples/parking_pan.mp4" -o a.jpg -q
 expect_equal "shown with --quiet" "" "$(tr -d '\r\n' <shown)"
