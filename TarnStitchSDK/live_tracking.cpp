@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cmath>
 #include <cstddef>
 #include <cstring>
 #include <utility>
@@ -145,9 +146,12 @@ bool is_plain_gray(const cv::Mat& image)
 bool has_left(const cv::Point2f& place, const cv::Size& image)
 {
     constexpr float half = static_cast<float>(window_side - 1) * 0.5f;
-    const int left = cvFloor(place.x - half);
-    const int top = cvFloor(place.y - half);
-    return left < -window_side || left >= image.width || top < -window_side || top >= image.height;
+    constexpr auto side = static_cast<float>(window_side);
+    // As floats: a place may be beyond all ints, or no number at all, which is lost on every processor.
+    const float left = std::floor(place.x - half);
+    const float top = std::floor(place.y - half);
+    return !(left >= -side && left < static_cast<float>(image.width) && top >= -side
+             && top < static_cast<float>(image.height));
 }
 
 }  // namespace

@@ -3,7 +3,9 @@
 // Corners and flow of the live path, which must be the image library's own to the last bit, and the work that is
 // done side by side.
 #include <algorithm>
+#include <cmath>
 #include <functional>
+#include <limits>
 #include <stdexcept>
 #include <string>
 #include <utility>
@@ -154,6 +156,23 @@ TEST(FrameFlow, PointsPushedOutOfTheImageAreLostAsTheLibraryLosesThem)
         lost += static_cast<int>(std::count(expected.found.begin(), expected.found.end(), 0));
     }
     EXPECT_GT(lost, 0);
+}
+
+TEST(FrameFlow, PlacesBeyondAllIntsAndNoNumbersAreLost)
+{
+    const cv::Mat reference = gray_view(0, 0);
+    const cv::Mat gray = gray_view(2, 1);
+    constexpr float infinity = std::numeric_limits<float>::infinity();
+    for (const float far : {1e20f, -1e20f, 2147483648.0f, -2147483904.0f, infinity, -infinity,
+                            std::numeric_limits<float>::quiet_NaN()}) {
+        const points from = {{far, 10.0f}, {10.0f, far}, {far, far}, {80.0f, 60.0f}};
+        const tarn::point_flow flow = own_flow(reference, gray, from);
+        EXPECT_EQ(flow.found, (std::vector<uchar>{0, 0, 0, 1})) << far;
+        // To the library NaN lies at 0 where the processor converts it to that.
+        if (!std::isnan(far)) {
+            EXPECT_EQ(flow.found, library_flow(reference, gray, from).found) << far;
+        }
+    }
 }
 
 TEST(FrameFlow, FollowsTheReferenceWhateverBecomesOfIt)
