@@ -13,7 +13,6 @@
 #include <vector>
 
 #include <opencv2/imgproc.hpp>
-#include <opencv2/video/tracking.hpp>
 
 #include "descriptor_matching.h"
 #include "frame_shrink.h"
@@ -24,6 +23,7 @@
 #include "reference/composition.h"
 #include "reference/matching.h"
 #include "seam.h"
+#include "support/library_tracking.h"
 #include "target.h"
 #include "tarn_stitch_jni.h"
 
@@ -290,11 +290,8 @@ void check_corners(input_bytes& input)
     const int type = types[input.byte() % std::size(types)];
     const cv::Mat gray = input.image(any_size(input, 120), type);
     const auto actual = unless_it_throws<std::vector<cv::Point2f>>([&] { return tarn::find_corners(gray); });
-    const auto expected = unless_it_throws<std::vector<cv::Point2f>>([&] {
-        std::vector<cv::Point2f> corners;
-        cv::goodFeaturesToTrack(gray, corners, 80, 0.01, 10.0, cv::noArray(), 3, false, 0.04);
-        return corners;
-    });
+    const auto expected =
+        unless_it_throws<std::vector<cv::Point2f>>([&] { return tarn::test::library_corners(gray); });
     check(actual.has_value() == expected.has_value(), "corners: throws when the image library does");
     check(!expected || *expected == *actual, "corners");
 }
@@ -320,14 +317,8 @@ void check_flow(input_bytes& input)
         tarn::frame_flow flow(reference, gray, points);
         return flow.result();
     });
-    const auto expected = unless_it_throws<tarn::point_flow>([&] {
-        tarn::point_flow flow;
-        std::vector<float> errors;
-        cv::calcOpticalFlowPyrLK(reference, gray, points, flow.places, flow.found, errors, cv::Size(21, 21), 3,
-                                 cv::TermCriteria(cv::TermCriteria::COUNT + cv::TermCriteria::EPS, 30, 0.01), 0,
-                                 0.0001);
-        return flow;
-    });
+    const auto expected =
+        unless_it_throws<tarn::point_flow>([&] { return tarn::test::library_flow(reference, gray, points); });
     check(actual.has_value() == expected.has_value(), "flow: throws when the image library does");
     if (actual) {
         check(actual->found == expected->found, "flow: which points are found");

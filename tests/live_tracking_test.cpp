@@ -13,10 +13,10 @@
 
 #include <gtest/gtest.h>
 #include <opencv2/imgproc.hpp>
-#include <opencv2/video/tracking.hpp>
 
 #include "deferred_work.h"
 #include "live_tracking.h"
+#include "support/library_tracking.h"
 #include "support/random_input.h"
 #include "support/rendered_sweep.h"
 #include "support/stitcher_fixture.h"
@@ -25,25 +25,10 @@
 namespace {
 
 using points = std::vector<cv::Point2f>;
+using tarn::test::library_corners;
+using tarn::test::library_flow;
 using tarn::test::random_input;
 using tarn::test::thread_count;
-
-points library_corners(const cv::Mat& gray)
-{
-    points corners;
-    cv::goodFeaturesToTrack(gray, corners, 80, 0.01, 10.0, cv::noArray(), 3, false, 0.04);
-    return corners;
-}
-
-tarn::point_flow library_flow(const cv::Mat& reference, const cv::Mat& gray, const points& from)
-{
-    tarn::point_flow flow;
-    std::vector<float> errors;
-    cv::calcOpticalFlowPyrLK(reference, gray, from, flow.places, flow.found, errors, cv::Size(21, 21), 3,
-                             cv::TermCriteria(cv::TermCriteria::COUNT + cv::TermCriteria::EPS, 30, 0.01), 0,
-                             0.0001);
-    return flow;
-}
 
 tarn::point_flow own_flow(const cv::Mat& reference, const cv::Mat& gray, const points& from)
 {

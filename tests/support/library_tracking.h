@@ -1,0 +1,19 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// Corners and optical flow as the image library gives them in one call each: what find_corners and frame_flow must agree
+// with.
+#pragma once
+
+#include <vector>
+
+#include <opencv2/core.hpp>
+
+#include "live_tracking.h"
+
+namespace tarn::test {
+
+std::vector<cv::Point2f> library_corners(const cv::Mat& gray);
+
+point_flow library_flow(const cv::Mat& reference, const cv::Mat& gray, const std::vector<cv::Point2f>& from);
+
+}  // namespace tarn::test
