@@ -39,8 +39,8 @@ struct figures {
     double cpu_seconds = 0.0;
     double megabytes = 0.0;        // the most that was resident beyond the sweep's frames
     double input_megabytes = 0.0;  // of them, images that had to be made to be handed over all at once
-    double error =
-        -1.0;  // px of the frame, mean over corners and pairs of neighbouring key frames; -1: not measured
+    // px of the frame, mean over corners and pairs of neighbouring key frames; -1: not measured
+    double error = -1.0;
     double panorama_megabytes = 0.0;
     int key_frames = 0;
     bool is_right = false;

@@ -88,8 +88,8 @@ struct sweep_result {
     int failed_frame = 0;          ///< the frame that this key frame was
     double failed_seconds = -1.0;  ///< its time; negative if it has none
     double fitted_seconds = -1.0;  ///< that of the last frame before it that fitted; negative if there is none
-    double misfit_seconds =
-        -1.0;  ///< that of the first frame handed over after that; the failed one's at the latest
+    /// That of the first frame handed over after the last one that fitted; the failed one's at the latest.
+    double misfit_seconds = -1.0;
 
     cv::Mat preview;  ///< CV_8UC3, as the library's frames are turned
     cv::Mat
