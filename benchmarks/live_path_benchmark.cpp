@@ -314,7 +314,7 @@ cv::Mat plainly_composed(key_frame_task& task)
     return grown;
 }
 
-// The frame's box: warped, kept as it was, overwritten, and the seam in it.
+// The frame's box: warped, kept as it was, overwritten.
 void bare_box_work(key_frame_task& task, cv::Mat& whole)
 {
     cv::Mat warped;
