@@ -91,12 +91,11 @@ run 1 "$samples/river_pan.mp4" -o none.jpg --step 20 --turn none --no-retry
 
 # A second try that cannot be made leaves the first one's part: the input goes while the first one is under way.
 cp -p "$samples/parking_pan.mp4" going.mp4 # with its time, which goes into the panorama
-"$program" going.mp4 -o gone.jpg --step 24 2>stderr &
-started=$!
-until compgen -G "$TMPDIR/tarnstitch-*/work1" >/dev/null || ! kill -0 $started 2>/dev/null; do :; done
+start_held "$program" going.mp4 -o gone.jpg --step 24
 rm going.mp4
+kill -s CONT "$started"
 code=0
-wait $started || code=$?
+wait "$started" || code=$?
 expect_equal "exit code when the input has gone" 1 $code
 expect_said "trying once more"
 expect_said "the second try could not be made: there is no file or directory going.mp4"

@@ -74,11 +74,9 @@ rm slide/4.png
 mv third.png slide/3.png
 mv other1.png slide/9.png
 mkfifo pipe
-env --default-signal=INT "$program" slide -o second.jpg --json >stdout 2>stderr &
-started=$!
-# Once there is this directory the first try has read its first picture, and the second has not.
-until compgen -G "$TMPDIR/tarnstitch-*/work1" >/dev/null || ! kill -0 "$started" 2>/dev/null; do :; done
+start_held env --default-signal=INT "$program" slide -o second.jpg --json
 mv pipe slide/1.png
+kill -s CONT "$started"
 exec 9>slide/1.png
 expect_said "trying once more"
 kill -s INT "$started"

@@ -95,6 +95,30 @@ start() {
     || fail "no private working directory"
 }
 
+# start_held COMMAND...: runs a command in the background, and holds the program in it in its first try by SIGSTOP. The
+# program has read its first picture then, for there is the library's working directory. A busy machine may come too
+# late for the first try; then it is done anew.
+start_held() {
+  local round state
+  for ((round = 0; round < 100; ++round)); do
+    "$@" >stdout 2>stderr &
+    started=$!
+    until compgen -G "$TMPDIR/tarnstitch-*/work1" >/dev/null || ! kill -0 "$started" 2>/dev/null; do :; done
+    state=
+    until [[ $state == [TZ] ]]; do
+      kill -s STOP "$started" 2>/dev/null || break
+      read -r _ _ state _ 2>/dev/null <"/proc/$started/stat" || break
+    done
+    if [[ $state == T ]] && ! grep -qF "trying once more" stderr; then
+      return 0
+    fi
+    kill -s TERM "$started" 2>/dev/null || true
+    kill -s CONT "$started" 2>/dev/null || true
+    { wait "$started" || true; } 2>/dev/null # the shell tells of a termination
+  done
+  fail "never held in the first try: $*"
+}
+
 # let_go CODE: the picture comes, which is none, and the program started goes on to its end and exits with the code.
 let_go() {
   local code=0

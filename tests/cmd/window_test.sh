@@ -50,6 +50,7 @@ mkdir -m 700 "$XDG_RUNTIME_DIR"
 
 # press KEY: runs the program at the video's own pace, and presses the key until that ends it.
 press() {
+  : >summary.json # an earlier one must not be taken for this run's, which may begin later than the loop below
   "$program" swing.avi --show --realtime -o "$1.jpg" --json >summary.json 2>stderr &
   local started=$!
   until grep -qF '"outcome"' summary.json; do
