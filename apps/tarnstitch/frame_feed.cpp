@@ -46,14 +46,28 @@ frame_feed::frame_feed(std::unique_ptr<frame_source> source, const frame_selecti
 
 bool frame_feed::next(feed_frame& frame)
 {
+    if (failed_) {
+        std::rethrow_exception(failed_);
+    }
     if (ahead_.rgba.empty()) {
         return false;
     }
     feed_frame current = std::move(ahead_);
     ahead_ = feed_frame();
-    current.last = !read_ahead();
+    current.last = !read_ahead_unless_it_fails();
     frame = std::move(current);
     return true;
+}
+
+/// The frame at hand is good whatever comes after it: an error waits until that frame has been given.
+bool frame_feed::read_ahead_unless_it_fails()
+{
+    try {
+        return read_ahead();
+    } catch (...) {
+        failed_ = std::current_exception();
+        return false;
+    }
 }
 
 bool frame_feed::read_ahead()
@@ -90,6 +104,7 @@ bool frame_feed::read_ahead()
         }
         ahead_.rgba = frame_for_library(image, turn_);
         ahead_.stamp = stamp;
+        ahead_.place = ++taken_;
         return true;
     }
     ended_ = true;

@@ -3,6 +3,7 @@
 // The input's pictures made into the library's frames, read one ahead so that the last one is known as such.
 #pragma once
 
+#include <exception>
 #include <memory>
 #include <string>
 
@@ -18,6 +19,7 @@ namespace tarn::host {
 struct feed_frame {
     cv::Mat rgba;  ///< CV_8UC4, R,G,B,A, turned
     frame_stamp stamp;
+    int place = 0;      ///< among the frames that the input has given, from 1
     bool last = false;  ///< nothing comes after it
 };
 
@@ -29,9 +31,10 @@ public:
     sweep_input(const sweep_input&) = delete;
     sweep_input& operator=(const sweep_input&) = delete;
 
-    /// Gives the next frame.
+    /// Gives the next frame. To be called once more after the last one, since it may be the last for an error only.
     /// @returns false after the last one
-    /// @throws host_error (input_failed), naming the picture, when a picture has another size than the first
+    /// @throws host_error (input_failed), after the frames before it and naming the picture, when a picture has
+    ///         another size than the first
     virtual bool next(feed_frame& frame) = 0;
 };
 
@@ -85,6 +88,7 @@ public:
 
 private:
     bool read_ahead();
+    bool read_ahead_unless_it_fails();
 
     std::unique_ptr<frame_source> source_;
     frame_selector selector_;
@@ -93,6 +97,8 @@ private:
     feed_frame ahead_;  ///< its image is empty when there is none
     cv::Size size_;     ///< of the first frame, before turning
     frame_stamp last_stamp_;
+    int taken_ = 0;              ///< frames read so far
+    std::exception_ptr failed_;  ///< what kept the frame after the one given last from being read
     int unreadable_ = 0;
     bool ended_ = false;
 };

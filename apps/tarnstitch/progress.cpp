@@ -138,7 +138,7 @@ progress_display::~progress_display()
 
 void progress_display::frame_done(const frame_record& frame)
 {
-    ++state_.frames;
+    state_.frames = frame.place;
     state_.key_frames = frame.key_frames;
     state_.waiting_for = 0;
     const std::string advice = advice_for(frame.code);

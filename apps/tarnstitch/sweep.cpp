@@ -130,8 +130,10 @@ public:
             feed_frame frame;
             bool goes_on = true;
             while (goes_on && input_.next(frame)) {
-                goes_on = hand_over(frame) && !frame.last;
+                const bool input_ends = frame.last;
                 last_frame_ = frame.rgba;
+                // The input is asked once more after its last frame: an error may have made it the last one.
+                goes_on = hand_over(frame) && (input_ends || !frame.last);
             }
         } catch (const host_error& error) {
             result_.outcome = sweep_outcome::input_failed;
@@ -263,6 +265,7 @@ private:
         }
         frame_record record;
         record.stamp = frame.stamp;
+        record.place = frame.place;
         record.last = frame.last;
         record.code = code;
         record.taken = taken;

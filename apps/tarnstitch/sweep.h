@@ -22,6 +22,7 @@ constexpr int highest_code = 6;
 /// the top left one on, sides from the top one on, clockwise.
 struct frame_record {
     frame_stamp stamp;
+    int place = 0;  ///< among the frames that the input has given, from 1; those not handed over count
     bool last = false;
     int code = 0;
     bool taken = false;      ///< whether the library registered or composed it

@@ -183,7 +183,6 @@ TEST_F(HostSweep, LastWorkerSlowerThanTheLibraryWaitsIsWaitedFor)
     constexpr int length = 8;
     auto last_index = std::make_shared<std::atomic<int>>(0);
     auto given_up = std::make_shared<door>();
-    const int usual_wait = max_wait_seconds;
     // In its turn, all waits of its own behind it, the last worker makes the library give up its wait for it.
     on_worker_stage([last_index, given_up](worker_stage stage, int big_frame_index) {
         if (stage == worker_stage::turn_taken && big_frame_index == last_index->load()) {
@@ -202,7 +201,7 @@ TEST_F(HostSweep, LastWorkerSlowerThanTheLibraryWaitsIsWaitedFor)
         [&] {
             if (entered == length) {
                 gave_up_without_a_file = tarn_stitcher.big_stitch_image_path.empty();
-                tarn::store_release(max_wait_seconds, usual_wait);
+                tarn::store_release(max_wait_seconds, patient_wait);
                 given_up->open();
             }
         });
@@ -382,9 +381,22 @@ TEST_F(HostSweep, PictureOfAnotherSizeEndsTheSweepAndKeepsWhatThereIs)
     const sweep_result result = sweep_through(pictures);
     EXPECT_EQ(result.outcome, sweep_outcome::input_failed);
     EXPECT_EQ(result.input_error, "picture 9 is of 480x100 pixels, the frames before it of 480x360");
-    EXPECT_EQ(result.frames, 7);
+    EXPECT_EQ(result.frames, 8);
     EXPECT_TRUE(is_jpeg_of(result.panorama_file, result.panorama.size()));
     EXPECT_FALSE(result.preview.empty());
+    pictures.resize(8);
+    const sweep_result before = sweep_through(pictures);
+    EXPECT_EQ(cv::norm(result.panorama, before.panorama, cv::NORM_INF), 0.0);
+}
+
+TEST_F(HostSweep, OnePictureBeforeOneOfAnotherSizeIsThePanorama)
+{
+    std::vector<cv::Mat> pictures = pictures_of_a_slide(2);
+    pictures[1] = cv::Mat(100, 480, CV_8UC3, cv::Scalar::all(0));
+    const sweep_result result = sweep_through(pictures);
+    EXPECT_EQ(result.outcome, sweep_outcome::input_failed);
+    EXPECT_EQ(result.frames, 1);
+    EXPECT_TRUE(is_jpeg_of(result.panorama_file, result.panorama.size()));
 }
 
 TEST_F(HostSweep, PreviewOfASweepWithoutDetailsIsItsLastFrame)

@@ -54,7 +54,7 @@ cp -r slide sizes
 echo kept >sizes-panorama.jpg
 run 3 sizes --preview sizes.png
 expect_said "sizes/5.png is of 100x360 pixels, the frames before it of 480x360; what was composed until then is in sizes-panorama-partial.jpg"
-expect_said "3 frames"
+expect_said "4 frames"
 expect_file sizes-panorama-partial.jpg
 expect_file sizes-partial.png
 expect_no_file sizes.png

@@ -17,12 +17,15 @@ namespace tarn::test {
 class picture_list : public host::frame_source {
 public:
     /// @param rate  pictures per second; 0 for pictures without times
-    explicit picture_list(std::vector<cv::Mat> pictures, double rate = 0.0) : pictures_(std::move(pictures))
+    /// @param live  as from a camera, which does not know how many there will be
+    explicit picture_list(std::vector<cv::Mat> pictures, double rate = 0.0, bool live = false)
+        : pictures_(std::move(pictures))
     {
         facts_.files = {"pictures"};
         facts_.rate = rate;
         facts_.has_times = rate > 0.0;
-        facts_.announced = static_cast<int>(pictures_.size());
+        facts_.announced = live ? 0 : static_cast<int>(pictures_.size());
+        facts_.live = live;
     }
 
     const host::source_facts& facts() const override

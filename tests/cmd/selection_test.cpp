@@ -225,6 +225,39 @@ TEST(RealtimeFeed, WithoutAWaitingSweepAllButTheFirstAndTheLastAreDropped)
     EXPECT_EQ(realtime.dropped(), length - 2);
 }
 
+TEST(RealtimeFeed, CameraSetsThePaceItself)
+{
+    constexpr double one_in_an_hour = 1.0 / 3600.0;
+    constexpr int length = 20;
+    frame_feed feed(std::make_unique<picture_list>(pictures(length), one_in_an_hour, true), {},
+                    frame_turn::none);
+    EXPECT_EQ(feed.expected(), 0);
+    realtime_feed realtime(feed);
+    feed_frame frame;
+    ASSERT_TRUE(realtime.next(frame));
+    while (realtime.dropped() < length - 2) {
+        std::this_thread::yield();
+    }
+    ASSERT_TRUE(realtime.next(frame));
+    EXPECT_EQ(frame.stamp.number, length);
+    EXPECT_EQ(frame.place, length);
+    EXPECT_TRUE(frame.last);
+}
+
+TEST(RealtimeFeed, CamerasSweepEndsWhereItIsToldTo)
+{
+    frame_selection selection;
+    selection.end = 3.0;
+    frame_feed feed(std::make_unique<picture_list>(pictures(1000), 1.0, true), selection, frame_turn::none);
+    realtime_feed realtime(feed);
+    feed_frame frame;
+    while (realtime.next(frame)) {
+    }
+    EXPECT_EQ(frame.stamp.number, 3);
+    EXPECT_TRUE(frame.last);
+    EXPECT_EQ(feed.pictures(), 4);
+}
+
 TEST(RealtimeFeed, FramesComeInOrderAndAreTakenOrDropped)
 {
     constexpr int length = 50;
@@ -255,6 +288,8 @@ TEST(RealtimeFeed, ErrorOfTheInputReachesTheSweep)
             }
         },
         host_error);
+    EXPECT_EQ(frame.stamp.number, 2) << "the last good one";
+    EXPECT_TRUE(frame.last);
 }
 
 TEST(RealtimeFeed, CanBeLeftBeforeItsEnd)
