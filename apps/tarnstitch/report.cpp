@@ -7,6 +7,7 @@
 #include <array>
 #include <cmath>
 #include <cstdio>
+#include <utility>
 
 #include "judgement.h"
 
@@ -43,9 +44,23 @@ std::string time_between(double earlier, double time)
     return text.data();
 }
 
-/// What may help a sweep that could not be stitched: the first of the reasons that its frames give. "" when there is
-/// nothing to try.
-std::string help_for(const sweep_result& result, frame_turn turn)
+/// The first turn of those there are that has not been tried: with every other one features are found anew.
+std::string untried_turn(const std::vector<frame_turn>& tried)
+{
+    constexpr std::array<std::pair<frame_turn, const char*>, 3> turns = {
+        {{frame_turn::none, "--turn none"},
+         {frame_turn::counter_clockwise, "--turn ccw"},
+         {frame_turn::clockwise, "--turn cw"}}};
+    for (const auto& [turn, option] : turns) {
+        if (std::find(tried.begin(), tried.end(), turn) == tried.end()) {
+            return option;
+        }
+    }
+    return "";
+}
+
+/// What the user can do about what most frames met; "" if there is no such thing.
+std::string help_by_codes(const sweep_result& result)
 {
     struct reason {
         int code;
@@ -54,32 +69,47 @@ std::string help_for(const sweep_result& result, frame_turn turn)
 
     // Codes of the live path, and what the user was told by them.
     static constexpr std::array reasons = {
-        reason{4, "the camera moved against --direction: another direction, or none"},
         reason{5, "the camera moved too fast: a slower sweep, or a higher frame rate"},
         reason{6, "the frames are skewed: hold the camera level, turn it about one axis only"},
         reason{3, "there is too little to see: more texture, more light"},
         reason{2, "there is little to see: more texture, more light"},
         reason{0, "frames did not fit to what was before: overlap more, come back to where the panorama ends"},
     };
-    for (const reason& one : reasons) {
-        if (many_with_code(result, one.code)) {
-            return std::string("what may help: ") + one.help;
-        }
+    const auto* const met = std::find_if(reasons.begin(), reasons.end(), [&result](const reason& one) {
+        return many_with_code(result, one.code);
+    });
+    return met == reasons.end() ? "" : met->help;
+}
+
+/// What may help a sweep that could not be stitched; "" when there is nothing to try. Frames that were left out come
+/// before all but the direction: without them points are lost and distances grow, which is what the codes tell of.
+std::string help_for(const sweep_result& result, const tried_ways& tried)
+{
+    constexpr int wrong_way = 4;
+    if (many_with_code(result, wrong_way)) {
+        return "what may help: the camera moved against --direction: another direction, or none";
     }
     std::string help;
     const auto add = [&help](const std::string& more) {
-        help += (help.empty() ? "what may help: " : "; or ") + more;
+        if (!more.empty()) {
+            help += (help.empty() ? "what may help: " : "; or ") + more;
+        }
     };
+    if (!tried.thinning.empty()) {
+        add("all frames, without " + tried.thinning);
+    }
+    if (const std::string by_codes = help_by_codes(result); !by_codes.empty()) {
+        add(by_codes);
+        return help;
+    }
     if (result.fitted_seconds >= 0.0 && result.failed_seconds > result.fitted_seconds) {
         add("--end " + time_between(result.fitted_seconds, result.misfit_seconds)
             + " for the part before, --start " + time_between(result.fitted_seconds, result.failed_seconds)
             + " for the part after");
-    } else if (result.frames > 1) {
+    } else if (result.frames > 1 && tried.thinning.empty()) {
         add("smaller steps between the pictures");
     }
-    if (turn != frame_turn::none) {
-        add("--turn none");
-    }
+    add(untried_turn(tried.turns));
     return help;
 }
 
@@ -112,7 +142,7 @@ std::string code_key(int code)
     return key;
 }
 
-std::vector<std::string> notes_on(const sweep_result& result, frame_turn turn,
+std::vector<std::string> notes_on(const sweep_result& result, const tried_ways& tried,
                                   const std::string& partial_panorama)
 {
     const std::string what_is_left = partial_panorama.empty()
@@ -128,7 +158,7 @@ std::vector<std::string> notes_on(const sweep_result& result, frame_turn turn,
                         ? failed_key_frame(result) + " could not be joined to the panorama"
                         : "the panorama could not be finished")
                  + what_is_left};
-        if (const std::string help = help_for(result, turn); !help.empty()) {
+        if (const std::string help = help_for(result, tried); !help.empty()) {
             notes.push_back(help);
         }
         return notes;

@@ -19,11 +19,16 @@ const char* code_name(int code);
 /// The same for files that programs read: "few_details".
 std::string code_key(int code);
 
+/// What has been tried already, and is not to be advised.
+struct tried_ways {
+    std::vector<frame_turn> turns;  ///< of the frames, try by try
+    std::string thinning;  ///< options by which frames were left out, "--step and --fps"; "" if there are none
+};
+
 /// What a user should know about a sweep beside the summary, a line for each: where and why it broke and what may
 /// help, or in what it falls short.
-/// @param turn              of the frames in this sweep
 /// @param partial_panorama  where the part that was composed has been written; "" if nowhere
-std::vector<std::string> notes_on(const sweep_result& result, frame_turn turn,
+std::vector<std::string> notes_on(const sweep_result& result, const tried_ways& tried,
                                   const std::string& partial_panorama);
 
 /// What was lost on the way to the library.

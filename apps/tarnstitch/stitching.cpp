@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <array>
 #include <chrono>
+#include <exception>
 #include <filesystem>
 #include <iostream>
 #include <memory>
@@ -105,6 +106,16 @@ private:
         return "--realtime";
     }
 
+    /// The options by which frames of the stretch asked for are left out, as they are to be dropped: "--step".
+    std::string thinning() const
+    {
+        std::string options = asked_.selection.step > 1 ? "--step" : "";
+        if (asked_.selection.fps > 0.0) {
+            options += options.empty() ? "--fps" : " and --fps";
+        }
+        return options;
+    }
+
     frame_turn first_turn(const source_facts& facts) const
     {
         return asked_.turn == turn_choice::automatic ? facts.as_recorded : turn_for(asked_.turn);
@@ -113,6 +124,7 @@ private:
     attempt make_attempt(std::unique_ptr<frame_source> source, frame_turn turn)
     {
         ++summary_.tries;
+        turns_.push_back(turn);
         attempt made;
         made.turn = turn;
         frame_feed feed(std::move(source), asked_.selection, turn, looked_at_);
@@ -220,7 +232,7 @@ private:
         summary_.code = code_of(done);
 
         const std::string partial = summary_.written.whole ? "" : summary_.written.panorama.file;
-        std::vector<std::string> notes = notes_on(result, done.turn, partial);
+        std::vector<std::string> notes = notes_on(result, {turns_, thinning()}, partial);
         for (const std::string& line : errors) {
             say(line);
         }
@@ -271,7 +283,8 @@ private:
     run_summary& summary_;
     const panorama_files files_;
     const scratch_directory scratch_;
-    int looked_at_ = 0;  ///< pictures, in the tries so far
+    int looked_at_ = 0;              ///< pictures, in the tries so far
+    std::vector<frame_turn> turns_;  ///< of the frames, try by try
     std::optional<output_metadata> metadata_;
 };
 
@@ -306,6 +319,10 @@ void run_apart(const options& asked, run_summary& summary)
     } catch (const host_error& error) {
         summary.code = error.code();
         summary.error = error.what();
+        say(summary.error);
+    } catch (const std::exception& error) {
+        summary.code = exit_code::not_stitched;
+        summary.error = std::string("unexpected error: ") + error.what();
         say(summary.error);
     }
     if (!std::cout.flush() && !asked.log.empty()) {

@@ -78,7 +78,8 @@ expect_equal "turn of the second try's panorama" 0 "$("$media" turn first.png se
 
 # What is advised can be followed: the part before the break ends with the last frame that fitted.
 run 1 "$samples/river_pan.mp4" -o advised.jpg --step 20 --frames advised.csv
-advice=$(grep -oP 'what may help: \K--end [0-9.]+ for the part before, --start [0-9.]+' stderr) \
+advice=$(grep -oP 'what may help: all frames, without --step; or \K--end [0-9.]+ for the part before, --start [0-9.]+' \
+  stderr) \
   || fail "no advice on times"
 read -r _ end _ _ _ _ _ start <<<"$advice"
 run 0 "$samples/river_pan.mp4" -o before.jpg --step 20 --end "$end" --no-retry --turn cw --frames before.csv
@@ -88,6 +89,7 @@ run 0 "$samples/river_pan.mp4" -o after.jpg --step 20 --start "$start"
 # None of it for those who have done it already.
 run 1 "$samples/river_pan.mp4" -o none.jpg --step 20 --turn none --no-retry
 ! grep -qF -e "--turn none" stderr || fail "--turn none is advised, and was given"
+expect_said "; or --turn ccw"
 
 # A second try that cannot be made leaves the first one's part: the input goes while the first one is under way.
 cp -p "$samples/parking_pan.mp4" going.mp4 # with its time, which goes into the panorama

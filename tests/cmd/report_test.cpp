@@ -75,6 +75,9 @@ TEST(Report, SummaryCountsFramesByCodeName)
     EXPECT_NE(summary_line(result, written_files(), {}, 1.0).find("no panorama"), std::string::npos);
 }
 
+/// What the program does of its own accord.
+const tried_ways both_ways = {{frame_turn::counter_clockwise, frame_turn::clockwise}, ""};
+
 TEST(Report, BrokenSweepSaysWhereAndWhatIsLeft)
 {
     sweep_result result;
@@ -83,13 +86,13 @@ TEST(Report, BrokenSweepSaysWhereAndWhatIsLeft)
     result.broken_at_frame = 57;
     result.failed_key_frame = 4;
     result.failed_frame = 41;
-    ASSERT_EQ(notes_on(result, frame_turn::clockwise, "x-partial.jpg").size(), 2U);
+    ASSERT_EQ(notes_on(result, both_ways, "x-partial.jpg").size(), 2U);
     EXPECT_EQ(
-        notes_on(result, frame_turn::clockwise, "x-partial.jpg")[0],
+        notes_on(result, both_ways, "x-partial.jpg")[0],
         "stitching failed at frame 57: key frame 4 (frame 41) could not be joined to the panorama; what was "
         "composed until then is in x-partial.jpg");
     EXPECT_EQ(
-        notes_on(result, frame_turn::clockwise, "")[0],
+        notes_on(result, both_ways, "")[0],
         "stitching failed at frame 57: key frame 4 (frame 41) could not be joined to the panorama; nothing of "
         "a panorama is left");
 }
@@ -100,7 +103,7 @@ TEST(Report, BrokenSweepSaysWhatMayHelp)
     result.outcome = sweep_outcome::pipeline_failed;
     result.frames = 100;
     count_of(result, 1) = 100;
-    const auto help = [&result] { return notes_on(result, frame_turn::clockwise, "").back(); };
+    const auto help = [&result] { return notes_on(result, both_ways, "").back(); };
     EXPECT_NE(help().find("smaller steps"), std::string::npos) << help();
     EXPECT_NE(help().find("; or --turn none"), std::string::npos) << help();
     result.fitted_seconds = 1.6;
@@ -134,11 +137,33 @@ TEST(Report, NothingIsAdvisedThatWasDoneOrCannotBe)
     sweep_result result;
     result.outcome = sweep_outcome::pipeline_failed;
     result.frames = 100;
-    EXPECT_EQ(notes_on(result, frame_turn::none, "").back(),
-              "what may help: smaller steps between the pictures");
+    const auto help = [&result](const tried_ways& tried) { return notes_on(result, tried, "").back(); };
+    EXPECT_EQ(help({{frame_turn::none}, ""}),
+              "what may help: smaller steps between the pictures; or --turn ccw");
+    EXPECT_EQ(help({{frame_turn::none, frame_turn::counter_clockwise}, ""}),
+              "what may help: smaller steps between the pictures; or --turn cw");
     result.frames = 1;
-    EXPECT_EQ(notes_on(result, frame_turn::clockwise, "").back(), "what may help: --turn none");
-    EXPECT_EQ(notes_on(result, frame_turn::none, "").size(), 1U);
+    EXPECT_EQ(help(both_ways), "what may help: --turn none");
+    EXPECT_EQ(
+        notes_on(result, {{frame_turn::none, frame_turn::counter_clockwise, frame_turn::clockwise}, ""}, "")
+            .size(),
+        1U);
+}
+
+TEST(Report, FramesThatWereLeftOutAreAdvisedFirst)
+{
+    sweep_result result;
+    result.outcome = sweep_outcome::pipeline_failed;
+    result.frames = 100;
+    const tried_ways every_third = {both_ways.turns, "--step"};
+    EXPECT_EQ(notes_on(result, every_third, "").back(),
+              "what may help: all frames, without --step; or --turn none");
+    count_of(result, 2) = 100;
+    EXPECT_EQ(notes_on(result, every_third, "").back(),
+              "what may help: all frames, without --step; or there is little to see: more texture, more light");
+    count_of(result, 4) = 100;
+    EXPECT_EQ(notes_on(result, every_third, "").back(),
+              "what may help: the camera moved against --direction: another direction, or none");
 }
 
 TEST(Judgement, SecondTryMayHelpUnlessManyFramesWentTheWrongWay)
@@ -185,11 +210,11 @@ TEST(Report, CompleteSweepThatLostAKeyFrameSaysSo)
 {
     sweep_result result;
     result.frames = 50;
-    EXPECT_TRUE(notes_on(result, frame_turn::clockwise, "").empty());
+    EXPECT_TRUE(notes_on(result, both_ways, "").empty());
     result.failed_key_frame = 3;
     result.failed_frame = 20;
-    ASSERT_EQ(notes_on(result, frame_turn::clockwise, "").size(), 1U);
-    EXPECT_NE(notes_on(result, frame_turn::clockwise, "")[0].find("key frame 3 (frame 20)"), std::string::npos);
+    ASSERT_EQ(notes_on(result, both_ways, "").size(), 1U);
+    EXPECT_NE(notes_on(result, both_ways, "")[0].find("key frame 3 (frame 20)"), std::string::npos);
 }
 
 TEST(Progress, EveryCodeThatAsksForSomethingHasItsAdvice)
