@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // Being told to stop. The first SIGINT (Ctrl-C) only asks for it: the sweep ends as if its last frame had come. The
-// second one, SIGTERM, SIGHUP and whatever else ends a process by default end the program at once, after the temporary
-// files and directories named here have been removed. So they are when a library calls exit() or abort().
+// second one, SIGTERM, SIGHUP and the other signals by which users, terminals, timers and limits end a process end the
+// program at once, after the temporary files and directories named here have been removed. So they are when a library
+// calls exit() or abort().
 //
 // The signals are blocked in every thread and awaited by one of their own, which may therefore do ordinary
 // work: no code runs in a signal handler. It then ends the program by the same signal, so that the caller

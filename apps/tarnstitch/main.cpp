@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // tarnstitch: stitches a recorded sweep with the library, as a camera application would live.
+#include <cerrno>
 #include <exception>
 #include <iostream>
 #include <string>
@@ -21,7 +22,8 @@ exit_code run(int argc, char** argv)
     const options asked = parse_options(argc, argv);
     if (asked.help || asked.version) {
         std::cout << (asked.help ? help_text() : version_text()) << std::flush;
-        if (!std::cout) {
+        // A reader that has seen enough, as head(1), is none.
+        if (!std::cout && errno != EPIPE) {
             throw host_error(exit_code::output_failed, "cannot write to standard output");
         }
         return exit_code::done;

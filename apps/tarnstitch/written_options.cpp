@@ -22,10 +22,16 @@ bool has_name(const option_row& row, const std::string& name)
     return false;
 }
 
-/// What a user may have meant by a name that there is not: the long name that least has to be changed to become it,
-/// by two characters at most; "" if there is none.
+/// What a user may have meant by a name that there is not: a long name that begins with it, or else the one that least
+/// has to be changed to become it, by two characters at most; "" if there is none.
 std::string meant_by(const std::string& name)
 {
+    constexpr std::size_t dashes = 2;
+    for (const option_row& row : option_table()) {
+        if (name.size() > dashes && !is_positional(row) && long_name(row).compare(0, name.size(), name) == 0) {
+            return long_name(row);
+        }
+    }
     std::string nearest;
     std::size_t least = 3;
     for (const option_row& row : option_table()) {

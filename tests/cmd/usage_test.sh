@@ -33,6 +33,13 @@ code=0
 expect_equal "exit code with a full standard output" 4 $code
 expect_equal "said of a full standard output" "tarnstitch: cannot write to standard output" "$(cat stderr)"
 
+# A reader that has gone is none: it has seen enough.
+mkfifo unread
+exec 7<>unread 8>unread 7<&-
+"$program" --help >&8 2>stderr || fail "--help for a reader that has gone"
+exec 8>&-
+expect_equal "said of a reader that has gone" "" "$(cat stderr)"
+
 # wrong SENTENCE ARGUMENT...: the arguments, behind an input, are refused with just this sentence.
 wrong() {
   local sentence=$1
@@ -48,6 +55,7 @@ expect_error 2 "an INPUT needs a name, and one is empty $hint" ""
 
 # Unknown options, and what may have been meant.
 wrong "there is no option --ouput; do you mean --output? $hint" --ouput a.jpg
+wrong "there is no option --out; do you mean --output? $hint" --out a.jpg
 wrong "there is no option -x (in -qx) $hint" -qx
 
 # Values that are missing, also where another option stands in their place.
