@@ -63,7 +63,7 @@ bool write_all(int descriptor, const std::vector<unsigned char>& bytes)
     return true;
 }
 
-// A name in the directory of `path` for mkstemp to complete, no longer than the shortest name that is written here:
+// A name in the directory of `path` for mkostemp to complete, no longer than the shortest name that is written here:
 // where that one fits into the limits of the system, this one does.
 std::string temporary_name(const std::string& path)
 {
@@ -83,11 +83,10 @@ bool write_private_jpeg(const std::string& path, const cv::Mat& image)
     } catch (const std::exception&) {
         return false;  // more pixels than the format takes, or too little memory: like any file that is not written
     }
-    const int descriptor = mkstemp(temporary.data());  // a new file of mode 0600
+    const int descriptor = mkostemp(temporary.data(), O_CLOEXEC);  // a new file of mode 0600
     if (descriptor < 0) {
         return false;
     }
-    fcntl(descriptor, F_SETFD, FD_CLOEXEC);
     const bool written = write_all(descriptor, bytes);
     // Some file systems find out only now that they are full.
     if (close(descriptor) != 0 || !written || std::rename(temporary.c_str(), path.c_str()) != 0) {
