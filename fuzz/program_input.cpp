@@ -27,9 +27,11 @@ constexpr std::size_t most_characters = 40;
 void check_arguments(input_bytes& input)
 {
     static const std::vector<std::string> known = {
-        "-o",    "--output", "--preview",   "--frames",  "--turn", "--crop", "--step", "--fps",      "--start",
-        "--end", "--json",   "--direction", "--workers", "--help", "--",     "-",      "right",      "none",
-        "3",     "0:01:30",  "clip.mp4",    "-q",        "1e9",    "nan",    "jpg",    "--realtime", ""};
+        "-o",      "--output",   "--preview",   "--frames",    "--turn",     "--crop",    "--step", "--fps",
+        "--start", "--end",      "--json",      "--direction", "--workers",  "--help",    "--",     "-",
+        "right",   "none",       "3",           "0:01:30",     "clip.mp4",   "-q",        "1e9",    "nan",
+        "jpg",     "--realtime", "--keep-work", "--log",       "--no-retry", "--quality", "--show", "--version",
+        ""};
     std::vector<std::string> arguments = {"tarnstitch"};
     const int count = input.integer(0, 12);
     for (int i = 0; i < count; ++i) {

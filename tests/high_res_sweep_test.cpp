@@ -458,7 +458,6 @@ protected:
     void SetUp() override
     {
         HighResSweep::SetUp();
-        max_wait_seconds = 600;  // no wait may end for slowness of the machine
         sweep_ = slide(cv::Size(480, 360), moving_left, 9.0, 40);
         expected_ = panorama_of(sweep_);
         workers_ = tarn_stitcher.big_frame_index;

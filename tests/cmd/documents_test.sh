@@ -23,9 +23,9 @@ for option in "${options[@]}"; do
   grep -qF -e "$option" "$documents/_tarnstitch" || fail "zsh does not know $option"
 done
 # Every option is tested on the program itself.
+commands=$(grep -hv '^ *#' "$(dirname "${BASH_SOURCE[0]}")"/*_test.sh | grep -E 'program"|run [0-9]|expect_error|wrong |press')
 for option in "${options[@]}"; do
-  grep -rqF --include='*_test.sh' --exclude=documents_test.sh -e " $option" "$(dirname "${BASH_SOURCE[0]}")" \
-    || fail "no test runs the program with $option"
+  grep -qF -e " $option" <<<"$commands" || fail "no test runs the program with $option"
 done
 for code in 0 1 2 3 4 130; do
   grep -qx "\.B $code" "$documents/tarnstitch.1" || fail "the manual page is without exit code $code"

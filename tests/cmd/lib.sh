@@ -5,6 +5,10 @@
 # the samples, the media tool. Each test works in a fresh directory, $work, and gives the program a directory for
 # temporary files of its own, so that what is left behind shows.
 
+# The tests read and write numbers with a decimal point, and their messages are English.
+export LC_ALL=C
+unset OPENCV_LOG_LEVEL
+
 program=$1
 samples=$2
 media=$3

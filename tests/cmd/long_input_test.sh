@@ -22,7 +22,7 @@ peak() {
 few=$(peak $short)
 many=$(peak "$long")
 echo "peak memory: $few KiB after $short frames, $many KiB after $long"
-# One frame has 225 KiB: if they were kept, the difference would be hundreds of megabytes.
+# One frame has 225 KiB: if they were kept, the difference would be more than a hundred megabytes.
 ((many - few < 40000)) || fail "$((many - few)) KiB more for $((long - short)) frames more"
 
 echo "passed"

@@ -69,7 +69,7 @@ press() {
 # The window shows the preview, with the green outline of the current frame. A screenshot can be taken where there is
 # import(1) of ImageMagick; SCREENSHOT names a file for it, to be looked at.
 if command -v import >/dev/null; then
-  "$program" "$samples/river_pan.mp4" --show --realtime -o shown.jpg 2>stderr &
+  "$program" swing.avi --show --realtime -o shown.jpg 2>stderr &
   started=$!
   outline=0
   until ((outline > 500)); do
@@ -88,7 +88,7 @@ fi
 press q
 expect_equal "exit code after q" 0 $code
 expect_file q.jpg
-frames=$(grep -oP '"handed_over": \K[0-9]+' summary.json)
+frames=$(grep -oP '"frames_met": \K[0-9]+' summary.json)
 ((frames < 800)) || fail "q did not end the sweep"
 
 press Escape

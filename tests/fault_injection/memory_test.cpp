@@ -75,11 +75,11 @@ TEST_F(LittleMemory, SweepIsAnsweredWithWhateverRoomThereIs)
         std::cout.rdbuf(nullptr);  // the fixture's stream takes memory of its own
         const std::vector<unsigned char> undisturbed = whole_sweep(directory());
         require(!undisturbed.empty(), "a sweep with room");
-        max_wait_seconds = 1;
         for (const rlim_t room :
              {0UL, 1UL, 2UL, 3UL, 4UL, 6UL, 8UL, 12UL, 16UL, 24UL, 32UL, 48UL, 64UL, 96UL, 128UL}) {
             resetStitch(directory().c_str());
             {
+                max_wait_seconds = 1;  // for workers that were never started
                 const little_room limited(room * megabyte);
                 for (std::size_t i = 0; i < frames().size(); ++i) {
                     const int code = feed(i);
@@ -89,6 +89,7 @@ TEST_F(LittleMemory, SweepIsAnsweredWithWhateverRoomThereIs)
                 }
                 require(wait_for_workers(), "workers end");
             }
+            max_wait_seconds = patient_wait;
             require(whole_sweep(directory()) == undisturbed, "with room again, a sweep like any other");
         }
     });

@@ -159,6 +159,7 @@ struct meeting {
     bool arrived = false;
     int held_index = 0;   // a worker that waits at turn_taken until the end begins
     int stuck_index = 0;  // a worker that is to get stuck in its file
+    bool writer_stuck = false;
     bool ending = false;
 };
 
@@ -198,6 +199,21 @@ void await_arrival()
     meeting& m = the_meeting();
     std::unique_lock<std::mutex> lock(m.mutex);
     m.changed.wait(lock, [&m] { return m.arrived; });
+}
+
+void tell_that_a_writer_is_stuck()
+{
+    meeting& m = the_meeting();
+    const std::lock_guard<std::mutex> lock(m.mutex);
+    m.writer_stuck = true;
+    m.changed.notify_all();
+}
+
+void await_stuck_writer()
+{
+    meeting& m = the_meeting();
+    std::unique_lock<std::mutex> lock(m.mutex);
+    m.changed.wait(lock, [&m] { return m.writer_stuck; });
 }
 
 void let_go()
@@ -280,6 +296,7 @@ extern "C" ssize_t write(int descriptor, const void* bytes, size_t count)
     struct stat status = {};
     if (writers_get_stuck && descriptor > STDERR_FILENO && fstat(descriptor, &status) == 0
         && S_ISREG(status.st_mode)) {
+        tell_that_a_writer_is_stuck();
         char none = 0;
         [[maybe_unused]] const ssize_t end = read(stuck_until_closed[0], &none, 1);
     }
@@ -310,6 +327,7 @@ int main(int argc, char** argv)
         const int index = std::atoi(words[3].c_str());
         the_meeting().stuck_index = index;
         reach(worker_stage::frame_described, index);
+        await_stuck_writer();
         rest(draw(0, 30000));
     } else if (parse_stage(moment, stage)) {
         reach(stage, std::atoi(words[3].c_str()));

@@ -129,6 +129,7 @@ void stitcher_fixture::SetUp()
     caught_output().str("");
     console = std::cout.rdbuf(&caught_output());
 
+    max_wait_seconds = patient_wait;
     resetStitch(directory_.c_str());
 }
 
@@ -142,7 +143,7 @@ void stitcher_fixture::TearDown()
     wait_for_workers();
     worker_stage_hook = nullptr;
 
-    max_wait_seconds = 20;
+    max_wait_seconds = usual_wait;
     test_image_path.clear();
     if (cv::getNumThreads() != opencv_threads_)
         cv::setNumThreads(opencv_threads_);

@@ -24,12 +24,16 @@ int scaled_count(int count, int least);
 
 /// Resets everything that tests can change in the library, before and after each test.
 ///
-/// What it does before: makes a private directory root() and in it directory(), starts a task there, and
-/// catches what is written to std::cout. After: starts an empty task, so that workers still in flight leave,
+/// What it does before: makes a private directory root() and in it directory(), lets workers and the last frame wait
+/// for patient_wait seconds, so that no machine is too busy, starts a task, and catches what is written to std::cout.
+/// After: starts an empty task, so that workers still in flight leave,
 /// lets go those that were held, waits until there is none, restores what a new task does not reset
 /// (max_wait_seconds, test_image_path, the stage hook, OpenCV's number of threads) and removes root().
 class stitcher_fixture : public ::testing::Test {
 protected:
+    static constexpr int patient_wait = 600;  ///< s
+    static constexpr int usual_wait = 20;     ///< s, what the library begins with
+
     void SetUp() override;
     void TearDown() override;
 

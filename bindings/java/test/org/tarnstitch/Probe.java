@@ -39,7 +39,7 @@ public final class Probe {
         }
     }
 
-    private static void panorama(Path directory) throws IOException {
+    private static void panorama(Path directory) throws IOException, InterruptedException {
         try (TarnStitch sweep = TarnStitch.reset(directory)) {
             sweep.stitch(Frames.madeUp(WIDTH, HEIGHT, 0), WIDTH, HEIGHT, 4 * WIDTH, Direction.NONE, true);
             if (!sweep.panorama().get().equals(directory.resolve("big_stitch.jpg"))) {
@@ -68,10 +68,10 @@ public final class Probe {
     }
 
     /**
-     * 200 sweeps of 50 frames, each in the middle of its work when the next one begins. Prints the memory that
-     * the process occupies, in KiB, after every ten.
+     * 200 sweeps of 50 frames, most in the middle of their work when the next one begins. Prints the memory that
+     * the process occupies, in KiB, after every ten, when no worker has an image of its own.
      */
-    private static void memory(Path directory) throws IOException {
+    private static void memory(Path directory) throws IOException, InterruptedException {
         int sweeps = 200;
         ByteBuffer[] frames = new ByteBuffer[50];
         for (int i = 0; i < frames.length; ++i) {
@@ -85,6 +85,7 @@ public final class Probe {
                 pixels += sweep.preview().pixels().length;
             }
             if (i % 10 == 0) {
+                sweep.holdBack(0);
                 System.gc();
                 System.err.println("resident " + residentKiB());
             }

@@ -62,7 +62,6 @@ class ThreadTest {
             Call<FrameResult> last = new Call<>(() -> stitchLarge(sweep, true));
             last.awaitInside();
             assertTrue(sweep.preview().isEmpty());
-            assertFalse(sweep.panorama().isPresent() && last.isAlive());
             assertTrue(sweep.pendingKeyFrames() >= 0);
             last.get();
         }
@@ -99,14 +98,18 @@ class ThreadTest {
 
     @Test
     void anInterruptEndsHoldBack() throws Exception {
-        try (TarnStitch sweep = begin()) {
-            stitchLarge(sweep, false);
-            Thread.currentThread().interrupt();
-            if (sweep.pendingKeyFrames() > 0) {
-                assertThrows(InterruptedException.class, () -> sweep.holdBack(0));
+        boolean interrupted = false;
+        for (int sweeps = 0; !interrupted; ++sweeps) {
+            assertTrue(sweeps < 100, "an interrupt that nobody minds");
+            try (TarnStitch sweep = begin()) {
+                stitchLarge(sweep, false);
+                Thread.currentThread().interrupt();
+                sweep.holdBack(0); // returns only if the key frame was through before
+            } catch (InterruptedException expected) {
+                interrupted = true;
+            } finally {
+                Thread.interrupted();
             }
-        } finally {
-            Thread.interrupted();
         }
     }
 
