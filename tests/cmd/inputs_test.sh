@@ -103,6 +103,14 @@ expect_equal "turn of its preview" 0 "$("$media" turn slide/1.png exif-upright.p
 run 0 "a:turned video.mp4" -o turned.jpg --step 5
 expect_equal "turn by the display matrix" 90 "$("$media" turn first.png turned.jpg 1)"
 
+# A name is a file's, whatever it looks like: nothing is looked for elsewhere.
+for directory in a:b http: file: concat:; do
+  mkdir "$directory"
+  cp "$samples/parking_pan.mp4" "$directory/clip.mp4"
+  run 0 "$directory/clip.mp4" --end 0.5
+  rm clip-panorama.jpg
+done
+
 # A video whose name ends in a number is a video, and one with a broken stretch does not crash the program.
 cp "$samples/parking_pan.mp4" ./-shot7.mp4
 run 0 --step 5 -- -shot7.mp4

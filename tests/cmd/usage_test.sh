@@ -35,7 +35,8 @@ expect_equal "said of a full standard output" "tarnstitch: cannot write to stand
 
 # A reader that has gone is none: it has seen enough.
 mkfifo unread
-exec 7<>unread 8>unread 7<&-
+exec 7<>unread
+exec 8>unread 7<&-
 "$program" --help >&8 2>stderr || fail "--help for a reader that has gone"
 exec 8>&-
 expect_equal "said of a reader that has gone" "" "$(cat stderr)"
