@@ -6,10 +6,12 @@
 
 #include <algorithm>
 #include <array>
+#include <cmath>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
 #include <fstream>
+#include <limits>
 
 namespace tarn::host {
 
@@ -164,10 +166,11 @@ std::optional<box> first_video_track(box_reader& reader)
     return std::nullopt;
 }
 
-/// The units in which a media's times are given; 0 when they are not known.
-std::uint32_t units_per_second(box_reader& reader, const box& media)
+/// The units in which the header of a movie ("mvhd") or a media ("mdhd") says that its times are given; 0 when they
+/// are not known.
+std::uint32_t units_per_second(box_reader& reader, const char* type, const box& parent)
 {
-    const auto header = reader.find("mdhd", media);
+    const auto header = reader.find(type, parent);
     unsigned char version = 0;
     if (!header || !reader.read(header->begin, &version, 1)) {
         return 0;
@@ -219,6 +222,82 @@ std::vector<run_of_pictures> runs_in(box_reader& reader, const char* type, const
     return runs;
 }
 
+/// When the pictures in a media's sample table are due, in its units, in that order; empty when that is not known.
+std::vector<double> listed_times(box_reader& reader, const box& table)
+{
+    std::vector<double> times;
+    double decoded = 0.0;
+    for (const run_of_pictures& run : runs_in(reader, "stts", table)) {
+        if (run.count > most_pictures - times.size()) {
+            return {};
+        }
+        for (std::uint32_t i = 0; i < run.count; ++i, decoded += run.value) {
+            times.push_back(decoded);
+        }
+    }
+    std::size_t next = 0;
+    for (const run_of_pictures& run : runs_in(reader, "ctts", table)) {
+        for (std::uint32_t i = 0; i < run.count && next < times.size(); ++i) {
+            // Signed in fact, whatever the version of the box says.
+            times[next++] += static_cast<std::int32_t>(run.value);
+        }
+    }
+    std::sort(times.begin(), times.end());
+    return times;
+}
+
+/// From one time, in a media's units, to before another.
+struct stretch {
+    double begin = 0.0;
+    double end = std::numeric_limits<double>::infinity();
+};
+
+/// What an edit list shows of its media. Nothing for a list of an unusual kind, of which decoders make different
+/// things: the usual one has a single edit, at the rate of the recording, perhaps behind a wait.
+std::optional<stretch> stretch_shown(box_reader& reader, const box& edits, double units_of_movie,
+                                     double units_of_media)
+{
+    constexpr std::size_t head = 8;  // version and flags, count
+    constexpr std::size_t longest_edit = 20;
+    constexpr std::size_t most_edits = 8;
+    std::array<unsigned char, head + most_edits * longest_edit> bytes{};
+    const auto size = static_cast<std::size_t>(std::min<std::uint64_t>(edits.end - edits.begin, bytes.size()));
+    if (size < head || !reader.read(edits.begin, bytes.data(), size)) {
+        return std::nullopt;
+    }
+    const int version = bytes[0];
+    const std::uint64_t count = big_endian(bytes.data() + 4, 4);
+    const std::size_t word = version == 1 ? 8 : 4;
+    const std::size_t edit_size = 2 * word + 4;
+    if (count == 0) {
+        return stretch();
+    }
+    if (version > 1 || count > (size - head) / edit_size) {
+        return std::nullopt;
+    }
+
+    const auto number = [word](const unsigned char* at) { return big_endian(at, static_cast<int>(word)); };
+    const unsigned char* const last = bytes.data() + head + (count - 1) * edit_size;
+    const std::uint64_t lowest_negative = std::uint64_t{1} << (8 * word - 1);
+    const std::uint64_t wait = lowest_negative | (lowest_negative - 1);  // -1
+    for (const unsigned char* edit = bytes.data() + head; edit != last; edit += edit_size) {
+        if (number(edit + word) != wait) {
+            return std::nullopt;
+        }
+    }
+    const std::uint64_t duration = number(last);  // in the movie's units
+    const std::uint64_t begin = number(last + word);
+    constexpr std::uint64_t recorded_rate = 0x10000;  // 1, in fixed point
+    if (begin >= lowest_negative || duration == 0 || big_endian(last + 2 * word, 4) != recorded_rate
+        || units_of_movie == 0.0) {
+        return std::nullopt;
+    }
+    stretch shown;
+    shown.begin = static_cast<double>(begin);
+    shown.end = shown.begin + std::round(static_cast<double>(duration) * units_of_media / units_of_movie);
+    return shown;
+}
+
 }  // namespace
 
 std::optional<int> display_quarter_turns(const std::string& file)
@@ -228,37 +307,38 @@ std::optional<int> display_quarter_turns(const std::string& file)
     return track ? std::optional<int>(quarter_turns_of(reader, *track)) : std::nullopt;
 }
 
-std::vector<double> picture_times(const std::string& file)
+shown_pictures pictures_shown(const std::string& file)
 {
     box_reader reader(file);
+    const auto movie = reader.find("moov", reader.whole());
     const auto track = first_video_track(reader);
     const auto media = track ? reader.find("mdia", *track) : std::nullopt;
-    const std::uint32_t units = media ? units_per_second(reader, *media) : 0;
+    const std::uint32_t units = media ? units_per_second(reader, "mdhd", *media) : 0;
     const auto information = media ? reader.find("minf", *media) : std::nullopt;
     const auto table = information ? reader.find("stbl", *information) : std::nullopt;
     if (!table || units == 0) {
         return {};
     }
-    std::vector<double> times;
-    double decoded = 0.0;
-    for (const run_of_pictures& run : runs_in(reader, "stts", *table)) {
-        if (run.count > most_pictures - times.size()) {
-            return {};
+    shown_pictures shown;
+    shown.times = listed_times(reader, *table);
+    const auto container = reader.find("edts", *track);
+    const auto edits = container ? reader.find("elst", *container) : std::nullopt;
+    // Where the pictures are listed elsewhere, in fragments of the movie, edit lists are not heeded.
+    if (edits && !shown.times.empty()) {
+        const auto all = shown.times.size();
+        const auto kept = stretch_shown(reader, *edits, units_per_second(reader, "mvhd", *movie), units);
+        if (!kept) {
+            return {{}, true};
         }
-        for (std::uint32_t i = 0; i < run.count; ++i, decoded += run.value) {
-            times.push_back(decoded);
-        }
+        const auto from = [&shown](double time) {
+            return std::lower_bound(shown.times.begin(), shown.times.end(), time);
+        };
+        shown.times.erase(from(kept->end), shown.times.end());
+        shown.times.erase(shown.times.begin(), from(kept->begin));
+        shown.edited = shown.times.size() != all;
     }
-    std::size_t next = 0;
-    for (const run_of_pictures& run : runs_in(reader, "ctts", *table)) {
-        for (std::uint32_t i = 0; i < run.count && next < times.size(); ++i) {
-            // Signed in fact, whatever the version of the box says.
-            times[next++] += static_cast<std::int32_t>(run.value);
-        }
-    }
-    std::sort(times.begin(), times.end());
-    std::for_each(times.begin(), times.end(), [units](double& time) { time /= units; });
-    return times;
+    std::for_each(shown.times.begin(), shown.times.end(), [units](double& time) { time /= units; });
+    return shown;
 }
 
 std::optional<std::int64_t> recording_time(const std::string& file)

@@ -25,8 +25,15 @@ std::optional<int> display_quarter_turns(const std::string& file);
 /// Nothing for a file that does not say.
 std::optional<std::int64_t> recording_time(const std::string& file);
 
-/// When each picture of the first video track of an MP4 or QuickTime file is shown, in seconds, in that order (time to
-/// sample and composition offset boxes). Nothing for a file of another kind, or one whose index has no such list.
-std::vector<double> picture_times(const std::string& file);
+/// The pictures that a movie shows, which may be fewer than it has: a trim leaves them all in the file.
+struct shown_pictures {
+    std::vector<double> times;  ///< of each, in seconds, in that order; empty when they are not known
+    bool edited = false;        ///< whether they are others than the movie has, or may be
+};
+
+/// What the first video track of an MP4 or QuickTime file shows (time to sample, composition offset and edit list
+/// boxes). Its times are not known for a file of another kind, for one whose index has no list of them, and for an
+/// edit list of an unusual kind.
+shown_pictures pictures_shown(const std::string& file);
 
 }  // namespace tarn::host

@@ -9,9 +9,9 @@
 #include <cmath>
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <system_error>
 #include <unistd.h>
+#include <utility>
 #include <vector>
 
 #include <opencv2/core/utils/logger.hpp>
@@ -19,6 +19,7 @@
 #include <opencv2/videoio.hpp>
 #include <opencv2/videoio/registry.hpp>
 
+#include "avi_chunks.h"
 #include "movie_index.h"
 
 namespace fs = std::filesystem;
@@ -56,15 +57,6 @@ double believable(double value, double most)
     return value > 0.0 && value <= most ? value : 0.0;
 }
 
-/// Whether a file is one of Microsoft's AVI container, in which pictures have numbers and no times.
-bool is_avi(const std::string& name)
-{
-    std::ifstream file(name, std::ios::binary);
-    std::string head(12, '\0');
-    return file.read(head.data(), static_cast<std::streamsize>(head.size())) && head.compare(0, 4, "RIFF") == 0
-           && head.compare(8, 4, "AVI ") == 0;
-}
-
 class video_source : public frame_source {
 public:
     /// @param quarter_turns  by which frames are turned here, clockwise; nothing to leave it to the back-end
@@ -80,14 +72,18 @@ public:
         if (!live) {
             constexpr double most_pictures = 1e8;
             constexpr double most_per_second = 1e4;
-            facts_.announced =
-                static_cast<int>(believable(capture_.get(cv::CAP_PROP_FRAME_COUNT), most_pictures));
+            recorded_ = static_cast<int>(believable(capture_.get(cv::CAP_PROP_FRAME_COUNT), most_pictures));
+            facts_.announced = recorded_;
             facts_.rate = believable(capture_.get(cv::CAP_PROP_FPS), most_per_second);
             std::error_code error;
             facts_.rereadable = fs::is_regular_file(name, error);
             facts_.as_recorded = turn_as_recorded(quarter_turns_);
             if (facts_.rereadable) {
-                times_ = picture_times(name);
+                shown_pictures shown = pictures_shown(name);
+                times_ = std::move(shown.times);
+                if (shown.edited) {
+                    facts_.announced = static_cast<int>(times_.size());
+                }
                 constant_rate_ = is_avi(name);
             }
         }
@@ -102,9 +98,13 @@ public:
     {
         // A picture that cannot be decoded looks like the end to some decoders; those behind it may be sound.
         constexpr int most_damaged = 100;
-        int tries = number_ + gaps_ < facts_.announced ? most_damaged : 1;
+        int tries = number_ + gaps_ < recorded_ ? most_damaged : 1;
         while (!grab()) {
             if (--tries == 0) {
+                const int missing = facts_.announced - number_ - gaps_;
+                if (missing > 0 && repeats_among(number_ + gaps_ + 1, missing) == missing) {
+                    facts_.announced = number_ + gaps_;  // nothing is missing
+                }
                 return false;
             }
         }
@@ -139,7 +139,7 @@ public:
 
     int passed_over() const override
     {
-        return gaps_;
+        return damaged_;
     }
 
 private:
@@ -177,6 +177,7 @@ private:
         } else if (number_ > 1) {
             const int skipped = pictures_between(seconds - last_);
             if (number_ + gaps_ + skipped <= facts_.announced) {
+                damaged_ += skipped - repeats_among(number_ + gaps_, skipped);
                 gaps_ += skipped;
             }
         }
@@ -209,13 +210,38 @@ private:
         return std::max(0, static_cast<int>(std::lround(std::min(gap * facts_.rate, most_believable))) - 1);
     }
 
+    /// How many of so many pictures, from the one of this number on, are the one before once more. A decoder gives
+    /// none for them, as for a damaged one.
+    int repeats_among(int number, int count)
+    {
+        if (!constant_rate_ || count <= 0) {
+            return 0;
+        }
+        if (!repeated_) {
+            repeated_ = repeated_pictures(facts_.files.front());
+        }
+        // Numbers begin with the first picture that could be decoded.
+        const double before_first = believable(first_ * facts_.rate, static_cast<double>(repeated_->size()));
+        const std::size_t begin =
+            static_cast<std::size_t>(std::lround(before_first)) + static_cast<std::size_t>(number) - 1;
+        const std::size_t end = std::min(begin + static_cast<std::size_t>(count), repeated_->size());
+        int repeats = 0;
+        for (std::size_t i = begin; i < end; ++i) {
+            repeats += (*repeated_)[i] ? 1 : 0;
+        }
+        return repeats;
+    }
+
     cv::VideoCapture capture_;
     source_facts facts_;
     int quarter_turns_;
     std::vector<double> times_;   ///< of all pictures, as the container lists them; empty if it does not
-    bool constant_rate_ = false;  ///< whether the container knows no other
-    int number_ = 0;              ///< pictures that were decoded
-    int gaps_ = 0;                ///< pictures between them that were not
+    bool constant_rate_ = false;  ///< whether the container knows no other: an AVI
+    std::optional<std::vector<bool>> repeated_;  ///< its repeated_pictures, once they have been needed
+    int recorded_ = 0;                           ///< pictures that the container has, shown or not
+    int number_ = 0;                             ///< pictures that were decoded
+    int gaps_ = 0;                               ///< pictures between them that were not
+    int damaged_ = 0;                            ///< those of them that could not be
     double first_ = 0.0;
     double last_ = 0.0;
     clock::time_point begun_;
