@@ -23,7 +23,6 @@
 #include "frame_source.h"
 #include "host_error.h"
 #include "image_files.h"
-#include "movie_index.h"
 #include "option_documents.h"
 #include "options.h"
 #include "output_file.h"
@@ -70,7 +69,6 @@ using NumberedImages = with_directory;
 using DirectoryImages = with_directory;
 using OutputFile = with_directory;
 using InputName = with_directory;
-using DisplayRotation = with_directory;
 
 /// Makes the directory the one for temporary files.
 class ScratchDirectory : public with_directory {
@@ -96,32 +94,6 @@ protected:
 private:
     std::optional<std::string> before_;
 };
-
-std::string big_endian(std::uint64_t value, int bytes)
-{
-    std::string text;
-    for (int shift = 8 * (bytes - 1); shift >= 0; shift -= 8) {
-        text += static_cast<char>(value >> shift & 0xff);
-    }
-    return text;
-}
-
-/// A box of an MP4 file.
-std::string box(const std::string& type, const std::string& content)
-{
-    return big_endian(content.size() + 8, 4) + type + content;
-}
-
-/// A track with a handler and a display matrix [a b; c d].
-std::string track(const std::string& handler, int a, int b, int c, int d, int version = 0)
-{
-    const auto fixed_point = [](int value) { return big_endian(static_cast<std::uint32_t>(value * 65536), 4); };
-    const std::string header = std::string(1, static_cast<char>(version))
-                               + std::string(version == 1 ? 51 : 39, 0) + fixed_point(a) + fixed_point(b)
-                               + std::string(4, 0) + fixed_point(c) + fixed_point(d) + std::string(24, 0);
-    return box("trak", box("edts", "x") + box("tkhd", header)
-                           + box("mdia", box("mdhd", "y") + box("hdlr", std::string(8, 0) + handler + "name")));
-}
 
 options parsed(std::vector<const char*> arguments)
 {
@@ -325,58 +297,6 @@ TEST_F(InputName, OfASequenceIsWhatStandsBeforeTheNumber)
     EXPECT_EQ(name_of_input(at("stills/%04d.png")), "stills");
     put("literal%d.png");
     EXPECT_EQ(name_of_input(at("literal%d.png")), "literal%d");
-}
-
-TEST_F(DisplayRotation, IsReadFromTheMatrixOfTheFirstVideoTrack)
-{
-    struct matrix_and_turns {
-        int a, b, c, d, quarter_turns;
-    };
-
-    for (const matrix_and_turns& one :
-         {matrix_and_turns{1, 0, 0, 1, 0}, matrix_and_turns{0, 1, -1, 0, 1}, matrix_and_turns{-1, 0, 0, -1, 2},
-          matrix_and_turns{0, -1, 1, 0, 3}, matrix_and_turns{-1, 0, 0, 1, 0} /* a mirror is no turn */}) {
-        for (const int version : {0, 1}) {
-            put("a.mp4", box("ftyp", "isom") + box("mdat", std::string(100, 'm'))
-                             + box("moov", box("mvhd", "z") + track("soun", -1, 0, 0, -1)
-                                               + track("vide", one.a, one.b, one.c, one.d, version)
-                                               + track("vide", -1, 0, 0, -1)));
-            EXPECT_EQ(display_quarter_turns(at("a.mp4")), one.quarter_turns);
-        }
-    }
-}
-
-TEST_F(DisplayRotation, BoxesOf64BitLengthAndUpToTheEndOfTheFileAreFollowed)
-{
-    const std::string movie = box("moov", track("vide", 0, 1, -1, 0));
-    put("long.mp4", big_endian(1, 4) + "mdat" + big_endian(16 + 5, 8) + "media" + movie);
-    EXPECT_EQ(display_quarter_turns(at("long.mp4")), 1);
-    put("open.mp4", box("ftyp", "isom") + big_endian(0, 4) + movie.substr(4));
-    EXPECT_EQ(display_quarter_turns(at("open.mp4")), 1);
-}
-
-TEST_F(DisplayRotation, OtherAndDamagedFilesHaveNone)
-{
-    EXPECT_FALSE(display_quarter_turns(at("none.mp4")));
-    put("empty.mp4", "");
-    EXPECT_FALSE(display_quarter_turns(at("empty.mp4")));
-    put("text.mp4", "This is no video, but it is long enough to be read as one.");
-    EXPECT_FALSE(display_quarter_turns(at("text.mp4")));
-    for (const std::string& size : {big_endian(7, 4), big_endian(0xffffffff, 4), big_endian(1, 4)}) {
-        put("size.mp4", box("ftyp", "isom") + size + "moov" + std::string(8, '\xff'));
-        EXPECT_FALSE(display_quarter_turns(at("size.mp4")));
-    }
-    put("sound.mp4", box("moov", track("soun", 0, 1, -1, 0)));
-    EXPECT_FALSE(display_quarter_turns(at("sound.mp4")));
-
-    // Cut off anywhere: an answer, or none, but always an end.
-    const std::string whole = box("ftyp", "isom") + box("moov", track("vide", 0, 1, -1, 0));
-    for (std::size_t length = 0; length < whole.size(); ++length) {
-        put("cut.mp4", whole.substr(0, length));
-        EXPECT_FALSE(display_quarter_turns(at("cut.mp4"))) << length;
-    }
-    put("whole.mp4", whole);
-    EXPECT_EQ(display_quarter_turns(at("whole.mp4")), 1);
 }
 
 TEST_F(OutputFile, NewFileGetsWhatTheUmaskLeaves)
