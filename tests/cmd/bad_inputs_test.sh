@@ -24,6 +24,24 @@ run 0 two.avi
 expect_said "2 frames of two.avi cannot be decoded and are left out"
 expect_said "10 frames, 10 taken, 2 unreadable"
 
+# At a frame without data nothing changes: that is no damage, nor is it when the video ends so. Damage is told from it.
+"$media" repeat whole.avi repeat.avi 5
+run 0 repeat.avi --frames repeat.csv
+expect_equal "lines" 1 "$(wc -l <stderr)"
+expect_said "11 frames, 11 taken ("
+expect_equal "frames" "1 2 3 4 6 7 8 9 10 11 12" "$(tail -n +2 repeat.csv | cut -d, -f1 | xargs)"
+expect_equal "time of frame 6" 0.5 "$(sed -n 6p repeat.csv | cut -d, -f2 | sed 's/0*$//')"
+"$media" spoil repeat.avi both.avi 6
+run 0 both.avi
+expect_said "1 frame of both.avi cannot be decoded and is left out"
+expect_said "10 frames, 10 taken, 1 unreadable"
+for frame in 10 11 12; do
+  "$media" repeat repeat.avi repeat.avi $frame
+done
+run 0 repeat.avi
+expect_equal "lines" 1 "$(wc -l <stderr)"
+expect_said "8 frames, 8 taken ("
+
 # Where the rate varies a longer wait is no damage; and damage is still told from it.
 "$media" vary "$samples/parking_pan.mp4" varying.mp4 3
 run 0 varying.mp4 --frames varying.csv
@@ -39,6 +57,34 @@ for video in "$samples/parking_pan.mp4" varying.mp4; do
   expect_said "149 frames, 149 taken, 1 unreadable"
   expect_equal "last frame" 150 "$(tail -n 1 void.csv | cut -d, -f1)"
 done
+
+# A trim leaves all frames in the file: those that it does not show are not missing. Damage is still told from it.
+picture=512 first=1024 # length of a picture, and when the first is shown, in the sample's units
+"$media" edit "$samples/parking_pan.mp4" trimmed.mp4 2000 $((first + 30 * picture))
+"$media" edit "$samples/parking_pan.mp4" late.mp4 500 -1 2000 $((first + 30 * picture))
+for video in trimmed.mp4 late.mp4; do
+  run 0 $video --turn cw --frames trimmed.csv
+  expect_equal "lines of $video" 1 "$(wc -l <stderr)"
+  expect_said "50 frames, 50 taken ("
+  expect_equal "last frame of $video" "50,1.96" "$(tail -n 1 trimmed.csv | cut -d, -f1,2 | sed 's/0*$//')"
+done
+"$media" void trimmed.mp4 void.mp4 40
+run 0 void.mp4 --turn cw --frames void.csv
+expect_said "1 frame of void.mp4 cannot be decoded and is left out"
+expect_said "49 frames, 49 taken, 1 unreadable"
+expect_equal "last frame" 50 "$(tail -n 1 void.csv | cut -d, -f1)"
+head -c 200000 trimmed.mp4 >cut.mp4
+run 0 cut.mp4 --turn cw
+expect_said " of 50; it may have been cut short"
+"$media" edit varying.mp4 trimmed.mp4 2400 $((first + 15 * picture))
+run 0 trimmed.mp4 --turn cw
+expect_equal "lines" 1 "$(wc -l <stderr)"
+expect_said "58 frames, 58 taken ("
+# Of several pieces it is not known what is shown, so nothing is missing.
+"$media" edit "$samples/parking_pan.mp4" pieces.mp4 1200 $first 800 $((first + 25 * picture))
+run 0 pieces.mp4 --turn cw
+expect_equal "lines" 1 "$(wc -l <stderr)"
+expect_said "50 frames, "
 
 # Cut short, in the index and in the frames.
 head -c $(($(stat -c %s whole.avi) * 6 / 10)) whole.avi >cut.avi

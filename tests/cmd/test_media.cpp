@@ -242,8 +242,35 @@ byte_vector::iterator find_box(byte_vector& video, const std::string& type)
     return found;
 }
 
+void overwrite(byte_vector::iterator place, const std::vector<std::uint32_t>& words)
+{
+    const byte_vector bytes = bytes_of_words(words);
+    std::copy(bytes.begin(), bytes.end(), place);
+}
+
+void rename_box(byte_vector::iterator box, const std::string& type)
+{
+    std::copy(type.begin(), type.end(), box);
+}
+
+/// Makes a box longer, and with it those that it lies in, which come first. The space is taken from the text that the
+/// index ends in.
+void lengthen(byte_vector& video, const std::vector<std::string>& types, std::uint32_t added)
+{
+    for (const std::string& type : types) {
+        const auto box = find_box(video, type);
+        overwrite(box - 4, {word_at(box - 4) + added});
+    }
+    const auto text = find_box(video, "udta");
+    rename_box(text, "free");
+    overwrite(text - 4, {word_at(text - 4) - added});
+    video.erase(text + 4, text + 4 + added);
+    const auto box = find_box(video, types.back());
+    video.insert(box - 4 + word_at(box - 4) - added, added, static_cast<unsigned char>(0));
+}
+
 /// vary IN OUT TIMES: an MP4 of a constant rate with a longer wait, by so many times, before each key frame but the
-/// first. The space that the list of times needs is taken from the text that the index ends in.
+/// first.
 void vary(const arguments& given)
 {
     byte_vector video = read_bytes(given.at(0));
@@ -261,27 +288,35 @@ void vary(const arguments& given)
         done = before + 1;
     }
     runs.insert(runs.end(), {pictures - done, duration});
-    const std::uint32_t added = static_cast<std::uint32_t>(runs.size()) * 4 - 8;
 
-    for (const char* const type : {"trak", "mdia", "minf", "stbl", "stts"}) {
-        const auto box = find_box(video, type);
-        const byte_vector length = bytes_of_words({word_at(box - 4) + added});
-        std::copy(length.begin(), length.end(), box - 4);
-    }
-    const byte_vector count = bytes_of_words({static_cast<std::uint32_t>(runs.size()) / 2});
-    std::copy(count.begin(), count.end(), times + list - 4);
-    const std::string unused = "free";
     // The list of edits says how long the video is, which is no longer so.
-    std::copy(unused.begin(), unused.end(), find_box(video, "edts"));
-    const auto text = find_box(video, "udta");
-    std::copy(unused.begin(), unused.end(), text);
-    const std::uint32_t text_length = word_at(text - 4);
-    const byte_vector rest = bytes_of_words({text_length - added});
-    std::copy(rest.begin(), rest.end(), text - 4);
-    video.erase(text + 4, text + 4 + added);
-    const byte_vector content = bytes_of_words(runs);
-    const auto place = find_box(video, "stts") + list;
-    video.insert(video.erase(place, place + 8), content.begin(), content.end());
+    rename_box(find_box(video, "edts"), "free");
+    const std::uint32_t count = static_cast<std::uint32_t>(runs.size()) / 2;
+    lengthen(video, {"trak", "mdia", "minf", "stbl", "stts"}, (count - 1) * 8);
+    const auto changed = find_box(video, "stts");
+    overwrite(changed + list - 4, {count});
+    overwrite(changed + list, runs);
+    write_bytes(given.at(1), video);
+}
+
+/// edit IN OUT DURATION BEGIN [DURATION BEGIN]...: an MP4 with such a list of edits instead of its own: how long, in the
+/// movie's units of time, and from when, in the video's.
+void edit(const arguments& given)
+{
+    byte_vector video = read_bytes(given.at(0));
+    const std::uint32_t count = static_cast<std::uint32_t>(given.size() - 2) / 2;
+    std::vector<std::uint32_t> content = {0, count};
+    for (std::size_t i = 0; i < count; ++i) {
+        constexpr std::uint32_t recorded_rate = 0x10000;
+        content.push_back(static_cast<std::uint32_t>(std::stol(given.at(2 + 2 * i))));
+        content.push_back(static_cast<std::uint32_t>(std::stol(given.at(3 + 2 * i))));
+        content.push_back(recorded_rate);
+    }
+    rename_box(find_box(video, "elst") - 8, "edts");  // vary may have hidden it
+    if (count > 1) {
+        lengthen(video, {"trak", "edts", "elst"}, (count - 1) * 12);
+    }
+    overwrite(find_box(video, "elst") + 4, content);
     write_bytes(given.at(1), video);
 }
 
@@ -376,22 +411,61 @@ void swing(const arguments& given)
     }
 }
 
+/// The chunk of an AVI's NUMBER-th frame, from 1.
+byte_vector::iterator find_frame(byte_vector& video, int number)
+{
+    constexpr std::array<unsigned char, 4> chunk = {'0', '0', 'd', 'c'};
+    constexpr std::ptrdiff_t header = 8;
+    auto found = video.begin();
+    for (; number > 0; --number) {
+        found = std::search(found + 1, video.end(), chunk.begin(), chunk.end());
+    }
+    if (video.end() - found < header) {
+        throw std::runtime_error("no such frame");
+    }
+    return found;
+}
+
+std::uint32_t length_of(byte_vector::const_iterator chunk)
+{
+    return static_cast<std::uint32_t>(chunk[4]) | static_cast<std::uint32_t>(chunk[5]) << 8
+           | static_cast<std::uint32_t>(chunk[6]) << 16 | static_cast<std::uint32_t>(chunk[7]) << 24;
+}
+
 /// spoil AVI OUT NUMBER: the video with the data of its NUMBER-th frame, from 1, overwritten.
 void spoil(const arguments& given)
 {
     byte_vector bytes = read_bytes(given.at(0));
-    constexpr std::array<unsigned char, 4> chunk = {'0', '0', 'd', 'c'};
-    auto found = bytes.begin();
-    for (int number = std::stoi(given.at(2)); number > 0; --number) {
-        found = std::search(found + 1, bytes.end(), chunk.begin(), chunk.end());
+    const auto data = find_frame(bytes, std::stoi(given.at(2))) + 8;
+    const std::ptrdiff_t length = length_of(data - 8);
+    std::fill(data, data + std::min(length, bytes.end() - data), static_cast<unsigned char>(0));
+    write_bytes(given.at(1), bytes);
+}
+
+/// repeat AVI OUT NUMBER: the video with no data for its NUMBER-th frame, from 1, where the one before is to be shown
+/// once more.
+void repeat(const arguments& given)
+{
+    byte_vector bytes = read_bytes(given.at(0));
+    const int number = std::stoi(given.at(2));
+    const auto chunk = find_frame(bytes, number);
+    const std::uint32_t length = length_of(chunk);
+    const std::uint32_t unused = length + length % 2 - 8;
+    std::fill(chunk + 4, chunk + 8, static_cast<unsigned char>(0));
+    const std::string name = "JUNK";
+    std::copy(name.begin(), name.end(), chunk + 8);
+    for (int i = 0; i < 4; ++i) {
+        chunk[12 + i] = static_cast<unsigned char>(unused >> (8 * i) & 0xff);
     }
-    constexpr std::ptrdiff_t header = 8;
-    if (bytes.end() - found < header) {
-        throw std::runtime_error("no such frame");
+    const std::string index = "idx1";
+    constexpr std::ptrdiff_t entry = 16;
+    constexpr std::ptrdiff_t length_offset = 12;  // behind name, flags and place
+    const auto list = std::find_end(bytes.begin(), bytes.end(), index.begin(), index.end());
+    if (bytes.end() - list < 8 + entry * number) {
+        throw std::runtime_error("no index");
     }
-    const std::ptrdiff_t length = found[4] | found[5] << 8 | found[6] << 16 | found[7] << 24;
-    std::fill(found + header, found + header + std::min(length, bytes.end() - found - header),
-              static_cast<unsigned char>(0));
+    const auto in_index = list + 8 + entry * (number - 1) + length_offset;
+    std::fill(in_index, in_index + 4, static_cast<unsigned char>(0));
     write_bytes(given.at(1), bytes);
 }
 
@@ -416,6 +490,8 @@ int main(int argc, char** argv)
         {"spoil", spoil},
         {"coloured", coloured},
         {"vary", vary},
+        {"edit", edit},
+        {"repeat", repeat},
         {"void", overwrite_sample},
     };
     try {
