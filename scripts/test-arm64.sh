@@ -3,7 +3,8 @@
 #
 # TarnStitch on 64-bit ARM, the processor of phones, on a machine of another architecture: builds with Debian's cross
 # compiler, runs the unit tests and stitches a sample under QEMU, and compares with what this machine computes. The
-# kernels and helpers must agree to the last bit; how far apart the image library's results are is reported.
+# kernels and helpers must agree to the last bit, given equal arc tangents, and the sample's frames must get the same
+# answers; how far apart the image library's results and the pictures are is reported.
 # Everything goes into build/arm64 and out/arm64; takes about half an hour on two cores. Arguments go to the tests'
 # program; a --gtest_filter of one's own takes the place of the list of tests that are left out below.
 set -euo pipefail
@@ -55,10 +56,27 @@ build/release/$agreement compare out/arm64/here.txt out/arm64/arm64.txt \
 
 say "Comparing a sweep"
 sweep() {
-  "$@" out/arm64/frames --workers 1 -o "out/arm64/$name.jpg" --preview "out/arm64/$name-preview.png"
+  "$@" out/arm64/frames --workers 1 -o "out/arm64/$name.jpg" --preview "out/arm64/$name-preview.png" \
+    --frames "out/arm64/$name.csv"
+}
+# answers FILE: the number and the code of each frame.
+answers() {
+  cut -d , -f 1,3 "$1"
+}
+# compare_answers FILE FILE: reports whether both give each frame the same code.
+compare_answers() {
+  local differences
+  [[ $(answers "$1" | head -n 1) == frame,code ]] || { echo "answers: $1 has other columns" && return 1; }
+  if differences=$(diff <(answers "$1") <(answers "$2")); then
+    echo "answers: $(($(wc -l <"$1") - 1)) frames have the same codes"
+  else
+    printf 'answers: DIFFER\n%s\n' "$differences"
+    return 1
+  fi
 }
 name=here sweep build/release/apps/tarnstitch/tarnstitch
 name=arm64 sweep on_arm build/arm64/apps/tarnstitch/tarnstitch
+compare_answers out/arm64/here.csv out/arm64/arm64.csv | tee -a out/arm64/report.txt || failed+=("the sweep's answers")
 for ending in -preview.png .jpg; do
   printf '%s: ' "${ending#-}"
   build/release/$agreement images "out/arm64/here$ending" "out/arm64/arm64$ending" 8 \

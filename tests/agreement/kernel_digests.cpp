@@ -48,9 +48,11 @@ void add_if_there_is_one(digest& results, const std::function<cv::Mat()>& run)
     }
 }
 
+constexpr int bent_images = 200;
+
 void write_projection(const char* name, void (*project)(cv::Mat& source, cv::Mat& target, float angle))
 {
-    write(name, 200, [project](random_input& random, digest& results) {
+    write(name, bent_images, [project](random_input& random, digest& results) {
         cv::Mat image = random.image(any_size(random));
         const float angle = random.real(0.0f, 60.0f);
         add_if_there_is_one(results, [&image, angle, project] {
@@ -59,6 +61,24 @@ void write_projection(const char* name, void (*project)(cv::Mat& source, cv::Mat
             return bent;
         });
     });
+}
+
+// The cylinder's columns are rounded arc tangents, so a last bit of the C library's may move one. Of each image that
+// write_projection bends, the width and the mean.
+void write_cylinder_of_c_library()
+{
+    round_arc_tangents(false);
+    random_input random(seed);
+    std::vector<double> values;
+    for (int i = 0; i < bent_images; ++i) {
+        cv::Mat image = random.image(any_size(random));
+        cv::Mat bent;
+        cylindrical_projection(image, bent, random.real(0.0f, 60.0f));
+        values.push_back(bent.cols);
+        values.push_back(bent.empty() ? 0.0 : cv::sum(cv::mean(bent))[0]);
+    }
+    write_library("cylinder_by_c_library", values);
+    round_arc_tangents(true);
 }
 
 void write_pixel_kernels()
@@ -72,6 +92,14 @@ void write_pixel_kernels()
         const cv::Mat image = random.noise(cv::Size(width, random.integer(2, 150)), CV_8UC3);
         cv::Mat shrunk;
         tarn::shrink(image, shrunk, random.real(0.5f, 1.0f));
+        results.add(shrunk);
+    });
+    // As far as the frames of cameras are shrunk for the preview.
+    write("shrink_camera_frame", 100, [](random_input& random, digest& results) {
+        const int width = random.integer(100, 1000);
+        const cv::Mat image = random.noise(cv::Size(width, random.integer(50, 200)), CV_8UC3);
+        cv::Mat shrunk;
+        tarn::shrink(image, shrunk, random.real(0.08f, 0.5f));
         results.add(shrunk);
     });
     write("optimizeSeam", 300, [](random_input& random, digest& results) {
@@ -95,6 +123,7 @@ void write_pixel_kernels()
         results.add(target);
     });
     write_projection("cylindrical_projection", cylindrical_projection);
+    write_cylinder_of_c_library();
     write_projection("SphericalProjection", SphericalProjection);
     write("matToBitmapArray", 200, [](random_input& random, digest& results) {
         const cv::Mat image = random.image(any_size(random));

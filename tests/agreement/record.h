@@ -5,7 +5,8 @@
 //   exact NAME DIGEST        must be the same on every processor
 //   close NAME VALUE…        angles in degrees that depend on the C library's arc tangent: may differ by a few last
 //                            bits of a single-precision number
-//   library NAME VALUE…      depends on the image library, which may compute differently on another processor
+//   library NAME VALUE…      depends on the image library, or on whether a last bit of the C library's arc tangent
+//                            moves a pixel: may differ, and is only reported
 #pragma once
 
 #include <cstdint>
@@ -37,14 +38,14 @@ private:
 /// Writes the line of a kernel to standard output.
 void write_exact(const std::string& name, const digest& results);
 
-/// Writes the line of a stage to standard output.
+/// Writes the line of a stage, or of a kernel whose pixels another library may move, to standard output.
 void write_library(const std::string& name, const std::vector<double>& values);
 
 /// Writes the line of a helper that uses the C library's arc tangent.
 void write_close(const std::string& name, const std::vector<double>& degrees);
 
 /// All kernels and helpers, over random input of a fixed seed; those with an arc tangent twice, exact with a properly
-/// rounded one and close with the C library's.
+/// rounded one, and with the C library's close or, for the cylinder, as library.
 void write_kernel_digests();
 
 /// Writes the frames of a sample sweep into a directory, as frame1000.png and so on: a video is not decoded to the
