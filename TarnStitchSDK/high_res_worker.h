@@ -12,14 +12,16 @@
 //   big_stitch_status 3   The last turn ended well. The panorama and the neighbour_* record belong together;
 //                         anyone may read them. Only the switch to the sphere (step 2) writes them in this
 //                         state, the panorama first and its description later, both outside any turn.
-//   big_stitch_status 4   The last turn failed, or a wait timed out. While it lasts the live path answers -1, and
-//                         workers that start now do nothing but pass the ticket on.
+//   big_stitch_status 4   The last turn failed, a frame could not be prepared, or a wait timed out; the last two
+//                         whatever the status was. While it lasts the live path answers -1, and workers that
+//                         start now do nothing but pass the ticket on.
 //
 // The life of the worker with index N (1, 2, 3, … within a task):
 //
 //   1  status 4: raise the ticket and end.
 //   2  Prepare the frame, describe it, write its frame file. No shared state is needed, so workers do this side
-//      by side. (Only the second frame may wait here, for the base, when the sphere is switched on.)
+//      by side. (Only the second frame may wait here, for the base, when the sphere is switched on.) On an
+//      error raise the ticket, set 4, end, without waiting for the turn.
 //   3  Wait while the status is 2, polling every 10 ms; after max_wait_seconds raise the ticket, set 4, end.
 //   4  Wait until the ticket is N - 1, polling every 10 ms; after max_wait_seconds raise the ticket, set 4, end.
 //      From here on the worker N - 1 is done with everything shared: whoever raises the ticket does so under the
@@ -33,9 +35,10 @@
 // Every way out raises the ticket by exactly one, so that a failure never blocks those behind it. The one
 // exception is a worker whose task has been replaced: the ticket is not its own any more, and it just ends.
 //
-// A time-out raises the ticket out of turn, so after one two workers may hold turns at once: the one that outlived
-// the wait and the one that the raised ticket let in. Each works on the record that it took, both hand over whole
-// ones under the mutex, and the later one stands.
+// A time-out, and an error in step 2, raise the ticket out of turn, so after one two workers may hold turns at
+// once: the one that was at work meanwhile and the one that the raised ticket let in. Each works on the record that
+// it took, both hand over whole ones under the mutex, and the later one stands. So does its status: a worker that
+// held its turn when another one set 4 makes the status 3 again.
 #pragma once
 
 #include <vector>
@@ -71,7 +74,7 @@ void launch_worker(const cv::Mat& frame, const std::vector<float>& angles, const
 constexpr int pipeline_empty = 0;   ///< no panorama yet
 constexpr int pipeline_busy = 2;    ///< a worker holds its turn
 constexpr int pipeline_ready = 3;   ///< the last turn ended well
-constexpr int pipeline_failed = 4;  ///< the last turn failed, or a wait timed out
+constexpr int pipeline_failed = 4;  ///< the last turn failed, or a frame or a wait for its turn did
 
 /// One consistent look at the high-resolution pipeline of the current task.
 struct pipeline_snapshot {

@@ -29,7 +29,8 @@
 extern TarnStitcher tarn_stitcher;
 
 /// Starts a new task. Waits for a frame that another thread has inside until it is done, and for 11 times 100 ms
-/// where a task is marked busy without one; removes the working directory of the old task if the path changes; creates the new one if it is missing, else empties it.
+/// where a task is marked busy without one; removes the working directory of the old task if the path changes;
+/// creates the new one if it is missing, else empties it.
 ///
 /// @param input_path  working directory with a trailing "/", wholly the library's: whatever lies in it is
 ///                    deleted. "" (or null) touches no directory, and the
@@ -58,8 +59,8 @@ int resetStitch(const char* input_path);
 /// | 5    | accepted; mean motion above 10 px (of 300) | slower                                   |
 /// | 6    | accepted, but skewed                      | hold the device level                     |
 ///
-/// A frame that raises an error (no pixels, two channels, 16 bits) is logged and dropped; the array
-/// then still holds what it held before, {0, 0} in the very first call.
+/// A frame that raises an error (no pixels, one or two channels, another depth than CV_8U) is logged and dropped;
+/// the array then still holds what it held before, {0, 0} in the very first call.
 int* videoStitch(cv::Mat mat, int direction, int is_last_one);
 
 /// Path of the finished high-resolution panorama, a JPEG in the working directory; "" until there is one.

@@ -62,7 +62,7 @@ class TarnStitcher {
 public:
     std::string task_id;      ///< never written after construction
     std::string local_path;   ///< working directory, with its trailing "/"
-    int stitcher_status = 0;  ///< 0 new, 1 a frame is being registered, 3 the last frame is finished
+    int stitcher_status = 0;  ///< 0 new, 1 a frame is being registered, 3 the newest frame is done with
     int failed_count = 0;     ///< consecutive rejected frames
     int failed_thresh = 10;   ///< rejections from which on code 0 is given; also the speed window, in frames
     std::vector<float> last_move_distances;  ///< px of the scaled frame, one per accepted frame, newest last
