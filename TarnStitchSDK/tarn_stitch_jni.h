@@ -59,8 +59,8 @@ int resetStitch(const char* input_path);
 /// | 5    | accepted; mean motion above 10 px (of 300) | slower                                   |
 /// | 6    | accepted, but skewed                      | hold the device level                     |
 ///
-/// A frame that raises an error (no pixels, one or two channels, another depth than CV_8U) is logged and dropped;
-/// the array then still holds what it held before, {0, 0} in the very first call.
+/// A frame that raises an error (no pixels, two channels, 16 bits, floats) is logged and dropped; the array
+/// then still holds what it held before, {0, 0} in the very first call.
 int* videoStitch(cv::Mat mat, int direction, int is_last_one);
 
 /// Path of the finished high-resolution panorama, a JPEG in the working directory; "" until there is one.
