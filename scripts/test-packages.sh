@@ -53,6 +53,13 @@ show dpkg-query --show --showformat='${Package} ${Version} ${db:Status-Status}\n
 show tarnstitch --version
 show tarnstitch /packages/hall_slide.mp4 -o /packages/panorama.jpg --preview /packages/preview.jpg
 show ls -l /packages/panorama.jpg /packages/preview.jpg
+# The manual page and the completions lie where their readers look. A shell of that kind is the one to ask.
+for file in /usr/share/man/man1/tarnstitch.1.gz /usr/share/bash-completion/completions/tarnstitch; do
+  show dpkg-query --search "$file"
+  inside test -s "$file" || fail "missing: $file"
+done
+install_quietly zsh
+show zsh -fc 'autoload +X -Uz _tarnstitch && whence -v _tarnstitch' || fail "zsh does not find its completion"
 if inside ldd /usr/bin/tarnstitch | grep 'not found'; then
   fail "the program lacks a library"
 fi
