@@ -7,9 +7,9 @@
 source "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
 
 rm -rf "$3"
-quietly cmake -S "$(dirname "${BASH_SOURCE[0]}")/cmake" -B "$3" -DCMAKE_PREFIX_PATH="$1" -DCONSUMER_WAY=package \
+quietly configure -S "$(dirname "${BASH_SOURCE[0]}")/cmake" -B "$3" -DCMAKE_PREFIX_PATH="$1" -DCONSUMER_WAY=package \
   -DCONSUMER_KIND="$2" -DCMAKE_BUILD_TYPE=Release
-quietly cmake --build "$3"
+quietly "$TARN_CMAKE" --build "$3"
 quietly "$3/library_only"
 links_library "$3/library_only" "$2"
 links_library "$3/sweep" "$2"

@@ -17,6 +17,11 @@ quietly() {
   fi
 }
 
+# configure ARGUMENT…: by the CMake that configured TarnStitch, which finds the same OpenCV.
+configure() {
+  "$TARN_CMAKE" -DOpenCV_DIR="$TARN_OPENCV_DIR" "$@"
+}
+
 # stitches PROGRAM DIRECTORY: the program makes a panorama of the sample.
 stitches() {
   rm -f "$2/panorama.jpg"

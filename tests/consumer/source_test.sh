@@ -10,9 +10,9 @@ source "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
 kind=static
 [[ $2 == subdirectory ]] || kind=shared
 rm -rf "$3"
-quietly cmake -S "$(dirname "${BASH_SOURCE[0]}")/cmake" -B "$3" -DCONSUMER_WAY="$2" -DCONSUMER_SOURCE="$1" \
+quietly configure -S "$(dirname "${BASH_SOURCE[0]}")/cmake" -B "$3" -DCONSUMER_WAY="$2" -DCONSUMER_SOURCE="$1" \
   -DCMAKE_BUILD_TYPE=Debug -DBUILD_SHARED_LIBS="$([[ $kind == shared ]] && echo ON || echo OFF)"
-quietly cmake --build "$3" --target library_only
+quietly "$TARN_CMAKE" --build "$3" --target library_only
 quietly "$3/library_only"
 links_library "$3/library_only" "$kind"
 
