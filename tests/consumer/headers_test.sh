@@ -8,8 +8,15 @@ source "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
 
 export PKG_CONFIG_PATH
 PKG_CONFIG_PATH=$(dirname "$(find "$1" -name tarn_stitch.pc)")
+# In the shell's own syntax: a path may have spaces.
+eval "flags=($(pkg-config --cflags tarn_stitch))"
 # A host's own warnings do not concern OpenCV's headers.
-read -r -a flags <<<"$(pkg-config --cflags tarn_stitch | sed -E 's/-I([^ ]*opencv)/-isystem \1/g')"
+for i in "${!flags[@]}"; do
+  case ${flags[i]} in
+    "-I$1"/*) ;;
+    -I*) flags[i]=-isystem${flags[i]#-I} ;;
+  esac
+done
 headers=0
 for header in "$1"/include/TarnStitchSDK/*.h; do
   printf '#include <TarnStitchSDK/%s>\n' "$(basename "$header")" \

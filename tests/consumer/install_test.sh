@@ -7,6 +7,7 @@
 source "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
 
 cmake=$1
+source=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)
 prefix=$3
 version=$4
 library_directory=$prefix/${5:-lib}
@@ -31,13 +32,20 @@ done
 [[ $(readlink "$library_directory/libtarnstitch.so.1") == "libtarnstitch.so.$version" ]]
 readelf --dynamic --wide "$library_directory/libtarnstitch.so" | grep 'SONAME.*\[libtarnstitch\.so\.1\]'
 
-# Nothing names a directory of the build, and the library's own headers stay at home.
+# Nothing names a directory of the build.
 if grep -rIl -e "$2" -e "$prefix" .; then
   echo "these files name the directory of the build or of the installation"
   exit 1
 fi
-for header in worker_protocol.h numeric.h high_res_frame.h high_res_composition.h polygon_coverage.h; do
-  [[ ! -e include/TarnStitchSDK/$header ]] || { echo "$header is the library's own" && exit 1; }
+
+# The host's interface and all that it includes; the library's own headers stay at home.
+wanted=tarn_stitch_jni.h
+while :; do
+  mapfile -t headers <<<"$wanted"
+  included=$({ echo "$wanted" && sed -n 's/^#include "\(.*\)"$/\1/p' "${headers[@]/#/$source/TarnStitchSDK/}"; } | LC_ALL=C sort -u)
+  [[ $included != "$wanted" ]] || break
+  wanted=$included
 done
+diff <(echo "$wanted") <(cd include/TarnStitchSDK && LC_ALL=C ls) || { echo "other headers are installed" && exit 1; }
 
 bin/tarnstitch --version | grep -F "$version"
