@@ -28,8 +28,8 @@
 /// The task that all entry points act on. Constructed with "" before main, after the variables that it resets.
 extern TarnStitcher tarn_stitcher;
 
-/// Starts a new task. Waits for a frame that another thread has inside until it is done, and for 11 times 100 ms
-/// where a task is marked busy without one; removes the working directory of the old task if the path changes;
+/// Starts a new task. Waits for a frame that another thread has inside until it is done, for a worker that is writing
+/// its file, and for 11 times 100 ms where a task is marked busy without a frame; removes the working directory of the old task if the path changes;
 /// creates the new one if it is missing, else empties it.
 ///
 /// @param input_path  working directory with a trailing "/", wholly the library's: whatever lies in it is
