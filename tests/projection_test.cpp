@@ -285,6 +285,24 @@ TEST(SphericalProjection, PlainImageStaysPlainWithinOneGrayLevel)
     EXPECT_LE(greatest, 200);
 }
 
+TEST(SphericalProjection, CornersThatTheSourceDoesNotReachAreBlackWhateverMemoryHeld)
+{
+    // 100 x 160 pixels: the rows near the middle reach to the source's sides, the corners lie outside.
+    const cv::Mat white(160, 100, CV_8UC3, cv::Scalar::all(255));
+    const cv::Size size = whole_buffer(spherical(white, 0.0f)).size();
+    for (int i = 0; i < 20; ++i) {
+        // What is freed here is likely to be the next buffer.
+        cv::Mat(size, CV_8UC3, cv::Scalar::all(77)).release();
+        const cv::Mat buffer = whole_buffer(spherical(white, 0.0f));
+        for (const int y : {0, size.height - 1}) {
+            for (const int x : {0, size.width - 1}) {
+                ASSERT_EQ(buffer.at<cv::Vec3b>(y, x), black) << "(" << x << ", " << y << ")";
+            }
+        }
+        ASSERT_NE(buffer.at<cv::Vec3b>(size.height / 2, 1), black);
+    }
+}
+
 TEST(SphericalProjection, OutputIsAViewOfTheTargetBuffer)
 {
     const cv::Mat output = spherical(coordinates_image(100, 80), 5.0f);
