@@ -98,28 +98,29 @@ void copy_pixels(const uchar* source, uchar* destination, pixel_set which)
         std::copy_n(source, bytes_per_block, destination);
         return;
     }
-    for (int i = 0; i < bytes_per_block; i += 3) {
-        if ((which >> i & 1) != 0) {
-            std::copy_n(source + i, 3, destination + i);
-        }
+    for (; which != 0; which &= which - 1) {
+        const int i = __builtin_ctzll(which);
+        std::copy_n(source + i, 3, destination + i);
     }
 }
 
 enum class where { everywhere, where_empty };
 
 // Takes the pixels of some columns from the source unless they are empty: everywhere, or where the destination
-// is empty.
+// is empty. Begins to load the same columns of `soon`, a row that will be needed.
 template <where place>
-void take(const uchar* source, uchar* destination, cv::Range columns)
+void take(const uchar* source, uchar* destination, cv::Range columns, const uchar* soon)
 {
     const int end = 3 * columns.end;
     int i = 3 * columns.start;
     for (; i + bytes_per_block <= end; i += bytes_per_block) {
+        __builtin_prefetch(soon + i);
         const pixel_set wanted = place == where::everywhere ? all_pixels : empty_pixels(destination + i);
         if (wanted != 0) {
             copy_pixels(source + i, destination + i, wanted & ~empty_pixels(source + i));
         }
     }
+    __builtin_prefetch(soon + i);
     for (; i < end; i += 3) {
         if ((place == where::everywhere || is_empty(destination + i)) && !is_empty(source + i)) {
             std::copy_n(source + i, 3, destination + i);
@@ -148,12 +149,16 @@ void optimizeSeam(cv::Mat& last_img, cv::Mat& stitched_image, std::vector<cv::Po
     if (columns.start >= columns.end) {
         return;
     }
+    // A row is too short for the processor to see where the next one begins. A few rows ahead, the bands are about
+    // where they are in this one.
+    constexpr int rows_ahead = 2;
     for (int i = rows.start; i < rows.end; ++i) {
+        const int ahead = std::min(i + rows_ahead, rows.end - 1);
         const uchar* source = last_img.ptr(i);
         uchar* destination = stitched_image.ptr(i);
-        take<where::where_empty>(source, destination, columns);
+        take<where::where_empty>(source, destination, columns, stitched_image.ptr(ahead));
         for (const seam_band& band : bands) {
-            take<where::everywhere>(source, destination, band.columns(columns, i));
+            take<where::everywhere>(source, destination, band.columns(columns, i), last_img.ptr(ahead));
         }
     }
 }
