@@ -9,12 +9,6 @@
 
 namespace reference {
 
-namespace {
-
-constexpr double pi = 3.141592653589793;
-
-}  // namespace
-
 float min_axis(const std::vector<float>& input_list)
 {
     float min_value = input_list[0];

@@ -15,6 +15,8 @@
 
 namespace reference {
 
+constexpr double pi = 3.141592653589793;
+
 float min_axis(const std::vector<float>& input_list);
 float max_axis(const std::vector<float>& input_list);
 

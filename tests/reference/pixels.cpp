@@ -14,8 +14,6 @@ namespace reference {
 
 namespace {
 
-constexpr double pi = 3.141592653589793;
-
 // The benchmarks do without: a race against checks that a user's code would not make is easily won.
 void check_inside(const cv::Mat& image, int y, int x)
 {
@@ -261,10 +259,13 @@ cv::Mat cylindrical_projection(const cv::Mat& img, float angle)
     const float cy = 0.5f * h;
     int max_col = 0;
     for (int i = 0; i < img.rows; ++i) {
+        // The same in the whole row.
+        const float left = f * std::atan(cx / f);
+        const float below = f * (static_cast<float>(i) - cy);
         for (int j = 0; j < img.cols; ++j) {
             const auto x = static_cast<float>(j);
-            const float x1 = f * std::atan((x - cx) / f) + f * std::atan(cx / f);
-            const float y1 = cy + f * (static_cast<float>(i) - cy) / std::sqrt((x - cx) * (x - cx) + f * f);
+            const float x1 = f * std::atan((x - cx) / f) + left;
+            const float y1 = cy + below / std::sqrt((x - cx) * (x - cx) + f * f);
             const int X = tarn::truncate_to_int(static_cast<double>(x1) + 0.5);
             const int Y = tarn::truncate_to_int(static_cast<double>(y1) + 0.5);
             if (X > max_col) {
@@ -289,17 +290,18 @@ cv::Mat SphericalProjection(const cv::Mat& imgMat, float angle)
     int ymin = h;
     int ymax = 0;
     for (int y = 0; y < destImgMat.rows; ++y) {
+        // The same in the whole row.
+        const float ddy = static_cast<float>(y) - static_cast<float>(h / 2);
+        const float ddy2 = ddy * ddy;
+        const double sine_y = std::sin(static_cast<double>(ddy) / r);
         for (int x = 0; x < destImgMat.cols; ++x) {
             const float ddx = static_cast<float>(x) - static_cast<float>(w / 2);
-            const float ddy = static_cast<float>(y) - static_cast<float>(h / 2);
             const float ddx2 = ddx * ddx;
-            const float ddy2 = ddy * ddy;
             const double length =
                 r * r / std::sqrt(r * r - static_cast<double>(ddx2) - static_cast<double>(ddy2));
             const auto point_x =
                 static_cast<float>(std::sin(static_cast<double>(ddx) / r) * length + imgMat.cols / 2);
-            const auto point_y =
-                static_cast<float>(std::sin(static_cast<double>(ddy) / r) * length + imgMat.rows / 2);
+            const auto point_y = static_cast<float>(sine_y * length + imgMat.rows / 2);
             const int tx = tarn::truncate_to_int(point_x);
             const int ty = tarn::truncate_to_int(point_y);
             if (!(0 <= tx && tx <= imgMat.cols - 2 && 0 <= ty && ty <= imgMat.rows - 2)) {
