@@ -276,12 +276,19 @@ key_frame_task key_frame_after(int count, bool upwards)
     return task;
 }
 
-// Tasks of one length, enough to leave the caches between two turns of each.
+// How many tasks make a round in which each has left the caches when its turn comes again, if only so many bytes of each
+// are touched.
+size_t tasks_in_a_round(size_t touched)
+{
+    return beyond_caches / touched + 1;
+}
+
+// The same task again and again, each time elsewhere in memory, for those who read all of the panorama.
 std::vector<key_frame_task> key_frames_after(int count, bool upwards)
 {
     std::vector<key_frame_task> tasks = {key_frame_after(count, upwards)};
-    const size_t touched = tasks[0].panorama.total() * 3 * 2;  // it and the grown one
-    while (tasks.size() * touched < beyond_caches) {
+    const size_t round = tasks_in_a_round(tasks[0].panorama.total() * 3);
+    while (tasks.size() < round) {
         tasks.push_back(tasks[0]);
         tasks.back().panorama = tasks[0].panorama.clone();
         tasks.back().frame = tasks[0].frame.clone();
@@ -301,7 +308,7 @@ cv::Mat composed(key_frame_task& task)
     return grown;
 }
 
-cv::Mat plainly_composed(key_frame_task& task)
+cv::Mat plainly_composed(const key_frame_task& task)
 {
     cv::Mat grown = cv::Mat::zeros(task.size, CV_8UC3);
     task.panorama.copyTo(grown(cv::Rect(task.old_place, task.panorama.size())));
@@ -314,8 +321,23 @@ cv::Mat plainly_composed(key_frame_task& task)
     return grown;
 }
 
+// The same with the grown panorama, for those who touch nothing of it but the frame's box: they need more tasks, whose
+// panoramas have nothing beside it.
+std::vector<key_frame_task> boxes_after(int count, bool upwards)
+{
+    const key_frame_task whole = key_frame_after(count, upwards);
+    const cv::Mat box = plainly_composed(whole)(whole.frame_place).clone();
+    std::vector<key_frame_task> tasks(tasks_in_a_round((whole.frame.total() + box.total()) * 3), whole);
+    for (key_frame_task& task : tasks) {
+        task.panorama = cv::Mat(whole.size, CV_8UC3);
+        box.copyTo(task.panorama(task.frame_place));
+        task.frame = whole.frame.clone();
+    }
+    return tasks;
+}
+
 // The frame's box: warped, kept as it was, overwritten.
-void bare_box_work(key_frame_task& task, cv::Mat& whole)
+void bare_box_work(const key_frame_task& task, cv::Mat& whole)
 {
     cv::Mat warped;
     cv::warpPerspective(task.frame, warped, task.box_from_frame, task.frame_place.size(), cv::INTER_LINEAR,
@@ -336,7 +358,14 @@ void time_composition(benchmark::State& state, int count, bool upwards, Function
         state, tasks.size(), [] {}, [&](size_t i) { kept = compose(tasks[i]); });
 }
 
-void time_bare_boxes(benchmark::State& state, int count, bool upwards, bool copy_all)
+void time_bare_boxes(benchmark::State& state, int count, bool upwards)
+{
+    std::vector<key_frame_task> tasks = boxes_after(count, upwards);
+    tarn::bench::time_frames(
+        state, tasks.size(), [] {}, [&](size_t i) { bare_box_work(tasks[i], tasks[i].panorama); });
+}
+
+void time_boxes_in_copies(benchmark::State& state, int count, bool upwards)
 {
     std::vector<key_frame_task> tasks = key_frames_after(count, upwards);
     for (key_frame_task& task : tasks) {
@@ -346,7 +375,7 @@ void time_bare_boxes(benchmark::State& state, int count, bool upwards, bool copy
     tarn::bench::time_frames(
         state, tasks.size(), [] {},
         [&](size_t i) {
-            cv::Mat whole = copy_all ? tasks[i].panorama.clone() : tasks[i].panorama;
+            cv::Mat whole = tasks[i].panorama.clone();
             bare_box_work(tasks[i], whole);
             kept = whole;
         });
@@ -363,13 +392,13 @@ bool composes_as_plainly(int count, bool upwards)
 void add_composition_rivals(int count, bool upwards, int threads)
 {
     const std::string subject = "what a key frame adds";
-    const std::string input = std::to_string(count) + " key frames" + (upwards ? ", moving the origin" : "")
-                              + (threads == 1 ? "" : " on two threads");
+    const std::string input = tarn::bench::on_threads(
+        std::to_string(count) + " key frames" + (upwards ? ", moving the origin" : ""), threads);
     tarn::bench::add({subject, "bare warp and copies of the box", input, threads},
-                     [=](benchmark::State& state) { time_bare_boxes(state, count, upwards, false); });
+                     [=](benchmark::State& state) { time_bare_boxes(state, count, upwards); });
     // What an image without gaps takes that grows.
     tarn::bench::add({subject, "the same in a copy of the whole", input, threads},
-                     [=](benchmark::State& state) { time_bare_boxes(state, count, upwards, true); });
+                     [=](benchmark::State& state) { time_boxes_in_copies(state, count, upwards); });
     tarn::bench::add({subject, "plain steps", input, threads}, [=](benchmark::State& state) {
         time_composition(state, count, upwards, plainly_composed);
     });
@@ -381,7 +410,7 @@ void add_composition_rivals(int count, bool upwards, int threads)
 void add_frame_rivals(cv::Size size, bool key_frames, int threads)
 {
     const std::string subject = key_frames ? "key frame" : "ordinary frame";
-    const std::string input = size_name(size) + (threads == 1 ? "" : " on two threads");
+    const std::string input = tarn::bench::on_threads(size_name(size), threads);
     const double pixels = size.area();
     tarn::bench::add({subject, "bare library calls", input, threads, pixels}, [=](benchmark::State& state) {
         time_bare_calls(state, round_of(size, key_frames), key_frames);

@@ -1,12 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // The program around the rivals: runs them interleaved in random order, several times each, and writes one
-// table with, for each rival, the median over the repetitions, their interquartile range in percent of it, the
-// least, and how many times as fast as the first rival of its subject and input it is by the medians.
+// table with, for each rival, the median over the repetitions, their spread, which is the interquartile range in
+// percent of the median, the least, how many times as fast as the first rival of its subject and input it is by the
+// medians, and its counters with their spreads.
 //
 //     PROGRAM [--table=PATH] [options of Google Benchmark]
 //
-// writes PATH.md and PATH.csv. Ends with 1 when a proof fails or nothing was run.
+// writes PATH.md and PATH.csv. Ends with 1 when a proof fails, and with 2, having written nothing, when the options
+// leave nothing to run.
 #include "rivals.h"
 
 #include <algorithm>
@@ -18,6 +20,7 @@
 #include <iostream>
 #include <map>
 #include <memory>
+#include <numeric>
 #include <sstream>
 #include <sys/resource.h>
 #include <time.h>
@@ -75,10 +78,21 @@ double quantile(const std::vector<double>& sorted, double share)
     return sorted[below] * (1.0 - rest) + sorted[above] * rest;
 }
 
-double median(std::vector<double> values)
+// The interquartile range in percent of the median.
+double spread(std::vector<double> values)
 {
     std::sort(values.begin(), values.end());
-    return quantile(values, 0.5);
+    const double range = quantile(values, 0.75) - quantile(values, 0.25);
+    return range == 0.0 ? 0.0 : range / std::abs(quantile(values, 0.5)) * 100.0;
+}
+
+// Which value is the median, or, of an even number, the lesser one in the middle.
+size_t median_index(const std::vector<double>& values)
+{
+    std::vector<size_t> order(values.size());
+    std::iota(order.begin(), order.end(), size_t{0});
+    std::sort(order.begin(), order.end(), [&](size_t a, size_t b) { return values[a] < values[b]; });
+    return order[(order.size() - 1) / 2];
 }
 
 // Collects the repetitions; says which benchmark is done, so that a long run shows that it lives.
@@ -139,6 +153,8 @@ std::string short_number(double value)
 
 using row = std::vector<std::string>;
 
+const std::string spread_heading = "spread %";
+
 // The header and one row per rival that was run.
 std::vector<row> table()
 {
@@ -150,9 +166,12 @@ std::vector<row> table()
             }
         }
     }
-    std::vector<row> rows = {
-        {"subject", "input", "by", "threads", "ms", "spread %", "least ms", "ns per pixel", "times as fast"}};
-    rows[0].insert(rows[0].end(), counter_names.begin(), counter_names.end());
+    std::vector<row> rows = {{"subject", "input", "by", "threads", "ms", spread_heading, "least ms",
+                              "ns per pixel", "times as fast"}};
+    for (const std::string& name : counter_names) {
+        rows[0].push_back(name);
+        rows[0].push_back(name + ' ' + spread_heading);
+    }
 
     std::map<std::string, double> first_of;
     for (const auto& which : entries()) {
@@ -160,45 +179,57 @@ std::vector<row> table()
             continue;
         }
         const rival& who = which->who;
-        std::vector<double> sorted = which->seconds;
-        std::sort(sorted.begin(), sorted.end());
-        const double middle = quantile(sorted, 0.5);
-        const double spread = (quantile(sorted, 0.75) - quantile(sorted, 0.25)) / middle * 100.0;
+        const double middle = median(which->seconds);
+        const double least = *std::min_element(which->seconds.begin(), which->seconds.end());
         const double first = first_of.emplace(who.subject + '/' + who.input, middle).first->second;
         row line = {who.subject,
                     who.input,
                     who.name,
                     std::to_string(who.threads),
                     fixed(middle * 1e3, 3),
-                    fixed(spread, 1),
-                    fixed(sorted.front() * 1e3, 3),
+                    fixed(spread(which->seconds), 1),
+                    fixed(least * 1e3, 3),
                     who.pixels > 0.0 ? fixed(middle * 1e9 / who.pixels, 3) : "",
                     fixed(first / middle, 2)};
         for (const std::string& name : counter_names) {
             const auto found = which->counters.find(name);
-            line.push_back(found == which->counters.end() ? "" : short_number(median(found->second)));
+            if (found == which->counters.end()) {
+                line.insert(line.end(), 2, "");
+                continue;
+            }
+            const std::vector<double>& values = found->second;
+            const double value = who.counts_parts ? values[median_index(which->seconds)] : median(values);
+            line.push_back(short_number(value));
+            line.push_back(fixed(spread(values), 1));
         }
         rows.push_back(line);
     }
     return rows;
 }
 
-// One table per subject, of the columns that its rivals have.
+// One table per subject, of the columns that its rivals have. A counter's spread stands behind it, in brackets.
 void write_markdown(std::ostream& out, const std::vector<row>& rows)
 {
     constexpr size_t text_columns = 3;
+    const auto is_behind_another = [&](size_t column) {
+        return column < rows[0].size() && rows[0][column] == rows[0][column - 1] + ' ' + spread_heading;
+    };
     for (auto begin = rows.begin() + 1; begin != rows.end();) {
         const auto end =
             std::find_if(begin, rows.end(), [&](const row& line) { return line[0] != (*begin)[0]; });
         std::vector<size_t> columns;
         for (size_t column = 1; column < rows[0].size(); ++column) {
-            if (std::any_of(begin, end, [&](const row& line) { return !line[column].empty(); })) {
+            if (!is_behind_another(column)
+                && std::any_of(begin, end, [&](const row& line) { return !line[column].empty(); })) {
                 columns.push_back(column);
             }
         }
         const auto write_line = [&](const row& line) {
             for (const size_t column : columns) {
                 out << "| " << line[column] << ' ';
+                if (is_behind_another(column + 1) && !line[column].empty()) {
+                    out << '(' << (&line == &rows[0] ? spread_heading : line[column + 1]) << ") ";
+                }
             }
             out << "|\n";
         };
@@ -252,6 +283,9 @@ int run_all(int argc, char* argv[])
     }
     arguments.insert(arguments.end(), argv + 1, argv + argc);
     const std::string path = table_path(arguments);
+    const bool are_repetitions_given = std::any_of(argv + 1, argv + argc, [](const char* argument) {
+        return std::string(argument).rfind("--benchmark_repetitions=", 0) == 0;
+    });
     int count = static_cast<int>(arguments.size());
     benchmark::Initialize(&count, arguments.data());
     if (benchmark::ReportUnrecognizedArguments(count, arguments.data())) {
@@ -262,13 +296,19 @@ int run_all(int argc, char* argv[])
             benchmark_name(which->who).c_str(),
             [](benchmark::State& state, entry* timed) { run(state, *timed); }, which.get());
         registered->UseManualTime()->Unit(benchmark::kMillisecond);
-        if (which->who.takes_long) {
-            registered->Iterations(1)->Repetitions(5);
+        if (which->who.long_repetitions > 0) {
+            registered->Iterations(1);
+            if (!are_repetitions_given) {
+                registered->Repetitions(which->who.long_repetitions);
+            }
         }
     }
     collector results;
     const size_t matching = benchmark::RunSpecifiedBenchmarks(&results);
     benchmark::Shutdown();
+    if (matching == 0) {
+        return 2;
+    }
 
     const std::vector<row> rows = table();
     write_markdown(std::cout, rows);
@@ -282,10 +322,21 @@ int run_all(int argc, char* argv[])
             return 1;
         }
     }
-    return matching == 0 || results.failed() ? 1 : 0;
+    return results.failed() ? 1 : 0;
 }
 
 }  // namespace
+
+std::string on_threads(const std::string& input, int threads)
+{
+    return threads == 1 ? input : input + " on two threads";
+}
+
+double median(std::vector<double> values)
+{
+    std::sort(values.begin(), values.end());
+    return quantile(values, 0.5);
+}
 
 double process_cpu_seconds()
 {

@@ -14,6 +14,7 @@
 #include <cstddef>
 #include <functional>
 #include <string>
+#include <vector>
 
 #include <benchmark/benchmark.h>
 
@@ -26,17 +27,26 @@ struct rival {
     std::string input;    ///< on what, for instance a size; no "/"
     int threads = 1;      ///< set for OpenCV's loops before it runs; at most those that there are
     double pixels = 0.0;  ///< per iteration; 0 where time per pixel means nothing
-    /// One iteration is enough for a repetition, whatever time it reports, and five of those.
-    bool takes_long = false;
+    /// For what takes long: so many repetitions, where a command line does not say how many, of one iteration each,
+    /// whatever time that reports. 0: as all others.
+    int long_repetitions = 0;
+    /// Its counters are parts of its time, and add up: they are those of the one repetition that took the median time.
+    bool counts_parts = false;
 };
+
+/// The name of an input that is worked on by so many threads: each of those has a first row of its own.
+std::string on_threads(const std::string& input, int threads);
 
 /// @param proof  run once, before the rival's first timing; false ends its timing and fails the program
 /// @param body   a benchmark; one iteration is one frame, one turn, one sweep. Manual time: see time_frames.
-///               Counters that it sets become columns of the table, by their medians.
+///               Counters that it sets become columns of the table, by their medians and spreads.
 void add(const rival& who, std::function<bool()> proof, std::function<void(benchmark::State&)> body);
 
 /// The same for a rival against which others are proven, or whose body proves each answer that it times.
 void add(const rival& who, std::function<void(benchmark::State&)> body);
+
+/// The median of values of which there are some.
+double median(std::vector<double> values);
 
 /// Processor time of all threads of the process so far, in seconds.
 double process_cpu_seconds();

@@ -7,15 +7,10 @@
 #include <array>
 #include <chrono>
 #include <cstdio>
-#include <cstdlib>
-#include <filesystem>
 #include <functional>
-#include <iostream>
 #include <map>
 #include <string>
-#include <sys/resource.h>
 #include <sys/wait.h>
-#include <thread>
 #include <type_traits>
 #include <unistd.h>
 #include <utility>
@@ -29,7 +24,7 @@
 #include "support/rendered_sweep.h"
 #include "support/sample_video.h"
 #include "tarn_stitch_jni.h"
-#include "worker_protocol.h"
+#include "whole_task.h"
 
 namespace {
 
@@ -149,24 +144,11 @@ double pair_error(const sweep_input& input, const std::vector<int>& key_frames,
     return sum / static_cast<double>(key_frames.size() - 1);
 }
 
-// Whether the last frame's call has left a file that decodes to a picture of the panorama's size and content.
-bool wrote_the_panorama()
-{
-    constexpr double greatest_loss = 10.0;  // of a byte, on average, by JPEG
-    const cv::Mat written = cv::imread(getCurrentPanoramaShow());
-    return !written.empty() && written.size() == big_stitch_image.size()
-           && cv::norm(written, big_stitch_image, cv::NORM_L1)
-                  < greatest_loss * 3.0 * static_cast<double>(written.total());
-}
-
 // Every frame through videoStitch, as fast as the workers follow, to the finished file.
 void run_library(const sweep_input& input, figures& own, std::vector<int>* key_frames)
 {
-    std::string pattern = (std::filesystem::temp_directory_path() / "tarnstitch_bench_XXXXXX").string();
-    const std::string directory = std::string(mkdtemp(pattern.data())) + '/';
-    std::cout.rdbuf(nullptr);
+    const tarn::bench::quiet_task task;
     const clock_type::time_point begin = clock_type::now();
-    resetStitch(directory.c_str());
     std::vector<int> numbers;
     std::vector<cv::Matx33d> before_places;
     std::vector<cv::Matx33d> places;
@@ -179,9 +161,7 @@ void run_library(const sweep_input& input, figures& own, std::vector<int>* key_f
         if (tarn_stitcher.big_frame_index != before) {
             numbers.push_back(static_cast<int>(i));
             // One key frame at a time, so that each one's place can be read.
-            while (tarn::look_at_pipeline().turns_over < tarn_stitcher.big_frame_index) {
-                std::this_thread::sleep_for(std::chrono::milliseconds(1));
-            }
+            tarn::bench::wait_for_turns();
             // A frame at the very edge has moved the panorama by as many pixels as that has grown.
             const cv::Matx33d place = cv::Matx33d(neighbour_homo);
             const auto corners =
@@ -200,12 +180,10 @@ void run_library(const sweep_input& input, figures& own, std::vector<int>* key_f
     note_usage(own);
     own.key_frames = static_cast<int>(numbers.size());
     own.error = pair_error(input, numbers, before_places, places);
-    own.is_right = wrote_the_panorama() && own.error < greatest_error;
+    own.is_right = tarn::bench::wrote_the_panorama() && own.error < greatest_error;
     if (key_frames != nullptr) {
         *key_frames = numbers;
     }
-    resetStitch("");
-    std::filesystem::remove_all(directory);
 }
 
 // The key frames alone through the image library's own stitcher, to an encoded file.
@@ -313,7 +291,7 @@ std::vector<int> key_frames_of(const sweep_input& input)
     });
 }
 
-void add_sweep(const std::string& name, const sweep_input& (*input)())
+void add_sweep(const std::string& name, const sweep_input& (*input)(), int threads)
 {
     const auto with_key_frames = [input] {
         cv::setNumThreads(1);  // a process with threads cannot be forked
@@ -326,61 +304,73 @@ void add_sweep(const std::string& name, const sweep_input& (*input)())
         return &whole;
     };
     const std::string subject = "whole sweep";
-    for (const auto& [by, mode] :
-         {std::pair(std::string("cv::Stitcher PANORAMA, key frames only"), cv::Stitcher::PANORAMA),
-          std::pair(std::string("cv::Stitcher SCANS, key frames only"), cv::Stitcher::SCANS)}) {
-        tarn::bench::add({subject, by, name, 2, 0.0, true}, [=, mode = mode](benchmark::State& state) {
+    const std::string threaded = tarn::bench::on_threads(name, threads);
+    const auto add_stitcher = [=](const std::string& by, cv::Stitcher::Mode mode, int repetitions) {
+        tarn::bench::add({subject, by, threaded, threads, 0.0, repetitions}, [=](benchmark::State& state) {
             const sweep_input* const whole = with_key_frames();
-            report(state, 2, [=](figures& own) { run_stitcher(*whole, mode, own); });
+            report(state, threads, [=](figures& own) { run_stitcher(*whole, mode, own); });
         });
-    }
-    tarn::bench::add({subject, "videoStitch, every frame", name, 2, 0.0, true}, [=](benchmark::State& state) {
-        const sweep_input* const whole = with_key_frames();
-        report(state, 2, [=](figures& own) { run_library(*whole, own, nullptr); });
-    });
+    };
+    add_stitcher("cv::Stitcher PANORAMA, key frames only", cv::Stitcher::PANORAMA, 3);
+    add_stitcher("cv::Stitcher SCANS, key frames only", cv::Stitcher::SCANS, 9);
+    tarn::bench::add({subject, "videoStitch, every frame", threaded, threads, 0.0, 9},
+                     [=](benchmark::State& state) {
+                         const sweep_input* const whole = with_key_frames();
+                         report(state, threads, [=](figures& own) { run_library(*whole, own, nullptr); });
+                     });
 }
 
-// A sweep of so many frames, each made when it is its turn, so that only the library holds several.
+// A sweep of so many frames, each made when it is its turn, so that only the library holds several. The time that
+// making them takes is no time of the library's; no worker is at work meanwhile.
 void run_length(const tarn::test::rendered_sweep& sweep, figures& own)
 {
     const int length = sweep.length();
-    std::string pattern = (std::filesystem::temp_directory_path() / "tarnstitch_bench_XXXXXX").string();
-    const std::string directory = std::string(mkdtemp(pattern.data())) + '/';
-    std::cout.rdbuf(nullptr);
-    resetStitch(directory.c_str());
+    const tarn::bench::quiet_task task;
     double live = 0.0;
+    double rendering_cpu = 0.0;
     for (int i = 0; i < length; ++i) {
+        const double cpu_begin = tarn::bench::process_cpu_seconds();
         const cv::Mat frame = sweep.host_frame(i);
+        rendering_cpu += tarn::bench::process_cpu_seconds() - cpu_begin;
         const bool is_last = i + 1 == length;
         const clock_type::time_point begin = clock_type::now();
         videoStitch(frame, tarn::test::no_direction, is_last ? 1 : 0);
         live += is_last ? 0.0 : seconds_since(begin);
-        while (tarn::look_at_pipeline().turns_over < tarn_stitcher.big_frame_index) {
-            std::this_thread::sleep_for(std::chrono::milliseconds(1));
-        }
+        tarn::bench::wait_for_turns();
     }
     own.seconds = live / (length - 1);
     note_usage(own);
+    own.cpu_seconds -= rendering_cpu;
     own.key_frames = tarn_stitcher.big_frame_index;
-    own.is_right = wrote_the_panorama();
+    own.is_right = tarn::bench::wrote_the_panorama();
     own.panorama_megabytes = static_cast<double>(big_stitch_image.total()) * 3 / 1048576.0;
-    resetStitch("");
-    std::filesystem::remove_all(directory);
+}
+
+void add_length(int length, int threads)
+{
+    tarn::bench::add({"by length, ms per frame", "videoStitch",
+                      tarn::bench::on_threads(std::to_string(length) + " frames of 1280x720", threads), threads,
+                      0.0, length <= 200 ? 9 : 5},
+                     [=](benchmark::State& state) {
+                         cv::setNumThreads(1);  // a process with threads cannot be forked
+                         // The plane that is seen is made out here: it is no memory of the library's.
+                         const auto sweep =
+                             tarn::test::slide(cv::Size(1280, 720), tarn::test::moving_down, 6.0, length);
+                         report(state, threads, [&](figures& own) { run_length(sweep, own); });
+                     });
 }
 
 TARN_RIVALS(sweep_rivals)
 {
-    add_sweep("hall_slide", hall_slide);
-    add_sweep("rendered 1920x1080", rendered);
+    for (const int threads : {1, 2}) {
+        add_sweep("hall_slide", hall_slide, threads);
+    }
+    add_sweep("rendered 1920x1080", rendered, 2);  // on one, too, PANORAMA alone would take minutes more
     for (const int length : {50, 100, 200, 400, 800}) {
-        tarn::bench::add({"by length, ms per frame", "videoStitch",
-                          std::to_string(length) + " frames of 1280x720", 1, 0.0, true},
-                         [length](benchmark::State& state) {
-                             // The plane that is seen is made out here: it is no memory of the library's.
-                             const auto sweep =
-                                 tarn::test::slide(cv::Size(1280, 720), tarn::test::moving_down, 6.0, length);
-                             report(state, 1, [&](figures& own) { run_length(sweep, own); });
-                         });
+        add_length(length, 1);
+    }
+    for (const int length : {50, 100, 200, 400}) {
+        add_length(length, 2);
     }
 }
 

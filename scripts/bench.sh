@@ -3,8 +3,10 @@
 #
 # Builds and runs the benchmarks, after installing what is missing, and writes their tables into out/benchmarks/,
 # one .md, with the machine's description, and one .csv per program, and all that lie there into out/benchmarks.md.
-# Arguments: the programs to run (kernel_benchmark, …), by default all; those that begin with "--" go to each of them,
-# but --figures, which draws docs/images/frame-time.svg and turn-time.svg anew from the tables, and --build-only.
+# Arguments: the programs to run (kernel_benchmark, …), by default all; --figures, which draws docs/images/frame-time.svg
+# and turn-time.svg anew from the tables; --build-only. All others that begin with "--" go to each program
+# (--benchmark_filter=…): what comes out is another table, which goes to out/benchmarks-trial/ and
+# out/benchmarks-trial.md, and leaves those of whole runs as they are.
 set -euo pipefail
 # shellcheck source=scripts/lib/common.sh
 source "$(dirname "${BASH_SOURCE[0]}")/lib/common.sh"
@@ -25,6 +27,12 @@ for argument in "$@"; do
     programs+=("$argument")
   fi
 done
+
+tables=out/benchmarks
+if ((${#options[@]} > 0)); then
+  ! $figures || fail "the figures are of whole runs: --figures goes without ${options[*]}"
+  tables=out/benchmarks-trial
+fi
 
 need_packages "${build_packages[@]}" "${test_packages[@]}" "${benchmark_packages[@]}"
 
@@ -52,38 +60,46 @@ machine() {
   printf -- '- load before the run: %s\n' "$(cut -d ' ' -f 1-3 /proc/loadavg 2>/dev/null || echo '?')"
 }
 
-mkdir -p out/benchmarks
+# Only trials of this run: they have nothing to do with earlier ones.
+((${#options[@]} == 0)) || rm -rf "$tables"
+mkdir -p "$tables"
 failed=()
+idle=()
 for program in "${programs[@]}"; do
   say "Running $program"
   description=$(machine)
-  new=out/benchmarks/new
-  rm -f $new.*
-  if ! build/bench/benchmarks/"$program" --table=$new "${options[@]}"; then
+  new=$tables/new
+  rm -f "$new".*
+  status=0
+  build/bench/benchmarks/"$program" --table="$new" "${options[@]}" || status=$?
+  if ((status == 2)); then
+    idle+=("$program")
+  elif ((status != 0)); then
     failed+=("$program")
   fi
   if [[ -e $new.md ]]; then
-    printf '## %s, %s\n\n%s\n\n%s\n' "$program" "$(date -u +%Y-%m-%d)" "$description" "$(cat $new.md)" \
-      >out/benchmarks/"$program".md
-    mv $new.csv out/benchmarks/"$program".csv
-    rm $new.md
+    printf '## %s, %s\n\n%s\n\n%s\n' "$program" "$(date -u +%Y-%m-%d)" "$description" "$(cat "$new".md)" \
+      >"$tables/$program.md"
+    mv "$new".csv "$tables/$program.csv"
+    rm "$new".md
   fi
 done
 
-summary=out/benchmarks.md
+summary=$tables.md
 printf '# Benchmarks\n' >"$summary"
 for program in "${all_programs[@]}"; do
-  if [[ -e out/benchmarks/$program.md ]]; then
-    { echo && cat "out/benchmarks/$program.md"; } >>"$summary"
+  if [[ -e $tables/$program.md ]]; then
+    { echo && cat "$tables/$program.md"; } >>"$summary"
   fi
 done
 say "Tables: $root/$summary"
 ((${#failed[@]} == 0)) || fail "these failed: ${failed[*]}"
+((${#idle[@]} < ${#programs[@]})) || fail "the options leave nothing to run in ${idle[*]}"
 
 if $figures; then
   for program in live_path_benchmark worker_benchmark; do
-    [[ -e out/benchmarks/$program.csv ]] || fail "the figures need the table of $program; run it, too."
+    [[ -e $tables/$program.csv ]] || fail "the figures need the table of $program; run it, too."
   done
-  gnuplot -e "tables='out/benchmarks'; images='docs/images'" benchmarks/figures.gnuplot
+  gnuplot -e "tables='$tables'; images='docs/images'" benchmarks/figures.gnuplot
   say "Figures: docs/images/frame-time.svg, docs/images/turn-time.svg"
 fi
