@@ -328,21 +328,27 @@ void run_length(const tarn::test::rendered_sweep& sweep, figures& own)
     const tarn::bench::quiet_task task;
     double live = 0.0;
     double rendering_cpu = 0.0;
+    std::vector<int> key_frames;
     for (int i = 0; i < length; ++i) {
         const double cpu_begin = tarn::bench::process_cpu_seconds();
         const cv::Mat frame = sweep.host_frame(i);
         rendering_cpu += tarn::bench::process_cpu_seconds() - cpu_begin;
         const bool is_last = i + 1 == length;
+        const int before = tarn_stitcher.big_frame_index;
         const clock_type::time_point begin = clock_type::now();
         videoStitch(frame, tarn::test::no_direction, is_last ? 1 : 0);
         live += is_last ? 0.0 : seconds_since(begin);
+        if (tarn_stitcher.big_frame_index != before) {
+            key_frames.push_back(i);
+        }
         tarn::bench::wait_for_turns();
     }
     own.seconds = live / (length - 1);
     note_usage(own);
     own.cpu_seconds -= rendering_cpu;
     own.key_frames = tarn_stitcher.big_frame_index;
-    own.is_right = tarn::bench::wrote_the_panorama();
+    own.is_right =
+        tarn::bench::wrote_the_panorama() && tarn::bench::shows_the_plane(big_stitch_image, sweep, key_frames);
     own.panorama_megabytes = static_cast<double>(big_stitch_image.total()) * 3 / 1048576.0;
 }
 
