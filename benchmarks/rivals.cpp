@@ -78,14 +78,6 @@ double quantile(const std::vector<double>& sorted, double share)
     return sorted[below] * (1.0 - rest) + sorted[above] * rest;
 }
 
-// The interquartile range in percent of the median.
-double spread(std::vector<double> values)
-{
-    std::sort(values.begin(), values.end());
-    const double range = quantile(values, 0.75) - quantile(values, 0.25);
-    return range == 0.0 ? 0.0 : range / std::abs(quantile(values, 0.5)) * 100.0;
-}
-
 // Which value is the median, or, of an even number, the lesser one in the middle.
 size_t median_index(const std::vector<double>& values)
 {
@@ -151,6 +143,14 @@ std::string short_number(double value)
     return fixed(value, magnitude >= 100.0 ? 0 : magnitude >= 10.0 ? 1 : magnitude >= 1.0 ? 2 : 3);
 }
 
+// The interquartile range in percent of the median; empty where that is 0.
+std::string spread(std::vector<double> values)
+{
+    std::sort(values.begin(), values.end());
+    const double middle = std::abs(quantile(values, 0.5));
+    return middle == 0.0 ? "" : fixed((quantile(values, 0.75) - quantile(values, 0.25)) / middle * 100.0, 1);
+}
+
 using row = std::vector<std::string>;
 
 const std::string spread_heading = "spread %";
@@ -187,7 +187,7 @@ std::vector<row> table()
                     who.name,
                     std::to_string(who.threads),
                     fixed(middle * 1e3, 3),
-                    fixed(spread(which->seconds), 1),
+                    spread(which->seconds),
                     fixed(least * 1e3, 3),
                     who.pixels > 0.0 ? fixed(middle * 1e9 / who.pixels, 3) : "",
                     fixed(first / middle, 2)};
@@ -200,7 +200,7 @@ std::vector<row> table()
             const std::vector<double>& values = found->second;
             const double value = who.counts_parts ? values[median_index(which->seconds)] : median(values);
             line.push_back(short_number(value));
-            line.push_back(fixed(spread(values), 1));
+            line.push_back(spread(values));
         }
         rows.push_back(line);
     }
@@ -227,7 +227,7 @@ void write_markdown(std::ostream& out, const std::vector<row>& rows)
         const auto write_line = [&](const row& line) {
             for (const size_t column : columns) {
                 out << "| " << line[column] << ' ';
-                if (is_behind_another(column + 1) && !line[column].empty()) {
+                if (is_behind_another(column + 1) && !line[column + 1].empty()) {
                     out << '(' << (&line == &rows[0] ? spread_heading : line[column + 1]) << ") ";
                 }
             }
