@@ -15,6 +15,7 @@
 #include <array>
 #include <cmath>
 #include <cstdlib>
+#include <ctime>
 #include <fstream>
 #include <iomanip>
 #include <iostream>
@@ -23,7 +24,6 @@
 #include <numeric>
 #include <sstream>
 #include <sys/resource.h>
-#include <time.h>
 #include <vector>
 
 #include <opencv2/core.hpp>
@@ -170,7 +170,8 @@ std::vector<row> table()
                               "ns per pixel", "times as fast"}};
     for (const std::string& name : counter_names) {
         rows[0].push_back(name);
-        rows[0].push_back(name + ' ' + spread_heading);
+        rows[0].push_back(name);
+        rows[0].back().append(" ").append(spread_heading);
     }
 
     std::map<std::string, double> first_of;
@@ -212,7 +213,7 @@ void write_markdown(std::ostream& out, const std::vector<row>& rows)
 {
     constexpr size_t text_columns = 3;
     const auto is_behind_another = [&](size_t column) {
-        return column < rows[0].size() && rows[0][column] == rows[0][column - 1] + ' ' + spread_heading;
+        return column < rows[0].size() && rows[0][column] == rows[0][column - 1] + " " + spread_heading;
     };
     for (auto begin = rows.begin() + 1; begin != rows.end();) {
         const auto end =
