@@ -292,7 +292,7 @@ TARN_RIVALS(worker_rivals)
     for (const int threads : {1, 2}) {
         tarn::bench::add(
             {"from last frame to file, ms", "one sweep",
-             tarn::bench::on_threads("90 frames of 1920x1080 at 30 per second", threads), threads, 0.0, 15,
+             tarn::bench::on_threads("90 frames of 1920x1080 at 30 per second", threads), threads, 0.0, 9,
              true},
             [] { return !camera_sweep().panorama.empty(); }, time_last_frame);
     }
