@@ -130,6 +130,7 @@ TEST_F(FinalImage, LastWorkerSucceedingDuringTheWaitIsWritten)
 TEST_F(FinalImage, GivesUpAfterMoreThanTheTimeOutReturnsTrueAndLeavesThePath)
 {
     set_pipeline(3, 4);
+    max_wait_seconds = usual_wait;
     const stepped_time time;
 
     EXPECT_TRUE(tarn_stitcher.get_big_image(5));
@@ -273,6 +274,7 @@ TEST_F(LastFrame, LastWorkerThatNeverGetsItsTurnIsAnsweredWithOneAndAnEmptyPath)
     videoStitch(frame(1), moving_right, 0);
     ASSERT_TRUE(wait_for_workers());
     stepper.hold_at(worker_stage::started, 2);
+    max_wait_seconds = usual_wait;
     const stepped_time time;
 
     EXPECT_EQ(videoStitch(frame(2), moving_right, 1)[0], 1);
