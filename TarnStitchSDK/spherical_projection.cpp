@@ -29,7 +29,7 @@ struct sphere {
     {
     }
 
-    // For as many columns as a number of vectors has. Those behind the last are not used.
+    // Rounded up to whole vectors. The columns behind the last are not used.
     void make_columns()
     {
         column_sine.resize(cv::alignSize(static_cast<size_t>(size.width), cv::v_float32x4::nlanes));
@@ -72,7 +72,7 @@ struct places {
     }
 };
 
-// One coordinate of the source points of a target row, column by column. As many as a number of vectors has.
+// One coordinate of the source points of a target row, column by column, rounded up to whole vectors.
 struct coordinates {
     std::vector<float> points;
     std::vector<int> pixels;
@@ -83,7 +83,7 @@ struct coordinates {
     }
 
     // sine(column) * length + centre. A coordinate that is no int becomes, depending on the processor, pixel 0 or
-    // an end of the range.
+    // an end of the range: not inside in either case.
     template <typename Sine>
     void locate(const std::vector<double>& length, double centre, Sine sine)
     {
@@ -106,7 +106,7 @@ struct coordinates {
     }
 
     // Those of some columns, by fours, that lie around the middle one and have their pixels after 0 and before
-    // an end.
+    // an end. All that are kept have been tested; behind one that fails, good ones may be left out.
     cv::Range inside(cv::Range columns, int end) const
     {
         const int middle = static_cast<int>(pixels.size() / 2);
@@ -238,8 +238,8 @@ void sample_four(const source_pixels& source, const places& x, const places& y, 
     const cv::v_float32x4 weight_bl = (one - dx) * dy;
     const cv::v_float32x4 weight_br = dx * dy;
     // Bytes stay where they are in their words: a mean that is 256 or 65536 times as large is rounded alike, and its
-    // fraction lies below the bits that count. Green and red of the right pixels lie 16 bits lower than of the left
-    // ones, in words of their own: 8 bits lower than the means.
+    // fraction lies below the bits that count. Green and red of the right pixels lie 8 bits lower than those of the
+    // left ones, in words of their own, and are lifted by their weights.
     const cv::v_float32x4 lift = cv::v_setall_f32(256.0f);
     const cv::v_float32x4 lifted_tr = weight_tr * lift;
     const cv::v_float32x4 lifted_br = weight_br * lift;
