@@ -29,8 +29,8 @@
 extern TarnStitcher tarn_stitcher;
 
 /// Starts a new task. Waits for a frame that another thread has inside until it is done, for a worker that is writing
-/// its file, and for 11 times 100 ms where a task is marked busy without a frame; removes the working directory of the old task if the path changes;
-/// creates the new one if it is missing, else empties it.
+/// its file, and for 11 times 100 ms where a task is marked busy without a frame; removes the working directory of the
+/// old task if the path changes; creates the new one if it is missing, else empties it.
 ///
 /// @param input_path  working directory with a trailing "/", wholly the library's: whatever lies in it is
 ///                    deleted. "" (or null) touches no directory, and the

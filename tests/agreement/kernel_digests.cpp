@@ -87,21 +87,20 @@ void write_pixel_kernels()
         results.add(random.image(any_size(random)));
         results.add(random.any_quadrilateral({100, 100}));
     });
-    write("shrink", 300, [](random_input& random, digest& results) {
-        const int width = random.integer(2, 200);
-        const cv::Mat image = random.noise(cv::Size(width, random.integer(2, 150)), CV_8UC3);
-        cv::Mat shrunk;
-        tarn::shrink(image, shrunk, random.real(0.5f, 1.0f));
-        results.add(shrunk);
-    });
+    const auto write_shrunk = [](const char* name, int count, cv::Size least, cv::Size most, float least_scale,
+                                 float most_scale) {
+        write(name, count, [=](random_input& random, digest& results) {
+            const int width = random.integer(least.width, most.width);
+            const int height = random.integer(least.height, most.height);
+            const cv::Mat image = random.noise(cv::Size(width, height), CV_8UC3);
+            cv::Mat shrunk;
+            tarn::shrink(image, shrunk, random.real(least_scale, most_scale));
+            results.add(shrunk);
+        });
+    };
+    write_shrunk("shrink", 300, {2, 2}, {200, 150}, 0.5f, 1.0f);
     // As far as the frames of cameras are shrunk for the preview.
-    write("shrink_camera_frame", 100, [](random_input& random, digest& results) {
-        const int width = random.integer(100, 1000);
-        const cv::Mat image = random.noise(cv::Size(width, random.integer(50, 200)), CV_8UC3);
-        cv::Mat shrunk;
-        tarn::shrink(image, shrunk, random.real(0.08f, 0.5f));
-        results.add(shrunk);
-    });
+    write_shrunk("shrink_camera_frame", 100, {100, 50}, {1000, 200}, 0.08f, 0.5f);
     write("optimizeSeam", 300, [](random_input& random, digest& results) {
         const cv::Size size = any_size(random);
         cv::Mat before = random.image(size);

@@ -128,6 +128,7 @@ TEST_F(OverlappingCalls, GettersShowSomethingWholeWhileFramesAreRegistered)
     done = true;
     onlooker.join();
     EXPECT_FALSE(first.empty());
+    EXPECT_GT(looks, 0);
 }
 
 TEST_F(OverlappingCalls, AnyCallsFromThreeThreadsLeaveALibraryThatWorks)
