@@ -227,6 +227,7 @@ TEST(RealtimeFeed, WithoutAWaitingSweepAllButTheFirstAndTheLastAreDropped)
 
 TEST(RealtimeFeed, CameraSetsThePaceItself)
 {
+    // By their time stamps these frames would take most of a day.
     constexpr double one_in_an_hour = 1.0 / 3600.0;
     constexpr int length = 20;
     frame_feed feed(std::make_unique<picture_list>(pictures(length), one_in_an_hour, true), {},
@@ -234,14 +235,15 @@ TEST(RealtimeFeed, CameraSetsThePaceItself)
     EXPECT_EQ(feed.expected(), 0);
     realtime_feed realtime(feed);
     feed_frame frame;
-    ASSERT_TRUE(realtime.next(frame));
-    while (realtime.dropped() < length - 2) {
-        std::this_thread::yield();
+    // A camera waits for nobody: any of its frames but the last may be gone before the first one is asked for.
+    int count = 0;
+    while (realtime.next(frame)) {
+        ++count;
     }
-    ASSERT_TRUE(realtime.next(frame));
     EXPECT_EQ(frame.stamp.number, length);
     EXPECT_EQ(frame.place, length);
     EXPECT_TRUE(frame.last);
+    EXPECT_EQ(count + realtime.dropped(), length);
 }
 
 TEST(RealtimeFeed, CamerasSweepEndsWhereItIsToldTo)
