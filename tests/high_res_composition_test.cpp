@@ -44,11 +44,12 @@ struct grown_panorama {
 };
 
 /// A copy of the image as a view of a larger one, with rubbish in the room around it.
-cv::Mat with_room(const cv::Mat& image, int room)
+/// @param room  columns to the left and to the right, and rows above and below
+cv::Mat with_room(const cv::Mat& image, const cv::Size& room)
 {
-    cv::Mat storage(image.rows + 2 * room, image.cols + 2 * room, CV_8UC3);
+    cv::Mat storage(image.size() + room + room, CV_8UC3);
     cv::randu(storage, 0, 256);
-    cv::Mat view = storage(cv::Rect(cv::Point(room, room), image.size()));
+    cv::Mat view = storage(cv::Rect(cv::Point(room), image.size()));
     image.copyTo(view);
     return view;
 }
@@ -75,7 +76,7 @@ std::optional<grown_panorama> composed(const cv::Mat& panorama, const cv::Mat& f
     EXPECT_TRUE(same_pixels(H_before, H));
 
     const cv::Size growth = expected.image.size() - panorama.size();
-    const cv::Mat roomy = with_room(panorama, std::max(growth.width, growth.height));
+    const cv::Mat roomy = with_room(panorama, growth);
     EXPECT_TRUE(tarn::can_grow_in_place(roomy, *merged, 1));
     const cv::Mat grown = tarn::grow_in_place(roomy, *merged);
     EXPECT_EQ(grown.u, roomy.u);
@@ -383,7 +384,7 @@ TEST(GrowthInPlace, NeedsTheRoomOnEverySideToWhichThePanoramaGrows)
 
 TEST(GrowthInPlace, IsRefusedWhenAnyoneElseHoldsTheStorage)
 {
-    cv::Mat panorama = with_room(plain(60, 40, grey), 50);
+    cv::Mat panorama = with_room(plain(60, 40, grey), {50, 50});
     const auto merged = tarn::merge_frame(panorama, plain(30, 20, light), shift_by(50, 10));
     ASSERT_TRUE(merged);
     EXPECT_TRUE(tarn::can_grow_in_place(panorama, *merged, 1));
