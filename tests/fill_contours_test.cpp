@@ -11,6 +11,7 @@
 #include "reference/pixels.h"
 #include "seam.h"
 #include "support/random_input.h"
+#include "support/stitcher_fixture.h"
 #include "support/thread_count.h"
 
 namespace {
@@ -544,7 +545,7 @@ TEST(FillContours, EqualsReferenceOnViewsOfAllSmallSizes)
     random_input random;
     for (const int width : tarn::test::small_sides()) {
         for (const int height : tarn::test::small_sides()) {
-            for (int repetition = 0; repetition < 6; ++repetition) {
+            for (int repetition = 0; repetition < tarn::test::scaled_count(6, 2); ++repetition) {
                 ASSERT_NO_FATAL_FAILURE(compare_with_reference(random, {width, height}))
                     << width << " x " << height;
             }
@@ -555,7 +556,7 @@ TEST(FillContours, EqualsReferenceOnViewsOfAllSmallSizes)
 TEST(FillContours, EqualsReferenceOnImagesLongerThanTheFade)
 {
     random_input random;
-    for (int i = 0; i < 150; ++i) {
+    for (int i = 0; i < tarn::test::scaled_count(150, 30); ++i) {
         const cv::Size size(random.integer(50, 160), random.integer(50, 160));
         ASSERT_NO_FATAL_FAILURE(compare_with_reference(random, size)) << size;
     }

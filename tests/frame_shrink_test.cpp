@@ -171,7 +171,7 @@ TEST(Shrink, NeitherReadsNorWritesBehindTheLastPixel)
     random_input random;
     guarded_end source_memory;
     guarded_end target_memory;
-    for (int i = 0; i < 2000; ++i) {
+    for (int i = 0; i < tarn::test::scaled_count(2000, 200); ++i) {
         const cv::Size size(random.integer(1, 700), random.integer(1, 50));
         const float scale = random.real(0.3f, 0.99f);
         cv::Mat image = source_memory.image(size);
