@@ -22,7 +22,8 @@ fi
 
 # One process per file; xargs fails when any of them does. The path-sensitive analyzer looks at what ships and at
 # its hosts; for tests and benchmarks, whose macros take it four times as long as all other checks together, the
-# sanitizers do its work.
+# sanitizers do its work. Nor are there reserved names looked for: in the macros of a test that takes a quarter of
+# the time, and nobody else's program is at risk.
 tidy() {
   xargs -0 -r -n 1 -P "$jobs" clang-tidy-14 -p build/dev --quiet --warnings-as-errors='*' "$@"
 }
@@ -35,5 +36,5 @@ for file in "${files[@]}"; do
   esac
 done
 ((${#shipped[@]} == 0)) || printf '%s\0' "${shipped[@]}" | tidy
-((${#around[@]} == 0)) || printf '%s\0' "${around[@]}" | tidy --checks='-clang-analyzer-*'
+((${#around[@]} == 0)) || printf '%s\0' "${around[@]}" | tidy --checks='-clang-analyzer-*,-bugprone-reserved-identifier'
 say "Tidy: nothing found in ${#files[@]} files."
