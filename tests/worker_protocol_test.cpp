@@ -736,13 +736,14 @@ private:
     void (*kept_handler_)(int);
 };
 
-/// Removes a directory into which a worker may put files until it is gone.
+/// Removes a directory into which a worker may put files until it is gone. Meanwhile a new one may come, and one that
+/// was there may take another name.
 void remove_in_use(const std::string& path)
 {
     std::error_code error;
     do {
         fs::remove_all(path, error);
-    } while (error == std::errc::directory_not_empty);
+    } while (error == std::errc::directory_not_empty || error == std::errc::no_such_file_or_directory);
     ASSERT_FALSE(error) << error.message();
 }
 
