@@ -807,7 +807,11 @@ TEST_F(UnwritableDirectory, FullDiskLeavesTheSweepGoingOn)
 TEST_F(UnwritableDirectory, DiskThatFillsUpInMidSweepLeavesTheSweepGoingOn)
 {
     std::unique_ptr<full_disk> full;
-    sweep([&full] { full = std::make_unique<full_disk>(); }, 14);
+    const auto fill_up = [&] {
+        ASSERT_TRUE(stepper.wait_until_at(worker_stage::file_written, 1));
+        full = std::make_unique<full_disk>();
+    };
+    sweep(fill_up, 14);
     full.reset();
     EXPECT_GT(fs::file_size(directory() + "big_frame1.jpg"), 1000U);
 }
