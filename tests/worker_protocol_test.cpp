@@ -562,6 +562,7 @@ TEST_F(WorkerWait, TimeOutWhileAnotherHoldsItsTurnDoesNotDisturbThatTurn)
 
 TEST_F(WorkerWait, FailedTurnPassesTheTicketOnToThoseWaiting)
 {
+    max_wait_seconds = patient_wait;  // those waiting do so in real time
     make_base();
     stepper.hold_at(worker_stage::turn_taken, 2);
     tarn::launch_worker(cv::Mat(240, 320, CV_8UC3, cv::Scalar(90, 90, 90)), right_angles(), full_size(), 3, 2);

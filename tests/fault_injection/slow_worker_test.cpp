@@ -44,7 +44,7 @@ protected:
 
     void expect_good_sweep()
     {
-        tarn::store_release(max_wait_seconds, 20);
+        tarn::store_release(max_wait_seconds, patient_wait);
         EXPECT_TRUE(whole_sweep(directory()) == undisturbed_);
     }
 
