@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <string>
+#include <system_error>
 #include <thread>
 #include <unistd.h>
 #include <vector>
@@ -66,6 +67,7 @@ int main(int argc, char* argv[])
     while (look_at_sweep(id).preview.empty()) {
         std::this_thread::yield();
     }
-    std::filesystem::remove_all(directory);
+    std::error_code ignored;  // workers may be writing there
+    std::filesystem::remove_all(directory, ignored);
     return EXIT_SUCCESS;
 }
