@@ -258,7 +258,7 @@ private:
             resetStitch((private_directory() + "missing/sweep/").c_str());
             break;
         case 3:
-            fs::remove_all(directory(1));  // created by the library
+            remove_tree(directory(1));  // created by the library, unless a worker has put another file there
             reset(directory(1));
             break;
         default:
