@@ -36,6 +36,9 @@ constexpr int most_calls = 40;
 constexpr int frames_per_strip = 10;
 constexpr int longest_wait = 2;  // s, of a worker for its turn
 
+/// A wait that takes longer means a worker that will never end.
+constexpr auto patience = std::chrono::minutes(4);
+
 /// Frames of the sample sweeps, CV_8UC4, R,G,B,A.
 std::vector<std::vector<cv::Mat>> sweeps;
 
@@ -324,7 +327,7 @@ private:
     {
         const auto start = std::chrono::steady_clock::now();
         while (tarn::workers_in_flight() > in_flight) {
-            check(std::chrono::steady_clock::now() - start < std::chrono::seconds(20), "workers end");
+            check(std::chrono::steady_clock::now() - start < patience, "workers end");
             std::this_thread::sleep_for(std::chrono::microseconds(200));
             // The second frame of a sphere waits without a limit for a base that may never come.
             if (in_flight > 0 && std::chrono::steady_clock::now() - start > std::chrono::milliseconds(300)) {
