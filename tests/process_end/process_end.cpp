@@ -12,6 +12,7 @@
 // PROCESS_END_EARLY in the environment the first worker of all is launched before main.
 #include <array>
 #include <atomic>
+#include <chrono>
 #include <condition_variable>
 #include <cstdio>
 #include <cstdlib>
@@ -28,6 +29,7 @@
 #include <utility>
 #include <vector>
 
+#include "support/counted_sleep.h"
 #include "support/rendered_sweep.h"
 #include "tarn_stitch_jni.h"
 #include "worker_protocol.h"
@@ -224,6 +226,18 @@ void let_go()
     m.changed.notify_all();
 }
 
+/// The library waits for its workers for two seconds at most, in polls. From now on the first poll on this thread lasts
+/// until they have gone, so that the two seconds are enough on any machine; the alarm ends a wait that never would.
+void give_workers_their_time()
+{
+    static auto& polls = *new tarn::test::counted_sleep([](int) {
+        while (tarn::workers_in_flight() > 0) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        }
+    });
+    static_cast<void>(polls);
+}
+
 bool parse_stage(const std::string& name, worker_stage& stage)
 {
     static const std::vector<std::pair<const char*, worker_stage>> names = {
@@ -317,6 +331,7 @@ int main(int argc, char** argv)
     };
 
     std::cout.setstate(std::ios::failbit);
+    max_wait_seconds = 600;  // nobody gives up because the machine is busy
     resetStitch(host.directory().c_str());
 
     worker_stage stage = worker_stage::started;
@@ -337,17 +352,26 @@ int main(int argc, char** argv)
         give_up("no such stage");
     }
 
-    constexpr unsigned limit_for_hangs = 120;  // s, many times what the end may take
+    constexpr unsigned limit_for_hangs = 240;  // s, many times what the end may take
     alarm(limit_for_hangs);
     let_go();
-    if (way == "exit") {
-        std::exit(0);
-    }
+    const bool workers_end = moment != "stuck";
     if (way == "thread") {
-        std::thread([] { std::exit(0); }).detach();
+        std::thread([workers_end] {
+            if (workers_end) {
+                give_workers_their_time();
+            }
+            std::exit(0);
+        }).detach();
         for (;;) {
             pause();
         }
+    }
+    if (workers_end) {
+        give_workers_their_time();
+    }
+    if (way == "exit") {
+        std::exit(0);
     }
     return 0;
 }
