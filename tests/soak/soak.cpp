@@ -47,6 +47,9 @@ constexpr double memory_margin =
 constexpr int warming_up = 20;  // rounds at most, after which the level is taken
 const cv::Size frame_size(320, 240);
 
+/// A wait that takes longer means a thread that will never end. Slow builds on a busy machine stay far below.
+constexpr auto patience = std::chrono::minutes(4);
+
 void require(bool holds, const std::string& what)
 {
     if (!holds) {
@@ -102,7 +105,7 @@ void wait_for_workers()
 {
     const auto start = std::chrono::steady_clock::now();
     while (tarn::workers_in_flight() > 0) {
-        require(std::chrono::steady_clock::now() - start < std::chrono::minutes(4), "workers end");
+        require(std::chrono::steady_clock::now() - start < patience, "workers end");
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
 }
@@ -110,8 +113,9 @@ void wait_for_workers()
 /// A thread is gone from the system's list a moment after its last own instruction.
 resources settled_resources(const resources& level)
 {
+    const auto start = std::chrono::steady_clock::now();
     resources now = resources_now();
-    for (int i = 0; i < 2000 && now.threads > level.threads; ++i) {
+    while (now.threads > level.threads && std::chrono::steady_clock::now() - start < patience) {
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
         now = resources_now();
     }
