@@ -27,6 +27,9 @@
 #include <string>
 #include <thread>
 #include <vector>
+#ifdef __GLIBC__
+#include <malloc.h>
+#endif
 
 #include <opencv2/core.hpp>
 #include <opencv2/imgproc.hpp>
@@ -338,6 +341,10 @@ int main(int argc, char** argv)
     no_output nowhere;
     std::streambuf* const console = std::cout.rdbuf(&nowhere);
     max_wait_seconds = 600;  // nobody gives up because the machine is busy
+#ifdef __GLIBC__
+    // Memory that one worker has given back serves the next one, however many of them there are at once.
+    mallopt(M_ARENA_MAX, 1);
+#endif
     if (what == "cancel") {
         cancel(count);
     } else if (what == "frames") {
