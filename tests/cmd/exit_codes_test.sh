@@ -38,6 +38,7 @@ case $4 in
   stopped)
     start env --default-signal=INT "$program" slide
     kill -s INT "$started"
+    until_said "stopping" # a signal is noticed by a thread of its own, which may come to it late
     let_go 130
     expect_file slide-panorama.jpg
     ;;

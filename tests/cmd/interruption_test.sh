@@ -10,16 +10,6 @@ source "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
 make_waiting_slide
 echo kept >slide-panorama.jpg
 
-# until_said TEXT: waits until the program has said it.
-until_said() {
-  local round
-  for ((round = 0; round < 6000; ++round)); do
-    ! grep -qF -e "$1" stderr || return 0
-    sleep 0.01
-  done
-  fail "not said: $1"
-}
-
 ulimit -c 0 # some of these leave the process's memory behind
 for signals in TERM HUP QUIT XCPU ALRM VTALRM PROF USR1 USR2 INT,INT INT,TERM; do
   start env --default-signal "$program" slide --frames frames.csv

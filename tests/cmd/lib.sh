@@ -123,6 +123,16 @@ start_held() {
   fail "never held in the first try: $*"
 }
 
+# until_said TEXT: waits until the program started has said it.
+until_said() {
+  local round
+  for ((round = 0; round < 6000; ++round)); do
+    ! grep -qF -e "$1" stderr || return 0
+    sleep 0.01
+  done
+  fail "not said: $1"
+}
+
 # let_go CODE: the picture comes, which is none, and the program started goes on to its end and exits with the code.
 let_go() {
   local code=0
