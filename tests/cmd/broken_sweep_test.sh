@@ -44,9 +44,10 @@ run 1 gap
 expect_said "trying once more"
 expect_equal "times that the picture is named" 1 "$(grep -cF "cannot read gap/4.png; it is left out" stderr)"
 
-# A sweep that outgrows the largest panorama fails in its middle. The frames after that are not read.
+# A sweep that outgrows the largest panorama fails in its middle. The frames after that are not read. With four workers
+# three key frames more may be on their way before it shows, up to frame 119.
 mkdir long
-"$media" slide long/%d.jpg 120 3000 200 75 3 # 3000 + 119 * 75 = 11925 pixels in all
+"$media" slide long/%d.jpg 140 3000 200 75 3 # 3000 + 139 * 75 = 13425 pixels in all
 for workers in 1 4; do
   run 1 long -o out.jpg --preview long.png --workers $workers --no-retry
   expect_no_file out.jpg
@@ -55,7 +56,7 @@ for workers in 1 4; do
   expect_said "stitching failed at frame"
   frame=$(grep -oP 'failed at frame \K[0-9]+' stderr)
   key_frame=$(grep -oP 'key frame [0-9]+ \(frame \K[0-9]+' stderr)
-  ((frame > 80 && frame < 120)) || fail "broken at frame $frame"
+  ((frame > 80 && frame < 140)) || fail "broken at frame $frame"
   ((key_frame < frame)) || fail "key frame $key_frame shows at frame $frame"
   expect_said "1 pipeline failed"
   expect_said "$frame frames"
