@@ -19,7 +19,7 @@ expect_error 3 "/dev/null is no camera" /dev/null
 # The libraries that look for cameras keep what they find: nothing for a leak checker.
 ASAN_OPTIONS=${ASAN_OPTIONS:-}:detect_leaks=0 expect_error 3 "there is no camera:99" camera:99
 
-head -c 300000 /dev/urandom >noise.mp4
+"$media" noise noise.mp4 300000
 expect_error 3 "noise.mp4" noise.mp4
 
 # Cut off within its index, nothing of it can be read.

@@ -10,6 +10,7 @@
 #include <iostream>
 #include <iterator>
 #include <map>
+#include <random>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -337,6 +338,17 @@ void overwrite_sample(const arguments& given)
     write_bytes(given.at(1), video);
 }
 
+/// noise FILE LENGTH: so many bytes without a meaning, always the same: a decoder takes one in a hundred such files, if
+/// they are left to chance, for a picture.
+void noise(const arguments& given)
+{
+    byte_vector bytes(std::stoul(given.at(1)));
+    std::mt19937 random(1);
+    std::generate(bytes.begin(), bytes.end(),
+                  [&random] { return static_cast<unsigned char>(random() & 0xff); });
+    write_bytes(given.at(0), bytes);
+}
+
 /// damage IN OUT: the file with a stretch of its middle overwritten.
 void damage(const arguments& given)
 {
@@ -474,25 +486,11 @@ void repeat(const arguments& given)
 int main(int argc, char** argv)
 {
     const std::map<std::string, void (*)(const arguments&)> commands = {
-        {"frames", frames},
-        {"slide", slide},
-        {"flat", flat},
-        {"size", size},
-        {"turn", turn},
-        {"rotate", rotate},
-        {"exif", exif},
-        {"matrix", matrix},
-        {"damage", damage},
-        {"same", same},
-        {"empty", empty},
-        {"video", video},
-        {"swing", swing},
-        {"spoil", spoil},
-        {"coloured", coloured},
-        {"vary", vary},
-        {"edit", edit},
-        {"repeat", repeat},
-        {"void", overwrite_sample},
+        {"frames", frames}, {"slide", slide},   {"flat", flat},     {"size", size},
+        {"turn", turn},     {"rotate", rotate}, {"exif", exif},     {"matrix", matrix},
+        {"noise", noise},   {"damage", damage}, {"same", same},     {"empty", empty},
+        {"video", video},   {"swing", swing},   {"spoil", spoil},   {"coloured", coloured},
+        {"vary", vary},     {"edit", edit},     {"repeat", repeat}, {"void", overwrite_sample},
     };
     try {
         const arguments given(argv + std::min(argc, 2), argv + argc);
