@@ -15,8 +15,7 @@ shift 3
 status=0
 "$java" -Xcheck:jni -XX:+DisplayVMOutputToStderr "$@" org.tarnstitch.RunTests \
   --scan-classpath "$tests" --fail-if-no-tests --disable-banner --disable-ansi-colors --details tree \
-  >"$output/junit-library-log.txt" 2> >(tee "$output/junit.txt" >&2) || status=$?
-wait
+  2>&1 >"$output/junit-library-log.txt" | tee "$output/junit.txt" >&2 || status=$?
 if ((status != 0)); then
   exit "$status"
 fi
