@@ -81,6 +81,19 @@ void leave_abortion_to_the_awaiting_thread(int)
     }
 }
 
+/// Says so in a thread of its own: where messages go may take none for now (Ctrl-S on the terminal, a pipe that nobody
+/// reads), and whoever awaits signals must not wait for that.
+void say_that_it_stops()
+{
+    try {
+        std::thread([] {
+            note("stopping: the panorama is being finished; Ctrl-C again ends at once");
+        }).detach();
+    } catch (const std::system_error&) {
+        return;  // no thread to be had: it stops without a word
+    }
+}
+
 [[noreturn]] void await_and_end(sigset_t signals)
 {
     int signal_number = 0;
@@ -88,7 +101,7 @@ void leave_abortion_to_the_awaiting_thread(int)
            || (signal_number == SIGINT && stop_asked_for() < stop_kind::interrupted)) {
         if (signal_number == SIGINT) {
             ask_to_stop(stop_kind::interrupted);
-            note("stopping: the panorama is being finished; Ctrl-C again ends at once");
+            say_that_it_stops();
         }
     }
     leave_status_line();

@@ -9,6 +9,7 @@
 #include <fcntl.h>
 #include <iostream>
 #include <mutex>
+#include <poll.h>
 #include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <system_error>
@@ -65,6 +66,13 @@ bool is_of_descriptor(const std::string& file, int descriptor)
     }
     const bool keeps_text = !S_ISCHR(one.st_mode) || isatty(descriptor) == 1;
     return keeps_text && one.st_dev == other.st_dev && one.st_ino == other.st_ino;
+}
+
+/// Whether a message would be taken without a wait: not by a terminal that has been halted (Ctrl-S), for one.
+bool messages_are_taken()
+{
+    pollfd place = {message_descriptor, POLLOUT, 0};
+    return poll(&place, 1, 0) == 1 && (place.revents & POLLOUT) != 0;
 }
 
 /// Writes as much as can be written: there is nowhere to complain to.
@@ -162,7 +170,7 @@ void show_status_line(const std::string& text)
 void leave_status_line()
 {
     const std::unique_lock<std::mutex> lock(current_status().mutex, std::try_to_lock);
-    if (lock.owns_lock() && !current_status().line.empty()) {
+    if (lock.owns_lock() && !current_status().line.empty() && messages_are_taken()) {
         write_message("\n");
     }
 }

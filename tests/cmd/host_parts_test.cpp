@@ -14,6 +14,7 @@
 #include <random>
 #include <string>
 #include <sys/stat.h>
+#include <termios.h>
 #include <unistd.h>
 #include <vector>
 
@@ -137,6 +138,33 @@ std::vector<unsigned char> bytes(const std::string& text)
     std::array<char, 100> text{};
     const ssize_t length = read(ends[0], text.data(), text.size());
     _exit(length > 0 && std::string(text.data(), static_cast<std::size_t>(length)) == "before;after" ? 0 : 1);
+}
+
+/// On a terminal that Ctrl-S, or what does the same, has halted. Whoever waits there is ended by a signal.
+[[noreturn]] void leave_the_status_line_of_a_halted_terminal()
+{
+    constexpr unsigned patience = 20;  // s
+    alarm(patience);
+    const int terminal = posix_openpt(O_RDWR | O_NOCTTY);
+    const bool there = terminal != -1 && grantpt(terminal) == 0 && unlockpt(terminal) == 0;
+    const int screen = there ? open(ptsname(terminal), O_RDWR | O_NOCTTY) : -1;
+    if (screen == -1 || dup2(screen, STDERR_FILENO) == -1) {
+        _exit(1);
+    }
+    show_status_line("status");
+    if (tcflow(screen, TCOOFF) != 0) {
+        _exit(1);
+    }
+    leave_status_line();
+    tcflow(screen, TCOON);
+    leave_status_line();
+    std::string shown;
+    std::array<char, 100> text{};
+    while (shown.find('\n') == std::string::npos) {
+        const ssize_t length = read(terminal, text.data(), text.size());
+        shown.append(text.data(), static_cast<std::size_t>(std::max<ssize_t>(0, length)));
+    }
+    _exit(shown.find("status\r\n") != std::string::npos ? 0 : 1);
 }
 
 [[noreturn]] void say_and_exit(const std::string& text)
@@ -439,6 +467,11 @@ TEST(StandardStreamsDeathTest, ClosedDescriptorsAreOpenedSoThatNoFileTakesTheirN
 TEST(StandardStreamsDeathTest, SilencedDescriptorSwallowsAllOutputAndComesBack)
 {
     EXPECT_EXIT(silence_and_come_back(), testing::ExitedWithCode(0), "");
+}
+
+TEST(StandardStreamsDeathTest, StatusLineIsLeftWithoutWaitingForAHaltedTerminal)
+{
+    EXPECT_EXIT(leave_the_status_line_of_a_halted_terminal(), testing::ExitedWithCode(0), "");
 }
 
 TEST(StandardStreamsDeathTest, MessageIsOneLineWhateverIsInIt)

@@ -30,6 +30,35 @@ for signals in TERM HUP QUIT XCPU ALRM VTALRM PROF USR1 USR2 INT,INT INT,TERM; d
   expect_equal "standard output" 0 "$(wc -c <stdout)"
 done
 
+# until_ended: waits until the program started has ended, but not for ever.
+until_ended() {
+  local round state
+  for ((round = 0; round < 6000; ++round)); do
+    read -r _ _ state _ 2>/dev/null <"/proc/$started/stat" || return 0
+    [[ $state != Z ]] || return 0
+    sleep 0.01
+  done
+  kill -s KILL "$started"
+  fail "still there"
+}
+
+# Where nobody reads the messages, and a pipe takes no more of them, signals count all the same.
+mkfifo unread
+exec 7<>unread
+dd if=/dev/zero of=unread bs=4096 oflag=nonblock 2>/dev/null || true # until it is full
+env --default-signal=INT "$program" slide -o unread.jpg >stdout 2>unread &
+started=$!
+exec 9>slide/4.png
+kill -s INT "$started"
+kill -s TERM "$started"
+until_ended
+code=0
+{ wait "$started" || code=$?; } 2>/dev/null # the shell tells of a termination
+exec 7>&- 9>&-
+expect_equal "exit code with a full standard error" $((128 + $(kill -l TERM))) $code
+expect_nothing_left
+expect_no_file unread.jpg
+
 # After the first Ctrl-C the next frame is the last one, and what there is becomes the panorama.
 start env --default-signal=INT "$program" slide -o stopped.jpg --frames stopped.csv --json
 kill -s INT "$started"
