@@ -154,6 +154,14 @@ void watch_for_interruption()
     std::atexit(remove_at_exit);
 }
 
+void end_by_signals_again()
+{
+    std::signal(SIGABRT, SIG_DFL);
+    sigset_t none;
+    sigemptyset(&none);
+    pthread_sigmask(SIG_SETMASK, &none, nullptr);
+}
+
 interruption_hold::interruption_hold() : lock_(removals().mutex)
 {
 }

@@ -34,6 +34,9 @@ void ask_to_stop(stop_kind kind);
 /// an error where it is written instead of killing the program.
 void watch_for_interruption();
 
+/// For a child by fork(), in which no thread awaits the signals: each does there again what it does by default.
+void end_by_signals_again();
+
 /// While one lives, an interruption waits. For the short moments in which a file comes into being or changes
 /// its name, and the list of what to remove has to follow.
 class interruption_hold {

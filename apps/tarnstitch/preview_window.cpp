@@ -6,8 +6,12 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <csignal>
 #include <cstdlib>
 #include <fcntl.h>
+#ifdef __linux__
+#include <sys/prctl.h>
+#endif
 #include <sys/wait.h>
 #include <unistd.h>
 #include <vector>
@@ -66,9 +70,17 @@ namespace {
 
 constexpr const char* window_name = "tarnstitch";
 
-/// What the child of check_display does.
-[[noreturn]] void try_to_open_a_window()
+/// What the child of check_display does. A display that never answers keeps it until a signal ends it, or its parent
+/// has ended.
+[[noreturn]] void try_to_open_a_window(pid_t parent)
 {
+    end_by_signals_again();
+#ifdef __linux__
+    prctl(PR_SET_PDEATHSIG, SIGKILL);
+#endif
+    if (getppid() != parent) {
+        _exit(EXIT_FAILURE);
+    }
     const int null_device = open("/dev/null", O_WRONLY);
     dup2(null_device, STDOUT_FILENO);
     dup2(null_device, STDERR_FILENO);
@@ -93,12 +105,17 @@ void check_display()
     if (!named) {
         throw host_error(exit_code::usage, no_display);
     }
+    const pid_t parent = getpid();
     const pid_t child = fork();
     if (child == 0) {
-        try_to_open_a_window();
+        try_to_open_a_window(parent);
     }
     int status = 0;
-    if (child == -1 || waitpid(child, &status, 0) != child || !WIFEXITED(status) || WEXITSTATUS(status) != 0) {
+    const bool ended = child != -1 && waitpid(child, &status, 0) == child;
+    if (ended && WIFSIGNALED(status) && WTERMSIG(status) == SIGINT) {
+        throw host_error(exit_code::stopped, "stopped before the first frame; nothing is written");  // Ctrl-C
+    }
+    if (!ended || !WIFEXITED(status) || WEXITSTATUS(status) != 0) {
         throw host_error(exit_code::usage, std::string(no_display) + ", though the environment names one");
     }
 }

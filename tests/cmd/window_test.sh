@@ -45,6 +45,46 @@ export DISPLAY
 export XDG_RUNTIME_DIR=$work/runtime
 mkdir -m 700 "$XDG_RUNTIME_DIR"
 
+# A display that takes connections and never answers: the process that tries it heeds signals, and ends with the
+# program. look_at_it NAME TEXT: waits until a line of that name in its status ends so.
+look_at_it() {
+  local round
+  for ((round = 0; round < 6000; ++round)); do
+    ! grep -q "^$1:.*$2\$" "/proc/$child/status" 2>/dev/null || return 0
+    sleep 0.01
+  done
+  fail "a window is tried with other signals than usual: $(cat "/proc/$child/status")"
+}
+# try_a_window: starts the program, and waits until its child tries the display.
+try_a_window() {
+  env --default-signal=INT "$program" "$video" --show -o hung.jpg 2>stderr &
+  started=$!
+  child=
+  until [[ -n $child ]]; do
+    kill -0 $started 2>/dev/null || fail "no process for the window"
+    { read -r child _ <"/proc/$started/task/$started/children" || true; } 2>/dev/null
+  done
+  look_at_it SigBlk 0000000000000000
+  look_at_it SigCgt '[014589cd][0-9a-f]' # not SIGABRT, whose bit is 0x20
+}
+kill -s STOP $server
+try_a_window
+kill -s INT "$child"
+code=0
+wait $started || code=$?
+expect_equal "exit code after SIGINT without an answer" 130 $code
+expect_said "stopped before the first frame; nothing is written"
+try_a_window
+kill -s KILL $started
+{ wait $started || true; } 2>/dev/null # the shell tells of a termination
+for ((round = 0; round < 6000; ++round)); do
+  ! grep -q '^State:[[:space:]]*[^ZX[:space:]]' "/proc/$child/status" 2>/dev/null || { sleep 0.01; continue; }
+  break
+done
+((round < 6000)) || fail "left behind: process $child"
+kill -s CONT $server
+expect_nothing_left
+
 # Long enough for a key to arrive on the busiest machine: half a minute.
 "$media" swing swing.avi 800 320 240 16
 
