@@ -3,6 +3,7 @@
 // Metadata that goes from the input to the outputs, and what does not.
 #include <ctime>
 #include <exiv2/exiv2.hpp>
+#include <filesystem>
 #include <fstream>
 #include <string>
 #include <vector>
@@ -100,6 +101,20 @@ TEST_F(Metadata, OriginOfTheFirstImageIsPassedOnInEveryFormatThatHoldsIt)
         EXPECT_EQ(text_of(exif, "Exif.Image.Orientation").find('6'), std::string::npos) << ending;
         EXPECT_EQ(text_of(exif, "Exif.Photo.BodySerialNumber"), "") << ending;
     }
+}
+
+TEST_F(Metadata, NameThatLooksLikeAnAddressIsAFiles)
+{
+    const std::filesystem::path before = std::filesystem::current_path();
+    std::filesystem::current_path(directory_);
+    photo(8);
+    std::filesystem::create_directory("file:");
+    cv::imwrite("file:/photo.jpg", some_picture());
+    EXPECT_EQ(exif_orientation("photo.jpg"), 8);
+    EXPECT_EQ(exif_orientation("file://photo.jpg"), 0);
+    std::filesystem::rename("photo.jpg", "file:/photo.jpg");
+    EXPECT_EQ(exif_orientation("file://photo.jpg"), 8);
+    std::filesystem::current_path(before);
 }
 
 TEST_F(Metadata, NextBestDateOfTheFirstImageComesBeforeThatOfItsFile)
