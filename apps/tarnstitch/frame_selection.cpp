@@ -71,7 +71,9 @@ int frame_selector::expected(int announced, double rate) const
             if (selection_.fps > 0.0) {
                 frames = std::min(frames, std::ceil(length * selection_.fps - rounding));
             }
-            return static_cast<int>(std::ceil(frames - rounding));
+            // Where the input does not say how long it is, an end may be beyond all that there can be.
+            constexpr double most = 1e9;
+            return frames <= most ? static_cast<int>(std::ceil(frames - rounding)) : 0;
         }
     }
     return static_cast<int>(std::ceil(frames / selection_.step));

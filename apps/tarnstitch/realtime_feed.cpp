@@ -10,6 +10,14 @@
 
 namespace tarn::host {
 
+std::chrono::steady_clock::time_point time_due(std::chrono::steady_clock::time_point begun, double seconds)
+{
+    // A damaged file's time stamps may be beyond what a clock can count, which is some hundred years.
+    constexpr double longest = 1e9;
+    const std::chrono::duration<double> since_begin(std::clamp(seconds, 0.0, longest));
+    return begun + std::chrono::duration_cast<std::chrono::steady_clock::duration>(since_begin);
+}
+
 realtime_feed::realtime_feed(frame_feed& feed) : feed_(feed), reader_([this] { read(); })
 {
 }
@@ -79,8 +87,7 @@ bool realtime_feed::wait_until_due(const feed_frame& frame)
         first_seconds_ = frame.stamp.seconds;
         running_ = true;
     }
-    const std::chrono::duration<double> since_begin(frame.stamp.seconds - first_seconds_);
-    const auto due = begun_ + std::chrono::duration_cast<std::chrono::steady_clock::duration>(since_begin);
+    const auto due = time_due(begun_, frame.stamp.seconds - first_seconds_);
     // Nobody tells of a stop, so it is asked for. The frame waited for is then the last one, at once.
     constexpr std::chrono::milliseconds between_looks(50);
     while (!closed_ && stop_asked_for() == stop_kind::none) {

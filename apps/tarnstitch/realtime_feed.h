@@ -14,6 +14,9 @@
 
 namespace tarn::host {
 
+/// When a frame is due that comes so many seconds after the first one, which came at `begun`.
+std::chrono::steady_clock::time_point time_due(std::chrono::steady_clock::time_point begun, double seconds);
+
 /// Reads a feed in a thread of its own and offers each frame at its time. A frame is taken when the sweep is
 /// waiting for one, and dropped otherwise; only the last one always waits until it is taken.
 class realtime_feed : public sweep_input {

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // Which frames are taken, and frames that come in real time.
+#include <chrono>
 #include <cstdlib>
 #include <memory>
 #include <stdexcept>
@@ -121,6 +122,10 @@ TEST(FrameSelection, ExpectedIsUnknownWithoutWhatItNeeds)
     EXPECT_EQ(frame_selector(selection).expected(0, 0.0), 0);
     EXPECT_EQ(frame_selector(selection).expected(0, 25.0), 50);
     EXPECT_EQ(frame_selector(selection).expected(30, 25.0), 30);
+    // So it is when only an end far beyond every input tells.
+    selection.end = 1e11;
+    EXPECT_EQ(frame_selector(selection).expected(0, 25.0), 0);
+    EXPECT_EQ(frame_selector(selection).expected(50, 25.0), 50);
 }
 
 TEST(FrameFeed, LastFrameOfTheSelectionIsKnownAsTheLast)
@@ -189,6 +194,15 @@ TEST(FrameFeedDeathTest, StopEndsTheSearchForTheNextFrame)
             std::_Exit(last && feed.early_end().empty() ? EXIT_SUCCESS : EXIT_FAILURE);
         },
         testing::ExitedWithCode(EXIT_SUCCESS), "");
+}
+
+TEST(RealtimeFeed, FrameIsDueAtItsTimeHoweverFarOff)
+{
+    const std::chrono::steady_clock::time_point begun = std::chrono::steady_clock::now();
+    EXPECT_EQ(time_due(begun, 1.5), begun + std::chrono::milliseconds(1500));
+    for (const double seconds : {1e8, 1e10, 1e300}) {
+        EXPECT_GT(time_due(begun, seconds), begun + std::chrono::hours(24 * 365)) << seconds;
+    }
 }
 
 TEST(RealtimeFeedDeathTest, StopMakesTheNextFrameComeAtOnce)
