@@ -171,7 +171,7 @@ std::vector<std::string> notes_on(const sweep_result& result, const tried_ways& 
         notes.push_back("the panorama is without " + failed_key_frame(result) + ", which could not be joined");
     }
     if (result.frames == 1) {
-        notes.emplace_back("the input has one frame only, so the panorama is that frame");
+        notes.emplace_back("the sweep has one frame only, so the panorama is that frame");
     }
     return notes;
 }

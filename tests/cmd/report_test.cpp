@@ -206,6 +206,15 @@ TEST(Judgement, SecondTryIsBetterWhenItGotFurther)
     EXPECT_TRUE(second_is_better(first, second, true));
 }
 
+TEST(Report, SweepOfOneFrameIsNoInputOfOneFrame)
+{
+    // It may have been stopped there, or only one frame was asked for.
+    sweep_result result;
+    result.frames = 1;
+    EXPECT_EQ(notes_on(result, both_ways, ""),
+              std::vector<std::string>{"the sweep has one frame only, so the panorama is that frame"});
+}
+
 TEST(Report, CompleteSweepThatLostAKeyFrameSaysSo)
 {
     sweep_result result;
