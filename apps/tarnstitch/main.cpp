@@ -21,6 +21,9 @@ exit_code run(int argc, char** argv)
 {
     const options asked = parse_options(argc, argv);
     if (asked.help || asked.version) {
+        if (!has_standard_output()) {
+            throw host_error(exit_code::output_failed, "cannot write to standard output: it is closed");
+        }
         std::cout << (asked.help ? help_text() : version_text()) << std::flush;
         // A reader that has seen enough, as head(1), is none.
         if (!std::cout && errno != EPIPE) {

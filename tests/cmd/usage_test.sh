@@ -33,6 +33,14 @@ code=0
 expect_equal "exit code with a full standard output" 4 $code
 expect_equal "said of a full standard output" "tarnstitch: cannot write to standard output" "$(cat stderr)"
 
+# So is none at all.
+for option in --help --version; do
+  code=0
+  "$program" $option >&- 2>stderr || code=$?
+  expect_equal "exit code of $option with a closed standard output" 4 $code
+  expect_equal "said of $option" "tarnstitch: cannot write to standard output: it is closed" "$(cat stderr)"
+done
+
 # A reader that has gone is none: it has seen enough.
 mkfifo unread
 exec 7<>unread
