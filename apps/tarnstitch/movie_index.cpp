@@ -60,13 +60,14 @@ public:
         return static_cast<bool>(file_);
     }
 
-    /// Reads the box that starts at `at` within `parent`; nothing when it does not fit there.
+    /// Reads the box that starts at `at` within `parent`; nothing when it does not fit there, or too many have been read.
     std::optional<box> box_at(std::uint64_t at, const box& parent)
     {
         constexpr std::uint64_t header_size = 8;
         constexpr std::uint64_t long_header_size = 16;
         std::array<unsigned char, long_header_size> header{};
-        if (at >= parent.end || parent.end - at < header_size || !read(at, header.data(), header_size)) {
+        if (boxes_++ >= most_boxes || at >= parent.end || parent.end - at < header_size
+            || !read(at, header.data(), header_size)) {
             return std::nullopt;
         }
         std::uint64_t size = big_endian(header.data(), 4);
@@ -107,8 +108,12 @@ public:
     }
 
 private:
+    /// More than lie before what is looked for in any recording: a damaged file must not keep the program busy.
+    static constexpr int most_boxes = 100'000;
+
     std::ifstream file_;
     box whole_;
+    int boxes_ = 0;  ///< that have been read
 };
 
 bool is_video_track(box_reader& reader, const box& track)

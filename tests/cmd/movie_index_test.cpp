@@ -179,6 +179,23 @@ TEST_F(DisplayRotation, OtherAndDamagedFilesHaveNone)
     EXPECT_EQ(display_quarter_turns(at("whole.mp4")), 1);
 }
 
+TEST_F(DisplayRotation, IsNotLookedForBehindMoreBoxesThanAnyRecordingHas)
+{
+    const std::string track_of_movie = box("moov", track("vide", 0, 1, -1, 0));
+    std::string filling;
+    for (int i = 0; i < 10'000; ++i) {
+        filling += box("free", "");
+    }
+    put("many.mp4", box("ftyp", "isom") + filling + track_of_movie);
+    EXPECT_EQ(display_quarter_turns(at("many.mp4")), 1);
+    std::string longer;
+    for (int i = 0; i < 20; ++i) {
+        longer += filling;
+    }
+    put("too_many.mp4", box("ftyp", "isom") + longer + track_of_movie);
+    EXPECT_EQ(display_quarter_turns(at("too_many.mp4")), std::nullopt);
+}
+
 TEST_F(ShownPictures, AreAllWithoutAnEditListAndWithOneThatLeavesThem)
 {
     expect_times(movie(""), all_times, false);
