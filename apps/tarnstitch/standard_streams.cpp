@@ -194,11 +194,17 @@ void silenced_descriptor::send_to(const std::string& file)
     if (saved_ != -1) {
         dup2(saved_, descriptor_);
     }
-    // Appending: should somebody else write to the file, too, neither destroys the other's lines.
-    const int target =
-        is_of_descriptor(file, message_descriptor)
-            ? fcntl(message_descriptor, F_DUPFD_CLOEXEC, STDERR_FILENO + 1)  // one place in it for both
-            : open(file.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_APPEND | O_CLOEXEC, 0666);
+    // Where the file is open already there is one place in it for all, and what it held before stays. Appending: should
+    // somebody else write to the file, too, neither destroys the other's lines.
+    int already_open = -1;
+    for (const int descriptor : {message_descriptor, saved_}) {
+        if (descriptor != -1 && is_of_descriptor(file, descriptor)) {
+            already_open = descriptor;
+        }
+    }
+    const int target = already_open != -1
+                           ? fcntl(already_open, F_DUPFD_CLOEXEC, STDERR_FILENO + 1)
+                           : open(file.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_APPEND | O_CLOEXEC, 0666);
     const int error = errno;
     dup2(target != -1 ? target : silence, descriptor_);
     close(silence);

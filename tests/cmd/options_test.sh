@@ -61,6 +61,11 @@ expect_equal "lines of the library in both.log" 10 "$(grep -c 'videoStitch finis
 grep -q '^tarnstitch: 10 frames' both.log || fail "no message in both.log"
 "$program" "${short[@]}" -o usual.jpg --log /dev/stdout >library.log 2>stderr || fail "--log /dev/stdout"
 expect_equal "lines of the log on standard output" 10 "$(grep -c 'videoStitch finish' library.log)"
+# What was there stays where standard output is appended to a file.
+echo before >appended.log
+"$program" "${short[@]}" -o usual.jpg --log /dev/stdout >>appended.log 2>stderr || fail "--log /dev/stdout, appended"
+expect_equal "first line of what was appended to" before "$(head -n 1 appended.log)"
+expect_equal "lines of the log in it" 10 "$(grep -c 'videoStitch finish' appended.log)"
 
 # --json: one object alone on standard output, also with --quiet and also when the run fails.
 "$program" "${short[@]}" -o usual.jpg --json -q >summary.json 2>stderr || fail "--json"
