@@ -261,7 +261,7 @@ private:
             resetStitch((private_directory() + "missing/sweep/").c_str());
             break;
         case 3:
-            remove_tree(directory(1));  // created by the library, unless a worker has put another file there
+            remove_tree(directory(1));  // created again by the library, unless a worker keeps it
             reset(directory(1));
             break;
         default:

@@ -180,6 +180,11 @@ std::unique_ptr<frame_source> open_one(const std::string& input, const std::vect
 
 }  // namespace
 
+std::string as_path(const std::string& file)
+{
+    return fs::path(file).is_absolute() ? file : "./" + file;
+}
+
 std::unique_ptr<frame_source> open_frame_source(const std::vector<std::string>& inputs,
                                                 const std::vector<std::string>& left_out)
 {

@@ -51,6 +51,10 @@ public:
     virtual int passed_over() const = 0;
 };
 
+/// The file's path as decoders take it for a path and nothing else. A name such as "a:b.mp4" or "file://b.jpg" would be
+/// taken for a protocol's or an address, and another file be read; behind "./" it is not.
+std::string as_path(const std::string& file);
+
 /// Opens the inputs of a command line: a video file, a camera ("camera:0" or its device), an image file, a pattern
 /// such as "frame%04d.png", a directory, or several image files, which are sorted in natural order. A file that
 /// exists under the very name wins over whatever else the name may mean.

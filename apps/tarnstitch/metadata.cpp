@@ -36,9 +36,7 @@ Exiv2::ExifData exif_of(const std::string& file)
 {
     try {
         Exiv2::LogMsg::setLevel(Exiv2::LogMsg::mute);
-        // A name such as "file://b.jpg" would be taken for an address, and another file be read; behind "./" it is not.
-        const bool absolute = !file.empty() && file.front() == '/';
-        const auto image = Exiv2::ImageFactory::open(absolute ? file : "./" + file);
+        const auto image = Exiv2::ImageFactory::open(as_path(file));
         image->readMetadata();
         return image->exifData();
     } catch (const std::exception&) {

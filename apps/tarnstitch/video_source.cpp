@@ -251,8 +251,7 @@ private:
 
 std::unique_ptr<frame_source> open_video(const std::string& path)
 {
-    // A name such as "a:b.mp4" or "http:/b.mp4" would be taken for a protocol's; behind "./" it is not.
-    const std::string name = fs::path(path).is_absolute() ? path : "./" + path;
+    const std::string name = as_path(path);
     const quiet_decoder quiet;
     cv::VideoCapture capture;
     for (const cv::VideoCaptureAPIs backend : cv::videoio_registry::getStreamBackends()) {

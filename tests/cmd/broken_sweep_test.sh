@@ -45,7 +45,7 @@ expect_said "trying once more"
 expect_equal "times that the picture is named" 1 "$(grep -cF "cannot read gap/4.png; it is left out" stderr)"
 
 # A sweep that outgrows the largest panorama fails in its middle. The frames after that are not read. With four workers
-# three key frames more may be on their way before it shows, up to frame 119.
+# three key frames more may be on their way before it shows, the last of them near frame 120.
 mkdir long
 "$media" slide long/%d.jpg 140 3000 200 75 3 # 3000 + 139 * 75 = 13425 pixels in all
 for workers in 1 4; do

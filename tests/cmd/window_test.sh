@@ -78,8 +78,8 @@ try_a_window
 kill -s KILL $started
 { wait $started || true; } 2>/dev/null # the shell tells of a termination
 for ((round = 0; round < 6000; ++round)); do
-  ! grep -q '^State:[[:space:]]*[^ZX[:space:]]' "/proc/$child/status" 2>/dev/null || { sleep 0.01; continue; }
-  break
+  grep -q '^State:[[:space:]]*[^ZX[:space:]]' "/proc/$child/status" 2>/dev/null || break
+  sleep 0.01
 done
 ((round < 6000)) || fail "left behind: process $child"
 kill -s CONT $server
