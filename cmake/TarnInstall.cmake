@@ -16,6 +16,7 @@ set(tarn_public_headers
     shared_access.h
     tarn_stitch_jni.h
     tarn_stitcher.h
+    vocabulary.h
     working_directory.h)
 list(TRANSFORM tarn_public_headers PREPEND TarnStitchSDK/)
 install(FILES ${tarn_public_headers} DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}/TarnStitchSDK")
