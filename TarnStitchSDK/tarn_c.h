@@ -234,9 +234,9 @@ typedef struct tarn_key_frame {
     int number;   ///< 1, 2, 3, … in the sweep
     int placed;   ///< 0 for a last frame, which is composed without being registered live
     /// Row by row: maps the frame, scaled to the working size, into the plane of the sweep's first frame, scaled
-    /// likewise. Fixed for the whole sweep, however the preview grows.
+    /// likewise. Fixed for the whole sweep, however the preview grows. Of a frame that is placed.
     double plane_from_frame[9];
-    int working_width;   ///< px, of the live path's copy: at most 300
+    int working_width;   ///< px, of the live path's copy: at most 300; 0 if it is not placed
     int working_height;  ///< px
 } tarn_key_frame;
 
