@@ -82,10 +82,7 @@ void copy_text(std::string_view text, char* to, std::size_t capacity) noexcept
 
 frame_view view_from(const tarn_image* given, const char* name)
 {
-    static constexpr std::size_t ends[] = {TARN_END_OF(tarn_image, pixels), TARN_END_OF(tarn_image, width),
-                                           TARN_END_OF(tarn_image, height), TARN_END_OF(tarn_image, row_stride),
-                                           TARN_END_OF(tarn_image, format)};
-    const tarn_image image = from_host(given, name, ends);
+    const tarn_image image = from_host(given, name);
     return {image.pixels, image.width, image.height, image.row_stride, static_cast<pixel_format>(image.format)};
 }
 
@@ -94,12 +91,7 @@ sweep_options options_from(const tarn_sweep_options* given)
     if (given == nullptr) {
         return {};
     }
-    static constexpr std::size_t ends[] = {
-        TARN_END_OF(tarn_sweep_options, directory),     TARN_END_OF(tarn_sweep_options, private_parent),
-        TARN_END_OF(tarn_sweep_options, user),          TARN_END_OF(tarn_sweep_options, while_waiting),
-        TARN_END_OF(tarn_sweep_options, on_key_frame),  TARN_END_OF(tarn_sweep_options, on_log),
-        TARN_END_OF(tarn_sweep_options, most_under_way)};
-    const tarn_sweep_options asked = from_host(given, "options", ends);
+    const tarn_sweep_options asked = from_host(given, "options");
     sweep_options options;
     options.directory = asked.directory == nullptr ? "" : asked.directory;
     options.private_parent = asked.private_parent == nullptr ? "" : asked.private_parent;
@@ -128,10 +120,7 @@ finish_options options_from(const tarn_finish_options* given, frame_view& last_f
     if (given == nullptr) {
         return {};
     }
-    static constexpr std::size_t ends[] = {
-        TARN_END_OF(tarn_finish_options, last_frame), TARN_END_OF(tarn_finish_options, user),
-        TARN_END_OF(tarn_finish_options, on_progress), TARN_END_OF(tarn_finish_options, hint)};
-    const tarn_finish_options asked = from_host(given, "options", ends);
+    const tarn_finish_options asked = from_host(given, "options");
     finish_options options;
     if (asked.last_frame != nullptr) {
         last_frame = view_from(asked.last_frame, "options.last_frame");

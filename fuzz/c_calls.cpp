@@ -5,6 +5,7 @@
 // and frames that are none. A model knows what each call has to be answered.
 #include <cstdlib>
 #include <cstring>
+#include <fstream>
 #include <iterator>
 #include <memory>
 #include <set>
@@ -54,14 +55,14 @@ public:
         size_ = sizeof(Structure);
         const int kind = input.byte();
         if (kind >= 250) {
-            const std::size_t none[] = {0, 7, greatest_size + 1, ~std::size_t{0}};
+            const std::size_t none[] = {0, 7, 36, greatest_size + 1, ~std::size_t{0}};
             size_ = none[input.byte() % std::size(none)];
         } else if (kind >= 230) {
-            size_ = static_cast<std::size_t>(input.integer(sizeof(std::size_t), 300));
+            size_ = sizeof(std::size_t) * static_cast<std::size_t>(input.integer(1, 50));
         } else if (kind >= 224) {
             size_ = greatest_size;
         }
-        is_valid_ = size_ >= sizeof(std::size_t) && size_ <= greatest_size;
+        is_valid_ = size_ > 0 && size_ % sizeof(std::size_t) == 0 && size_ <= greatest_size;
         held_ = is_valid_ ? size_ : sizeof(std::size_t);
         bytes_.reset(new unsigned char[held_]);
         std::memset(bytes_.get(), 0, held_);
@@ -352,7 +353,6 @@ private:
         }
         frame made = made_of(input_.image(size, CV_8UC3), 1 + input_.byte() % 4, input_.byte() % 5);
         tarn_image& image = made.image;
-        const std::size_t row = made.bytes.size() / static_cast<std::size_t>(image.height);
         switch (input_.byte() % 12) {
         case 0:
             image.format = input_.integer(5, 2147483647);
@@ -377,7 +377,7 @@ private:
             break;
         case 7:
             image.row_stride = 1;
-            made.is_valid = row == 1;
+            made.is_valid = image.width == 1 && image.format == TARN_FORMAT_GRAY;
             return made;
         default:
             return made;
@@ -417,7 +417,7 @@ private:
     {
         const bool wants_callbacks = input_.flag();
         const std::string name = private_directory() + "sweep" + std::to_string(input_.byte() % 3);
-        const std::string file = private_directory() + "panorama.jpg/below";
+        const std::string file = private_directory() + "file/below";
         tarn_sweep_options options;
         TARN_INIT(options);
         options.private_parent = private_directory().c_str();
@@ -470,7 +470,9 @@ private:
         for (const int flag : {answer.taken, answer.registered, answer.placed}) {
             check(flag == 0 || flag == 1, "a flag is 0 or 1");
         }
-        check(answer.key_frame >= 0 && answer.key_frame <= answer.key_frames, "a key frame's number");
+        // The host's structure may end between the two.
+        check(answer.key_frame >= 0 && (answer.key_frames == 0 || answer.key_frame <= answer.key_frames),
+              "a key frame's number");
         check(answer.detail[sizeof answer.detail - 1] == '\0', "a text ends");
         check(answer.milliseconds >= 0.0, "time goes on");
     }
@@ -789,6 +791,7 @@ extern "C" int LLVMFuzzerInitialize(int* /*argc*/, char*** /*argv*/)
     cv::setNumThreads(1);
     max_wait_seconds = longest_wait;
     setenv("TMPDIR", private_directory().c_str(), 1);
+    std::ofstream(private_directory() + "file") << "below this there is no directory";
     load_sweeps();
     return 0;
 }

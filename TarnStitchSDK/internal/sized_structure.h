@@ -20,11 +20,6 @@ struct c_failure {
     std::string text;
 };
 
-/// Where a member ends, in bytes from the beginning of its structure.
-#define TARN_END_OF(structure, member)                                                                         \
-    (offsetof(structure, member)                                                                               \
-     + sizeof(structure::member))  // NOLINT(bugprone-sizeof-expression): of a pointer
-
 /// More than any version will have: a size that was never set is told from one by it.
 constexpr std::size_t greatest_structure = 4096;
 
@@ -36,7 +31,8 @@ inline std::size_t size_of_host(const void* structure, const char* name)
     }
     std::size_t size = 0;
     std::memcpy(&size, structure, sizeof size);
-    if (size < sizeof size || size > greatest_structure) {
+    // Any version's is a multiple of its first member's, so that no size cuts a pointer or a number in two.
+    if (size == 0 || size % sizeof size != 0 || size > greatest_structure) {
         throw c_failure{TARN_ERROR_BAD_ARGUMENT,
                         std::string(name) + ".size is " + std::to_string(size) + ", which is no size of it"};
     }
@@ -44,19 +40,14 @@ inline std::size_t size_of_host(const void* structure, const char* name)
 }
 
 /// Reads what a host hands in: members that its version lacks are 0.
-/// @param ends  where the members end, in their order: one that the size cuts counts as lacking
 /// @throws c_failure for a size that cannot be one, and for members of a newer version that are not 0
-template <typename Structure, std::size_t count>
-Structure from_host(const Structure* given, const char* name, const std::size_t (&ends)[count])
+template <typename Structure>
+Structure from_host(const Structure* given, const char* name)
 {
-    static_assert(std::is_trivially_copyable_v<Structure>);
+    static_assert(std::is_trivially_copyable_v<Structure> && alignof(Structure) >= alignof(std::size_t));
     const std::size_t size = size_of_host(given, name);
-    std::size_t whole = sizeof size;
-    for (const std::size_t end : ends) {
-        whole = end <= size ? std::max(whole, end) : whole;
-    }
     Structure own{};
-    std::memcpy(&own, given, whole);
+    std::memcpy(&own, given, std::min(size, sizeof own));
     own.size = sizeof(Structure);
     const auto* bytes = reinterpret_cast<const unsigned char*>(given);
     if (size > sizeof(Structure)
