@@ -15,6 +15,7 @@
 #include "deferred_work.h"
 #include "frame_shrink.h"
 #include "internal/frame_account.h"
+#include "internal/last_frame.h"
 #include "internal/log.h"
 #include "live_tracking.h"
 #include "numeric.h"
@@ -415,13 +416,9 @@ private:
     const int& code_;
 };
 
-}  // namespace
-
-int* TarnStitcher::ofcheck_stitch(cv::Mat& input_frame, const int direction, const int is_last_one)
+// What every frame begins with. False, with the answer, when the pipeline has failed.
+bool begin_frame(const TarnStitcher& task, const cv::Mat& input_frame, int* stitch_result)
 {
-    // Of each thread its own, so that an overlapping call, which is answered "busy", leaves this one's alone.
-    static thread_local int stitch_result[2];
-
     // The rows are printed twice, and the line is left without an end. Both by design.
     tarn::log("input_frame shape is ", input_frame.rows, "*", input_frame.rows, ", type is ",
               input_frame.type());
@@ -429,27 +426,57 @@ int* TarnStitcher::ofcheck_stitch(cv::Mat& input_frame, const int direction, con
     stitch_result[1] = 0;
     tarn::frame_account& account = tarn::account_of_this_thread();
     account = {};
+    if (tarn::load_acquire(big_stitch_status) != tarn::pipeline_failed) {
+        return true;
+    }
+    stitch_result[0] = tarn::code_pipeline_failed;
+    account.answer.code = tarn::code_pipeline_failed;
+    account.answer.why = tarn::reason::pipeline_failed;
+    if (const auto members = tarn::try_to_lock_members()) {
+        const account_at_the_end told(task, stitch_result[0]);
+    }
+    return false;
+}
 
-    if (tarn::load_acquire(big_stitch_status) == tarn::pipeline_failed) {
-        stitch_result[0] = tarn::code_pipeline_failed;
-        account.answer.code = tarn::code_pipeline_failed;
-        account.answer.why = tarn::reason::pipeline_failed;
-        if (const auto members = tarn::try_to_lock_members()) {
-            const account_at_the_end told(*this, stitch_result[0]);
-        }
+// A frame with its worker.
+struct handed_over {
+    int big_frame_index;
+    tarn::task_generation generation;
+};
+
+// The last frame goes to the worker without being registered here.
+handed_over hand_over_last(TarnStitcher& task, const cv::Mat& input_frame, int direction, const int& code)
+{
+    const auto members = tarn::lock_members();
+    const account_at_the_end told(task, code);
+    hand_over(task, input_frame, task.last_angles, task.last_scales, direction);
+    return {task.big_frame_index, tarn::current_generation()};
+}
+
+}  // namespace
+
+tarn::answer_code tarn::hand_over_last_frame(TarnStitcher& task, const cv::Mat& frame, direction_code direction)
+{
+    int stitch_result[2];
+    if (begin_frame(task, frame, stitch_result)) {
+        hand_over_last(task, frame, direction, stitch_result[0]);
+        account_of_this_thread().answer.taken = true;
+    }
+    return static_cast<answer_code>(stitch_result[0]);
+}
+
+int* TarnStitcher::ofcheck_stitch(cv::Mat& input_frame, const int direction, const int is_last_one)
+{
+    // Of each thread its own, so that an overlapping call, which is answered "busy", leaves this one's alone.
+    static thread_local int stitch_result[2];
+
+    if (!begin_frame(*this, input_frame, stitch_result)) {
         return stitch_result;
     }
+    tarn::frame_account& account = tarn::account_of_this_thread();
     if (is_last_one != 0) {
-        // The last frame goes to the worker without being registered here.
-        auto members = tarn::lock_members();
-        {
-            const account_at_the_end told(*this, stitch_result[0]);
-            hand_over(*this, input_frame, last_angles, last_scales, direction);
-        }
-        const int last_index = big_frame_index;
-        const tarn::task_generation generation = tarn::current_generation();
-        members.unlock();
-        account.answer.taken = tarn::finish_panorama(*this, last_index, generation);
+        const handed_over last = hand_over_last(*this, input_frame, direction, stitch_result[0]);
+        account.answer.taken = tarn::finish_panorama(*this, last.big_frame_index, last.generation);
         if (!account.answer.taken) {
             stitch_result[0] = tarn::code_pipeline_failed;
             account.answer.code = tarn::code_pipeline_failed;

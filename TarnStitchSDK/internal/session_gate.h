@@ -21,9 +21,9 @@ class session;
 class gate_pass {
 public:
     enum class admission {
-        inside,        ///< holds the gate
-        busy,          ///< another call is inside, or somebody waits to begin or to end a sweep
-        over,          ///< the session is not the current one
+        inside,  ///< holds the gate
+        busy,    ///< another call is inside, or somebody waits to begin or to end a sweep
+        over,    ///< the session is not the current one
         process_ends,
     };
 

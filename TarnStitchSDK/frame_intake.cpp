@@ -81,8 +81,7 @@ cv::Mat bgr_from(const frame_view& frame)
     const int type = CV_8UC(channels_of(frame.format));
     // The image library has no view of constant pixels; these are only read.
     const cv::Mat host(frame.height, frame.width, type, const_cast<void*>(frame.pixels),
-                       frame.row_stride == 0 ? static_cast<std::size_t>(cv::Mat::AUTO_STEP)
-                                             : frame.row_stride);
+                       frame.row_stride == 0 ? static_cast<std::size_t>(cv::Mat::AUTO_STEP) : frame.row_stride);
     cv::Mat bgr = take_spare_frame(host.size(), CV_8UC3);
     switch (frame.format) {
     case pixel_format::rgba:

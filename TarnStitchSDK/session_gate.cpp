@@ -38,7 +38,7 @@ gate& the_gate()
 
 bool is_over(const gate& g, const session* asking)
 {
-    return g.current.get() != asking || !asking->has_its_task();
+    return asking == nullptr || g.current.get() != asking || !asking->has_its_task();
 }
 
 void occupy(gate& g)

@@ -234,9 +234,8 @@ void session_directory::check() const
     int error = 0;
     const std::optional<std::string> entry = any_entry(path_, error);
     if (entry) {
-        throw sweep_error(sweep_problem::directory_not_empty, "the directory " + asked_for_
-                                                                  + " is not empty: \"" + *entry
-                                                                  + "\" lies in it");
+        throw sweep_error(sweep_problem::directory_not_empty,
+                          "the directory " + asked_for_ + " is not empty: \"" + *entry + "\" lies in it");
     }
     if (error != 0) {
         refuse(asked_for_, "cannot be read: " + text_of(error));
