@@ -77,7 +77,6 @@ public:
             bool goes_on = true;
             while (goes_on && input_.next(frame)) {
                 const bool input_ends = frame.last;
-                last_frame_ = frame.rgba;
                 // The input is asked once more after its last frame: an error may have made it the last one.
                 goes_on = hand_over(frame) && (input_ends || !frame.last);
             }
@@ -86,7 +85,7 @@ public:
             result_.input_error = error.what();
         }
         if (result_.outcome != sweep_outcome::given_up) {
-            collect_panorama(finish(nullptr));
+            collect_panorama();
             collect_preview();
         }
         result_.key_frames = session_->status().key_frames;
@@ -100,18 +99,23 @@ private:
         sweep_options options;
         options.most_under_way = settings_.workers;
         options.while_waiting = [this](int under_way) {
-            tell_of_waiting(under_way);
-            return stop_asked_for() == stop_kind::none;
+            for (sweep_observer* const observer : settings_.observers) {
+                observer->waiting(under_way);
+            }
+            return goes_on_waiting();
         };
         options.on_log = settings_.on_log;
         return options;
     }
 
-    void tell_of_waiting(int key_frames) const
+    /// Before a frame a stop ends the wait, so that it becomes the last one; the panorama is waited for unless there is
+    /// nothing to wait for.
+    bool goes_on_waiting() const
     {
-        for (sweep_observer* const observer : settings_.observers) {
-            observer->waiting(key_frames);
+        if (!finishing_) {
+            return stop_asked_for() == stop_kind::none;
         }
+        return !user_gives_up() && result_.outcome != sweep_outcome::pipeline_failed;
     }
 
     /// Hands one frame over, the last one until its panorama is there. Makes it the last one when the user wants
@@ -119,42 +123,69 @@ private:
     /// @returns false when nothing may follow: the pipeline has failed for good, or the user has given up
     bool hand_over(feed_frame& frame)
     {
-        const frame_view view = view_of(frame.rgba);
         frame_answer answer;
         frame.last = frame.last || stop_asked_for() != stop_kind::none;
         if (!frame.last) {
-            answer = session_->feed(view, settings_.direction_hint);
-            frame.last = answer.why == reason::cancelled;  // a stop while it waited
+            answer = feed(frame);
+            frame.last = stop_asked_for() != stop_kind::none
+                         && (answer.why == reason::cancelled || answer.why == reason::pipeline_failed);
         }
-        bool works = answer.code != code_pipeline_failed;
+        bool works = !frame.last && answer.code != code_pipeline_failed;
+        reason why = answer.why;
         if (frame.last && !user_gives_up()) {
-            const panorama made = finish(&view);
-            answer = made.last_frame;
-            works = made.extent == panorama_extent::whole;
+            made_ = finish(&frame);
+            answer = made_->last_frame;
+            works = made_->extent == panorama_extent::whole;
+            answer.taken = answer.taken && works;
+            why = made_->why;
         }
-        if (frame.last && user_gives_up()) {
+        if (!works && user_gives_up()) {
             result_.outcome = sweep_outcome::given_up;
             return false;
         }
-        count(frame, answer);
+        last_frame_ = frame.rgba;
+        if (answer.why != reason::timed_out) {  // or it was not handed over
+            count(frame, answer);
+        }
         if (!works) {
             result_.outcome = sweep_outcome::pipeline_failed;
             result_.broken_at_frame = frame.stamp.number;
+            result_.why = why;
         }
         return works;
     }
 
-    /// The panorama, with a last frame or with what there is.
-    panorama finish(const frame_view* last_frame)
+    frame_answer feed(const feed_frame& frame)
     {
+        try {
+            return session_->feed(view_of(frame.rgba), settings_.direction_hint);
+        } catch (const sweep_error& error) {
+            throw unusable(frame, error);
+        }
+    }
+
+    /// The panorama, with a last frame or with what there is.
+    panorama finish(const feed_frame* last)
+    {
+        finishing_ = true;
         finish_options options;
-        options.last_frame = last_frame;
         options.hint = settings_.direction_hint;
-        options.on_progress = [this](int done, int key_frames) {
-            tell_of_waiting(key_frames - done);
-            return !user_gives_up();
-        };
-        return session_->finish(options);
+        if (last == nullptr) {
+            return session_->finish(options);
+        }
+        try {
+            const frame_view view = view_of(last->rgba);
+            options.last_frame = &view;
+            return session_->finish(options);
+        } catch (const sweep_error& error) {
+            throw unusable(*last, error);
+        }
+    }
+
+    static host_error unusable(const feed_frame& frame, const sweep_error& error)
+    {
+        return {exit_code::input_failed,
+                "picture " + std::to_string(frame.stamp.number) + " cannot be stitched: " + error.what()};
     }
 
     /// Counts a frame and tells the observers of it.
@@ -182,12 +213,15 @@ private:
         }
     }
 
-    void collect_panorama(const panorama& made)
+    void collect_panorama()
     {
+        const panorama made = made_ ? *made_ : finish(nullptr);
         const sweep_status status = session_->status();
         result_.failed_key_frame = status.first_failed_key_frame;
-        result_.why = result_.failed_key_frame > 0 ? status.why : made.why;
-        if (result_.failed_key_frame > 0
+        if (status.why != reason::none) {
+            result_.why = status.why;
+        }
+        if (status.first_failed_key_frame > 0
             && static_cast<std::size_t>(result_.failed_key_frame) <= key_stamps_.size()) {
             const key_frame_stamps& failed =
                 key_stamps_[static_cast<std::size_t>(result_.failed_key_frame) - 1];
@@ -247,6 +281,8 @@ private:
     const sweep_settings& settings_;
     guarded_session session_;
     sweep_result result_;
+    std::optional<panorama> made_;  ///< with the last frame
+    bool finishing_ = false;
     cv::Mat last_frame_;
     std::vector<key_frame_stamps> key_stamps_;
     frame_stamp last_fitted_;                  ///< the last frame that was taken

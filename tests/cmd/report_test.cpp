@@ -4,12 +4,12 @@
 // frames.
 #include <algorithm>
 #include <chrono>
+#include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include <gtest/gtest.h>
-#include <nlohmann/json.hpp>
 #include <opencv2/core.hpp>
 
 #include "frames_file.h"
@@ -102,18 +102,21 @@ TEST(Report, BrokenSweepSaysWhyInTheLibrarysWords)
     result.failed_key_frame = 4;
     result.failed_frame = 57;
     result.why = tarn::reason::too_few_matches;
-    EXPECT_EQ(notes_on(result, both_ways, "")[0],
-              "stitching failed at frame 57: key frame 4 (frame 57) could not be joined to the panorama: too few "
-              "matches; nothing of a panorama is left");
+    EXPECT_EQ(
+        notes_on(result, both_ways, "")[0],
+        "stitching failed at frame 57: key frame 4 (frame 57) could not be joined to the panorama: too few "
+        "matches; nothing of a panorama is left");
     result.failed_key_frame = 0;
     result.why = tarn::reason::timed_out;
-    EXPECT_EQ(notes_on(result, both_ways, "x-partial.jpg")[0],
-              "stitching failed at frame 57: the panorama could not be finished: the wait for the workers was too "
-              "long; what was composed until then is in x-partial.jpg");
+    EXPECT_EQ(
+        notes_on(result, both_ways, "x-partial.jpg")[0],
+        "stitching failed at frame 57: the panorama could not be finished: the wait for the workers was too "
+        "long; what was composed until then is in x-partial.jpg");
     // That it failed has been said.
     result.why = tarn::reason::pipeline_failed;
-    EXPECT_EQ(notes_on(result, both_ways, "")[0],
-              "stitching failed at frame 57: the panorama could not be finished; nothing of a panorama is left");
+    EXPECT_EQ(
+        notes_on(result, both_ways, "")[0],
+        "stitching failed at frame 57: the panorama could not be finished; nothing of a panorama is left");
 }
 
 TEST(Summary, FailureHasItsReasonAsTextAndAsNumber)
@@ -262,9 +265,10 @@ TEST(Report, CompleteSweepThatLostAKeyFrameSaysSo)
     EXPECT_EQ(notes_on(result, both_ways, "")[0],
               "the panorama is without key frame 3 (frame 20), which could not be joined");
     result.why = tarn::reason::no_homography;
-    EXPECT_EQ(notes_on(result, both_ways, "")[0],
-              "the panorama is without key frame 3 (frame 20), which could not be joined: the matches agree on no "
-              "motion");
+    EXPECT_EQ(
+        notes_on(result, both_ways, "")[0],
+        "the panorama is without key frame 3 (frame 20), which could not be joined: the matches agree on no "
+        "motion");
 }
 
 TEST(Progress, BarHoldsWhatTheWidthAllows)
@@ -324,7 +328,8 @@ TEST(FramesFile, LinesAreInTheViewersOrientation)
     frame.answer.code = tarn::code_too_fast;
     frame.answer.taken = true;
     frame.answer.key_frame = 7;
-    frame.answer.direction = tarn::direction_up;  // in frames turned counter-clockwise: to the right for the viewer
+    frame.answer.direction =
+        tarn::direction_up;  // in frames turned counter-clockwise: to the right for the viewer
     frame.answer.registered = true;
     frame.answer.move_distance = 12.3456f;
     frame.answer.angles = {90.5f, 91.5f, 92.5f, 93.5f};
