@@ -7,7 +7,10 @@
 
 namespace tarn::host {
 
-/// A new directory, open to this user alone, under $TMPDIR (or /tmp). It goes with the object, and when the
+/// Where temporary directories are made: $TMPDIR (or /tmp).
+std::string temporary_parent();
+
+/// A new directory, open to this user alone, in temporary_parent(). It goes with the object, and when the
 /// program is interrupted.
 class scratch_directory {
 public:

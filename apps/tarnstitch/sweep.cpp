@@ -12,6 +12,7 @@
 
 #include "host_error.h"
 #include "interruption.h"
+#include "scratch_directory.h"
 
 namespace tarn::host {
 
@@ -97,6 +98,7 @@ private:
     sweep_options session_options()
     {
         sweep_options options;
+        options.private_parent = temporary_parent();
         options.most_under_way = settings_.workers;
         options.while_waiting = [this](int under_way) {
             for (sweep_observer* const observer : settings_.observers) {
