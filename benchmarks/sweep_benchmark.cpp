@@ -150,11 +150,12 @@ double pair_error(const sweep_input& input, const std::vector<int>& key_frames,
     return sum / static_cast<double>(key_frames.size() - 1);
 }
 
-// Every frame through videoStitch, as fast as the workers follow, to the finished file.
+// Every frame through the library, as fast as the workers follow, to the finished file.
 void run_library(const sweep_input& input, figures& own, std::vector<int>* key_frames)
 {
-    const tarn::bench::quiet_task task;
+    tarn::sweep sweep = tarn::sweep::begin();
     const clock_type::time_point begin = clock_type::now();
+    tarn::panorama made;
     std::vector<int> numbers;
     std::vector<cv::Matx33d> before_places;
     std::vector<cv::Matx33d> places;
@@ -162,12 +163,15 @@ void run_library(const sweep_input& input, figures& own, std::vector<int>* key_f
     const cv::Matx33d prepared_from_frame = tarn::test::frame_from_prepared(input.frames[0].size()).inv();
     const size_t length = input.frames.size();
     for (size_t i = 0; i < length; ++i) {
-        const int before = tarn_stitcher.big_frame_index;
-        videoStitch(input.frames[i], tarn::test::no_direction, i + 1 == length ? 1 : 0);
-        if (tarn_stitcher.big_frame_index != before) {
+        const tarn::frame_view frame = tarn::view_of(input.frames[i]);
+        const bool is_last = i + 1 == length;
+        if (is_last) {
+            made = sweep.finish({&frame});
+        }
+        if ((is_last ? made.last_frame : sweep.feed(frame)).key_frame > 0) {
             numbers.push_back(static_cast<int>(i));
             // One key frame at a time, so that each one's place can be read.
-            tarn::bench::wait_for_turns();
+            sweep.wait_for_room(0);
             // A frame at the very edge has moved the panorama by as many pixels as that has grown.
             const cv::Matx33d place = cv::Matx33d(neighbour_homo);
             const auto corners =
@@ -186,7 +190,7 @@ void run_library(const sweep_input& input, figures& own, std::vector<int>* key_f
     note_usage(own);
     own.key_frames = static_cast<int>(numbers.size());
     own.error = pair_error(input, numbers, before_places, places);
-    own.is_right = tarn::bench::wrote_the_panorama() && own.error < greatest_error;
+    own.is_right = tarn::bench::wrote_the_panorama(sweep, made) && own.error < greatest_error;
     if (key_frames != nullptr) {
         *key_frames = numbers;
     }
@@ -319,7 +323,7 @@ void add_sweep(const std::string& name, const sweep_input& (*input)(), int threa
     };
     add_stitcher("cv::Stitcher PANORAMA, key frames only", cv::Stitcher::PANORAMA, threads == 1 ? 2 : 3);
     add_stitcher("cv::Stitcher SCANS, key frames only", cv::Stitcher::SCANS, 7);
-    tarn::bench::add({subject, "videoStitch, every frame", threaded, threads, 0.0, 9},
+    tarn::bench::add({subject, "tarn::sweep, every frame", threaded, threads, 0.0, 9},
                      [=](benchmark::State& state) {
                          const sweep_input* const whole = with_key_frames();
                          report(state, threads, [=](figures& own) { run_library(*whole, own, nullptr); });
@@ -328,39 +332,44 @@ void add_sweep(const std::string& name, const sweep_input& (*input)(), int threa
 
 // A sweep of so many frames, each made when it is its turn, so that only the library holds several. The time that
 // making them takes is no time of the library's; no worker is at work meanwhile.
-void run_length(const tarn::test::rendered_sweep& sweep, figures& own)
+void run_length(const tarn::test::rendered_sweep& rendered, figures& own)
 {
-    const int length = sweep.length();
-    const tarn::bench::quiet_task task;
+    const int length = rendered.length();
+    tarn::sweep sweep = tarn::sweep::begin();
+    tarn::panorama made;
     double live = 0.0;
     double rendering_cpu = 0.0;
     std::vector<int> key_frames;
     for (int i = 0; i < length; ++i) {
         const double cpu_begin = tarn::bench::process_cpu_seconds();
-        const cv::Mat frame = sweep.host_frame(i);
+        const cv::Mat image = rendered.host_frame(i);
         rendering_cpu += tarn::bench::process_cpu_seconds() - cpu_begin;
-        const bool is_last = i + 1 == length;
-        const int before = tarn_stitcher.big_frame_index;
+        const tarn::frame_view frame = tarn::view_of(image);
+        if (i + 1 == length) {
+            made = sweep.finish({&frame});
+            key_frames.push_back(i);
+            break;
+        }
         const clock_type::time_point begin = clock_type::now();
-        videoStitch(frame, tarn::test::no_direction, is_last ? 1 : 0);
-        live += is_last ? 0.0 : seconds_since(begin);
-        if (tarn_stitcher.big_frame_index != before) {
+        const bool is_key_frame = sweep.feed(frame).key_frame > 0;
+        live += seconds_since(begin);
+        if (is_key_frame) {
             key_frames.push_back(i);
         }
-        tarn::bench::wait_for_turns();
+        sweep.wait_for_room(0);
     }
     own.seconds = live / (length - 1);
     note_usage(own);
     own.cpu_seconds -= rendering_cpu;
-    own.key_frames = tarn_stitcher.big_frame_index;
-    own.is_right =
-        tarn::bench::wrote_the_panorama() && tarn::bench::shows_the_plane(big_stitch_image, sweep, key_frames);
-    own.panorama_megabytes = static_cast<double>(big_stitch_image.total()) * 3 / 1048576.0;
+    own.key_frames = made.key_frames;
+    own.is_right = tarn::bench::wrote_the_panorama(sweep, made)
+                   && tarn::bench::shows_the_plane(made.image, rendered, key_frames);
+    own.panorama_megabytes = static_cast<double>(made.image.total()) * 3 / 1048576.0;
 }
 
 void add_length(int length, int threads)
 {
-    tarn::bench::add({"by length, ms per frame", "videoStitch",
+    tarn::bench::add({"by length, ms per frame", "tarn::sweep",
                       tarn::bench::on_threads(std::to_string(length) + " frames of 1280x720", threads), threads,
                       0.0, std::clamp(2000 / length, 3, 7)},
                      [=](benchmark::State& state) {

@@ -2,51 +2,19 @@
 #include "whole_task.h"
 
 #include <algorithm>
-#include <chrono>
 #include <cstdlib>
-#include <filesystem>
-#include <iostream>
-#include <thread>
 
 #include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
 
-#include "tarn_stitch_jni.h"
-#include "worker_protocol.h"
-
 namespace tarn::bench {
 
-quiet_task::quiet_task() : console_(std::cout.rdbuf(nullptr))
-{
-    std::string pattern = (std::filesystem::temp_directory_path() / "tarnstitch_bench_XXXXXX").string();
-    directory_ = std::string(mkdtemp(pattern.data())) + '/';
-    resetStitch(directory_.c_str());
-}
-
-quiet_task::~quiet_task()
-{
-    resetStitch("");
-    while (tarn::workers_in_flight() > 0) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
-    std::filesystem::remove_all(directory_);
-    std::cout.rdbuf(console_);
-    std::cout.clear();
-}
-
-void wait_for_turns()
-{
-    while (tarn::look_at_pipeline().turns_over < tarn_stitcher.big_frame_index) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
-}
-
-bool wrote_the_panorama()
+bool wrote_the_panorama(const sweep& sweep, const panorama& made)
 {
     constexpr double greatest_loss = 10.0;  // of a byte, on average, by JPEG
-    const cv::Mat written = cv::imread(getCurrentPanoramaShow());
-    return !written.empty() && written.size() == big_stitch_image.size()
-           && cv::norm(written, big_stitch_image, cv::NORM_L1)
+    const cv::Mat written = cv::imread(sweep.directory() + "big_stitch.jpg");
+    return made.extent == panorama_extent::whole && !written.empty() && written.size() == made.image.size()
+           && cv::norm(written, made.image, cv::NORM_L1)
                   < greatest_loss * 3.0 * static_cast<double>(written.total());
 }
 

@@ -1,37 +1,19 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// What the benchmarks of whole tasks share: a task of their own, and the proof that its panorama is the right one.
+// What the benchmarks of whole sweeps share: the proof that a sweep's panorama is the right one.
 #pragma once
 
-#include <streambuf>
-#include <string>
 #include <vector>
 
 #include <opencv2/core.hpp>
 
 #include "support/rendered_sweep.h"
+#include "tarn_sweep.h"
 
 namespace tarn::bench {
 
-/// A new task in a directory of its own while it lives, and the log out of the way.
-class quiet_task {
-public:
-    quiet_task();
-    /// Waits for the workers, and removes the directory.
-    ~quiet_task();
-    quiet_task(const quiet_task&) = delete;
-    quiet_task& operator=(const quiet_task&) = delete;
-
-private:
-    std::streambuf* console_;
-    std::string directory_;
-};
-
-/// Waits until all key frames so far have had their turns.
-void wait_for_turns();
-
-/// Whether the last frame's call has left a file that decodes to a picture of the panorama's size and content.
-bool wrote_the_panorama();
+/// Whether the panorama is whole, and the sweep's end has left a file that decodes to a picture of its size and content.
+bool wrote_the_panorama(const sweep& sweep, const panorama& made);
 
 /// Whether the panorama has the size and the content of the plane over which the sweep goes, as far as its key frames,
 /// of which these are the numbers, show it.

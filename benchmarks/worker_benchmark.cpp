@@ -51,7 +51,7 @@ const known_sweep& key_frames()
         known_sweep made;
         made.sweep = tarn::test::slide(frame_size, tarn::test::moving_down, 240.0, key_frame_count);
         std::vector<int> all;
-        const tarn::bench::quiet_task task;
+        const tarn::sweep task = tarn::sweep::begin();
         for (int i = 0; i < key_frame_count; ++i) {
             made.frames.push_back(made.sweep.frame(i));
             all.push_back(i);
@@ -77,19 +77,19 @@ const known_sweep& camera_sweep()
         made.sweep = tarn::test::slide(frame_size, tarn::test::moving_down, 24.0, 90);
         const int length = made.sweep.length();
         std::vector<int> key_frames;
-        const tarn::bench::quiet_task task;
+        tarn::sweep sweep = tarn::sweep::begin();
         for (int i = 0; i < length; ++i) {
             made.frames.push_back(made.sweep.host_frame(i));
-            const int before = tarn_stitcher.big_frame_index;
-            videoStitch(made.frames.back(), tarn::test::no_direction, i + 1 == length ? 1 : 0);
-            if (tarn_stitcher.big_frame_index != before) {
+            if (i + 1 == length || sweep.feed(tarn::view_of(made.frames.back())).key_frame > 0) {
                 key_frames.push_back(i);
             }
-            tarn::bench::wait_for_turns();
+            sweep.wait_for_room(0);
         }
-        if (tarn::bench::wrote_the_panorama()
-            && tarn::bench::shows_the_plane(big_stitch_image, made.sweep, key_frames)) {
-            made.panorama = big_stitch_image;
+        const tarn::frame_view last_frame = tarn::view_of(made.frames.back());
+        const tarn::panorama result = sweep.finish({&last_frame});
+        if (tarn::bench::wrote_the_panorama(sweep, result)
+            && tarn::bench::shows_the_plane(result.image, made.sweep, key_frames)) {
+            made.panorama = result.image;
         }
         return made;
     }();
@@ -122,7 +122,7 @@ void time_stages(benchmark::State& state)
 {
     const known_sweep& known = key_frames();
     for ([[maybe_unused]] auto iteration : state) {
-        const tarn::bench::quiet_task task;
+        const tarn::sweep task = tarn::sweep::begin();
         stages.clear();
         tarn::worker_stage_hook = &note_stage;
         std::vector<double> hand_overs(key_frame_count + 1);
@@ -168,29 +168,31 @@ void time_last_frame(benchmark::State& state)
 {
     const known_sweep& known = camera_sweep();
     for ([[maybe_unused]] auto iteration : state) {
-        const tarn::bench::quiet_task task;
+        tarn::sweep sweep = tarn::sweep::begin();
         stages.clear();
         tarn::worker_stage_hook = &note_stage;
         clock_type::time_point due = clock_type::now();
         for (auto frame = known.frames.begin(); frame + 1 != known.frames.end(); ++frame) {
             std::this_thread::sleep_until(due);
             due += std::chrono::microseconds(33333);
-            videoStitch(*frame, tarn::test::no_direction, 0);
+            sweep.feed(tarn::view_of(*frame));
         }
         std::this_thread::sleep_until(due);
+        const tarn::frame_view last_frame = tarn::view_of(known.frames.back());
         const clock_type::time_point begin = clock_type::now();
-        videoStitch(known.frames.back(), tarn::test::no_direction, 1);
+        const tarn::panorama result = sweep.finish({&last_frame});
         const clock_type::time_point end = clock_type::now();
         tarn::worker_stage_hook = nullptr;
-        if (!tarn::bench::wrote_the_panorama() || !tarn::bench::same_pixels(big_stitch_image, known.panorama)) {
+        if (!tarn::bench::wrote_the_panorama(sweep, result)
+            || !tarn::bench::same_pixels(result.image, known.panorama)) {
             state.SkipWithError("another panorama than that of the undisturbed sweep");
             return;
         }
         std::vector<uchar> bytes;
         const clock_type::time_point encoding = clock_type::now();
-        cv::imencode(".jpg", big_stitch_image, bytes);
+        cv::imencode(".jpg", result.image, bytes);
         const double encode = milliseconds_between(encoding, clock_type::now());
-        stage_times& last = stages[tarn_stitcher.big_frame_index];
+        stage_times& last = stages[result.key_frames];
         const double work =
             milliseconds_between(last[worker_stage::started], last[worker_stage::file_written])
             + milliseconds_between(last[worker_stage::turn_taken], last[worker_stage::composed]);
@@ -199,7 +201,7 @@ void time_last_frame(benchmark::State& state)
         state.counters["own work"] = work;
         state.counters["encoding"] = encode;
         state.counters["beyond both"] = total - work - encode;
-        state.counters["key frames"] = tarn_stitcher.big_frame_index;
+        state.counters["key frames"] = result.key_frames;
     }
 }
 

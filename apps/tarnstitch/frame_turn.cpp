@@ -48,7 +48,8 @@ cv::Mat turned(const cv::Mat& image, int quarters)
 /// The four ways in the order of quarter turns, clockwise, with the library's codes for them.
 constexpr std::array<camera_motion, 4> round_the_clock = {camera_motion::up, camera_motion::right,
                                                           camera_motion::down, camera_motion::left};
-constexpr std::array<int, 4> codes_round_the_clock = {2, 3, 1, 4};
+constexpr std::array<direction_code, 4> codes_round_the_clock = {direction_up, direction_right, direction_down,
+                                                                 direction_left};
 
 template <typename Value>
 std::optional<int> place_in(const std::array<Value, 4>& values, Value wanted)
@@ -130,13 +131,14 @@ cv::Mat panorama_for_viewer(const cv::Mat& panorama, frame_turn turn)
     return turned(panorama, (quarters_back(turn) + 3) % 4);
 }
 
-int direction_hint(camera_motion motion, frame_turn turn)
+direction_code direction_hint(camera_motion motion, frame_turn turn)
 {
     const std::optional<int> place = place_in(round_the_clock, motion);
-    return place ? codes_round_the_clock.at(static_cast<std::size_t>((*place + quarters_of(turn)) % 4)) : 0;
+    return place ? codes_round_the_clock.at(static_cast<std::size_t>((*place + quarters_of(turn)) % 4))
+                 : direction_undecided;
 }
 
-camera_motion motion_for_viewer(int direction, frame_turn turn)
+camera_motion motion_for_viewer(direction_code direction, frame_turn turn)
 {
     const std::optional<int> place = place_in(codes_round_the_clock, direction);
     return place ? round_the_clock.at(static_cast<std::size_t>((*place + quarters_back(turn)) % 4))

@@ -10,6 +10,8 @@
 
 #include <opencv2/core.hpp>
 
+#include "vocabulary.h"
+
 namespace tarn::host {
 
 /// How upright frames are turned before the library gets them.
@@ -43,11 +45,11 @@ cv::Mat preview_for_viewer(const cv::Mat& preview, frame_turn turn);
 /// A high-resolution panorama as the input's viewer sees it. May share the pixels of `panorama`.
 cv::Mat panorama_for_viewer(const cv::Mat& panorama, frame_turn turn);
 
-/// The library's direction (1 down, 2 up, 3 right, 4 left in the frames that it gets, 0 for none).
-int direction_hint(camera_motion motion, frame_turn turn);
+/// The library's direction, in the frames that it gets.
+direction_code direction_hint(camera_motion motion, frame_turn turn);
 
 /// The same back: a direction of the library's in the viewer's words.
-camera_motion motion_for_viewer(int direction, frame_turn turn);
+camera_motion motion_for_viewer(direction_code direction, frame_turn turn);
 
 /// Four values that go with the corners of a frame (top-left, top-right, bottom-right, bottom-left), or with its
 /// sides (top, right, bottom, left), in the viewer's order instead of the library's.

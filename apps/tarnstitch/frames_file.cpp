@@ -43,6 +43,19 @@ nlohmann::ordered_json decimal(double value, int digits)
     return rounded == 0.0 ? 0.0 : rounded;  // no negative zero
 }
 
+/// How far the frame taken last reaches beyond the sides of the preview: the upper, the right, the lower, the left one.
+std::array<float, 4> reach_beyond(const preview_view& preview)
+{
+    std::array<float, 4> reach{};
+    for (const cv::Point2f& corner : preview.outline) {
+        reach[0] = std::max(reach[0], -corner.y);
+        reach[1] = std::max(reach[1], corner.x - static_cast<float>(preview.pixels.cols));
+        reach[2] = std::max(reach[2], corner.y - static_cast<float>(preview.pixels.rows));
+        reach[3] = std::max(reach[3], -corner.x);
+    }
+    return preview.has_outline ? reach : std::array<float, 4>{};
+}
+
 /// All that is told of a frame, in the order of the columns.
 std::vector<named_value> values_of(const frame_record& frame, frame_turn turn)
 {
@@ -52,20 +65,21 @@ std::vector<named_value> values_of(const frame_record& frame, frame_turn turn)
     constexpr int pixel_digits = 3;
     constexpr int angle_digits = 3;
     constexpr int scale_digits = 5;
+    const frame_answer& answer = frame.answer;
     std::vector<named_value> values = {
         {"frame", frame.stamp.number},
         {"seconds",
          frame.stamp.seconds < 0.0 ? nlohmann::ordered_json() : decimal(frame.stamp.seconds, time_digits)},
-        {"code", frame.code},
-        {"name", code_key(frame.code)},
-        {"taken", frame.taken},
-        {"key_frame", frame.key_frame},
-        {"direction", motion_name(motion_for_viewer(frame.direction, turn))},
-        {"move_px", frame.registered ? decimal(frame.move_distance, pixel_digits) : nullptr},
+        {"code", static_cast<int>(answer.code)},
+        {"name", code_key(answer.code)},
+        {"taken", answer.taken},
+        {"key_frame", answer.key_frame > 0},
+        {"direction", motion_name(motion_for_viewer(answer.direction, turn))},
+        {"move_px", answer.registered && answer.taken ? decimal(answer.move_distance, pixel_digits) : nullptr},
     };
-    const std::array<float, 4> angles = corners_for_viewer(frame.angles, turn);
-    const std::array<float, 4> scales = corners_for_viewer(frame.scales, turn);
-    const std::array<float, 4> beyond = corners_for_viewer(frame.beyond, turn);
+    const std::array<float, 4> angles = corners_for_viewer(answer.angles, turn);
+    const std::array<float, 4> scales = corners_for_viewer(answer.scales, turn);
+    const std::array<float, 4> beyond = corners_for_viewer(reach_beyond(frame.preview), turn);
     for (std::size_t i = 0; i < corners.size(); ++i) {
         values.emplace_back(std::string("angle_") + corners.at(i), decimal(angles.at(i), angle_digits));
     }
@@ -75,7 +89,7 @@ std::vector<named_value> values_of(const frame_record& frame, frame_turn turn)
     // What the preview grows by on the left and at the top moves its content.
     values.emplace_back("shift_x", decimal(beyond[3], pixel_digits));
     values.emplace_back("shift_y", decimal(beyond[0], pixel_digits));
-    values.emplace_back("milliseconds", decimal(frame.milliseconds, pixel_digits));
+    values.emplace_back("milliseconds", decimal(answer.milliseconds, pixel_digits));
     return values;
 }
 

@@ -5,27 +5,16 @@
 
 namespace tarn::host {
 
-namespace {
-
-constexpr int wrong_way = 4;
-
-}  // namespace
-
-int with_code(const sweep_result& result, int code)
-{
-    return result.by_code.at(static_cast<std::size_t>(code - lowest_code));
-}
-
-bool many_with_code(const sweep_result& result, int code)
+bool many_with_code(const sweep_result& result, answer_code code)
 {
     // Frames that went the wrong way are soon followed by others that are only counted as lost.
-    const int one_in = code == wrong_way ? 20 : 5;
-    return with_code(result, code) > 0 && with_code(result, code) * one_in >= result.frames;
+    const int one_in = code == code_wrong_way ? 20 : 5;
+    return result.by_code[code] > 0 && result.by_code[code] * one_in >= result.frames;
 }
 
 bool second_try_may_help(const sweep_result& result)
 {
-    return result.outcome == sweep_outcome::pipeline_failed && !many_with_code(result, wrong_way);
+    return result.outcome == sweep_outcome::pipeline_failed && !many_with_code(result, code_wrong_way);
 }
 
 int reach_of(const sweep_result& failed)

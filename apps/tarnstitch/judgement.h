@@ -7,12 +7,9 @@
 
 namespace tarn::host {
 
-/// How many frames were answered with a code, -1 to 6.
-int with_code(const sweep_result& result, int code);
-
 /// Whether so many frames were answered with a code that the sweep's failure may be laid to it: a fifth. Single ones
 /// are met in any sweep.
-bool many_with_code(const sweep_result& result, int code);
+bool many_with_code(const sweep_result& result, answer_code code);
 
 /// Whether a second try with the frames turned the other way may help: after a failure of the pipeline, but not when
 /// the camera went the wrong way.

@@ -29,20 +29,22 @@ namespace tarn::host {
 
 cv::Mat window_picture(const frame_record& frame, frame_turn turn)
 {
-    if (frame.preview.empty()) {
+    if (frame.preview.pixels.empty()) {
         return cv::Mat(1, 1, CV_8UC3, cv::Scalar::all(0));
     }
-    const cv::Mat preview = preview_for_viewer(frame.preview, turn);
+    const cv::Mat preview = preview_for_viewer(frame.preview.pixels, turn);
     cv::Rect canvas(cv::Point(0, 0), preview.size());
     std::vector<cv::Point> outline;
-    for (const cv::Point2f& corner : frame.outline) {
-        const cv::Point2f point = preview_point_for_viewer(corner, frame.preview.size(), turn);
-        constexpr float far_away = 20000.0f;  // px; a corner thrown far off must not make the canvas huge
-        if (!(std::fabs(point.x) < far_away && std::fabs(point.y) < far_away)) {
-            outline.clear();
-            break;
+    if (frame.preview.has_outline) {
+        for (const cv::Point2f& corner : frame.preview.outline) {
+            const cv::Point2f point = preview_point_for_viewer(corner, frame.preview.pixels.size(), turn);
+            constexpr float far_away = 20000.0f;  // px; a corner thrown far off must not make the canvas huge
+            if (!(std::fabs(point.x) < far_away && std::fabs(point.y) < far_away)) {
+                outline.clear();
+                break;
+            }
+            outline.emplace_back(cvRound(point.x), cvRound(point.y));
         }
-        outline.emplace_back(cvRound(point.x), cvRound(point.y));
     }
     if (!outline.empty()) {
         constexpr int rim = 3;  // px, for the line's width
@@ -59,7 +61,7 @@ cv::Mat window_picture(const frame_record& frame, frame_turn turn)
         const cv::Scalar green(80, 220, 80);
         const cv::Scalar red(60, 60, 240);
         std::for_each(outline.begin(), outline.end(), [&canvas](cv::Point& point) { point -= canvas.tl(); });
-        cv::polylines(picture, outline, true, frame.taken ? green : red, 2, cv::LINE_AA);
+        cv::polylines(picture, outline, true, frame.answer.taken ? green : red, 2, cv::LINE_AA);
     }
     return picture;
 }

@@ -76,14 +76,6 @@ std::vector<std::string> parts_of(const progress_state& state)
 
 }  // namespace
 
-const char* advice_for(int code)
-{
-    static constexpr std::array advice = {"failed",      "go back",   "",       "few details",
-                                          "few details", "wrong way", "slower", "hold level"};
-    return code < lowest_code || code > highest_code ? ""
-                                                     : advice.at(static_cast<std::size_t>(code - lowest_code));
-}
-
 std::string progress_bar(const progress_state& state, int width)
 {
     std::string text;
@@ -139,9 +131,9 @@ progress_display::~progress_display()
 void progress_display::frame_done(const frame_record& frame)
 {
     state_.frames = frame.place;
-    state_.key_frames = frame.key_frames;
+    state_.key_frames = frame.answer.key_frames;
     state_.waiting_for = 0;
-    const std::string advice = advice_for(frame.code);
+    const std::string advice = advice_for(frame.answer.code);
     const bool news = !advice.empty() && advice != state_.advice;
     state_.advice = advice.empty() ? state_.advice : advice;
     show(news || state_.frames == 1);

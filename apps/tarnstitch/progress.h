@@ -20,9 +20,6 @@ struct progress_state {
     std::string advice;    ///< the last one, in words; "" for none yet
 };
 
-/// What a code tells the user to do, in a word or two; "" for the codes that ask for nothing.
-const char* advice_for(int code);
-
 /// "[=====>    ]  50 %  frame 120 of 240  61 frames/s  0:02 left  5 key frames  slower", without the bar, and then
 /// without what stands last, where it would be wider than `width` columns.
 std::string progress_bar(const progress_state& state, int width);

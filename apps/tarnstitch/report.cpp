@@ -62,31 +62,29 @@ std::string untried_turn(const std::vector<frame_turn>& tried)
 /// What the user can do about what most frames met; "" if there is no such thing.
 std::string help_by_codes(const sweep_result& result)
 {
-    struct reason {
-        int code;
+    struct advice {
+        answer_code code;
         const char* help;
     };
 
-    // Codes of the live path, and what the user was told by them.
-    static constexpr std::array reasons = {
-        reason{5, "the camera moved too fast: a slower sweep, or a higher frame rate"},
-        reason{6, "the frames are skewed: hold the camera level, turn it about one axis only"},
-        reason{3, "there is too little to see: more texture, more light"},
-        reason{2, "there is little to see: more texture, more light"},
-        reason{0, "frames did not fit to what was before: overlap more, come back to where the panorama ends"},
+    static constexpr std::array all = {
+        advice{code_too_fast, "the camera moved too fast: a slower sweep, or a higher frame rate"},
+        advice{code_skewed, "the frames are skewed: hold the camera level, turn it about one axis only"},
+        advice{code_very_few_details, "there is too little to see: more texture, more light"},
+        advice{code_few_details, "there is little to see: more texture, more light"},
+        advice{code_lost,
+               "frames did not fit to what was before: overlap more, come back to where the panorama ends"},
     };
-    const auto* const met = std::find_if(reasons.begin(), reasons.end(), [&result](const reason& one) {
-        return many_with_code(result, one.code);
-    });
-    return met == reasons.end() ? "" : met->help;
+    const auto* const met = std::find_if(
+        all.begin(), all.end(), [&result](const advice& one) { return many_with_code(result, one.code); });
+    return met == all.end() ? "" : met->help;
 }
 
 /// What may help a sweep that could not be stitched; "" when there is nothing to try. Frames that were left out come
 /// before all but the direction: without them points are lost and distances grow, which is what the codes tell of.
 std::string help_for(const sweep_result& result, const tried_ways& tried)
 {
-    constexpr int wrong_way = 4;
-    if (many_with_code(result, wrong_way)) {
+    if (many_with_code(result, code_wrong_way)) {
         return "what may help: the camera moved against --direction: another direction, or none";
     }
     std::string help;
@@ -123,21 +121,17 @@ std::string failed_key_frame(const sweep_result& result)
     return text;
 }
 
-}  // namespace
-
-const char* code_name(int code)
+/// ": too few matches"; "" where the library tells no more than that it failed.
+std::string because(reason why)
 {
-    static constexpr std::array names = {"pipeline failed",  "lost",      "normal",   "few details",
-                                         "very few details", "wrong way", "too fast", "skewed"};
-    if (code < lowest_code || code > highest_code) {
-        return "unknown";
-    }
-    return names[static_cast<std::size_t>(code - lowest_code)];
+    return why == reason::none || why == reason::pipeline_failed ? "" : std::string(": ") + name_of(why);
 }
 
-std::string code_key(int code)
+}  // namespace
+
+std::string code_key(answer_code code)
 {
-    std::string key = code_name(code);
+    std::string key = name_of(code);
     std::replace(key.begin(), key.end(), ' ', '_');
     return key;
 }
@@ -157,7 +151,7 @@ std::vector<std::string> notes_on(const sweep_result& result, const tried_ways& 
                  + (result.failed_key_frame > 0
                         ? failed_key_frame(result) + " could not be joined to the panorama"
                         : "the panorama could not be finished")
-                 + what_is_left};
+                 + because(result.why) + what_is_left};
         if (const std::string help = help_for(result, tried); !help.empty()) {
             notes.push_back(help);
         }
@@ -168,7 +162,8 @@ std::vector<std::string> notes_on(const sweep_result& result, const tried_ways& 
         break;
     }
     if (result.failed_key_frame > 0) {
-        notes.push_back("the panorama is without " + failed_key_frame(result) + ", which could not be joined");
+        notes.push_back("the panorama is without " + failed_key_frame(result) + ", which could not be joined"
+                        + because(result.why));
     }
     if (result.frames == 1) {
         notes.emplace_back("the sweep has one frame only, so the panorama is that frame");
@@ -189,9 +184,9 @@ std::string summary_line(const sweep_result& result, const written_files& writte
     }
     const char* separator = " (";
     for (int code = highest_code; code >= lowest_code; --code) {
-        const int count = with_code(result, code);
-        if (count > 0) {
-            line += separator + std::to_string(count) + " " + code_name(code);
+        const auto met = static_cast<answer_code>(code);
+        if (result.by_code[met] > 0) {
+            line += separator + std::to_string(result.by_code[met]) + " " + name_of(met);
             separator = ", ";
         }
     }

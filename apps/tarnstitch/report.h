@@ -13,11 +13,8 @@
 
 namespace tarn::host {
 
-/// The name of a frame's code, -1 to 6: "few details".
-const char* code_name(int code);
-
-/// The same for files that programs read: "few_details".
-std::string code_key(int code);
+/// A code's name for files that programs read: "few_details".
+std::string code_key(answer_code code);
 
 /// What has been tried already, and is not to be advised.
 struct tried_ways {

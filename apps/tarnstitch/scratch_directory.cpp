@@ -13,10 +13,15 @@
 
 namespace tarn::host {
 
-scratch_directory::scratch_directory()
+std::string temporary_parent()
 {
     const char* const named = std::getenv("TMPDIR");
-    const std::string parent = (named != nullptr && *named != '\0') ? named : "/tmp";
+    return (named != nullptr && *named != '\0') ? named : "/tmp";
+}
+
+scratch_directory::scratch_directory()
+{
+    const std::string parent = temporary_parent();
     std::error_code absolute_error;
     std::string made = (std::filesystem::absolute(parent, absolute_error) / "tarnstitch-XXXXXX").string();
 

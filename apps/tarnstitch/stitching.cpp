@@ -129,9 +129,11 @@ private:
         made.turn = turn;
         frame_feed feed(std::move(source), asked_.selection, turn, looked_at_);
         sweep_settings settings;
-        settings.working_directory = new_directory("work");
         if (!asked_.keep_work.empty()) {
-            settings.kept_files = made.kept_files = new_directory("kept");
+            settings.kept_files = made.kept_files = new_directory_for_kept_files();
+        }
+        if (!asked_.log.empty()) {
+            settings.on_log = [](const std::string& lines) { std::cout << lines << std::flush; };
         }
         settings.direction_hint = direction_hint(asked_.direction, turn);
         settings.workers = asked_.workers > 0 ? asked_.workers : default_workers();
@@ -187,10 +189,13 @@ private:
         }
     }
 
-    /// A new directory in the temporary one, with a "/" at its end.
-    std::string new_directory(const std::string& name) const
+    /// For the working files of one try, until it is known which try is the better one.
+    std::string new_directory_for_kept_files()
     {
-        std::string path = scratch_.path() + name + std::to_string(summary_.tries) + "/";
+        if (!scratch_) {
+            scratch_.emplace();
+        }
+        std::string path = scratch_->path() + std::to_string(summary_.tries);
         std::error_code error;
         if (!std::filesystem::create_directory(path, error)) {
             throw host_error(exit_code::output_failed, "cannot make a temporary directory: " + error.message());
@@ -282,9 +287,9 @@ private:
     silenced_descriptor& library_lines_;
     run_summary& summary_;
     const panorama_files files_;
-    const scratch_directory scratch_;
-    int looked_at_ = 0;              ///< pictures, in the tries so far
-    std::vector<frame_turn> turns_;  ///< of the frames, try by try
+    std::optional<scratch_directory> scratch_;  ///< for working files that are to be kept
+    int looked_at_ = 0;                         ///< pictures, in the tries so far
+    std::vector<frame_turn> turns_;             ///< of the frames, try by try
     std::optional<output_metadata> metadata_;
 };
 

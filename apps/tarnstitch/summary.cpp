@@ -61,7 +61,9 @@ ordered_json failure_as_json(const sweep_result& result)
     const auto number_or_null = [](int number) { return number > 0 ? ordered_json(number) : nullptr; };
     return {{"shown_at_frame", number_or_null(result.broken_at_frame)},
             {"key_frame", number_or_null(result.failed_key_frame)},
-            {"frame_of_key_frame", number_or_null(result.failed_frame)}};
+            {"frame_of_key_frame", number_or_null(result.failed_frame)},
+            {"reason", result.why == reason::none ? ordered_json() : ordered_json(name_of(result.why))},
+            {"reason_code", number_or_null(static_cast<int>(result.why))}};
 }
 
 ordered_json text_or_null(const std::string& text)
@@ -76,7 +78,8 @@ std::string summary_as_json(const run_summary& summary, const options& asked)
     const sweep_result& result = summary.result;
     ordered_json by_code;
     for (int code = lowest_code; code <= highest_code; ++code) {
-        by_code[code_key(code)] = result.by_code.at(static_cast<std::size_t>(code - lowest_code));
+        const auto met = static_cast<answer_code>(code);
+        by_code[code_key(met)] = result.by_code[met];
     }
     ordered_json panorama = picture_as_json(summary.written.panorama);
     if (!panorama.is_null()) {

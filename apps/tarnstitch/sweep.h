@@ -1,46 +1,28 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// One sweep through the library: every frame handed over at a pace that the workers can follow, every answer
-// counted, and what there is at the end collected, whether the sweep succeeded or broke.
+// One sweep through the library: the input's frames handed over, every answer counted, and what there is at the end
+// collected, whether the sweep succeeded or broke.
 #pragma once
 
 #include <array>
+#include <functional>
 #include <string>
 #include <vector>
 
 #include <opencv2/core.hpp>
 
 #include "frame_feed.h"
+#include "tarn_sweep.h"
 
 namespace tarn::host {
 
-/// The library's codes for a frame, -1 to 6.
-constexpr int lowest_code = -1;
-constexpr int highest_code = 6;
-
-/// What became of one frame. Directions, corners and images are in the library's orientation; corners are told from
-/// the top left one on, sides from the top one on, clockwise.
+/// A frame that was handed over, and what the library said. Directions, corners and images are in the library's
+/// orientation.
 struct frame_record {
     frame_stamp stamp;
     int place = 0;  ///< among the frames that the input has given, from 1; those not handed over count
-    bool last = false;
-    int code = 0;
-    bool taken = false;      ///< whether the library registered or composed it
-    bool key_frame = false;  ///< whether it was given to a worker
-    int key_frames = 0;      ///< so far
-    double milliseconds =
-        0;  ///< spent in the library's call; the last frame's includes its wait for the workers
-
-    int direction = 0;           ///< of the frame taken last, 0 to 4
-    bool registered = false;     ///< whether it was compared with the frame before, so that it has moved
-    float move_distance = 0.0f;  ///< px of a frame scaled to a width of 300; only if registered
-    std::array<float, 4>
-        angles{};  ///< degrees, of the frame measured last: its corners in the key frame before
-    std::array<float, 4> scales{};  ///< its sides, as parts of a frame's own
-    std::array<float, 4> beyond{};  ///< px by which the frame taken last reaches beyond the preview's sides
-
-    cv::Mat preview;                   ///< as it is by now, CV_8UC3
-    std::vector<cv::Point2f> outline;  ///< the corners of the frame taken last, in the preview; or none
+    frame_answer answer;
+    preview_view preview;  ///< as it is by now
 };
 
 /// Is told of a sweep as it goes, in the thread that runs it.
@@ -59,11 +41,11 @@ public:
 };
 
 struct sweep_settings {
-    std::string working_directory;  ///< wholly the library's, with a trailing "/"
-    std::string kept_files;         ///< a directory to which the working files go in the end; "" to lose them
-    int direction_hint = 0;         ///< 0 to 4, in the frames as the library gets them
-    int workers = 1;                ///< key frames that may be on their way at once
+    std::string kept_files;  ///< a directory to which the working files go in the end; "" to lose them
+    direction_code direction_hint = direction_undecided;  ///< in the frames as the library gets them
+    int workers = 1;                                      ///< key frames that may be on their way at once
     std::vector<sweep_observer*> observers;
+    std::function<void(const std::string&)> on_log;  ///< is given the library's lines; or none
 };
 
 enum class sweep_outcome {
@@ -73,18 +55,36 @@ enum class sweep_outcome {
     given_up,         ///< the user did not want it any more
 };
 
+/// Frames by the codes that they were answered with.
+class code_counts {
+public:
+    int& operator[](answer_code code)
+    {
+        return counts_.at(static_cast<std::size_t>(code - lowest_code));
+    }
+
+    int operator[](answer_code code) const
+    {
+        return counts_.at(static_cast<std::size_t>(code - lowest_code));
+    }
+
+private:
+    std::array<int, highest_code - lowest_code + 1> counts_{};
+};
+
 struct sweep_result {
     sweep_outcome outcome = sweep_outcome::complete;
     std::string input_error;  ///< what was wrong with the input, if that was it
 
     int frames = 0;  ///< handed over
     int taken = 0;   ///< of these, those that the library registered or composed
-    std::array<int, highest_code - lowest_code + 1> by_code{};  ///< frames by code, lowest code first
+    code_counts by_code;
 
     int last_frame = 0;  ///< number of the frame handed over last
 
     int key_frames = 0;
     int broken_at_frame = 0;       ///< frame at which a failure of the pipeline showed; 0 if none did
+    reason why = reason::none;     ///< why it failed, or the key frame could not be joined
     int failed_key_frame = 0;      ///< first key frame that could not be joined, from 1; 0 if all could
     int failed_frame = 0;          ///< the frame that this key frame was
     double failed_seconds = -1.0;  ///< its time; negative if it has none
@@ -98,8 +98,9 @@ struct sweep_result {
     std::vector<unsigned char> panorama_file;  ///< the same as the library's JPEG
 };
 
-/// Runs a whole sweep in the calling thread and lets go of the working directory at the end, however it ends. Ends
-/// early when the user asks for it: with the next frame as the last one, or giving up.
+/// Runs a whole sweep in the calling thread; the library's working files have gone when it returns. Ends early when the
+/// user asks for it: with the next frame as the last one, or giving up.
+/// @throws host_error (output_failed) when there is no place for working files
 sweep_result run_sweep(sweep_input& input, const sweep_settings& settings);
 
 }  // namespace tarn::host

@@ -15,7 +15,7 @@ echo kept >slide-panorama.jpg
 echo kept >preview.png
 run 1 slide --preview preview.png --no-retry
 expect_said "stitching failed at frame 9: key frame"
-expect_said "(frame 9) could not be joined to the panorama; what was composed until then is in slide-panorama-partial.jpg"
+expect_said "(frame 9) could not be joined to the panorama: too few matches; what was composed until then is in slide-panorama-partial.jpg"
 expect_said "9 frames"
 expect_equal "earlier panorama" kept "$(cat slide-panorama.jpg)"
 expect_equal "earlier preview" kept "$(cat preview.png)"
@@ -58,6 +58,7 @@ for workers in 1 4; do
   key_frame=$(grep -oP 'key frame [0-9]+ \(frame \K[0-9]+' stderr)
   ((frame > 80 && frame < 140)) || fail "broken at frame $frame"
   ((key_frame < frame)) || fail "key frame $key_frame shows at frame $frame"
+  expect_said " could not be joined to the panorama: the panorama would be too large; what was composed"
   expect_said "1 pipeline failed"
   expect_said "$frame frames"
   width=$("$media" size out-partial.jpg | cut -dx -f1)

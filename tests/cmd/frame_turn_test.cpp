@@ -136,12 +136,12 @@ TEST_P(FrameTurn, DirectionIsWhatTheLibrarySeesInTheTurnedFrames)
             before.push_back(in_the_librarys_frame(corner, size, GetParam()));
             after.push_back(in_the_librarys_frame(corner + step_of(motion), size, GetParam()));
         }
-        const int seen = get_direction(before, after);
+        const auto seen = static_cast<tarn::direction_code>(get_direction(before, after));
         EXPECT_EQ(direction_hint(motion, GetParam()), seen) << motion_name(motion);
         EXPECT_EQ(motion_for_viewer(seen, GetParam()), motion) << motion_name(motion);
     }
-    EXPECT_EQ(direction_hint(camera_motion::any, GetParam()), 0);
-    EXPECT_EQ(motion_for_viewer(0, GetParam()), camera_motion::any);
+    EXPECT_EQ(direction_hint(camera_motion::any, GetParam()), tarn::direction_undecided);
+    EXPECT_EQ(motion_for_viewer(tarn::direction_undecided, GetParam()), camera_motion::any);
 }
 
 TEST_P(FrameTurn, CornersSidesAndVectorsComeBackInTheViewersOrder)

@@ -1,21 +1,17 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // The command-line host's way of driving the library: pace, failures in mid-sweep, what is collected at the end.
-// The workers are stepped through the library's stages, and the host's own calls are seen by the lines that the
-// library logs on entering and leaving a frame.
+// The workers are stepped through the library's stages, and the host by its input and by its observers.
 #include <algorithm>
 #include <atomic>
 #include <condition_variable>
+#include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <functional>
-#include <iostream>
 #include <memory>
 #include <mutex>
-#include <numeric>
 #include <stdexcept>
 #include <string>
-#include <string_view>
 #include <system_error>
 #include <utility>
 #include <vector>
@@ -28,6 +24,7 @@
 #include "frame_source.h"
 #include "frame_turn.h"
 #include "host_error.h"
+#include "interruption.h"
 #include "picture_list.h"
 #include "support/rendered_sweep.h"
 #include "support/stitcher_fixture.h"
@@ -40,41 +37,55 @@ namespace fs = std::filesystem;
 
 namespace {
 
-/// Passes on what is written to std::cout and tells when the library enters and leaves a frame.
-class frame_watcher : public std::streambuf {
+/// A feed that tells of each frame before it gives it: its number, from 1. The answer to the one before is there then.
+class watched_input : public sweep_input {
 public:
-    explicit frame_watcher(std::function<void()> entered, std::function<void()> left)
-        : entered_(std::move(entered)), left_(std::move(left)), behind_(std::cout.rdbuf(this))
+    watched_input(const std::vector<cv::Mat>& pictures, std::function<void(int)> comes)
+        : feed_(std::make_unique<picture_list>(pictures), {}, frame_turn::none), comes_(std::move(comes))
     {
     }
 
-    ~frame_watcher() override
+    bool next(feed_frame& frame) override
     {
-        std::cout.rdbuf(behind_);
-    }
-
-protected:
-    int_type overflow(int_type character) override
-    {
-        return behind_->sputc(traits_type::to_char_type(character));
-    }
-
-    std::streamsize xsputn(const char* text, std::streamsize count) override
-    {
-        const std::string_view view(text, static_cast<std::size_t>(count));
-        if (view.find("input_frame shape is") != std::string_view::npos) {
-            entered_();
+        if (!feed_.next(frame)) {
+            return false;
         }
-        if (view.find("videoStitch finish") != std::string_view::npos) {
-            left_();
+        ++given_;
+        if (comes_) {
+            comes_(given_);
         }
-        return behind_->sputn(text, count);
+        return true;
     }
 
 private:
-    std::function<void()> entered_;
-    std::function<void()> left_;
-    std::streambuf* behind_;
+    frame_feed feed_;
+    std::function<void(int)> comes_;
+    int given_ = 0;
+};
+
+/// Tells when the sweep waits for workers, and for how many.
+class waiting_observer : public sweep_observer {
+public:
+    explicit waiting_observer(std::function<void(int)> waits) : waits_(std::move(waits))
+    {
+    }
+
+    void frame_done(const frame_record& frame) override
+    {
+        records.push_back(frame);
+    }
+
+    void waiting(int key_frames) override
+    {
+        if (waits_) {
+            waits_(key_frames);
+        }
+    }
+
+    std::vector<frame_record> records;
+
+private:
+    std::function<void(int)> waits_;
 };
 
 /// A door that a worker waits at until the host has come to some point.
@@ -119,22 +130,40 @@ bool is_jpeg_of(const std::vector<unsigned char>& bytes, const cv::Size& size)
 
 class HostSweep : public tarn::test::stitcher_fixture {
 protected:
-    sweep_result sweep_through(const std::vector<cv::Mat>& pictures, int workers = 2)
-    {
-        frame_feed feed(std::make_unique<picture_list>(pictures), {}, frame_turn::none);
-        sweep_settings settings;
-        settings.working_directory = directory();
-        settings.workers = workers;
-        sweep_result result = run_sweep(feed, settings);
-        EXPECT_EQ(std::accumulate(result.by_code.begin(), result.by_code.end(), 0), result.frames);
-        EXPECT_LE(result.taken, result.frames);
-        EXPECT_FALSE(fs::exists(directory())) << "the library has not left its working directory";
-        return result;
-    }
+    /// What a test steps a sweep by.
+    struct steps {
+        std::function<void(int)> frame_comes;   ///< before it is handed over; its number, from 1
+        std::function<void(int)> sweep_waits;   ///< for so many key frames
+        std::function<void()> library_answers;  ///< to a frame
+    };
 
-    static int with_code(const sweep_result& result, int code)
+    sweep_result sweep_through(const std::vector<cv::Mat>& pictures, int workers = 2, const steps& told = {})
     {
-        return result.by_code[static_cast<std::size_t>(code - lowest_code)];
+        std::string working_directory;
+        watched_input input(pictures, [&](int number) {
+            working_directory = tarn_stitcher.local_path;
+            if (told.frame_comes) {
+                told.frame_comes(number);
+            }
+        });
+        waiting_observer observer(told.sweep_waits);
+        sweep_settings settings;
+        settings.workers = workers;
+        settings.observers = {&observer};
+        if (told.library_answers) {
+            settings.on_log = [&](const std::string&) { told.library_answers(); };
+        }
+        const sweep_result result = run_sweep(input, settings);
+        EXPECT_EQ(observer.records.size(), static_cast<std::size_t>(result.frames));
+        int with_a_code = 0;
+        for (int code = tarn::lowest_code; code <= tarn::highest_code; ++code) {
+            with_a_code += result.by_code[static_cast<tarn::answer_code>(code)];
+        }
+        EXPECT_EQ(with_a_code, result.frames);
+        EXPECT_LE(result.taken, result.frames);
+        EXPECT_FALSE(fs::exists(working_directory)) << "the library has not left its working directory";
+        EXPECT_EQ(take_output(), "") << "the library's lines are not the host's";
+        return result;
     }
 };
 
@@ -173,40 +202,34 @@ TEST_F(HostSweep, NeverMoreKeyFramesOnTheirWayThanWorkers)
         EXPECT_LE(most->load(), workers);
         first_panorama = first_panorama.empty() ? result.panorama_file : first_panorama;
         EXPECT_EQ(result.panorama_file, first_panorama) << workers;
-        fs::create_directory(directory());
     }
-    fs::remove(directory());
 }
 
-TEST_F(HostSweep, LastWorkerSlowerThanTheLibraryWaitsIsWaitedFor)
+TEST_F(HostSweep, SlowLastWorkerIsWaitedFor)
 {
     constexpr int length = 8;
     auto last_index = std::make_shared<std::atomic<int>>(0);
-    auto given_up = std::make_shared<door>();
-    // In its turn, all waits of its own behind it, the last worker makes the library give up its wait for it.
-    on_worker_stage([last_index, given_up](worker_stage stage, int big_frame_index) {
+    auto waited_for = std::make_shared<door>();
+    on_worker_stage([last_index, waited_for](worker_stage stage, int big_frame_index) {
         if (stage == worker_stage::turn_taken && big_frame_index == last_index->load()) {
-            tarn::store_release(max_wait_seconds, 0);
-            given_up->wait();
+            waited_for->wait();
         }
     });
-    int entered = 0;
-    bool gave_up_without_a_file = false;
-    const frame_watcher watcher(
-        [&] {
-            if (++entered == length) {
-                *last_index = tarn_stitcher.big_frame_index + 1;
+    int waits = 0;
+    steps told;
+    told.frame_comes = [&](int number) {
+        *last_index = number == length ? tarn_stitcher.big_frame_index + 1 : 0;
+    };
+    told.sweep_waits = [&](int key_frames) {
+        if (*last_index != 0 && tarn_stitcher.big_frame_index == *last_index) {
+            EXPECT_EQ(key_frames, 1);
+            if (++waits == 3) {
+                waited_for->open();
             }
-        },
-        [&] {
-            if (entered == length) {
-                gave_up_without_a_file = tarn_stitcher.big_stitch_image_path.empty();
-                tarn::store_release(max_wait_seconds, patient_wait);
-                given_up->open();
-            }
-        });
-    const sweep_result result = sweep_through(pictures_of_a_slide(length));
-    EXPECT_TRUE(gave_up_without_a_file);
+        }
+    };
+    const sweep_result result = sweep_through(pictures_of_a_slide(length), 2, told);
+    EXPECT_GE(waits, 3);
     EXPECT_EQ(result.outcome, sweep_outcome::complete);
     EXPECT_TRUE(is_jpeg_of(result.panorama_file, result.panorama.size()));
     EXPECT_NEAR(result.panorama.size().height, 480 + (length - 1) * 48, 10);
@@ -227,7 +250,9 @@ TEST_F(HostSweep, FailureInMidSweepIsTracedToItsKeyFrame)
     EXPECT_EQ(result.broken_at_frame, result.frames);
     EXPECT_GT(result.broken_at_frame, result.failed_frame);
     EXPECT_LT(result.frames, 20);
-    EXPECT_EQ(with_code(result, -1), 1);
+    EXPECT_EQ(result.by_code[tarn::code_pipeline_failed], 1);
+    EXPECT_NE(result.why, tarn::reason::none);
+    EXPECT_NE(result.why, tarn::reason::pipeline_failed);
     EXPECT_TRUE(is_jpeg_of(result.panorama_file, result.panorama.size()));
     EXPECT_GT(result.panorama.size().height, 480);  // two key frames
     EXPECT_FALSE(result.preview.empty());
@@ -257,15 +282,11 @@ TEST_F(HostSweep, FailureOfTheLastWorkerIsSeenThoughTheLibraryAnswersNormal)
             throw std::runtime_error("no memory");
         }
     });
-    int entered = 0;
-    const frame_watcher watcher(
-        [&] {
-            if (++entered == length) {
-                *last_index = tarn_stitcher.big_frame_index + 1;
-            }
-        },
-        [] {});
-    const sweep_result result = sweep_through(pictures_of_a_slide(length));
+    steps told;
+    told.frame_comes = [&](int number) {
+        *last_index = number == length ? tarn_stitcher.big_frame_index + 1 : 0;
+    };
+    const sweep_result result = sweep_through(pictures_of_a_slide(length), 2, told);
     EXPECT_EQ(result.outcome, sweep_outcome::pipeline_failed);
     EXPECT_EQ(result.broken_at_frame, length);
     EXPECT_EQ(result.failed_key_frame, last_index->load());
@@ -276,18 +297,26 @@ TEST_F(HostSweep, FailureOfTheLastWorkerIsSeenThoughTheLibraryAnswersNormal)
 
 TEST_F(HostSweep, PanoramaThatIsNotThereThoughNoWorkerFailedBreaksTheSweep)
 {
-    // No file, and a ticket that stands beyond the last key frame: the library has nothing to write, and says that
-    // all is well.
+    // A ticket that stands beyond the last key frame, whose worker is in its turn still.
     constexpr int length = 8;
-    int left = 0;
-    const frame_watcher watcher([] {},
-                                [&] {
-                                    if (++left == length) {
-                                        tarn_stitcher.big_stitch_image_path.clear();
-                                        tarn::store_release(big_frame_num, tarn_stitcher.big_frame_index + 1);
-                                    }
-                                });
-    const sweep_result result = sweep_through(pictures_of_a_slide(length));
+    auto last_index = std::make_shared<std::atomic<int>>(0);
+    auto sweep_is_over = std::make_shared<door>();
+    on_worker_stage([last_index, sweep_is_over](worker_stage stage, int big_frame_index) {
+        if (stage == worker_stage::turn_taken && big_frame_index == last_index->load()) {
+            sweep_is_over->wait();
+        }
+    });
+    steps told;
+    told.frame_comes = [&](int number) {
+        *last_index = number == length ? tarn_stitcher.big_frame_index + 1 : 0;
+    };
+    told.sweep_waits = [&](int) {
+        if (*last_index != 0 && tarn_stitcher.big_frame_index == *last_index) {
+            tarn::store_release(big_frame_num, *last_index + 1);
+        }
+    };
+    const sweep_result result = sweep_through(pictures_of_a_slide(length), 2, told);
+    sweep_is_over->open();
     EXPECT_EQ(result.outcome, sweep_outcome::pipeline_failed);
     EXPECT_EQ(result.broken_at_frame, length);
     EXPECT_EQ(result.failed_key_frame, 0);
@@ -312,27 +341,28 @@ TEST_F(HostSweep, PipelineThatAWaitingWorkerBringsBackGoesOnAndNoFrameIsLost)
             host_has_met_the_failure->wait();
         }
     });
-    // There are no more than these two: one that started after the failure would pass its ticket on at once. The
-    // call that finds the pipeline failed on entry answers -1; only then may the next worker take its turn.
-    bool met = false;
+    // There are no more than these two: one that started after the failure would pass its ticket on at once. Once the
+    // failure shows, a second wait without a call between them is that for the pipeline to come back, after the call
+    // that was answered -1; only then may the next worker take its turn.
     int calls = 0;
-    const frame_watcher watcher(
-        [&] {
-            ++calls;
-            met = met || tarn::look_at_pipeline().status == tarn::pipeline_failed;
-        },
-        [&] {
-            if (met) {
-                host_has_met_the_failure->open();
-            }
-        });
-    const sweep_result result = sweep_through(pictures_of_a_slide(length), 2);
+    int waits_since_it_failed = 0;
+    steps told;
+    told.library_answers = [&] {
+        ++calls;
+        waits_since_it_failed = 0;
+    };
+    told.sweep_waits = [&](int) {
+        if (tarn::look_at_pipeline().status == tarn::pipeline_failed && ++waits_since_it_failed == 2) {
+            host_has_met_the_failure->open();
+        }
+    };
+    const sweep_result result = sweep_through(pictures_of_a_slide(length), 2, told);
     EXPECT_EQ(calls, length + 1);  // the frame answered -1 was handed over again
     EXPECT_EQ(result.outcome, sweep_outcome::complete);
     EXPECT_EQ(result.failed_key_frame, failing);
     EXPECT_EQ(result.frames, length);
     EXPECT_EQ(result.taken, length);
-    EXPECT_EQ(with_code(result, -1), 0);
+    EXPECT_EQ(result.by_code[tarn::code_pipeline_failed], 0);
     EXPECT_TRUE(is_jpeg_of(result.panorama_file, result.panorama.size()));
     EXPECT_NEAR(result.panorama.size().height, 480 + (length - 1) * 48, 10);
 }
@@ -347,31 +377,106 @@ TEST_F(HostSweep, WorkerThatCannotBeStartedBreaksTheSweepInsteadOfHangingIt)
     });
     const sweep_result result = sweep_through(pictures_of_a_slide(8), 1);
     EXPECT_EQ(result.outcome, sweep_outcome::pipeline_failed);
+    EXPECT_EQ(result.why, tarn::reason::no_thread);
     EXPECT_TRUE(result.panorama_file.empty());
 }
 
-TEST_F(HostSweep, WorkingFileThatIsMissingOrCutShortIsMadeAgainFromThePanorama)
+TEST_F(HostSweep, PanoramaNeedsNoWorkingFile)
 {
     constexpr int length = 8;
     const std::vector<cv::Mat> pictures = pictures_of_a_slide(length);
     const std::vector<unsigned char> undisturbed = sweep_through(pictures).panorama_file;
     ASSERT_FALSE(undisturbed.empty());
-    for (const bool missing : {true, false}) {
-        fs::create_directory(directory());
-        int entered = 0;
-        const frame_watcher watcher([&] { ++entered; },
-                                    [&] {
-                                        const std::string file = directory() + "big_stitch.jpg";
-                                        if (entered == length && missing) {
-                                            fs::remove(file);
-                                        } else if (entered == length) {
-                                            fs::resize_file(file, fs::file_size(file) / 2);
-                                        }
-                                    });
-        const sweep_result result = sweep_through(pictures);
+    const auto no_directory = [] { fs::remove_all(tarn_stitcher.local_path); };
+    const auto no_place_for_the_file = [] {
+        fs::create_directories(tarn_stitcher.local_path + "big_stitch.jpg/occupied");
+    };
+    for (const std::function<void()>& disturb :
+         {std::function<void()>(no_directory), std::function<void()>(no_place_for_the_file)}) {
+        steps told;
+        told.frame_comes = [&](int number) {
+            if (number == length / 2) {
+                disturb();
+            }
+        };
+        const sweep_result result = sweep_through(pictures, 2, told);
         EXPECT_EQ(result.outcome, sweep_outcome::complete);
-        EXPECT_EQ(result.panorama_file, undisturbed) << missing;
+        EXPECT_EQ(result.panorama_file, undisturbed);
     }
+}
+
+TEST_F(HostSweep, WorkingFilesAreKeptWhereTheyAreWanted)
+{
+    const std::string kept = root() + "kept";
+    fs::create_directory(kept);
+    watched_input input(pictures_of_a_slide(8), nullptr);
+    sweep_settings settings;
+    settings.kept_files = kept;
+    const sweep_result result = run_sweep(input, settings);
+    std::vector<std::string> expected = {"big_stitch.jpg"};
+    for (int number = 1; number <= result.key_frames; ++number) {
+        expected.push_back("big_frame" + std::to_string(number) + ".jpg");
+    }
+    std::sort(expected.begin(), expected.end());
+    EXPECT_EQ(entries_of(kept), expected);
+}
+
+TEST_F(HostSweep, PictureThatTheLibraryDoesNotTakeEndsTheSweep)
+{
+    const sweep_result result = sweep_through({cv::Mat(20, 16385, CV_8UC3, cv::Scalar::all(90))});
+    EXPECT_EQ(result.outcome, sweep_outcome::input_failed);
+    EXPECT_EQ(result.input_error.rfind("picture 1 cannot be stitched: ", 0), 0U) << result.input_error;
+    EXPECT_EQ(result.frames, 0);
+    EXPECT_TRUE(result.panorama_file.empty());
+}
+
+/// A stop cannot be taken back, so each is asked for in a process of its own.
+class HostSweepDeathTest : public HostSweep {
+protected:
+    /// Asks to stop when the second frame waits for the first one's worker, which is held until then.
+    static sweep_result stopped_while_it_waits(stop_kind kind)
+    {
+        static door asked_for;
+        tarn::worker_stage_hook = [](worker_stage stage, int) {
+            if (stage == worker_stage::started) {
+                asked_for.wait();
+            }
+        };
+        watched_input input(pictures_of_a_slide(12), nullptr);
+        waiting_observer observer([kind](int) {
+            ask_to_stop(kind);
+            asked_for.open();
+        });
+        sweep_settings settings;
+        settings.workers = 1;
+        settings.observers = {&observer};
+        return run_sweep(input, settings);
+    }
+};
+
+TEST_F(HostSweepDeathTest, StopWhileItWaitsMakesTheFrameTheLastOne)
+{
+    EXPECT_EXIT(
+        {
+            const sweep_result result = stopped_while_it_waits(stop_kind::interrupted);
+            const bool ended = result.outcome == sweep_outcome::complete && result.frames == 2
+                               && result.taken == 2 && result.last_frame == 2 && result.key_frames == 2
+                               && is_jpeg_of(result.panorama_file, result.panorama.size());
+            std::_Exit(ended ? EXIT_SUCCESS : EXIT_FAILURE);
+        },
+        testing::ExitedWithCode(EXIT_SUCCESS), "");
+}
+
+TEST_F(HostSweepDeathTest, GivingUpWhileItWaitsLeavesNothing)
+{
+    EXPECT_EXIT(
+        {
+            const sweep_result result = stopped_while_it_waits(stop_kind::give_up);
+            const bool ended = result.outcome == sweep_outcome::given_up && result.frames == 1
+                               && result.panorama.empty() && result.panorama_file.empty();
+            std::_Exit(ended ? EXIT_SUCCESS : EXIT_FAILURE);
+        },
+        testing::ExitedWithCode(EXIT_SUCCESS), "");
 }
 
 TEST_F(HostSweep, PictureOfAnotherSizeEndsTheSweepAndKeepsWhatThereIs)

@@ -107,7 +107,7 @@ start_held() {
   for ((round = 0; round < 100; ++round)); do
     "$@" >stdout 2>stderr &
     started=$!
-    until compgen -G "$TMPDIR/tarnstitch-*/work1" >/dev/null || ! kill -0 "$started" 2>/dev/null; do :; done
+    until compgen -G "$TMPDIR/tarnstitch-*" >/dev/null || ! kill -0 "$started" 2>/dev/null; do :; done
     state=
     until [[ $state == [TZ] ]]; do
       kill -s STOP "$started" 2>/dev/null || break

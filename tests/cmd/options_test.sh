@@ -83,6 +83,15 @@ code=0
 expect_equal "exit code" 3 $code
 grep -qF '"outcome": "input_failed"' summary.json || fail "the summary of a failure"
 grep -qF '"error": "there is no file or directory none.mp4"' summary.json || fail "the error in the summary"
+# What a sweep failed for, where it did.
+mkdir apart
+"$media" slide apart/%d.png 1 480 360 30 1
+"$media" slide apart/2%d.png 1 480 360 30 2
+"$program" apart -o apart.jpg --no-retry --json -q >summary.json 2>stderr || true
+for text in '"shown_at_frame": 2' '"key_frame": 2' '"frame_of_key_frame": 2' '"reason": "too few matches"' \
+  '"reason_code": 11'; do
+  grep -qF "$text" summary.json || fail "not in the summary of a failure: $text"
+done
 code=0
 "$program" "${short[@]}" -o usual.jpg --json >/dev/full 2>stderr || code=$?
 expect_equal "exit code with a full standard output" 4 $code

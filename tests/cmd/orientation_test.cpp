@@ -2,7 +2,6 @@
 //
 // Rendered sweeps in every direction, handed over with every turn and every hint: the viewer's words are translated
 // for the library and its answers back, and both panoramas come out upright.
-#include <filesystem>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <string>
@@ -22,7 +21,6 @@
 #include "sweep.h"
 
 using namespace tarn::host;
-namespace fs = std::filesystem;
 
 namespace {
 
@@ -116,10 +114,8 @@ protected:
 
     sweep_result sweep_with_hint(camera_motion hint)
     {
-        fs::create_directory(directory());
         frame_feed feed(std::make_unique<tarn::test::picture_list>(pictures_of(motion())), {}, turn());
         sweep_settings settings;
-        settings.working_directory = directory();
         settings.direction_hint = direction_hint(hint, turn());
         settings.workers = 2;
         settings.observers = {&recorder};
@@ -128,8 +124,7 @@ protected:
 
     static int wrong_way(const sweep_result& result)
     {
-        constexpr int code = 4;
-        return result.by_code.at(code - lowest_code);
+        return result.by_code[tarn::code_wrong_way];
     }
 
     direction_recorder recorder;
@@ -150,7 +145,7 @@ TEST_P(Orientation, PanoramasAreUprightAndTheDirectionIsTheViewers)
     const sweep_result result = sweep_with_hint(motion());
     ASSERT_EQ(result.outcome, sweep_outcome::complete);
     EXPECT_EQ(wrong_way(result), 0);
-    EXPECT_EQ(motion_name(motion_for_viewer(recorder.last.direction, turn())),
+    EXPECT_EQ(motion_name(motion_for_viewer(recorder.last.answer.direction, turn())),
               std::string(motion_name(motion())));
 
     const std::vector<cv::Mat> pictures = pictures_of(motion());
@@ -183,9 +178,9 @@ TEST_P(Orientation, ShiftIsTheViewersWhicheverWayTheFramesAreTurned)
     ASSERT_EQ(recorder.all.size(), static_cast<std::size_t>(length));
     for (int index = 0; index < length - 1; ++index) {  // the last one is not laid onto the preview
         const frame_record& frame = recorder.all[static_cast<std::size_t>(index)];
-        ASSERT_TRUE(frame.taken);
-        travelled = frame.key_frame ? 0.0 : travelled + step * scale;
-        between_key_frames += frame.key_frame ? 0 : 1;
+        ASSERT_TRUE(frame.answer.taken);
+        travelled = frame.answer.key_frame > 0 ? 0.0 : travelled + step * scale;
+        between_key_frames += frame.answer.key_frame > 0 ? 0 : 1;
         const nlohmann::json line = nlohmann::json::parse(frame_as_json(frame, turn()));
         constexpr double registration = 3.0;  // px
         EXPECT_NEAR(line["shift_x"].get<double>(), motion() == camera_motion::left ? travelled : 0.0,

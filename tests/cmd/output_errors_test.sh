@@ -73,6 +73,10 @@ expect_equal "log of an earlier run" kept "$(cat old.log)"
   code=0
   "$program" $input -o a.jpg 2>stderr || code=$?
   expect_equal "exit code without a temporary directory" 4 $code
+  expect_said "cannot make a temporary directory: the directory $TMPDIR "
+  code=0
+  "$program" $input -o a.jpg --keep-work kept 2>stderr || code=$?
+  expect_equal "exit code without a temporary directory for files to keep" 4 $code
   expect_said "cannot make a temporary directory in $TMPDIR"
 )
 

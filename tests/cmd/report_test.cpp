@@ -4,6 +4,7 @@
 // frames.
 #include <algorithm>
 #include <chrono>
+#include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
 #include <vector>
@@ -15,15 +16,11 @@
 #include "judgement.h"
 #include "progress.h"
 #include "report.h"
+#include "summary.h"
 
 using namespace tarn::host;
 
 namespace {
-
-int& count_of(sweep_result& result, int code)
-{
-    return result.by_code.at(static_cast<std::size_t>(code - lowest_code));
-}
 
 progress_state in_mid_sweep()
 {
@@ -38,18 +35,17 @@ progress_state in_mid_sweep()
 
 }  // namespace
 
-TEST(Report, EveryCodeHasANameOfItsOwn)
+TEST(Report, EveryCodeHasAKeyOfItsOwn)
 {
     std::vector<std::string> all;
-    for (int code = lowest_code; code <= highest_code; ++code) {
-        all.emplace_back(code_name(code));
+    for (int code = tarn::lowest_code; code <= tarn::highest_code; ++code) {
+        all.emplace_back(code_key(static_cast<tarn::answer_code>(code)));
         EXPECT_NE(all.back(), "unknown");
+        EXPECT_EQ(all.back().find(' '), std::string::npos);
     }
     std::sort(all.begin(), all.end());
     EXPECT_EQ(std::unique(all.begin(), all.end()), all.end());
-    EXPECT_STREQ(code_name(lowest_code - 1), "unknown");
-    EXPECT_STREQ(code_name(highest_code + 1), "unknown");
-    EXPECT_EQ(code_key(3), "very_few_details");
+    EXPECT_EQ(code_key(tarn::code_very_few_details), "very_few_details");
 }
 
 TEST(Report, SummaryCountsFramesByCodeName)
@@ -57,8 +53,8 @@ TEST(Report, SummaryCountsFramesByCodeName)
     sweep_result result;
     result.frames = 12;
     result.taken = 9;
-    count_of(result, 1) = 9;
-    count_of(result, 4) = 3;
+    result.by_code[tarn::code_normal] = 9;
+    result.by_code[tarn::code_wrong_way] = 3;
     result.key_frames = 1;
     written_files written;
     written.panorama = {"a.jpg", {640, 480}};
@@ -97,12 +93,54 @@ TEST(Report, BrokenSweepSaysWhereAndWhatIsLeft)
         "a panorama is left");
 }
 
+TEST(Report, BrokenSweepSaysWhyInTheLibrarysWords)
+{
+    sweep_result result;
+    result.outcome = sweep_outcome::pipeline_failed;
+    result.frames = 57;
+    result.broken_at_frame = 57;
+    result.failed_key_frame = 4;
+    result.failed_frame = 57;
+    result.why = tarn::reason::too_few_matches;
+    EXPECT_EQ(
+        notes_on(result, both_ways, "")[0],
+        "stitching failed at frame 57: key frame 4 (frame 57) could not be joined to the panorama: too few "
+        "matches; nothing of a panorama is left");
+    result.failed_key_frame = 0;
+    result.why = tarn::reason::timed_out;
+    EXPECT_EQ(
+        notes_on(result, both_ways, "x-partial.jpg")[0],
+        "stitching failed at frame 57: the panorama could not be finished: the wait for the workers was too "
+        "long; what was composed until then is in x-partial.jpg");
+    // That it failed has been said.
+    result.why = tarn::reason::pipeline_failed;
+    EXPECT_EQ(
+        notes_on(result, both_ways, "")[0],
+        "stitching failed at frame 57: the panorama could not be finished; nothing of a panorama is left");
+}
+
+TEST(Summary, FailureHasItsReasonAsTextAndAsNumber)
+{
+    run_summary summary;
+    const options asked;
+    EXPECT_TRUE(nlohmann::json::parse(summary_as_json(summary, asked))["failure"].is_null());
+    summary.result.broken_at_frame = 57;
+    nlohmann::json failure = nlohmann::json::parse(summary_as_json(summary, asked))["failure"];
+    EXPECT_EQ(failure["shown_at_frame"], 57);
+    EXPECT_TRUE(failure["reason"].is_null());
+    EXPECT_TRUE(failure["reason_code"].is_null());
+    summary.result.why = tarn::reason::too_large;
+    failure = nlohmann::json::parse(summary_as_json(summary, asked))["failure"];
+    EXPECT_EQ(failure["reason"], tarn::name_of(tarn::reason::too_large));
+    EXPECT_EQ(failure["reason_code"], 14);
+}
+
 TEST(Report, BrokenSweepSaysWhatMayHelp)
 {
     sweep_result result;
     result.outcome = sweep_outcome::pipeline_failed;
     result.frames = 100;
-    count_of(result, 1) = 100;
+    result.by_code[tarn::code_normal] = 100;
     const auto help = [&result] { return notes_on(result, both_ways, "").back(); };
     EXPECT_NE(help().find("smaller steps"), std::string::npos) << help();
     EXPECT_NE(help().find("; or --turn none"), std::string::npos) << help();
@@ -117,18 +155,19 @@ TEST(Report, BrokenSweepSaysWhatMayHelp)
     EXPECT_EQ(
         help(),
         "what may help: --end 1.616 for the part before, --start 1.616 for the part after; or --turn none");
-    for (const auto& [code, words] : std::vector<std::pair<int, std::string>>{{0, "overlap"},
-                                                                              {2, "little to see"},
-                                                                              {3, "too little"},
-                                                                              {4, "--direction"},
-                                                                              {5, "slower"},
-                                                                              {6, "level"}}) {
-        const int many = code == 4 ? 5 : 20;
-        count_of(result, code) = many - 1;
+    for (const auto& [code, words] :
+         std::vector<std::pair<tarn::answer_code, std::string>>{{tarn::code_lost, "overlap"},
+                                                                {tarn::code_few_details, "little to see"},
+                                                                {tarn::code_very_few_details, "too little"},
+                                                                {tarn::code_wrong_way, "--direction"},
+                                                                {tarn::code_too_fast, "slower"},
+                                                                {tarn::code_skewed, "level"}}) {
+        const int many = code == tarn::code_wrong_way ? 5 : 20;
+        result.by_code[code] = many - 1;
         EXPECT_EQ(help().find(words), std::string::npos) << help();
-        count_of(result, code) = many;
+        result.by_code[code] = many;
         EXPECT_NE(help().find(words), std::string::npos) << help();
-        count_of(result, code) = 0;
+        result.by_code[code] = 0;
     }
 }
 
@@ -158,10 +197,10 @@ TEST(Report, FramesThatWereLeftOutAreAdvisedFirst)
     const tried_ways every_third = {both_ways.turns, "--step"};
     EXPECT_EQ(notes_on(result, every_third, "").back(),
               "what may help: all frames, without --step; or --turn none");
-    count_of(result, 2) = 100;
+    result.by_code[tarn::code_few_details] = 100;
     EXPECT_EQ(notes_on(result, every_third, "").back(),
               "what may help: all frames, without --step; or there is little to see: more texture, more light");
-    count_of(result, 4) = 100;
+    result.by_code[tarn::code_wrong_way] = 100;
     EXPECT_EQ(notes_on(result, every_third, "").back(),
               "what may help: the camera moved against --direction: another direction, or none");
 }
@@ -173,9 +212,9 @@ TEST(Judgement, SecondTryMayHelpUnlessManyFramesWentTheWrongWay)
     EXPECT_FALSE(second_try_may_help(result));
     result.outcome = sweep_outcome::pipeline_failed;
     EXPECT_TRUE(second_try_may_help(result));
-    count_of(result, 4) = 4;
+    result.by_code[tarn::code_wrong_way] = 4;
     EXPECT_TRUE(second_try_may_help(result));
-    count_of(result, 4) = 5;
+    result.by_code[tarn::code_wrong_way] = 5;
     EXPECT_FALSE(second_try_may_help(result));
 }
 
@@ -223,20 +262,13 @@ TEST(Report, CompleteSweepThatLostAKeyFrameSaysSo)
     result.failed_key_frame = 3;
     result.failed_frame = 20;
     ASSERT_EQ(notes_on(result, both_ways, "").size(), 1U);
-    EXPECT_NE(notes_on(result, both_ways, "")[0].find("key frame 3 (frame 20)"), std::string::npos);
-}
-
-TEST(Progress, EveryCodeThatAsksForSomethingHasItsAdvice)
-{
-    EXPECT_STREQ(advice_for(1), "");
-    EXPECT_STREQ(advice_for(2), "few details");
-    EXPECT_STREQ(advice_for(3), "few details");
-    EXPECT_STREQ(advice_for(4), "wrong way");
-    EXPECT_STREQ(advice_for(5), "slower");
-    EXPECT_STREQ(advice_for(6), "hold level");
-    EXPECT_STREQ(advice_for(0), "go back");
-    EXPECT_STREQ(advice_for(-1), "failed");
-    EXPECT_STREQ(advice_for(7), "");
+    EXPECT_EQ(notes_on(result, both_ways, "")[0],
+              "the panorama is without key frame 3 (frame 20), which could not be joined");
+    result.why = tarn::reason::no_homography;
+    EXPECT_EQ(
+        notes_on(result, both_ways, "")[0],
+        "the panorama is without key frame 3 (frame 20), which could not be joined: the matches agree on no "
+        "motion");
 }
 
 TEST(Progress, BarHoldsWhatTheWidthAllows)
@@ -293,16 +325,20 @@ TEST(FramesFile, LinesAreInTheViewersOrientation)
 {
     frame_record frame;
     frame.stamp = {12, 0.44};
-    frame.code = 5;
-    frame.taken = true;
-    frame.key_frame = true;
-    frame.direction = 2;  // up in frames turned counter-clockwise: to the right for the viewer
-    frame.registered = true;
-    frame.move_distance = 12.3456f;
-    frame.angles = {90.5f, 91.5f, 92.5f, 93.5f};
-    frame.scales = {1.5f, 1.25f, 1.125f, 1.0625f};
-    frame.beyond = {4.5f, 1.5f, 2.5f, 3.0f};
-    frame.milliseconds = 6.5;
+    frame.answer.code = tarn::code_too_fast;
+    frame.answer.taken = true;
+    frame.answer.key_frame = 7;
+    frame.answer.direction =
+        tarn::direction_up;  // in frames turned counter-clockwise: to the right for the viewer
+    frame.answer.registered = true;
+    frame.answer.move_distance = 12.3456f;
+    frame.answer.angles = {90.5f, 91.5f, 92.5f, 93.5f};
+    frame.answer.scales = {1.5f, 1.25f, 1.125f, 1.0625f};
+    frame.answer.milliseconds = 6.5;
+    // Beyond it by 4.5 px at the top, 1.5 on the right, 2.5 at the bottom and 3 on the left.
+    frame.preview.pixels = cv::Mat(200, 300, CV_8UC3);
+    frame.preview.has_outline = true;
+    frame.preview.outline = {cv::Point2f(-3.0f, -4.5f), {301.5f, -1.0f}, {300.0f, 202.5f}, {0.0f, 200.0f}};
     EXPECT_EQ(csv_header(),
               "frame,seconds,code,name,taken,key_frame,direction,move_px,angle_top_left,angle_top_right,"
               "angle_bottom_right,angle_bottom_left,scale_top,scale_right,scale_bottom,scale_left,shift_x,"
@@ -320,8 +356,14 @@ TEST(FramesFile, LinesAreInTheViewersOrientation)
 
 TEST(FramesFile, WhatThereIsNotIsLeftEmpty)
 {
-    const frame_record frame;
-    EXPECT_EQ(frame_as_csv(frame, frame_turn::none).substr(0, 21), "0,,0,lost,0,0,none,,0");
+    frame_record frame;
+    EXPECT_EQ(frame_as_csv(frame, frame_turn::none).substr(0, 23), "0,,1,normal,0,0,none,,9");
     EXPECT_NE(frame_as_json(frame, frame_turn::none).find(R"("seconds":null)"), std::string::npos);
     EXPECT_NE(frame_as_json(frame, frame_turn::none).find(R"("move_px":null)"), std::string::npos);
+    // Of a frame that was measured and then rejected, nothing has moved to it; and without an outline nothing reaches
+    // beyond the preview.
+    frame.answer.registered = true;
+    frame.preview.outline[0] = {-3.0f, -4.5f};
+    EXPECT_NE(frame_as_json(frame, frame_turn::none).find(R"("move_px":null)"), std::string::npos);
+    EXPECT_NE(frame_as_json(frame, frame_turn::none).find(R"("shift_x":0.0,"shift_y":0.0)"), std::string::npos);
 }
