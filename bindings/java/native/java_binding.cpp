@@ -3,7 +3,9 @@
 // The native methods of org.tarnstitch.NativeCalls. Each one translates its arguments, calls the sweep, translates
 // the answer; the Java classes say what they do.
 #include <array>
+#include <chrono>
 #include <jni.h>
+#include <memory>
 #include <string>
 
 #include "java_values.h"
@@ -22,28 +24,17 @@ std::shared_ptr<tarn::sweep> existing(jlong name)
     std::shared_ptr<tarn::sweep> found = sweep_named(name);
     if (!found) {
         throw java_exception(illegal_state_exception,
-                             "this sweep is over: it was closed, or another one was begun after it");
+                             "this sweep is over: it was ended, or another one was begun after it");
     }
     return found;
-}
-
-// The environment of the calling thread, which is inside a native method.
-JNIEnv* environment(JavaVM* vm)
-{
-    void* env = nullptr;
-    vm->GetEnv(&env, jni_version);
-    return static_cast<JNIEnv*>(env);
 }
 
 jlong begin(JNIEnv* env, jclass, jbyteArray directory, jbyteArray private_parent)
 {
     return answer(env, jlong{0}, [&]() -> jlong {
-        JavaVM* vm = nullptr;
-        env->GetJavaVM(&vm);
         tarn::sweep_options options;
         options.directory = bytes_from(env, directory, "directory");
         options.private_parent = bytes_from(env, private_parent, "privateParent");
-        options.while_waiting = [vm](int) { return !is_interrupted(environment(vm)); };
         return name_for(tarn::sweep::begin(options));
     });
 }
@@ -78,11 +69,10 @@ jobject finish(JNIEnv* env, jclass, jlong name, jobject pixels, jint width, jint
             options.last_frame = &last_frame;
         }
         options.hint = static_cast<tarn::direction_code>(hint);
-        if (progress != nullptr) {
-            options.on_progress = [env, progress](int done, int key_frames) {
-                return report_progress(env, progress, done, key_frames);
-            };
-        }
+        options.on_progress = [env, progress](int done, int key_frames) {
+            return !is_interrupted(env)
+                   && (progress == nullptr || report_progress(env, progress, done, key_frames));
+        };
         return java_panorama(env, existing(name)->finish(options), pixels != nullptr);
     });
 }
@@ -95,7 +85,9 @@ jobject status(JNIEnv* env, jclass, jlong name)
 jboolean wait_for_room(JNIEnv* env, jclass, jlong name, jint key_frames)
 {
     return answer(env, jboolean{JNI_FALSE}, [&]() -> jboolean {
-        return existing(name)->wait_for_room(key_frames) ? JNI_TRUE : JNI_FALSE;
+        const auto go_on = [env](int) { return !is_interrupted(env); };
+        return existing(name)->wait_for_room(key_frames, std::chrono::milliseconds::max(), go_on) ? JNI_TRUE
+                                                                                                  : JNI_FALSE;
     });
 }
 
@@ -116,7 +108,7 @@ void write(JNIEnv* env, jclass, jbyteArray file, jbyteArray content)
 {
     answer(env, 0, [&] {
         const std::string bytes = bytes_from(env, content, "content");
-        tarn::write_whole(bytes_from(env, file, "file"), bytes.data(), bytes.size());
+        tarn::save_bytes(bytes_from(env, file, "file"), {bytes.begin(), bytes.end()});
         return 0;
     });
 }
@@ -125,8 +117,7 @@ void write(JNIEnv* env, jclass, jbyteArray file, jbyteArray content)
 template <typename Number, const char* (*word)(Number)>
 jstring text(JNIEnv* env, jclass, jint number)
 {
-    return answer(env, jstring{nullptr},
-                  [&] { return java_string(env, word(static_cast<Number>(number))); });
+    return answer(env, jstring{nullptr}, [&] { return java_string(env, word(static_cast<Number>(number))); });
 }
 
 // The interface was made for C, where a method's name is not const and a function pointer is a void*.
@@ -147,8 +138,8 @@ void register_natives(JNIEnv* env)
         native("begin", "([B[B)J", begin),
         native("cancel", "(J)V", cancel),
         native("feed", "(JLjava/nio/ByteBuffer;IIIII)Lorg/tarnstitch/FrameAnswer;", feed),
-        native("finish",
-               "(JLjava/nio/ByteBuffer;IIIIILorg/tarnstitch/Progress;)Lorg/tarnstitch/Panorama;", finish),
+        native("finish", "(JLjava/nio/ByteBuffer;IIIIILorg/tarnstitch/Progress;)Lorg/tarnstitch/Panorama;",
+               finish),
         native("status", "(J)Lorg/tarnstitch/SweepStatus;", status),
         native("waitForRoom", "(JI)Z", wait_for_room),
         native("preview", "(J)Lorg/tarnstitch/Preview;", preview),

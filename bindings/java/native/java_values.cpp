@@ -97,10 +97,8 @@ jboolean java_bool(bool value)
 void look_classes_up(JNIEnv* env)
 {
     java_classes& classes = known();
-    classes.answer =
-        constructed(env, "org/tarnstitch/FrameAnswer", "(IILjava/lang/String;ZIIZIFIIIF[F[F[FD)V");
-    classes.panorama =
-        constructed(env, "org/tarnstitch/Panorama", "(IIIILorg/tarnstitch/FrameAnswer;[BII)V");
+    classes.answer = constructed(env, "org/tarnstitch/FrameAnswer", "(IILjava/lang/String;ZIIZIFIIIF[F[F[FD)V");
+    classes.panorama = constructed(env, "org/tarnstitch/Panorama", "(IIIILorg/tarnstitch/FrameAnswer;[BII)V");
     classes.status = constructed(env, "org/tarnstitch/SweepStatus", "(IIZII)V");
     classes.preview = constructed(env, "org/tarnstitch/Preview", "([III[FZ)V");
     const local_ref<jclass> progress(env, env->FindClass("org/tarnstitch/Progress"));
@@ -114,9 +112,9 @@ void look_classes_up(JNIEnv* env)
 frame_view frame_from(JNIEnv* env, jobject pixels, jint width, jint height, jint row_stride, jint format)
 {
     if (row_stride < 0) {
-        throw java_exception(illegal_argument_exception,
-                             "the frame's row_stride is " + std::to_string(row_stride)
-                                 + "; it must be at least 0");
+        throw java_exception(illegal_argument_exception, "the frame's row_stride is "
+                                                             + std::to_string(row_stride)
+                                                             + "; it must be at least 0");
     }
     const jlong capacity = env->GetDirectBufferCapacity(pixels);
     if (capacity < 0) {
@@ -165,12 +163,12 @@ jobject java_answer(JNIEnv* env, const frame_answer& answer)
     const local_ref<jfloatArray> angles(env, java_floats(env, answer.angles.data(), answer.angles.size()));
     const local_ref<jfloatArray> scales(env, java_floats(env, answer.scales.data(), answer.scales.size()));
     const java_class& type = known().answer;
-    return checked(env->NewObject(
-        type.type, type.constructor, static_cast<jint>(answer.code), static_cast<jint>(answer.why),
-        detail.get(), java_bool(answer.taken), answer.key_frame, answer.key_frames,
-        java_bool(answer.registered), static_cast<jint>(answer.direction), answer.move_distance,
-        answer.corners_found, answer.corners_tracked, answer.inliers, answer.overlap, outline.get(),
-        angles.get(), scales.get(), answer.milliseconds));
+    return checked(env->NewObject(type.type, type.constructor, static_cast<jint>(answer.code),
+                                  static_cast<jint>(answer.why), detail.get(), java_bool(answer.taken),
+                                  answer.key_frame, answer.key_frames, java_bool(answer.registered),
+                                  static_cast<jint>(answer.direction), answer.move_distance,
+                                  answer.corners_found, answer.corners_tracked, answer.inliers, answer.overlap,
+                                  outline.get(), angles.get(), scales.get(), answer.milliseconds));
 }
 
 jobject java_panorama(JNIEnv* env, const panorama& result, bool had_last_frame)
@@ -193,8 +191,8 @@ jobject java_status(JNIEnv* env, const sweep_status& status)
 {
     const java_class& type = known().status;
     return checked(env->NewObject(type.type, type.constructor, status.key_frames, status.under_way,
-                                  java_bool(status.pipeline == pipeline_failed),
-                                  status.first_failed_key_frame, static_cast<jint>(status.why)));
+                                  java_bool(status.pipeline == pipeline_failed), status.first_failed_key_frame,
+                                  static_cast<jint>(status.why)));
 }
 
 jobject java_preview(JNIEnv* env, const preview_view& preview)
@@ -221,8 +219,7 @@ bool report_progress(JNIEnv* env, jobject progress, int done, int key_frames)
 
 bool is_interrupted(JNIEnv* env)
 {
-    const local_ref<jobject> thread(env,
-                                    env->CallStaticObjectMethod(known().thread, known().current_thread));
+    const local_ref<jobject> thread(env, env->CallStaticObjectMethod(known().thread, known().current_thread));
     const jboolean interrupted = env->CallBooleanMethod(thread.get(), known().is_interrupted);
     if (env->ExceptionCheck() != JNI_FALSE) {
         throw java_exception_is_pending();

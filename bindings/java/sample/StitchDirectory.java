@@ -5,13 +5,15 @@ import java.io.IOException;
 import java.nio.file.Files;
 import java.nio.file.Path;
 import java.nio.file.Paths;
-import java.nio.file.StandardCopyOption;
 import java.util.List;
 import java.util.stream.Collectors;
 import java.util.stream.Stream;
 import javax.imageio.ImageIO;
 import org.tarnstitch.Direction;
+import org.tarnstitch.Frame;
+import org.tarnstitch.FrameAnswer;
 import org.tarnstitch.FrameResult;
+import org.tarnstitch.Panorama;
 import org.tarnstitch.TarnStitch;
 import org.tarnstitch.desktop.BufferedImages;
 
@@ -28,26 +30,24 @@ public final class StitchDirectory {
                     .sorted()
                     .collect(Collectors.toList());
         }
-        if (files.isEmpty()) {
-            throw new IOException("there are no images in " + args[0]);
-        }
         Path output = Files.createDirectories(Paths.get(args[1]));
-        try (TarnStitch sweep = TarnStitch.reset(Files.createTempDirectory("sweep"))) {
-            for (int i = 0; i < files.size(); ++i) {
+        try (TarnStitch sweep = TarnStitch.begin()) {
+            for (Path file : files) {
                 // The library takes frames lying on their side, as a camera's sensor delivers them.
-                BufferedImage frame = BufferedImages.turned(ImageIO.read(files.get(i).toFile()), 270);
-                int rowStride = 4 * frame.getWidth();
-                boolean last = i == files.size() - 1;
-                FrameResult result = sweep.stitch(BufferedImages.toFrame(frame), frame.getWidth(),
-                        frame.getHeight(), rowStride, Direction.NONE, last);
-                if (result != FrameResult.NORMAL) {
-                    System.err.println(files.get(i).getFileName() + ": " + result.userMessage());
+                BufferedImage image = BufferedImages.turned(ImageIO.read(file.toFile()), 270);
+                Frame frame = Frame.rgba(BufferedImages.toFrame(image), image.getWidth(), image.getHeight(), 0);
+                FrameAnswer answer = sweep.feed(frame, Direction.NONE);
+                if (answer.result() != FrameResult.NORMAL) {
+                    System.err.println(file.getFileName() + ": " + answer.result().userMessage());
                 }
                 sweep.holdBack(2); // files come faster than a camera's frames
             }
-            Path panorama = sweep.panorama().orElseThrow(() -> new IOException("there is no panorama"));
-            Files.copy(panorama, output.resolve("panorama.jpg"), StandardCopyOption.REPLACE_EXISTING);
-            if (!sweep.preview().isEmpty()) { // as it is when there was just one image, or none with details
+            Panorama panorama = sweep.finish();
+            if (panorama.isMissing()) {
+                throw new IOException("there is no panorama: " + panorama.why().text());
+            }
+            panorama.writeTo(output.resolve("panorama.jpg"));
+            if (!sweep.preview().isEmpty()) { // as it is when no image has details
                 BufferedImage preview = BufferedImages.turned(BufferedImages.toImage(sweep.preview()), 90);
                 ImageIO.write(preview, "png", output.resolve("preview.png").toFile());
             }

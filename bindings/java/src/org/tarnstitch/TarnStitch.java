@@ -201,7 +201,8 @@ public final class TarnStitch implements AutoCloseable {
             return feed(frame, hint).result();
         }
         Panorama result = finishWith(frame, hint, null);
-        panorama = fileOf(result);
+        boolean whole = result.extent() == Panorama.Extent.WHOLE;
+        panorama = whole ? PathBytes.toPath(NativeCalls.directory(sweep)).resolve("big_stitch.jpg") : null;
         return result.lastFrame().get().result();
     }
 
@@ -294,18 +295,5 @@ public final class TarnStitch implements AutoCloseable {
         Objects.requireNonNull(hint, "hint is null");
         return NativeCalls.finish(sweep, last.pixels, last.width, last.height, last.rowStride, last.format, hint.code(),
                 progress);
-    }
-
-    private Path fileOf(Panorama result) {
-        if (result.isMissing()) {
-            return null;
-        }
-        try {
-            Path file = PathBytes.toPath(NativeCalls.directory(sweep)).resolve("big_stitch.jpg");
-            result.writeTo(file);
-            return file;
-        } catch (IOException notWritten) {
-            return null;
-        }
     }
 }

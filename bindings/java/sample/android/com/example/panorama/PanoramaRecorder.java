@@ -6,11 +6,12 @@ import androidx.camera.core.ImageAnalysis;
 import androidx.camera.core.ImageProxy;
 import java.io.IOException;
 import java.nio.file.Path;
-import java.util.Optional;
 import java.util.concurrent.ExecutorService;
 import java.util.concurrent.Executors;
 import org.tarnstitch.Direction;
+import org.tarnstitch.Frame;
 import org.tarnstitch.FrameResult;
+import org.tarnstitch.Panorama;
 import org.tarnstitch.Preview;
 import org.tarnstitch.TarnStitch;
 
@@ -21,23 +22,26 @@ public final class PanoramaRecorder implements ImageAnalysis.Analyzer {
         /** After each frame. The preview is null until there is one; turn it clockwise to show it upright. */
         void show(FrameResult result, Bitmap preview, int rotationDegrees);
 
-        /** Copies the file to where it shall stay: it is deleted afterwards. */
-        void save(Path panorama, int rotationDegrees);
+        /** After the last frame, again and again: so many of the sweep's key frames are through. */
+        void progress(int done, int keyFrames);
+
+        /** Writes the panorama to where it shall stay. */
+        void save(Panorama panorama, int rotationDegrees);
 
         /** There will be no panorama. */
         void failed(String reason);
     }
 
     private final ExecutorService stitching = Executors.newSingleThreadExecutor();
-    private final Path workingDirectory;
+    private final Path cache;
     private final Screen screen;
     private volatile TarnStitch sweep; // null between sweeps; what follows is the stitching thread's alone
     private Direction direction = Direction.NONE;
-    private boolean stopping;
+    private int rotationDegrees;
 
-    /** The directory belongs to the library, which deletes what lies in it. */
-    public PanoramaRecorder(Path workingDirectory, Screen screen) {
-        this.workingDirectory = workingDirectory;
+    /** Each sweep has a directory of its own in the cache for as long as it lasts. */
+    public PanoramaRecorder(Path cache, Screen screen) {
+        this.cache = cache;
         this.screen = screen;
     }
 
@@ -55,18 +59,29 @@ public final class PanoramaRecorder implements ImageAnalysis.Analyzer {
     public void start(Direction direction) {
         stitching.execute(() -> {
             this.direction = direction;
-            stopping = false;
             try {
-                sweep = TarnStitch.reset(workingDirectory);
+                sweep = TarnStitch.begin(cache);
             } catch (IOException e) {
                 screen.failed(e.getMessage());
             }
         });
     }
 
-    /** The user is done: the next frame is the last one. */
+    /** The user is done. */
     public void finish() {
-        stitching.execute(() -> stopping = true);
+        stitching.execute(() -> {
+            try {
+                if (sweep != null) {
+                    hand(sweep.finish((done, keyFrames) -> {
+                        screen.progress(done, keyFrames);
+                        return true;
+                    }));
+                }
+            } catch (IllegalStateException cancelled) {
+                // The sweep was closed on the way here.
+            }
+            end();
+        });
     }
 
     /** The user gives up, in mid-sweep or while the panorama is made; or the screen goes away. */
@@ -88,9 +103,8 @@ public final class PanoramaRecorder implements ImageAnalysis.Analyzer {
     @Override
     public void analyze(ImageProxy image) {
         try {
-            TarnStitch running = sweep;
-            if (running != null) {
-                stitch(running, image, stopping);
+            if (sweep != null) {
+                stitch(sweep, image);
             }
         } catch (IllegalStateException cancelled) {
             // The sweep was closed while its frame was on the way.
@@ -99,25 +113,24 @@ public final class PanoramaRecorder implements ImageAnalysis.Analyzer {
         }
     }
 
-    private void stitch(TarnStitch running, ImageProxy image, boolean last) {
-        int rotationDegrees = image.getImageInfo().getRotationDegrees();
+    private void stitch(TarnStitch running, ImageProxy image) {
+        rotationDegrees = image.getImageInfo().getRotationDegrees();
         ImageProxy.PlaneProxy rgba = image.getPlanes()[0];
-        FrameResult result = running.stitch(rgba.getBuffer(), image.getWidth(), image.getHeight(),
-                rgba.getRowStride(), direction.inFrames(rotationDegrees), last);
+        Frame frame = Frame.rgba(rgba.getBuffer(), image.getWidth(), image.getHeight(), rgba.getRowStride());
+        FrameResult result = running.feed(frame, direction.inFrames(rotationDegrees)).result();
         Preview preview = running.preview();
         Bitmap bitmap = preview.isEmpty()
                 ? null
                 : Bitmap.createBitmap(
                         preview.pixels(), preview.width(), preview.height(), Bitmap.Config.ARGB_8888);
         screen.show(result, bitmap, rotationDegrees);
-        if (last) {
-            Optional<Path> panorama = running.panorama();
-            if (panorama.isPresent()) {
-                screen.save(panorama.get(), rotationDegrees);
-            } else {
-                screen.failed(FrameResult.FAILED.userMessage());
-            }
-            end();
+    }
+
+    private void hand(Panorama panorama) {
+        if (panorama.isMissing()) {
+            screen.failed(panorama.why().text());
+        } else {
+            screen.save(panorama, rotationDegrees);
         }
     }
 
