@@ -46,6 +46,13 @@ Value checked(Value value)
     return value;
 }
 
+void check_that_java_threw_nothing(JNIEnv* env)
+{
+    if (env->ExceptionCheck() != JNI_FALSE) {
+        throw java_exception_is_pending();
+    }
+}
+
 jclass class_named(JNIEnv* env, const char* name)
 {
     const local_ref<jclass> local(env, env->FindClass(name));
@@ -211,19 +218,17 @@ jobject java_preview(JNIEnv* env, const preview_view& preview)
 bool report_progress(JNIEnv* env, jobject progress, int done, int key_frames)
 {
     const jboolean go_on = env->CallBooleanMethod(progress, known().on_progress, done, key_frames);
-    if (env->ExceptionCheck() != JNI_FALSE) {
-        throw java_exception_is_pending();
-    }
+    check_that_java_threw_nothing(env);
     return go_on != JNI_FALSE;
 }
 
 bool is_interrupted(JNIEnv* env)
 {
-    const local_ref<jobject> thread(env, env->CallStaticObjectMethod(known().thread, known().current_thread));
+    const jobject current = env->CallStaticObjectMethod(known().thread, known().current_thread);
+    check_that_java_threw_nothing(env);
+    const local_ref<jobject> thread(env, current);
     const jboolean interrupted = env->CallBooleanMethod(thread.get(), known().is_interrupted);
-    if (env->ExceptionCheck() != JNI_FALSE) {
-        throw java_exception_is_pending();
-    }
+    check_that_java_threw_nothing(env);
     return interrupted != JNI_FALSE;
 }
 

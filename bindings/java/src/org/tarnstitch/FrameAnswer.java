@@ -157,7 +157,8 @@ public final class FrameAnswer {
     }
 
     /**
-     * How much of the frame the last key frame shows, too.
+     * The overlap of the frame with the last key frame: the area that both show over the area that either does. A frame
+     * of less than 0.7 becomes a key frame.
      *
      * @return 0 to 1
      */

@@ -115,7 +115,7 @@ class BadArgumentTest {
         // 65536 * 16384 and more do not fit into 32 bits.
         refuses("the frame's buffer has a capacity of 980 bytes; the frame has 1073741824", buffer, 16384, 16384,
                 65536);
-        refuses("the frame's buffer has a capacity of 980 bytes; the frame has 35182224605188", buffer, 1, 16384,
+        refuses("the frame's buffer has a capacity of 980 bytes; the frame has 35182224572422", buffer, 1, 16384,
                 Integer.MAX_VALUE - 1);
     }
 

@@ -77,7 +77,7 @@ class SweepTest {
         assertTrue(answer.cornersFound() >= answer.inliers());
         assertTrue(answer.cornersTracked() >= answer.inliers());
         assertTrue(answer.inliers() > 3);
-        assertEquals(1 - (double) STEP / WIDTH, answer.overlap(), 0.02);
+        assertEquals((double) (WIDTH - STEP) / (WIDTH + STEP), answer.overlap(), 0.01);
         float[] square = {0, 0, 300, 0, 300, 225, 0, 225};
         assertEquals(8, answer.outline().length);
         for (int i = 0; i < 8; ++i) {

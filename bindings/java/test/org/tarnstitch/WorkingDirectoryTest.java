@@ -56,15 +56,21 @@ class WorkingDirectoryTest {
     }
 
     @Test
-    void aDirectoryInWhichAnythingLiesIsRefusedAndUntouched() throws Exception {
+    void aDirectoryInWhichAnythingLiesIsRefusedAndUntouchedAndTheSweepBeforeGoesOn() throws Exception {
         sweep = TarnStitch.reset(root.resolve("work"));
         Path holiday = Files.createDirectories(root.resolve("pictures/holiday"));
-        for (Path full : new Path[] {holiday.getParent(), root, Paths.get("/")}) {
-            IOException refusal = assertThrows(IOException.class, () -> TarnStitch.reset(full));
-            assertTrue(refusal.getMessage().contains("the directory " + full), refusal.getMessage());
-        }
+        isRefused(holiday.getParent());
         assertTrue(Files.exists(holiday));
         assertTrue(Files.isSameFile(root.resolve("work/big_stitch.jpg"), panoramaOfOneFrame()));
+    }
+
+    @Test
+    void aDirectoryAroundThatOfTheSweepBeforeIsRefusedIfMoreLiesInIt() throws Exception {
+        sweep = TarnStitch.reset(root.resolve("work"));
+        Path mine = Files.createFile(root.resolve("mine"));
+        isRefused(root);
+        isRefused(Paths.get("/"));
+        assertTrue(Files.exists(mine));
     }
 
     @Test
@@ -199,6 +205,11 @@ class WorkingDirectoryTest {
         Files.delete(root.resolve("work"));
         sweep.stitch(Frames.madeUp(320, 240, 0), 320, 240, 1280, Direction.NONE, true);
         assertFalse(sweep.panorama().isPresent());
+    }
+
+    private static void isRefused(Path directory) {
+        IOException refusal = assertThrows(IOException.class, () -> TarnStitch.reset(directory));
+        assertTrue(refusal.getMessage().startsWith("the directory " + directory), refusal.getMessage());
     }
 
     private Path panoramaOfOneFrame() throws IOException {
