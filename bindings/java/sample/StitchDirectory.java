@@ -11,7 +11,6 @@ import java.util.stream.Stream;
 import javax.imageio.ImageIO;
 import org.tarnstitch.Direction;
 import org.tarnstitch.Frame;
-import org.tarnstitch.FrameAnswer;
 import org.tarnstitch.FrameResult;
 import org.tarnstitch.Panorama;
 import org.tarnstitch.TarnStitch;
@@ -30,28 +29,32 @@ public final class StitchDirectory {
                     .sorted()
                     .collect(Collectors.toList());
         }
+        if (files.isEmpty()) {
+            throw new IOException("there are no images in " + args[0]);
+        }
         Path output = Files.createDirectories(Paths.get(args[1]));
         try (TarnStitch sweep = TarnStitch.begin()) {
-            for (Path file : files) {
-                // The library takes frames lying on their side, as a camera's sensor delivers them.
-                BufferedImage image = BufferedImages.turned(ImageIO.read(file.toFile()), 270);
-                Frame frame = Frame.rgba(BufferedImages.toFrame(image), image.getWidth(), image.getHeight(), 0);
-                FrameAnswer answer = sweep.feed(frame, Direction.NONE);
-                if (answer.result() != FrameResult.NORMAL) {
-                    System.err.println(file.getFileName() + ": " + answer.result().userMessage());
+            for (Path file : files.subList(0, files.size() - 1)) {
+                FrameResult result = sweep.feed(frameOf(file), Direction.NONE).result();
+                if (result != FrameResult.NORMAL) {
+                    System.err.println(file.getFileName() + ": " + result.userMessage());
                 }
                 sweep.holdBack(2); // files come faster than a camera's frames
             }
-            Panorama panorama = sweep.finish();
-            if (panorama.isMissing()) {
-                throw new IOException("there is no panorama: " + panorama.why().text());
-            }
-            panorama.writeTo(output.resolve("panorama.jpg"));
-            if (!sweep.preview().isEmpty()) { // as it is when no image has details
+            Frame last = frameOf(files.get(files.size() - 1));
+            Panorama panorama = sweep.finish(last, Direction.NONE, (done, keyFrames) -> true);
+            panorama.writeTo(output.resolve("panorama.jpg")); // throws and says why if there is none
+            if (!sweep.preview().isEmpty()) { // as it is when there was just one image, or none with details
                 BufferedImage preview = BufferedImages.turned(BufferedImages.toImage(sweep.preview()), 90);
                 ImageIO.write(preview, "png", output.resolve("preview.png").toFile());
             }
             System.err.println("The panorama and its preview are in " + output);
         }
+    }
+
+    private static Frame frameOf(Path file) throws IOException {
+        // The library takes frames lying on their side, as a camera's sensor delivers them.
+        BufferedImage image = BufferedImages.turned(ImageIO.read(file.toFile()), 270);
+        return Frame.rgba(BufferedImages.toFrame(image), image.getWidth(), image.getHeight(), 0);
     }
 }

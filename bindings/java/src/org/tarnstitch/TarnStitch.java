@@ -42,7 +42,7 @@ import java.util.Optional;
  *       {@link FrameResult#FAILED} if the panorama has failed anyway.
  *   <li>{@link #finish}, and {@link #stitch} with the last frame, wait for the call inside, then have their turn.
  *   <li>Beginning a sweep, {@link #cancel} and {@link #close} wait for the call inside. If that one is waiting for
- *       its panorama, it is told to give up: it returns within moments, without a panorama.
+ *       its panorama, it is told to give up: it returns within moments, with what there is by then.
  *   <li>All others never wait for a frame. They show what there was after the last call that has returned.
  * </ul>
  *
@@ -135,7 +135,7 @@ public final class TarnStitch implements AutoCloseable {
     }
 
     /**
-     * Waits for the workers and hands the panorama out. May be called again, when no frame came after the first time:
+     * Waits for the workers and hands the panorama out, which ends with the last key frame. May be called again, when no frame came after the first time:
      * the answer is the same. A frame that is fed afterwards goes on with the sweep.
      *
      * @return the panorama, or why there is none; never null
@@ -159,7 +159,8 @@ public final class TarnStitch implements AutoCloseable {
     }
 
     /**
-     * The same with a last frame, which becomes part of the panorama without being registered, wherever it lies.
+     * The same with a last frame, which becomes part of the panorama without being registered, wherever it lies: so the
+     * panorama shows all that the user has seen.
      *
      * @param lastFrame not null
      * @param hint as for {@link #feed}

@@ -13,6 +13,7 @@ import org.tarnstitch.Frame;
 import org.tarnstitch.FrameResult;
 import org.tarnstitch.Panorama;
 import org.tarnstitch.Preview;
+import org.tarnstitch.Reason;
 import org.tarnstitch.TarnStitch;
 
 /** Between a camera and the library: films one panorama after another. */
@@ -37,7 +38,7 @@ public final class PanoramaRecorder implements ImageAnalysis.Analyzer {
     private final Screen screen;
     private volatile TarnStitch sweep; // null between sweeps; what follows is the stitching thread's alone
     private Direction direction = Direction.NONE;
-    private int rotationDegrees;
+    private boolean stopping;
 
     /** Each sweep has a directory of its own in the cache for as long as it lasts. */
     public PanoramaRecorder(Path cache, Screen screen) {
@@ -59,6 +60,7 @@ public final class PanoramaRecorder implements ImageAnalysis.Analyzer {
     public void start(Direction direction) {
         stitching.execute(() -> {
             this.direction = direction;
+            stopping = false;
             try {
                 sweep = TarnStitch.begin(cache);
             } catch (IOException e) {
@@ -67,21 +69,9 @@ public final class PanoramaRecorder implements ImageAnalysis.Analyzer {
         });
     }
 
-    /** The user is done. */
+    /** The user is done: the next frame is the last one. */
     public void finish() {
-        stitching.execute(() -> {
-            try {
-                if (sweep != null) {
-                    hand(sweep.finish((done, keyFrames) -> {
-                        screen.progress(done, keyFrames);
-                        return true;
-                    }));
-                }
-            } catch (IllegalStateException cancelled) {
-                // The sweep was closed on the way here.
-            }
-            end();
-        });
+        stitching.execute(() -> stopping = true);
     }
 
     /** The user gives up, in mid-sweep or while the panorama is made; or the screen goes away. */
@@ -103,8 +93,9 @@ public final class PanoramaRecorder implements ImageAnalysis.Analyzer {
     @Override
     public void analyze(ImageProxy image) {
         try {
-            if (sweep != null) {
-                stitch(sweep, image);
+            TarnStitch running = sweep;
+            if (running != null) {
+                stitch(running, image);
             }
         } catch (IllegalStateException cancelled) {
             // The sweep was closed while its frame was on the way.
@@ -114,10 +105,21 @@ public final class PanoramaRecorder implements ImageAnalysis.Analyzer {
     }
 
     private void stitch(TarnStitch running, ImageProxy image) {
-        rotationDegrees = image.getImageInfo().getRotationDegrees();
+        int rotationDegrees = image.getImageInfo().getRotationDegrees();
         ImageProxy.PlaneProxy rgba = image.getPlanes()[0];
         Frame frame = Frame.rgba(rgba.getBuffer(), image.getWidth(), image.getHeight(), rgba.getRowStride());
-        FrameResult result = running.feed(frame, direction.inFrames(rotationDegrees)).result();
+        Direction hint = direction.inFrames(rotationDegrees);
+        if (stopping) {
+            Panorama panorama = running.finish(frame, hint, this::progress);
+            end();
+            if (panorama.isMissing() || panorama.why() == Reason.CANCELLED) {
+                screen.failed(panorama.why().text());
+            } else {
+                screen.save(panorama, rotationDegrees);
+            }
+            return;
+        }
+        FrameResult result = running.feed(frame, hint).result();
         Preview preview = running.preview();
         Bitmap bitmap = preview.isEmpty()
                 ? null
@@ -126,12 +128,9 @@ public final class PanoramaRecorder implements ImageAnalysis.Analyzer {
         screen.show(result, bitmap, rotationDegrees);
     }
 
-    private void hand(Panorama panorama) {
-        if (panorama.isMissing()) {
-            screen.failed(panorama.why().text());
-        } else {
-            screen.save(panorama, rotationDegrees);
-        }
+    private boolean progress(int done, int keyFrames) {
+        screen.progress(done, keyFrames);
+        return true; // go on; cancel() ends the wait
     }
 
     private void end() {
