@@ -69,7 +69,7 @@ frame_view view_of(const cv::Mat& image);
 
 /// How many bytes of memory a frame spans, from its first pixel to its last one: what a buffer must hold.
 /// @throws sweep_error (bad_argument) for a frame that feed would refuse
-std::size_t bytes_of(const frame_view& frame);
+std::size_t size_in_bytes(const frame_view& frame);
 
 /// A frame that was given to a worker, for a host that wants to do something with it later.
 struct key_frame {

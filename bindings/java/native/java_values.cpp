@@ -130,7 +130,7 @@ frame_view frame_from(JNIEnv* env, jobject pixels, jint width, jint height, jint
     }
     const frame_view frame{env->GetDirectBufferAddress(pixels), width, height,
                            static_cast<std::size_t>(row_stride), static_cast<pixel_format>(format)};
-    const std::size_t needed = bytes_of(frame);
+    const std::size_t needed = size_in_bytes(frame);
     if (static_cast<std::uint64_t>(capacity) < needed) {
         throw java_exception(illegal_argument_exception,
                              "the frame's buffer has a capacity of " + std::to_string(capacity)
