@@ -100,6 +100,15 @@ cv::Mat bgr_from(const frame_view& frame)
     return bgr;
 }
 
+std::size_t size_in_bytes(const frame_view& frame)
+{
+    check_frame(frame);
+    const std::size_t row =
+        static_cast<std::size_t>(frame.width) * static_cast<std::size_t>(channels_of(frame.format));
+    const std::size_t stride = frame.row_stride == 0 ? row : frame.row_stride;
+    return static_cast<std::size_t>(frame.height - 1) * stride + row;
+}
+
 frame_view view_of(const cv::Mat& image)
 {
     frame_view frame;

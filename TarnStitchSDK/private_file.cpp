@@ -76,13 +76,17 @@ bool write_private_jpeg(const std::string& path, const cv::Mat& image)
 {
     CV_Assert(!image.empty());
     std::vector<unsigned char> bytes;
-    std::string temporary;
     try {
         cv::imencode(".jpg", image, bytes);
-        temporary = temporary_name(path);
+        return write_private_file(path, bytes);
     } catch (const std::exception&) {
         return false;  // more pixels than the format takes, or too little memory: like any file that is not written
     }
+}
+
+bool write_private_file(const std::string& path, const std::vector<unsigned char>& bytes)
+{
+    std::string temporary = temporary_name(path);
     const int descriptor = mkostemp(temporary.data(), O_CLOEXEC);  // a new file of mode 0600
     if (descriptor < 0) {
         return false;

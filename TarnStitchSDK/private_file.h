@@ -4,6 +4,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include <opencv2/core.hpp>
 
@@ -20,5 +21,10 @@ namespace tarn {
 /// @returns whether the file was written
 /// @throws cv::Exception for an image without pixels
 bool write_private_jpeg(const std::string& path, const cv::Mat& image);
+
+/// Writes bytes into a file in the same way.
+/// @returns whether the file was written
+/// @throws std::bad_alloc
+bool write_private_file(const std::string& path, const std::vector<unsigned char>& bytes);
 
 }  // namespace tarn

@@ -200,7 +200,8 @@ sweep_status sweep::status() const
     return result;
 }
 
-bool sweep::wait_for_room(int most, std::chrono::milliseconds time_out)
+bool sweep::wait_for_room(int most, std::chrono::milliseconds time_out,
+                          const std::function<bool(int under_way)>& while_waiting)
 {
     if (most < 0) {
         throw sweep_error(sweep_problem::bad_argument,
@@ -211,6 +212,9 @@ bool sweep::wait_for_room(int most, std::chrono::milliseconds time_out)
         const bool has_to_leave = shall_give_up() && gate_pass::this_thread_is_inside();
         if (watch.milliseconds() >= static_cast<double>(time_out.count()) || watch.has_stalled()
             || has_to_leave) {
+            return false;
+        }
+        if (while_waiting && !while_waiting(watch.under_way())) {
             return false;
         }
         sleep_between_looks();
@@ -261,6 +265,13 @@ void panorama::save(const std::string& path) const
         throw sweep_error(sweep_problem::no_panorama, "there is no panorama");
     }
     if (!write_private_jpeg(path, image)) {
+        throw sweep_error(sweep_problem::disk, "the panorama cannot be written to " + path);
+    }
+}
+
+void save_bytes(const std::string& path, const std::vector<unsigned char>& bytes)
+{
+    if (!write_private_file(path, bytes)) {
         throw sweep_error(sweep_problem::disk, "the panorama cannot be written to " + path);
     }
 }

@@ -67,6 +67,10 @@ struct frame_view {
 /// An 8-bit image of 4 channels (R,G,B,A), 3 (B,G,R) or 1 as a frame. @throws sweep_error (bad_argument) otherwise
 frame_view view_of(const cv::Mat& image);
 
+/// How many bytes of memory a frame spans, from its first pixel to its last one: what a buffer must hold.
+/// @throws sweep_error (bad_argument) for a frame that feed would refuse
+std::size_t size_in_bytes(const frame_view& frame);
+
 /// A frame that was given to a worker, for a host that wants to do something with it later.
 struct key_frame {
     cv::Mat image;           ///< full size, CV_8UC3, B,G,R; shared with the workers: never write it
@@ -146,6 +150,10 @@ struct panorama {
     void save(const std::string& path) const;
 };
 
+/// Writes bytes into a file as panorama::save does, for whoever holds those of panorama::jpeg. Any thread.
+/// @throws sweep_error (no_memory, disk)
+void save_bytes(const std::string& path, const std::vector<unsigned char>& bytes);
+
 struct finish_options {
     const frame_view* last_frame = nullptr;  ///< is composed without being registered, wherever it lies; or none
     direction_code hint = direction_undecided;
@@ -214,10 +222,12 @@ public:
     sweep_status status() const;
 
     /// Waits until at most so many key frames are under way.
-    /// @param most     0 or more
-    /// @param time_out none: as long as workers move
-    /// @returns false if it is not so when the time is over, or the workers do not move any more
-    bool wait_for_room(int most, std::chrono::milliseconds time_out = std::chrono::milliseconds::max());
+    /// @param most           0 or more
+    /// @param time_out       none: as long as workers move
+    /// @param while_waiting  called again and again, with the number of key frames under way; false ends the wait
+    /// @returns false if it is not so when the time is over or the wait was ended, or the workers do not move any more
+    bool wait_for_room(int most, std::chrono::milliseconds time_out = std::chrono::milliseconds::max(),
+                       const std::function<bool(int under_way)>& while_waiting = {});
 
     preview_view preview() const;
 

@@ -121,6 +121,18 @@ TEST_F(SweepFeed, StrideOfZeroIsNoPadding)
     EXPECT_TRUE(same_pixels(expected, images_.front()));
 }
 
+TEST_F(SweepFeed, FrameSpansItsRowsAndNoPaddingBehindTheLastOne)
+{
+    const unsigned char pixels[1] = {};
+    EXPECT_EQ(size_in_bytes({pixels, 20, 10, 0, pixel_format::rgba}), 800U);
+    EXPECT_EQ(size_in_bytes({pixels, 20, 10, 100, pixel_format::bgra}), 980U);
+    EXPECT_EQ(size_in_bytes({pixels, 20, 10, 61, pixel_format::bgr}), 609U);
+    EXPECT_EQ(size_in_bytes({pixels, 20, 1, 100, pixel_format::gray}), 20U);
+    EXPECT_EQ(size_in_bytes({pixels, 1, 16384, 0x7fffffff, pixel_format::gray}), 16383ULL * 0x7fffffff + 1);
+    refusal(sweep_problem::bad_argument, [&] { size_in_bytes({pixels, 20, 10, 79, pixel_format::rgba}); });
+    refusal(sweep_problem::bad_argument, [&] { size_in_bytes({pixels, 0, 10, 0, pixel_format::gray}); });
+}
+
 TEST_F(SweepFeed, ViewOfAnImageIsThatImage)
 {
     for (const int type : {CV_8UC4, CV_8UC3, CV_8UC1}) {
@@ -442,6 +454,12 @@ TEST_F(SweepFeed, CameraDoesNotWait)
     EXPECT_GE(sweeping.status().under_way, 3);
     EXPECT_FALSE(sweeping.wait_for_room(0, std::chrono::milliseconds(0)));
     EXPECT_TRUE(sweeping.wait_for_room(100));
+    int polls = 0;
+    EXPECT_FALSE(sweeping.wait_for_room(0, std::chrono::milliseconds::max(), [&](int under_way) {
+        EXPECT_GE(under_way, 3);
+        return ++polls < 3;
+    }));
+    EXPECT_EQ(polls, 3);
     release_workers();
     EXPECT_TRUE(sweeping.wait_for_room(0));
     EXPECT_EQ(sweeping.status().under_way, 0);

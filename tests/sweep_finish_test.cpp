@@ -339,6 +339,8 @@ TEST_F(SweepFinish, SavedFileIsThatJpegWithTheProcesssMode)
     result.save(path);
     umask(before);
     EXPECT_TRUE(bytes_of(path) == result.jpeg());
+    save_bytes(root() + "bytes.jpg", result.jpeg());
+    EXPECT_TRUE(bytes_of(root() + "bytes.jpg") == result.jpeg());
     EXPECT_EQ(cv::imread(path).size(), result.image.size());
     struct stat status = {};
     ASSERT_EQ(stat(path.c_str(), &status), 0);
@@ -356,6 +358,7 @@ TEST_F(SweepFinish, FileThatCannotBeWrittenLeavesNothing)
          {root() + "missing/panorama.jpg", root() + "folder", std::string(), root() + "folder/file/below"}) {
         const std::string text = refusal(sweep_problem::disk, [&] { result.save(path); });
         EXPECT_NE(text.find(path), std::string::npos) << text;
+        EXPECT_EQ(refusal(sweep_problem::disk, [&] { save_bytes(path, result.jpeg()); }), text);
     }
     EXPECT_EQ(entries_of(root() + "folder"), std::vector<std::string>{"file"});
     EXPECT_FALSE(fs::exists(root() + "missing"));

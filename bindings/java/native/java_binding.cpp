@@ -1,17 +1,17 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// The native methods of org.tarnstitch.NativeCalls. Each one checks its arguments, calls, translates; the Java
-// class says what they do.
+// The native methods of org.tarnstitch.NativeCalls. Each one translates its arguments, calls the sweep, translates
+// the answer; the Java classes say what they do.
 #include <array>
+#include <chrono>
 #include <jni.h>
-#include <limits>
 #include <memory>
 #include <string>
 
-#include "argument_check.h"
+#include "java_values.h"
 #include "jni_support.h"
-#include "sweep_guard.h"
-#include "tarn_stitch_jni.h"
+#include "sweep_names.h"
+#include "tarn_sweep.h"
 
 namespace {
 
@@ -19,94 +19,136 @@ using namespace tarn::binding;
 
 constexpr jint jni_version = JNI_VERSION_1_6;
 
-// An array of `length` elements can be had from the virtual machine.
-jsize array_length(std::size_t length)
+std::shared_ptr<tarn::sweep> existing(jlong name)
 {
-    if (length > static_cast<std::size_t>(std::numeric_limits<jsize>::max())) {
-        throw java_exception(out_of_memory_error,
-                             std::to_string(length) + " elements do not fit into an array");
+    std::shared_ptr<tarn::sweep> found = sweep_named(name);
+    if (!found) {
+        throw java_exception(illegal_state_exception,
+                             "this sweep is over: it was ended, or another one was begun after it");
     }
-    return static_cast<jsize>(length);
+    return found;
 }
 
-jlong reset(JNIEnv* env, jclass, jbyteArray directory)
+jlong begin(JNIEnv* env, jclass, jbyteArray directory, jbyteArray private_parent)
 {
-    return answer(env, jlong{0},
-                  [&]() -> jlong { return begin_sweep(argument_check(env).directory(directory)); });
+    return answer(env, jlong{0}, [&]() -> jlong {
+        tarn::sweep_options options;
+        options.directory = bytes_from(env, directory, "directory");
+        options.private_parent = bytes_from(env, private_parent, "privateParent");
+        return name_for(tarn::sweep::begin(options));
+    });
 }
 
-void close(JNIEnv* env, jclass, jlong sweep)
+void cancel(JNIEnv* env, jclass, jlong name)
 {
     answer(env, 0, [&] {
-        end_sweep(sweep);
+        if (const auto sweep = sweep_named(name)) {
+            sweep->cancel();
+        }
         return 0;
     });
 }
 
-jint stitch(JNIEnv* env, jclass, jlong sweep, jobject rgba, jint width, jint height, jint row_stride, jint hint,
-            jboolean last)
+jobject feed(JNIEnv* env, jclass, jlong name, jobject pixels, jint width, jint height, jint row_stride,
+             jint format, jint hint)
 {
-    return answer(env, jint{0}, [&]() -> jint {
-        const argument_check check(env);
-        const int direction = check.direction(hint);
-        const cv::Mat frame = check.frame(rgba, width, height, row_stride);
-        return register_frame(sweep, frame, direction, last != JNI_FALSE);
+    return answer(env, jobject{nullptr}, [&] {
+        const tarn::frame_view frame = frame_from(env, pixels, width, height, row_stride, format);
+        return java_answer(env, existing(name)->feed(frame, static_cast<tarn::direction_code>(hint)));
     });
 }
 
-jintArray preview(JNIEnv* env, jclass, jlong sweep, jintArray size)
+jobject finish(JNIEnv* env, jclass, jlong name, jobject pixels, jint width, jint height, jint row_stride,
+               jint format, jint hint, jobject progress)
 {
-    return answer(env, jintArray{nullptr}, [&] {
-        argument_check(env).size(size);
-        const cv::Mat image = look_at_sweep(sweep).preview;
-        const std::size_t n = image.total();
-        const jsize length = array_length(n);
-        const std::unique_ptr<int[]> pixels(matToBitmapArray(image));  // behind them, width and height
-        static_assert(sizeof(int) == sizeof(jint));
-        local_ref<jintArray> result(env, env->NewIntArray(length));
-        env->SetIntArrayRegion(result.get(), 0, length, pixels.get());
-        env->SetIntArrayRegion(size, 0, 2, pixels.get() + n);
-        return result.release();
+    return answer(env, jobject{nullptr}, [&] {
+        tarn::finish_options options;
+        tarn::frame_view last_frame;
+        if (pixels != nullptr) {
+            last_frame = frame_from(env, pixels, width, height, row_stride, format);
+            options.last_frame = &last_frame;
+        }
+        options.hint = static_cast<tarn::direction_code>(hint);
+        options.on_progress = [env, progress](int done, int key_frames) {
+            return !is_interrupted(env)
+                   && (progress == nullptr || report_progress(env, progress, done, key_frames));
+        };
+        return java_panorama(env, existing(name)->finish(options), pixels != nullptr);
     });
 }
 
-jbyteArray panorama(JNIEnv* env, jclass, jlong sweep)
+jobject status(JNIEnv* env, jclass, jlong name)
+{
+    return answer(env, jobject{nullptr}, [&] { return java_status(env, existing(name)->status()); });
+}
+
+jboolean wait_for_room(JNIEnv* env, jclass, jlong name, jint key_frames)
+{
+    return answer(env, jboolean{JNI_FALSE}, [&]() -> jboolean {
+        const auto go_on = [env](int) { return !is_interrupted(env); };
+        return existing(name)->wait_for_room(key_frames, std::chrono::milliseconds::max(), go_on) ? JNI_TRUE
+                                                                                                  : JNI_FALSE;
+    });
+}
+
+jobject preview(JNIEnv* env, jclass, jlong name)
+{
+    return answer(env, jobject{nullptr}, [&] { return java_preview(env, existing(name)->preview()); });
+}
+
+jbyteArray directory(JNIEnv* env, jclass, jlong name)
 {
     return answer(env, jbyteArray{nullptr}, [&] {
-        const std::string path = look_at_sweep(sweep).panorama;
-        const jsize length = array_length(path.size());
-        local_ref<jbyteArray> result(env, env->NewByteArray(length));
-        env->SetByteArrayRegion(result.get(), 0, length, reinterpret_cast<const jbyte*>(path.data()));
-        return result.release();
+        const std::string path = existing(name)->directory();
+        return java_bytes(env, path.data(), path.size());
     });
 }
 
-jint pending_key_frames(JNIEnv* env, jclass, jlong sweep)
+void write(JNIEnv* env, jclass, jbyteArray file, jbyteArray content)
 {
-    return answer(env, jint{0}, [&]() -> jint { return look_at_sweep(sweep).pending_key_frames; });
+    answer(env, 0, [&] {
+        const std::string bytes = bytes_from(env, content, "content");
+        tarn::save_bytes(bytes_from(env, file, "file"), {bytes.begin(), bytes.end()});
+        return 0;
+    });
+}
+
+// A word of the library's, by its number.
+template <typename Number, const char* (*word)(Number)>
+jstring text(JNIEnv* env, jclass, jint number)
+{
+    return answer(env, jstring{nullptr}, [&] { return java_string(env, word(static_cast<Number>(number))); });
 }
 
 // The interface was made for C, where a method's name is not const and a function pointer is a void*.
-JNINativeMethod native(const char* name, const char* signature, void* function)
-{
-    return {const_cast<char*>(name), const_cast<char*>(signature), function};
-}
-
 template <typename Function>
-void* address_of(Function* function)
+JNINativeMethod native(const char* name, const char* signature, Function* function)
 {
-    return reinterpret_cast<void*>(function);
+    return {const_cast<char*>(name), const_cast<char*>(signature), reinterpret_cast<void*>(function)};
 }
 
 void register_natives(JNIEnv* env)
 {
+    using tarn::advice_for;
+    using tarn::answer_code;
+    using tarn::direction_code;
+    using tarn::name_of;
+    using tarn::reason;
     const std::array methods = {
-        native("reset", "([B)J", address_of(reset)),
-        native("close", "(J)V", address_of(close)),
-        native("stitch", "(JLjava/nio/ByteBuffer;IIIIZ)I", address_of(stitch)),
-        native("preview", "(J[I)[I", address_of(preview)),
-        native("panorama", "(J)[B", address_of(panorama)),
-        native("pendingKeyFrames", "(J)I", address_of(pending_key_frames)),
+        native("begin", "([B[B)J", begin),
+        native("cancel", "(J)V", cancel),
+        native("feed", "(JLjava/nio/ByteBuffer;IIIII)Lorg/tarnstitch/FrameAnswer;", feed),
+        native("finish", "(JLjava/nio/ByteBuffer;IIIIILorg/tarnstitch/Progress;)Lorg/tarnstitch/Panorama;",
+               finish),
+        native("status", "(J)Lorg/tarnstitch/SweepStatus;", status),
+        native("waitForRoom", "(JI)Z", wait_for_room),
+        native("preview", "(J)Lorg/tarnstitch/Preview;", preview),
+        native("directory", "(J)[B", directory),
+        native("write", "([B[B)V", write),
+        native("adviceForCode", "(I)Ljava/lang/String;", text<answer_code, advice_for>),
+        native("nameOfDirection", "(I)Ljava/lang/String;", text<direction_code, name_of>),
+        native("nameOfReason", "(I)Ljava/lang/String;", text<reason, name_of>),
+        native("adviceForReason", "(I)Ljava/lang/String;", text<reason, advice_for>),
     };
     const local_ref<jclass> type(env, env->FindClass("org/tarnstitch/NativeCalls"));
     if (env->RegisterNatives(type.get(), methods.data(), static_cast<jint>(methods.size())) != JNI_OK) {
@@ -124,6 +166,7 @@ extern "C" JNIEXPORT jint JNICALL JNI_OnLoad(JavaVM* vm, void* /*reserved*/)
     }
     return answer(env, jint{JNI_ERR}, [&] {
         register_natives(env);
+        look_classes_up(env);
         return jni_version;
     });
 }

@@ -10,7 +10,7 @@
 #include <string>
 #include <utility>
 
-#include "sweep_guard.h"
+#include "tarn_sweep.h"
 
 namespace tarn::binding {
 
@@ -19,6 +19,7 @@ constexpr const char* null_pointer_exception = "java/lang/NullPointerException";
 constexpr const char* illegal_argument_exception = "java/lang/IllegalArgumentException";
 constexpr const char* illegal_state_exception = "java/lang/IllegalStateException";
 constexpr const char* runtime_exception = "java/lang/RuntimeException";
+constexpr const char* io_exception = "java/io/IOException";
 constexpr const char* out_of_memory_error = "java/lang/OutOfMemoryError";
 
 /// A Java exception on its way to the edge of the native half.
@@ -41,7 +42,14 @@ private:
 /// Unwinds to the edge when a call of the virtual machine has failed and left its own Java exception pending.
 struct java_exception_is_pending : std::exception {};
 
-/// Makes a Java exception of that class pending. The message may be any bytes; what is not ASCII becomes "?".
+/// What the virtual machine takes for text: its own kind of UTF-8, of which ASCII without zeros is a part. Anything
+/// else becomes "?".
+std::string java_text(std::string bytes);
+
+/// The Java exception that says what a sweep's error says.
+const char* exception_for(sweep_problem problem) noexcept;
+
+/// Makes a Java exception of that class pending. The message may be any bytes.
 void throw_java(JNIEnv* env, const char* class_name, const std::string& message) noexcept;
 
 /// Runs the body of a native method and answers the virtual machine: with the body's result, or with `if_failed`
@@ -57,8 +65,8 @@ Result answer(JNIEnv* env, Result if_failed, Body body) noexcept
         throw_java(env, e.class_name(), e.what());
     } catch (const std::bad_alloc&) {
         throw_java(env, out_of_memory_error, "native memory is short");
-    } catch (const sweep_is_over& e) {
-        throw_java(env, illegal_state_exception, e.what());
+    } catch (const sweep_error& e) {
+        throw_java(env, exception_for(e.problem()), e.what());
     } catch (const std::exception& e) {
         throw_java(env, runtime_exception, e.what());
     } catch (...) {

@@ -5,13 +5,14 @@ import java.io.IOException;
 import java.nio.file.Files;
 import java.nio.file.Path;
 import java.nio.file.Paths;
-import java.nio.file.StandardCopyOption;
 import java.util.List;
 import java.util.stream.Collectors;
 import java.util.stream.Stream;
 import javax.imageio.ImageIO;
 import org.tarnstitch.Direction;
+import org.tarnstitch.Frame;
 import org.tarnstitch.FrameResult;
+import org.tarnstitch.Panorama;
 import org.tarnstitch.TarnStitch;
 import org.tarnstitch.desktop.BufferedImages;
 
@@ -32,26 +33,28 @@ public final class StitchDirectory {
             throw new IOException("there are no images in " + args[0]);
         }
         Path output = Files.createDirectories(Paths.get(args[1]));
-        try (TarnStitch sweep = TarnStitch.reset(Files.createTempDirectory("sweep"))) {
-            for (int i = 0; i < files.size(); ++i) {
-                // The library takes frames lying on their side, as a camera's sensor delivers them.
-                BufferedImage frame = BufferedImages.turned(ImageIO.read(files.get(i).toFile()), 270);
-                int rowStride = 4 * frame.getWidth();
-                boolean last = i == files.size() - 1;
-                FrameResult result = sweep.stitch(BufferedImages.toFrame(frame), frame.getWidth(),
-                        frame.getHeight(), rowStride, Direction.NONE, last);
+        try (TarnStitch sweep = TarnStitch.begin()) {
+            for (Path file : files.subList(0, files.size() - 1)) {
+                FrameResult result = sweep.feed(frameOf(file), Direction.NONE).result();
                 if (result != FrameResult.NORMAL) {
-                    System.err.println(files.get(i).getFileName() + ": " + result.userMessage());
+                    System.err.println(file.getFileName() + ": " + result.userMessage());
                 }
                 sweep.holdBack(2); // files come faster than a camera's frames
             }
-            Path panorama = sweep.panorama().orElseThrow(() -> new IOException("there is no panorama"));
-            Files.copy(panorama, output.resolve("panorama.jpg"), StandardCopyOption.REPLACE_EXISTING);
+            Frame last = frameOf(files.get(files.size() - 1));
+            Panorama panorama = sweep.finish(last, Direction.NONE, (done, keyFrames) -> true);
+            panorama.writeTo(output.resolve("panorama.jpg")); // throws and says why if there is none
             if (!sweep.preview().isEmpty()) { // as it is when there was just one image, or none with details
                 BufferedImage preview = BufferedImages.turned(BufferedImages.toImage(sweep.preview()), 90);
                 ImageIO.write(preview, "png", output.resolve("preview.png").toFile());
             }
             System.err.println("The panorama and its preview are in " + output);
         }
+    }
+
+    private static Frame frameOf(Path file) throws IOException {
+        // The library takes frames lying on their side, as a camera's sensor delivers them.
+        BufferedImage image = BufferedImages.turned(ImageIO.read(file.toFile()), 270);
+        return Frame.rgba(BufferedImages.toFrame(image), image.getWidth(), image.getHeight(), 0);
     }
 }

@@ -6,24 +6,22 @@
 //                                            integers in network order, then the frames, R,G,B,A, until the end
 //   reference_host images VIDEO DIRECTORY    writes every second frame, upright, as a numbered PNG file
 //   reference_host stitch VIDEO DIRECTORY    stitches them; the directory gets codes.txt (a code per line, frame
-//                                            by frame), big_stitch.jpg and preview.png
+//                                            by frame), panorama.jpg and preview.png
 //
 // Except in the images the frames are turned to lie on their side, as a camera's sensor delivers them.
 #include <arpa/inet.h>
-#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iostream>
 #include <string>
-#include <thread>
 
 #include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
 #include <opencv2/videoio.hpp>
 
-#include "tarn_stitch_jni.h"
+#include "tarn_sweep.h"
 
 namespace fs = std::filesystem;
 
@@ -93,24 +91,22 @@ int write_images(const std::string& path, const fs::path& directory)
 int stitch(const std::string& video, const fs::path& directory)
 {
     std::ofstream codes(directory / "codes.txt");
-    const fs::path work = directory / "work";
-    fs::create_directory(work);
-    resetStitch((work.string() + "/").c_str());
+    tarn::sweep sweep = tarn::sweep::begin();
     sensor camera(video);
     cv::Mat rgba;
     cv::Mat next;
-    bool has_next = camera.read(next);
-    while (has_next) {
-        cv::swap(rgba, next);
-        has_next = camera.read(next);
-        codes << videoStitch(rgba, 0, has_next ? 0 : 1)[0] << '\n';
-        while (tarn_stitcher.big_frame_index - tarn::look_at_pipeline().turns_over > 2) {
-            std::this_thread::sleep_for(std::chrono::milliseconds(1));
-        }
+    camera.read(next);
+    while (cv::swap(rgba, next), camera.read(next)) {
+        codes << sweep.feed(tarn::view_of(rgba)).code << '\n';
+        sweep.wait_for_room(2);
     }
-    fs::copy_file(getCurrentPanoramaShow(), directory / "big_stitch.jpg");
-    const bool written = cv::imwrite((directory / "preview.png").string(), getCurrentPanoramsShowMat());
-    resetStitch("");
+    const tarn::frame_view last = tarn::view_of(rgba);
+    tarn::finish_options options;
+    options.last_frame = &last;
+    const tarn::panorama panorama = sweep.finish(options);
+    codes << panorama.last_frame.code << '\n';
+    panorama.save(directory / "panorama.jpg");
+    const bool written = cv::imwrite((directory / "preview.png").string(), sweep.preview().pixels);
     return written && codes.flush() ? EXIT_SUCCESS : EXIT_FAILURE;
 }
 

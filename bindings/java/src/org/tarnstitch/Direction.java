@@ -10,26 +10,24 @@ package org.tarnstitch;
  */
 public enum Direction {
     /** No preference: any motion is welcome. */
-    NONE(0, "Move the camera slowly and evenly."),
+    NONE(0),
 
     /** Towards the bottom of the frame. */
-    DOWN(1, "Move the camera slowly down."),
+    DOWN(1),
 
     /** Towards the top of the frame. */
-    UP(2, "Move the camera slowly up."),
+    UP(2),
 
     /** Towards the right edge of the frame. */
-    RIGHT(3, "Move the camera slowly to the right."),
+    RIGHT(3),
 
     /** Towards the left edge of the frame. */
-    LEFT(4, "Move the camera slowly to the left.");
+    LEFT(4);
 
     private final int code;
-    private final String userMessage;
 
-    Direction(int code, String userMessage) {
+    Direction(int code) {
         this.code = code;
-        this.userMessage = userMessage;
     }
 
     /**
@@ -47,7 +45,7 @@ public enum Direction {
      * @return one short sentence
      */
     public String userMessage() {
-        return userMessage;
+        return "Move the camera slowly " + (this == NONE ? "and evenly" : NativeCalls.nameOfDirection(code)) + ".";
     }
 
     /**
@@ -72,6 +70,10 @@ public enum Direction {
                 throw new IllegalArgumentException(
                         "rotationDegrees is " + rotationDegrees + "; it must be 0, 90, 180 or 270");
         }
+    }
+
+    static Direction of(int code) {
+        return values()[code];
     }
 
     private Direction quarterTurnCounterClockwise() {

@@ -9,40 +9,38 @@ package org.tarnstitch;
  */
 public enum FrameResult {
     /** The high-resolution panorama has failed; frames are not taken any more. Start another sweep. */
-    FAILED(-1, "The panorama could not be made. Start again."),
+    FAILED(-1),
 
     /**
      * Ten or more frames in a row did not fit. Also the answer to a frame that is handed over while another
      * call is still inside the library; then it says nothing about the picture (see {@link TarnStitch}).
      */
-    LOST(0, "Go back to where the panorama ends."),
+    LOST(0),
 
     /**
      * All is well; or one of the first few frames in a row that did not fit, which is no reason to worry yet.
      */
-    NORMAL(1, ""),
+    NORMAL(1),
 
     /** The frame fitted, by 20 to 49 points. */
-    FEW_DETAILS(2, "There are few details here. Move slowly."),
+    FEW_DETAILS(2),
 
     /** The frame fitted, by fewer than 20 points. */
-    VERY_FEW_DETAILS(3, "There are hardly any details here. Move very slowly."),
+    VERY_FEW_DETAILS(3),
 
     /** The camera moves against the hint; the frame was not taken. */
-    WRONG_WAY(4, "Wrong way. Turn round."),
+    WRONG_WAY(4),
 
     /** The frame fitted, but the camera has been moving too fast lately. */
-    TOO_FAST(5, "Move more slowly."),
+    TOO_FAST(5),
 
     /** The frame fitted, but it is tilted or skewed against the last key frame. */
-    SKEWED(6, "Hold the device level.");
+    SKEWED(6);
 
     private final int code;
-    private final String userMessage;
 
-    FrameResult(int code, String userMessage) {
+    FrameResult(int code) {
         this.code = code;
-        this.userMessage = userMessage;
     }
 
     /**
@@ -60,7 +58,7 @@ public enum FrameResult {
      * @return one or two short sentences; empty for {@link #NORMAL}
      */
     public String userMessage() {
-        return userMessage;
+        return Words.sentence(NativeCalls.adviceForCode(code));
     }
 
     static FrameResult of(int code) {

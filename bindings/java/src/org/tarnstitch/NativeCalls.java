@@ -1,12 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 package org.tarnstitch;
 
+import java.io.IOException;
 import java.nio.ByteBuffer;
 
 /**
- * The native half. Its methods check every argument themselves and may be called from any thread; what they
- * answer to a second thread, TarnStitch says. A sweep is named by a number, which is never 0; a method that is
- * called with the name of a sweep that is over throws IllegalStateException.
+ * The native half. Its methods may be called from any thread; what they answer to a second thread, TarnStitch
+ * says. A sweep is named by a number; a method that is called with the name of one that is over throws
+ * IllegalStateException.
  */
 final class NativeCalls {
     static {
@@ -16,27 +17,40 @@ final class NativeCalls {
     private NativeCalls() {}
 
     /**
-     * Starts a sweep.
+     * Begins a sweep and returns its name.
      *
-     * @param directory the bytes of the path of an existing directory, with a "/" at the end; none for a sweep
-     *     without files
-     * @return its name; 0 when the library cannot enter the directory, and the sweep before goes on
+     * @param directory the bytes of its directory's path, none for a private one
+     * @param privateParent the same of the directory in which a private one is made
      */
-    static native long reset(byte[] directory);
+    static native long begin(byte[] directory, byte[] privateParent) throws IOException;
 
-    /** Ends the sweep and removes its directory; does nothing if it is over. */
-    static native void close(long sweep);
+    /** Ends the sweep; does nothing if it is over. */
+    static native void cancel(long sweep);
 
-    /** Registers a frame and returns the library's code. */
-    static native int stitch(
-            long sweep, ByteBuffer rgba, int width, int height, int rowStride, int hint, boolean last);
+    static native FrameAnswer feed(
+            long sweep, ByteBuffer pixels, int width, int height, int rowStride, int format, int hint);
 
-    /** The preview's pixels; its width and height are stored in {@code size}. */
-    static native int[] preview(long sweep, int[] size);
+    /** The last frame may be null, and so may {@code progress}. */
+    static native Panorama finish(long sweep, ByteBuffer lastFrame, int width, int height, int rowStride, int format,
+            int hint, Progress progress);
 
-    /** The bytes of the finished panorama's path, none if there is none. */
-    static native byte[] panorama(long sweep);
+    static native SweepStatus status(long sweep);
 
-    /** Key frames handed to workers that are not done with them. */
-    static native int pendingKeyFrames(long sweep);
+    static native boolean waitForRoom(long sweep, int keyFrames);
+
+    static native Preview preview(long sweep);
+
+    /** The bytes of the path of the sweep's directory. */
+    static native byte[] directory(long sweep);
+
+    /** Writes a file that appears whole or not at all. */
+    static native void write(byte[] file, byte[] content) throws IOException;
+
+    static native String adviceForCode(int code);
+
+    static native String nameOfDirection(int code);
+
+    static native String nameOfReason(int code);
+
+    static native String adviceForReason(int code);
 }

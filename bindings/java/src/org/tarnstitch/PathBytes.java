@@ -3,9 +3,9 @@ package org.tarnstitch;
 
 import java.io.ByteArrayOutputStream;
 import java.net.URI;
+import java.nio.file.FileSystems;
 import java.nio.file.Path;
 import java.nio.file.Paths;
-import java.util.Arrays;
 import java.util.Locale;
 
 /**
@@ -17,7 +17,11 @@ import java.util.Locale;
 final class PathBytes {
     private PathBytes() {}
 
+    /** The path must be one of the default file system; a relative one is resolved. */
     static byte[] of(Path path) {
+        if (path.getFileSystem() != FileSystems.getDefault()) {
+            throw new IllegalArgumentException("the path " + path + " is not in the default file system");
+        }
         String spelt = path.toUri().getRawPath();
         ByteArrayOutputStream bytes = new ByteArrayOutputStream(spelt.length());
         for (int i = 0; i < spelt.length(); ++i) {
@@ -30,17 +34,6 @@ final class PathBytes {
             }
         }
         return bytes.toByteArray();
-    }
-
-    /** The same for a directory: with exactly one "/" at the end, which the library needs. */
-    static byte[] ofDirectory(Path directory) {
-        byte[] bytes = of(directory);
-        if (bytes[bytes.length - 1] == '/') {
-            return bytes;
-        }
-        byte[] longer = Arrays.copyOf(bytes, bytes.length + 1);
-        longer[bytes.length] = '/';
-        return longer;
     }
 
     static Path toPath(byte[] absolutePath) {

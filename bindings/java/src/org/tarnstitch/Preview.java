@@ -16,11 +16,15 @@ public final class Preview {
     private final int[] pixels;
     private final int width;
     private final int height;
+    private final float[] outline;
+    private final boolean frozen;
 
-    Preview(int[] pixels, int width, int height) {
+    Preview(int[] pixels, int width, int height, float[] outline, boolean frozen) {
         this.pixels = pixels;
         this.width = width;
         this.height = height;
+        this.outline = outline;
+        this.frozen = frozen;
     }
 
     /**
@@ -58,5 +62,26 @@ public final class Preview {
      */
     public boolean isEmpty() {
         return pixels.length == 0;
+    }
+
+    /**
+     * The corners of the frame taken last: where the camera looks. They may reach beyond the preview until the next
+     * key frame.
+     *
+     * @return x and y of top-left, top-right, bottom-right and bottom-left corner in turn, eight numbers in a new
+     *     array; none while no frame lies in the preview; never null
+     */
+    public float[] outline() {
+        return outline.clone();
+    }
+
+    /**
+     * Whether the preview has reached its greatest size. The sweep and the panorama go on, the preview does not
+     * grow any more.
+     *
+     * @return true if so
+     */
+    public boolean isFrozen() {
+        return frozen;
     }
 }

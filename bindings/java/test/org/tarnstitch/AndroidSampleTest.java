@@ -2,8 +2,8 @@
 package org.tarnstitch;
 
 import static org.junit.jupiter.api.Assertions.assertEquals;
-import static org.junit.jupiter.api.Assertions.assertFalse;
 import static org.junit.jupiter.api.Assertions.assertNotNull;
+import static org.junit.jupiter.api.Assertions.assertNull;
 import static org.junit.jupiter.api.Assertions.assertTrue;
 
 import android.graphics.Bitmap;
@@ -12,7 +12,6 @@ import androidx.camera.core.ImageInfo;
 import androidx.camera.core.ImageProxy;
 import com.example.panorama.PanoramaRecorder;
 import java.io.IOException;
-import java.io.UncheckedIOException;
 import java.nio.ByteBuffer;
 import java.nio.file.Files;
 import java.nio.file.Path;
@@ -34,13 +33,15 @@ class AndroidSampleTest {
     Path directory;
 
     private final RecordingScreen screen = new RecordingScreen();
+    private Path cache;
     private PanoramaRecorder recorder;
     private ImageAnalysis camera;
     private int closedImages;
 
     @BeforeEach
-    void open() {
-        recorder = new PanoramaRecorder(directory.resolve("cache/sweep"), screen);
+    void open() throws IOException {
+        cache = Files.createDirectory(directory.resolve("cache"));
+        recorder = new PanoramaRecorder(cache, screen);
         camera = recorder.useCase();
     }
 
@@ -69,14 +70,14 @@ class AndroidSampleTest {
         waitForStitching();
         assertEquals(frames + 3, closedImages);
         // Frames before the start and after the end are not looked at.
-        assertEquals(frames + 1, screen.results.size());
+        assertEquals(frames, screen.results.size());
         assertNotNull(screen.panorama);
         assertEquals((byte) 0xD8, screen.panorama[1]);
         assertEquals(90, screen.rotationDegrees);
         assertTrue(screen.preview.width > 300);
         assertEquals(screen.preview.width * screen.preview.height, screen.preview.colors.length);
-        assertFalse(Files.exists(directory.resolve("cache/sweep")));
-        assertEquals(null, screen.failure);
+        assertEquals(0, cache.toFile().list().length);
+        assertNull(screen.failure);
     }
 
     @Test
@@ -86,7 +87,7 @@ class AndroidSampleTest {
         frame(10);
         recorder.cancel();
         waitForStitching();
-        assertFalse(Files.exists(directory.resolve("cache/sweep")));
+        assertEquals(0, cache.toFile().list().length);
         recorder.start(Direction.NONE);
         recorder.finish();
         frame(0);
@@ -101,7 +102,7 @@ class AndroidSampleTest {
         frame(0);
         waitForStitching();
         assertEquals(Collections.emptyList(), screen.results);
-        assertFalse(Files.exists(directory.resolve("cache/sweep")));
+        assertEquals(0, cache.toFile().list().length);
     }
 
     @Test
@@ -116,7 +117,7 @@ class AndroidSampleTest {
 
     @Test
     void aDirectoryThatCannotBeHadIsReported() throws Exception {
-        Files.createFile(directory.resolve("cache"));
+        Files.delete(cache);
         recorder.start(Direction.NONE);
         frame(0);
         waitForStitching();
@@ -148,13 +149,14 @@ class AndroidSampleTest {
         }
 
         @Override
-        public void save(Path panorama, int rotationDegrees) {
+        public void progress(int done, int keyFrames) {
+            assertTrue(done <= keyFrames);
+        }
+
+        @Override
+        public void save(Panorama panorama, int rotationDegrees) {
             this.rotationDegrees = rotationDegrees;
-            try {
-                this.panorama = Files.readAllBytes(panorama);
-            } catch (IOException e) {
-                throw new UncheckedIOException(e);
-            }
+            this.panorama = panorama.toJpeg();
         }
 
         @Override

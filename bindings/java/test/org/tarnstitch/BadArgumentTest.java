@@ -13,7 +13,7 @@ import org.junit.jupiter.api.Test;
 import org.junit.jupiter.api.function.Executable;
 import org.junit.jupiter.api.io.TempDir;
 
-/** Each bad argument is answered by an exception with its values, and the library never sees it. */
+/** Each bad argument is answered by an exception with its values, and no frame is taken. */
 class BadArgumentTest {
     private static final int WIDTH = 20;
     private static final int HEIGHT = 10;
@@ -27,7 +27,7 @@ class BadArgumentTest {
 
     @BeforeEach
     void begin() throws Exception {
-        sweep = TarnStitch.reset(directory.resolve("work"));
+        sweep = TarnStitch.begin(directory);
     }
 
     @AfterEach
@@ -38,33 +38,45 @@ class BadArgumentTest {
     }
 
     @Test
-    void aBufferThatIsNull() {
-        refuses(NullPointerException.class, "rgba is null",
+    void argumentsThatAreNull() {
+        ByteBuffer buffer = ByteBuffer.allocateDirect(NEEDED);
+        Frame frame = Frame.rgba(buffer, WIDTH, HEIGHT, STRIDE);
+        Progress progress = (done, all) -> true;
+        isNull("the buffer of the frame", () -> Frame.gray(null, WIDTH, HEIGHT, STRIDE));
+        isNull("the buffer of the frame",
                 () -> sweep.stitch(null, WIDTH, HEIGHT, STRIDE, Direction.NONE, false));
-    }
-
-    @Test
-    void aHintThatIsNull() {
-        refuses(NullPointerException.class, "hint is null",
-                () -> sweep.stitch(ByteBuffer.allocateDirect(NEEDED), WIDTH, HEIGHT, STRIDE, null, false));
-    }
-
-    @Test
-    void aDirectoryThatIsNull() {
-        refuses(NullPointerException.class, "workingDirectory is null", () -> TarnStitch.reset(null));
+        isNull("hint", () -> sweep.stitch(buffer, WIDTH, HEIGHT, STRIDE, null, false));
+        isNull("hint", () -> sweep.stitch(buffer, WIDTH, HEIGHT, STRIDE, null, true));
+        isNull("frame", () -> sweep.feed(null, Direction.NONE));
+        isNull("hint", () -> sweep.feed(frame, null));
+        isNull("progress", () -> sweep.finish(null));
+        isNull("lastFrame", () -> sweep.finish(null, Direction.NONE, progress));
+        isNull("hint", () -> sweep.finish(frame, null, progress));
+        isNull("progress", () -> sweep.finish(frame, Direction.NONE, null));
+        isNull("workingDirectory", () -> TarnStitch.reset(null));
+        isNull("parent", () -> TarnStitch.begin(null));
+        isNull("directory", () -> NativeCalls.begin(null, new byte[0]));
+        isNull("content", () -> NativeCalls.write(new byte[1], null));
     }
 
     @Test
     void aBufferThatIsNotDirect() {
-        String message = "rgba is not a direct buffer; ByteBuffer.allocateDirect makes one";
+        String message = "the frame's buffer is not direct; ByteBuffer.allocateDirect makes one";
         refuses(message, ByteBuffer.allocate(NEEDED), WIDTH, HEIGHT, STRIDE);
         refuses(message, ByteBuffer.wrap(new byte[NEEDED]).asReadOnlyBuffer(), WIDTH, HEIGHT, STRIDE);
     }
 
     @Test
     void aBufferThatIsOneByteTooSmall() {
-        refuses("rgba has a capacity of 979 bytes; 20 x 10 pixels with a rowStride of 100 need 980",
+        refuses("the frame's buffer has a capacity of 979 bytes; the frame has 980",
                 ByteBuffer.allocateDirect(NEEDED - 1), WIDTH, HEIGHT, STRIDE);
+        refuses("the frame's buffer has a capacity of 799 bytes; the frame has 800",
+                ByteBuffer.allocateDirect(799), WIDTH, HEIGHT, 0);
+        ByteBuffer small = ByteBuffer.allocateDirect(199);
+        Frame[] frames = {Frame.gray(small, 20, 10, 0), Frame.bgr(small, 6, 11, 19), Frame.bgra(small, 5, 10, 20)};
+        for (Frame frame : frames) {
+            assertThrows(IllegalArgumentException.class, () -> sweep.feed(frame, Direction.NONE));
+        }
     }
 
     @Test
@@ -78,79 +90,50 @@ class BadArgumentTest {
     void aCapacityCountsFromTheStartOfASlice() {
         ByteBuffer whole = ByteBuffer.allocateDirect(NEEDED + 10);
         whole.position(11);
-        refuses("rgba has a capacity of 979 bytes; 20 x 10 pixels with a rowStride of 100 need 980",
-                whole.slice(), WIDTH, HEIGHT, STRIDE);
+        refuses("the frame's buffer has a capacity of 979 bytes; the frame has 980", whole.slice(), WIDTH, HEIGHT,
+                STRIDE);
     }
 
     @Test
     void anEmptyBuffer() {
-        refuses("rgba has a capacity of 0 bytes; 1 x 1 pixels with a rowStride of 4 need 4",
-                ByteBuffer.allocateDirect(0), 1, 1, 4);
+        ByteBuffer empty = ByteBuffer.allocateDirect(0);
+        assertThrows(IllegalArgumentException.class,
+                () -> sweep.stitch(empty, 1, 1, 4, Direction.NONE, false));
     }
 
     @Test
-    void aSizeBelowOne() {
+    void sizesOutOfTheirRanges() {
         ByteBuffer buffer = ByteBuffer.allocateDirect(NEEDED);
-        refuses("width is 0 and height is 10; both must be at least 1", buffer, 0, HEIGHT, STRIDE);
-        refuses("width is 20 and height is 0; both must be at least 1", buffer, WIDTH, 0, STRIDE);
-        refuses("width is -20 and height is 10; both must be at least 1", buffer, -20, HEIGHT, STRIDE);
-        refuses("width is 20 and height is -2147483648; both must be at least 1", buffer, WIDTH,
-                Integer.MIN_VALUE, STRIDE);
+        refuses("the frame's width is 0; it must be 1 to 16384", buffer, 0, HEIGHT, STRIDE);
+        refuses("the frame's height is -1; it must be 1 to 16384", buffer, WIDTH, -1, STRIDE);
+        refuses("the frame's height is -2147483648; it must be 1 to 16384", buffer, WIDTH, Integer.MIN_VALUE,
+                STRIDE);
+        refuses("the frame's width is 2147483647; it must be 1 to 16384", buffer, Integer.MAX_VALUE, 1,
+                Integer.MAX_VALUE);
+        refuses("the frame's row_stride is 79; a row has 80 bytes", buffer, WIDTH, HEIGHT, 79);
+        refuses("the frame's row_stride is -100; it must be at least 0", buffer, WIDTH, HEIGHT, -100);
+        // 65536 * 16384 and more do not fit into 32 bits.
+        refuses("the frame's buffer has a capacity of 980 bytes; the frame has 1073741824", buffer, 16384, 16384,
+                65536);
+        refuses("the frame's buffer has a capacity of 980 bytes; the frame has 35182224572422", buffer, 1, 16384,
+                Integer.MAX_VALUE - 1);
     }
 
     @Test
-    void aRowStrideBelowOneRow() {
+    void aCodeThatIsNoDirectionAndAFormatThatThereIsNot() {
         ByteBuffer buffer = ByteBuffer.allocateDirect(NEEDED);
-        refuses("rowStride is 79; a row of 20 pixels has 80 bytes", buffer, WIDTH, HEIGHT, 79);
-        refuses("rowStride is 0; a row of 20 pixels has 80 bytes", buffer, WIDTH, HEIGHT, 0);
-        refuses("rowStride is -100; a row of 20 pixels has 80 bytes", buffer, WIDTH, HEIGHT, -100);
-    }
-
-    @Test
-    void sizesWhoseProductsDoNotFitIntoAnInt() {
-        ByteBuffer buffer = ByteBuffer.allocateDirect(NEEDED);
-        refuses("rowStride is 2147483647; a row of 2147483647 pixels has 8589934588 bytes", buffer,
-                Integer.MAX_VALUE, 1, Integer.MAX_VALUE);
-        refuses("rgba has a capacity of 980 bytes; 1 x 2147483647 pixels with a rowStride of 2147483647 need "
-                        + "4611686011984936966",
-                buffer, 1, Integer.MAX_VALUE, Integer.MAX_VALUE);
-        // 65536 * 65536 is 0 in 32 bits.
-        refuses("rgba has a capacity of 980 bytes; 16384 x 65537 pixels with a rowStride of 65536 need "
-                        + "4295032832",
-                buffer, 16384, 65537, 65536);
-    }
-
-    @Test
-    void aCodeThatIsNoDirection() {
-        ByteBuffer buffer = ByteBuffer.allocateDirect(NEEDED);
-        refuses(IllegalArgumentException.class, "hint is 5; directions have the codes 0 to 4",
-                () -> NativeCalls.stitch(1, buffer, WIDTH, HEIGHT, STRIDE, 5, false));
-        refuses(IllegalArgumentException.class, "hint is -1; directions have the codes 0 to 4",
-                () -> NativeCalls.stitch(1, buffer, WIDTH, HEIGHT, STRIDE, -1, false));
-    }
-
-    @Test
-    void aPathThatTheLibraryWouldMisread() {
-        refuses(NullPointerException.class, "the path is null", () -> NativeCalls.reset(null));
-        refuses(IllegalArgumentException.class, "the path \"/tmp\" does not end in \"/\"",
-                () -> NativeCalls.reset("/tmp".getBytes("US-ASCII")));
-        refuses(IllegalArgumentException.class, "the path \"/tmp\" has a zero byte at index 4",
-                () -> NativeCalls.reset("/tmp\0/".getBytes("US-ASCII")));
-        refuses(IllegalArgumentException.class, "the path \"/tm??\" does not end in \"/\"",
-                () -> NativeCalls.reset("/tm\u00fc".getBytes("UTF-8")));
-    }
-
-    @Test
-    void aSizeArrayThatTheLibraryCannotFill() {
-        refuses(NullPointerException.class, "size is null", () -> NativeCalls.preview(1, null));
-        refuses(IllegalArgumentException.class, "size has a length of 1 instead of 2",
-                () -> NativeCalls.preview(1, new int[1]));
+        long name = sweep.name();
+        refuses(IllegalArgumentException.class, "the hint is 5; it must be 0 to 4",
+                () -> NativeCalls.feed(name, buffer, WIDTH, HEIGHT, STRIDE, 1, 5));
+        refuses(IllegalArgumentException.class, "the hint is -1; it must be 0 to 4",
+                () -> NativeCalls.finish(name, buffer, WIDTH, HEIGHT, STRIDE, 1, -1, null));
+        refuses(IllegalArgumentException.class, "the frame's format is 5, which there is not",
+                () -> NativeCalls.feed(name, buffer, WIDTH, HEIGHT, STRIDE, 5, 0));
     }
 
     @Test
     void aNegativeNumberOfKeyFrames() {
-        refuses(IllegalArgumentException.class, "keyFrames is -1; it must be at least 0",
-                () -> sweep.holdBack(-1));
+        assertThrows(IllegalArgumentException.class, () -> sweep.holdBack(-1));
     }
 
     private void refuses(String message, ByteBuffer rgba, int width, int height, int rowStride) {
@@ -158,6 +141,10 @@ class BadArgumentTest {
                 () -> sweep.stitch(rgba, width, height, rowStride, Direction.NONE, false));
         refuses(IllegalArgumentException.class, message,
                 () -> sweep.stitch(rgba, width, height, rowStride, Direction.NONE, true));
+    }
+
+    private static void isNull(String name, Executable call) {
+        refuses(NullPointerException.class, name + " is null", call);
     }
 
     private static void refuses(Class<? extends Exception> type, String message, Executable call) {

@@ -19,7 +19,7 @@ class BufferedImagesTest {
 
     @Test
     void aPreviewHasTheVeryPixelsOfAnArgbImage() {
-        BufferedImage image = BufferedImages.toImage(new Preview(PIXELS, 3, 2));
+        BufferedImage image = BufferedImages.toImage(preview(PIXELS, 3, 2));
         assertEquals(BufferedImage.TYPE_INT_ARGB, image.getType());
         assertArrayEquals(PIXELS, ((DataBufferInt) image.getRaster().getDataBuffer()).getData());
         assertEquals(0xFF030000, image.getRGB(2, 0));
@@ -29,7 +29,7 @@ class BufferedImagesTest {
     @Test
     void anEmptyPreviewIsNoImage() {
         assertThrows(
-                IllegalArgumentException.class, () -> BufferedImages.toImage(new Preview(new int[0], 0, 0)));
+                IllegalArgumentException.class, () -> BufferedImages.toImage(preview(new int[0], 0, 0)));
     }
 
     @Test
@@ -51,7 +51,7 @@ class BufferedImagesTest {
 
     @Test
     void quarterTurnsAreClockwise() {
-        BufferedImage image = BufferedImages.toImage(new Preview(new int[] {1, 2, 3, 4, 5, 6}, 3, 2));
+        BufferedImage image = BufferedImages.toImage(preview(new int[] {1, 2, 3, 4, 5, 6}, 3, 2));
         assertArrayEquals(new int[] {4, 1, 5, 2, 6, 3}, pixels(BufferedImages.turned(image, 90), 2, 3));
         assertArrayEquals(new int[] {6, 5, 4, 3, 2, 1}, pixels(BufferedImages.turned(image, 180), 3, 2));
         assertArrayEquals(new int[] {3, 6, 2, 5, 1, 4}, pixels(BufferedImages.turned(image, 270), 2, 3));
@@ -70,5 +70,9 @@ class BufferedImagesTest {
         assertEquals(width, image.getWidth());
         assertEquals(height, image.getHeight());
         return image.getRGB(0, 0, width, height, null, 0, width);
+    }
+
+    private static Preview preview(int[] pixels, int width, int height) {
+        return new Preview(pixels, width, height, new float[0], false);
     }
 }

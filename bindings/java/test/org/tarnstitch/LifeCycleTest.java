@@ -15,7 +15,7 @@ import org.junit.jupiter.api.io.TempDir;
 
 /** One sweep after another, and the objects of those that are over. */
 class LifeCycleTest {
-    private static final String OVER = "this sweep is over: it was closed, or another one was started after it";
+    private static final String OVER = "this sweep is over: it was ended, or another one was begun after it";
 
     @TempDir
     Path directory;
@@ -38,6 +38,7 @@ class LifeCycleTest {
         TarnStitch sweep = TarnStitch.reset(directory.resolve("work"));
         sweep.close();
         sweep.close();
+        sweep.cancel();
         isOver(sweep);
     }
 
@@ -117,6 +118,10 @@ class LifeCycleTest {
             sweep::preview,
             sweep::panorama,
             sweep::pendingKeyFrames,
+            sweep::status,
+            sweep::finish,
+            () -> sweep.finish((done, keyFrames) -> true),
+            () -> sweep.feed(Frame.rgba(frame, 1, 1, 4), Direction.NONE),
             () -> sweep.holdBack(0),
         };
         for (Executable call : calls) {

@@ -13,6 +13,7 @@ import java.util.List;
 /** What the build tells the tests, and programs to run. */
 final class Setup {
     static final Path SAMPLES = Paths.get(property("tarn.samples"));
+    static final Path SOURCES = Paths.get(property("tarn.sources"));
     static final String REFERENCE_HOST = property("tarn.reference_host");
     static final String JAR = property("tarn.jar");
     static final String CLASSES = property("tarn.classes");

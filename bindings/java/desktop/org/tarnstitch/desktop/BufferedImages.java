@@ -10,7 +10,7 @@ public final class BufferedImages {
     private BufferedImages() {}
 
     /**
-     * An image as a frame for {@link org.tarnstitch.TarnStitch#stitch}.
+     * An image as the pixels of a frame for {@link org.tarnstitch.Frame#rgba}.
      *
      * @param image of any type, not null
      * @return a new direct buffer with the pixels as red, green, blue, alpha, row by row from the top; never

@@ -6,12 +6,14 @@ import androidx.camera.core.ImageAnalysis;
 import androidx.camera.core.ImageProxy;
 import java.io.IOException;
 import java.nio.file.Path;
-import java.util.Optional;
 import java.util.concurrent.ExecutorService;
 import java.util.concurrent.Executors;
 import org.tarnstitch.Direction;
+import org.tarnstitch.Frame;
 import org.tarnstitch.FrameResult;
+import org.tarnstitch.Panorama;
 import org.tarnstitch.Preview;
+import org.tarnstitch.Reason;
 import org.tarnstitch.TarnStitch;
 
 /** Between a camera and the library: films one panorama after another. */
@@ -21,23 +23,26 @@ public final class PanoramaRecorder implements ImageAnalysis.Analyzer {
         /** After each frame. The preview is null until there is one; turn it clockwise to show it upright. */
         void show(FrameResult result, Bitmap preview, int rotationDegrees);
 
-        /** Copies the file to where it shall stay: it is deleted afterwards. */
-        void save(Path panorama, int rotationDegrees);
+        /** After the last frame, again and again: so many of the sweep's key frames are through. */
+        void progress(int done, int keyFrames);
+
+        /** Writes the panorama to where it shall stay. */
+        void save(Panorama panorama, int rotationDegrees);
 
         /** There will be no panorama. */
         void failed(String reason);
     }
 
     private final ExecutorService stitching = Executors.newSingleThreadExecutor();
-    private final Path workingDirectory;
+    private final Path cache;
     private final Screen screen;
     private volatile TarnStitch sweep; // null between sweeps; what follows is the stitching thread's alone
     private Direction direction = Direction.NONE;
     private boolean stopping;
 
-    /** The directory belongs to the library, which deletes what lies in it. */
-    public PanoramaRecorder(Path workingDirectory, Screen screen) {
-        this.workingDirectory = workingDirectory;
+    /** Each sweep has a directory of its own in the cache for as long as it lasts. */
+    public PanoramaRecorder(Path cache, Screen screen) {
+        this.cache = cache;
         this.screen = screen;
     }
 
@@ -57,7 +62,7 @@ public final class PanoramaRecorder implements ImageAnalysis.Analyzer {
             this.direction = direction;
             stopping = false;
             try {
-                sweep = TarnStitch.reset(workingDirectory);
+                sweep = TarnStitch.begin(cache);
             } catch (IOException e) {
                 screen.failed(e.getMessage());
             }
@@ -90,7 +95,7 @@ public final class PanoramaRecorder implements ImageAnalysis.Analyzer {
         try {
             TarnStitch running = sweep;
             if (running != null) {
-                stitch(running, image, stopping);
+                stitch(running, image);
             }
         } catch (IllegalStateException cancelled) {
             // The sweep was closed while its frame was on the way.
@@ -99,26 +104,33 @@ public final class PanoramaRecorder implements ImageAnalysis.Analyzer {
         }
     }
 
-    private void stitch(TarnStitch running, ImageProxy image, boolean last) {
+    private void stitch(TarnStitch running, ImageProxy image) {
         int rotationDegrees = image.getImageInfo().getRotationDegrees();
         ImageProxy.PlaneProxy rgba = image.getPlanes()[0];
-        FrameResult result = running.stitch(rgba.getBuffer(), image.getWidth(), image.getHeight(),
-                rgba.getRowStride(), direction.inFrames(rotationDegrees), last);
+        Frame frame = Frame.rgba(rgba.getBuffer(), image.getWidth(), image.getHeight(), rgba.getRowStride());
+        Direction hint = direction.inFrames(rotationDegrees);
+        if (stopping) {
+            Panorama panorama = running.finish(frame, hint, this::progress);
+            end();
+            if (panorama.isMissing() || panorama.why() == Reason.CANCELLED) {
+                screen.failed(panorama.why().text());
+            } else {
+                screen.save(panorama, rotationDegrees);
+            }
+            return;
+        }
+        FrameResult result = running.feed(frame, hint).result();
         Preview preview = running.preview();
         Bitmap bitmap = preview.isEmpty()
                 ? null
                 : Bitmap.createBitmap(
                         preview.pixels(), preview.width(), preview.height(), Bitmap.Config.ARGB_8888);
         screen.show(result, bitmap, rotationDegrees);
-        if (last) {
-            Optional<Path> panorama = running.panorama();
-            if (panorama.isPresent()) {
-                screen.save(panorama.get(), rotationDegrees);
-            } else {
-                screen.failed(FrameResult.FAILED.userMessage());
-            }
-            end();
-        }
+    }
+
+    private boolean progress(int done, int keyFrames) {
+        screen.progress(done, keyFrames);
+        return true; // go on; cancel() ends the wait
     }
 
     private void end() {
