@@ -6,7 +6,7 @@
 #include <optional>
 
 #include "deferred_work.h"
-#include "frame_intake.h"
+#include "working_copy.h"
 #include "internal/frame_account.h"
 #include "internal/frame_geometry.h"
 #include "internal/frame_judgement.h"

@@ -8,7 +8,7 @@ include(CMakePackageConfigHelpers)
 # All that tarn_stitch_jni.h includes. The other headers are the library's own.
 set(tarn_public_headers
     descriptor_matching.h
-    frame_intake.h
+    working_copy.h
     high_res_worker.h
     motion.h
     projection.h
