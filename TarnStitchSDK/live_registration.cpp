@@ -6,15 +6,16 @@
 #include <optional>
 
 #include "deferred_work.h"
-#include "working_copy.h"
 #include "internal/frame_account.h"
 #include "internal/frame_geometry.h"
 #include "internal/frame_judgement.h"
+#include "internal/last_frame.h"
 #include "internal/log.h"
 #include "live_tracking.h"
 #include "preview_composition.h"
 #include "tarn_stitcher.h"
 #include "worker_protocol.h"
+#include "working_copy.h"
 
 namespace {
 
@@ -229,18 +230,45 @@ int* accept(TarnStitcher& task, int* stitch_result, answer_code code)
     return stitch_result;
 }
 
-// The last frame goes to the worker without being registered here; its call waits for the panorama.
+// What every frame begins with. False, with the answer, when the pipeline has failed.
+bool begin_frame(const TarnStitcher& task, const cv::Mat& input_frame, int* stitch_result)
+{
+    // The rows are printed twice, and the line is left without an end. Both by design.
+    log("input_frame shape is ", input_frame.rows, "*", input_frame.rows, ", type is ", input_frame.type());
+    stitch_result[0] = code_normal;
+    stitch_result[1] = 0;
+    frame_account& account = account_of_this_thread();
+    account = {};
+    if (load_acquire(big_stitch_status) != tarn::pipeline_failed) {
+        return true;
+    }
+    if (const auto members = try_to_lock_members()) {
+        note_members(account.answer, task);
+    }
+    drop(stitch_result, code_pipeline_failed, reason::pipeline_failed);
+    return false;
+}
+
+// A frame with its worker.
+struct handed_over {
+    int big_frame_index;
+    task_generation generation;
+};
+
+// The last frame goes to the worker without being registered here.
+handed_over hand_over_last(TarnStitcher& task, const cv::Mat& input_frame, int direction, const int& code)
+{
+    const auto members = lock_members();
+    const account_of_members told(task, code);
+    hand_over(task, input_frame, direction);
+    return {task.big_frame_index, current_generation()};
+}
+
+// Hands the last frame over and waits for the panorama.
 int* end_sweep(TarnStitcher& task, int* stitch_result, const cv::Mat& input_frame, int direction)
 {
-    auto members = lock_members();
-    {
-        const account_of_members told(task, stitch_result[0]);
-        hand_over(task, input_frame, direction);
-    }
-    const int last_index = task.big_frame_index;
-    const task_generation generation = current_generation();
-    members.unlock();
-    if (!finish_panorama(task, last_index, generation)) {
+    const handed_over last = hand_over_last(task, input_frame, direction, stitch_result[0]);
+    if (!finish_panorama(task, last.big_frame_index, last.generation)) {
         return drop(stitch_result, code_pipeline_failed, reason::pipeline_failed);
     }
     account_of_this_thread().answer.taken = true;
@@ -258,23 +286,23 @@ void note_verdict(const frame_verdict& verdict)
 
 }  // namespace
 
+answer_code tarn::hand_over_last_frame(TarnStitcher& task, const cv::Mat& frame, direction_code direction)
+{
+    int stitch_result[2];
+    if (begin_frame(task, frame, stitch_result)) {
+        hand_over_last(task, frame, direction, stitch_result[0]);
+        account_of_this_thread().answer.taken = true;
+    }
+    return static_cast<answer_code>(stitch_result[0]);
+}
+
 int* TarnStitcher::ofcheck_stitch(cv::Mat& input_frame, const int direction, const int is_last_one)
 {
     // Of each thread its own, so that an overlapping call, which is answered "busy", leaves this one's alone.
     static thread_local int stitch_result[2];
 
-    // The rows are printed twice, and the line is left without an end. Both by design.
-    log("input_frame shape is ", input_frame.rows, "*", input_frame.rows, ", type is ", input_frame.type());
-    stitch_result[0] = code_normal;
-    stitch_result[1] = 0;
-    frame_account& account = account_of_this_thread();
-    account = {};
-
-    if (load_acquire(big_stitch_status) == tarn::pipeline_failed) {
-        if (const auto members = try_to_lock_members()) {
-            note_members(account.answer, *this);
-        }
-        return drop(stitch_result, code_pipeline_failed, reason::pipeline_failed);
+    if (!begin_frame(*this, input_frame, stitch_result)) {
+        return stitch_result;
     }
     if (is_last_one != 0) {
         return end_sweep(*this, stitch_result, input_frame, direction);
@@ -288,6 +316,7 @@ int* TarnStitcher::ofcheck_stitch(cv::Mat& input_frame, const int direction, con
     store_release(stitcher_status, live_registering);
     const account_of_members told(*this, stitch_result[0]);
 
+    frame_account& account = account_of_this_thread();
     live_frame current(input_frame, last_check_data, frame_index == 0);
     account.working_size = current.frame.size();
     account.answer.corners_found = static_cast<int>(current.corners().size());
