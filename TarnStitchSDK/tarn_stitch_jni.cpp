@@ -2,13 +2,15 @@
 #include "tarn_stitch_jni.h"
 
 #include <cstdint>
-#include <iostream>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <utility>
 
 #include <opencv2/imgproc.hpp>
 
+#include "internal/frame_account.h"
+#include "internal/live_call.h"
+#include "internal/log.h"
 #include "spare_frames.h"
 #include "worker_protocol.h"
 
@@ -27,7 +29,7 @@ void wait_while_busy()
     const auto busy = [] {
         const auto members = tarn::lock_members();
         const int status = tarn_stitcher.stitcher_status;
-        return status == 1 || status == 2;
+        return status == tarn::live_registering || status == tarn::live_busy;
     };
     while (total_sleep <= longest_sum && busy()) {
         usleep(one_sleep);
@@ -48,7 +50,7 @@ void start_task(const std::string& _local_path)
     if (_local_path.empty() || isFloderexit(_local_path.c_str())
         || mkdir(_local_path.c_str(), owner_may_write) == 0) {
         TarnStitcher fresh(_local_path);
-        const auto nobody_looks = tarn::lock_current_task();
+        const auto nobody_looks = tarn::lock_handover();
         tarn_stitcher = std::move(fresh);
     }
 }
@@ -67,11 +69,32 @@ int resetStitch(const char* input_path)
     return 1;
 }
 
+std::int64_t tarn::begin_live_call()
+{
+    account_of_this_thread() = {};
+    return cv::getTickCount();
+}
+
+void tarn::note_failed_live_call(const std::exception& error)
+{
+    log_line("stitch: When checkimage encounter an error", error.what());
+    note_failure(account_of_this_thread(), error);
+    const auto members = lock_members();
+    store_release(tarn_stitcher.stitcher_status, live_finished);
+}
+
+double tarn::end_live_call(std::int64_t begun)
+{
+    const double spent = static_cast<double>(cv::getTickCount() - begun) / cv::getTickFrequency();
+    log_line("main thread: videoStitch finish, total spent", spent);
+    constexpr double milliseconds = 1000.0;
+    return spent * milliseconds;
+}
+
 int* videoStitch(cv::Mat mat, int direction, int is_last_one)
 {
-    static int buf[2] = {0, 0};
-    const std::int64_t start = cv::getTickCount();
-    try {
+    static int buf[2] = {0, 0};  // keeps the result of the frame before when this one raises an error
+    tarn::call_live_path([&] {
         // Floats that are huge or no numbers at all would lead the worker's feature detector out of its images.
         CV_Assert(mat.depth() != CV_32F);
         // Never the host's own pixels, nor any that are still in use: the worker and the task keep this image.
@@ -81,24 +104,15 @@ int* videoStitch(cv::Mat mat, int direction, int is_last_one)
         }
         cv::cvtColor(mat, input_frame, cv::COLOR_RGBA2BGR);
         const int* stitch_result = tarn_stitcher.ofcheck_stitch(input_frame, direction, is_last_one);
-        input_frame.release();
         tarn::store_release(buf[0], stitch_result[0]);
         tarn::store_release(buf[1], stitch_result[1]);
-    } catch (const std::exception& e) {
-        // buf keeps the result of the frame before.
-        std::cout << "stitch: When checkimage encounter an error" << e.what() << std::endl;
-        const auto members = tarn::lock_members();
-        tarn::store_release(tarn_stitcher.stitcher_status, 3);
-    }
-    const std::int64_t finish = cv::getTickCount();
-    std::cout << "main thread: videoStitch finish, total spent"
-              << static_cast<double>(finish - start) / cv::getTickFrequency() << std::endl;
+    });
     return buf;
 }
 
 const char* getCurrentPanoramaShow()
 {
-    const auto lock = tarn::lock_current_task();
+    const auto lock = tarn::lock_handover();
     return tarn_stitcher.big_stitch_image_path.c_str();
 }
 
@@ -107,7 +121,7 @@ const char* getTestCurrentPanoramaShow()
     // A copy of the calling thread's own: a worker may replace the string at any moment, and with it the characters.
     static thread_local std::string shown_path;
     try {
-        const auto lock = tarn::lock_current_task();
+        const auto lock = tarn::lock_handover();
         shown_path = test_image_path;
     } catch (const std::exception&) {
         shown_path.clear();
@@ -117,7 +131,7 @@ const char* getTestCurrentPanoramaShow()
 
 cv::Mat getCurrentPanoramsShowMat()
 {
-    const auto lock = tarn::lock_current_task();
+    const auto lock = tarn::lock_handover();
     return tarn_stitcher.last_stitch_image;
 }
 

@@ -15,7 +15,8 @@
 // functions of tarn_stitch_jni.h, not both.
 //
 // Threads: every method may be called from any thread at any time.
-//   feed                while another call is inside: not taken, code_lost, reason::busy, at once
+//   feed                while another call is inside, or somebody waits to begin or to cancel: not taken, at once;
+//                       code_lost, reason::busy, or code_pipeline_failed where the pipeline has failed anyway
 //   finish              waits for the call inside, then has its turn
 //   begin, cancel       wait for the call inside; one that waits for workers is told to give up first
 //   all others          never wait for a frame: they see what there was after the last call that has returned
@@ -102,20 +103,21 @@ struct sweep_options {
     /// Where a private directory is made. "": the system's directory for temporary files.
     std::string private_parent;
 
-    /// Key frames that may be under way when a frame is handed over. 0: as many as come, for a camera, whose frames
-    /// cannot wait. For a file 1 or more: feed waits for room first, and for the workers when the pipeline seems to have
-    /// failed, since one that was waiting for its turn may bring it back.
+    /// Key frames that may be under way at once, that of the frame that is handed over included. 0: as many as come, for
+    /// a camera, whose frames cannot wait. For a file 1 or more: feed waits for room first, and for the workers when the
+    /// pipeline seems to have failed, since one that was waiting for its turn may bring it back; finish waits for all of
+    /// them before it hands a last frame over.
     int most_under_way = 0;
-    /// Called again and again while a call waits for workers, with the number of key frames under way; false ends
-    /// the wait: the frame is not handed over, a finish gives what there is.
-    std::function<bool(int under_way)> while_waiting;
+    /// Called again and again while feed or finish waits for workers, with the number of key frames under way; false
+    /// ends the wait: the frame is not handed over, a finish gives what there is.
+    std::function<bool(int under_way)> while_waiting = nullptr;
 
     /// Is given each key frame as it goes to its worker, before feed or finish returns.
-    std::function<void(const key_frame&)> on_key_frame;
+    std::function<void(const key_frame&)> on_key_frame = nullptr;
 
     /// Is given the log of each call, as the interface's functions write it to standard output, which stays untouched.
     /// None: nothing is written.
-    std::function<void(const std::string& text)> on_log;
+    std::function<void(const std::string& text)> on_log = nullptr;
 };
 
 /// How much of the sweep a panorama holds.
@@ -147,9 +149,9 @@ struct panorama {
 struct finish_options {
     const frame_view* last_frame = nullptr;  ///< is composed without being registered, wherever it lies; or none
     direction_code hint = direction_undecided;
-    /// Told of the key frames whose turns are over, again and again; false ends the wait, and what there is by then
-    /// is the result.
-    std::function<bool(int done, int key_frames)> on_progress;
+    /// Told of the key frames whose turns are over, again and again, and when the wait is over; false ends the wait, and
+    /// what there is by then is the result.
+    std::function<bool(int done, int key_frames)> on_progress = nullptr;
 };
 
 enum class sweep_problem : int {
@@ -180,7 +182,7 @@ class sweep {
 public:
     /// Begins a sweep and ends the one before.
     /// @throws sweep_error (bad_argument, directory_not_empty, directory_unusable, process_ends); the sweep before goes on
-    ///         then, unless one of the two directories holds the other
+    ///         then, unless the directory was its own, or lay in that one, or held nothing else
     static sweep begin(sweep_options options = {});
 
     /// Ends the sweep as cancel does.

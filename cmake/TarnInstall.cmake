@@ -5,9 +5,11 @@
 include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
 
-# All that tarn_stitch_jni.h includes. The other headers are the library's own.
+# tarn_sweep.h, tarn_stitch_jni.h, and all that they include. The other headers are the library's own.
 set(tarn_public_headers
     descriptor_matching.h
+    frame_answer.h
+    working_copy.h
     high_res_worker.h
     motion.h
     projection.h
@@ -16,6 +18,8 @@ set(tarn_public_headers
     shared_access.h
     tarn_stitch_jni.h
     tarn_stitcher.h
+    tarn_sweep.h
+    vocabulary.h
     working_directory.h)
 list(TRANSFORM tarn_public_headers PREPEND TarnStitchSDK/)
 install(FILES ${tarn_public_headers} DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}/TarnStitchSDK")
