@@ -11,6 +11,7 @@
 #include "internal/frame_judgement.h"
 #include "internal/last_frame.h"
 #include "internal/log.h"
+#include "internal/preview_growth.h"
 #include "live_tracking.h"
 #include "preview_composition.h"
 #include "tarn_stitcher.h"
@@ -142,11 +143,15 @@ void begin_panorama(TarnStitcher& task, live_frame& current)
     take_as_reference(task, current, identity(), identity());
 }
 
-// Lays the frame onto the preview, which grows as far as the frame needs.
+// Lays the frame onto the preview, which grows as far as the frame needs. A preview that is not to grow so far is left
+// as it is, and the shift that it owes stays.
 void compose_preview(TarnStitcher& task, const live_frame& current, const placement& place)
 {
     const cv::Mat& panorama = task.last_stitch_image;
     const cv::Size size(truncate_to_int(place.stitch_width), truncate_to_int(place.stitch_height));
+    if (!let_preview_grow(size)) {
+        return;
+    }
     const cv::Point old_place(truncate_to_int(task.total_shift_x), truncate_to_int(task.total_shift_y));
     cv::Mat stitch_image = grown_preview(panorama, size, old_place);
     task.total_shift_x = 0.0f;

@@ -12,6 +12,7 @@ set(tarn_public_headers
     working_copy.h
     high_res_worker.h
     motion.h
+    preview_limit.h
     projection.h
     quadrilateral.h
     seam.h
