@@ -14,6 +14,7 @@
 #include "internal/live_call.h"
 #include "internal/log.h"
 #include "internal/session_gate.h"
+#include "preview_limit.h"
 #include "tarn_stitch_jni.h"
 
 namespace tarn {
@@ -143,6 +144,7 @@ preview_view session::preview() const
     const std::lock_guard<std::mutex> lock(view_);
     preview_view result;
     result.pixels = preview_;
+    result.frozen = preview_is_frozen();
     result.has_outline = has_outline_;
     if (has_outline_) {
         result.outline = newest_.outline;

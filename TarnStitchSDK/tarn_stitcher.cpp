@@ -6,6 +6,7 @@
 #include <unistd.h>
 #include <utility>
 
+#include "internal/preview_growth.h"
 #include "spare_frames.h"
 #include "worker_protocol.h"
 
@@ -25,6 +26,7 @@ TarnStitcher::TarnStitcher(std::string input_path) : local_path(std::move(input_
         tarn::store_release(big_work_scale, 0.0f);
         big_local_path.swap(workers_path);
     }
+    tarn::forget_frozen_preview();
     tarn::release_spare_frames();
     if (isFloderexit(local_path.c_str())) {
         deleteFile(local_path.c_str());

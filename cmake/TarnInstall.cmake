@@ -9,9 +9,10 @@ include(CMakePackageConfigHelpers)
 set(tarn_public_headers
     descriptor_matching.h
     frame_answer.h
-    frame_intake.h
+    working_copy.h
     high_res_worker.h
     motion.h
+    preview_limit.h
     projection.h
     quadrilateral.h
     seam.h

@@ -15,6 +15,7 @@
 #include <thread>
 #include <vector>
 
+#include "host_error.h"
 #include "standard_streams.h"
 
 namespace tarn::host {
@@ -94,6 +95,26 @@ void say_that_it_stops()
     }
 }
 
+/// Those by which others end a process, or an earlier limit on it does. Not those of errors inside it, which no other
+/// thread could await.
+std::vector<int> ending_signals()
+{
+    std::vector<int> signals = {SIGINT,  SIGTERM, SIGHUP,  SIGQUIT, SIGALRM, SIGVTALRM,
+                                SIGPROF, SIGUSR1, SIGUSR2, SIGXCPU, SIGIO};
+#ifdef SIGPWR
+    signals.push_back(SIGPWR);
+#endif
+#ifdef SIGSTKFLT
+    signals.push_back(SIGSTKFLT);
+#endif
+#ifdef SIGRTMIN
+    for (int real_time = SIGRTMIN; real_time <= SIGRTMAX; ++real_time) {
+        signals.push_back(real_time);
+    }
+#endif
+    return signals;
+}
+
 [[noreturn]] void await_and_end(sigset_t signals)
 {
     int signal_number = 0;
@@ -136,9 +157,7 @@ void watch_for_interruption()
 
     sigset_t signals;
     sigemptyset(&signals);
-    // Those by which others end a process, or an earlier limit on it does.
-    for (const int signal_number :
-         {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGALRM, SIGVTALRM, SIGPROF, SIGUSR1, SIGUSR2, SIGXCPU}) {
+    for (const int signal_number : ending_signals()) {
         struct sigaction action = {};
         if (sigaction(signal_number, nullptr, &action) == 0 && action.sa_handler != SIG_IGN) {
             sigaddset(&signals, signal_number);
@@ -147,9 +166,16 @@ void watch_for_interruption()
     // Blocked as well, though abort() gets through to its own thread, which hands it on.
     sigaddset(&signals, SIGABRT);
     pthread_sigmask(SIG_BLOCK, &signals, nullptr);
-    std::thread waiting(await_and_end, signals);
-    awaiting_thread = waiting.native_handle();
-    waiting.detach();
+    try {
+        std::thread waiting(await_and_end, signals);
+        awaiting_thread = waiting.native_handle();
+        waiting.detach();
+    } catch (const std::system_error&) {
+        throw host_error(
+            exit_code::not_stitched,
+            "too few threads: the system gives none beside the first; raise the limit on processes "
+            "(ulimit -u, or the container's)");
+    }
     std::signal(SIGABRT, leave_abortion_to_the_awaiting_thread);
     std::atexit(remove_at_exit);
 }

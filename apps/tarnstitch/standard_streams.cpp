@@ -16,6 +16,7 @@
 #include <unistd.h>
 
 #include "host_error.h"
+#include "terminal/printable_text.h"
 
 namespace tarn::host {
 
@@ -118,14 +119,7 @@ bool is_standard_output(const std::string& file)
 
 void say(const std::string& text)
 {
-    std::string line = "tarnstitch: " + text;
-    for (char& character : line) {
-        const auto code = static_cast<unsigned char>(character);
-        if (code < 0x20 || code == 0x7f) {
-            character = '?';
-        }
-    }
-    line += '\n';
+    const std::string line = "tarnstitch: " + printable(text) + '\n';
     const std::lock_guard<std::mutex> lock(current_status().mutex);
     const std::string& shown = current_status().line;
     write_message(shown.empty() ? line : to_the_margin_and_clear + line + shown);

@@ -28,6 +28,7 @@
 #include "progress.h"
 #include "realtime_feed.h"
 #include "report.h"
+#include "resources.h"
 #include "scratch_directory.h"
 #include "standard_streams.h"
 #include "summary.h"
@@ -320,6 +321,7 @@ void run_apart(const options& asked, run_summary& summary)
         if (asked.show) {
             check_display();
         }
+        check_resources(asked.workers > 0 ? asked.workers : default_workers());
         run(asked, library_lines, summary).go();
     } catch (const host_error& error) {
         summary.code = error.code();

@@ -11,7 +11,7 @@ make_waiting_slide
 echo kept >slide-panorama.jpg
 
 ulimit -c 0 # some of these leave the process's memory behind
-for signals in TERM HUP QUIT XCPU ALRM VTALRM PROF USR1 USR2 INT,INT INT,TERM; do
+for signals in TERM HUP QUIT XCPU ALRM VTALRM PROF USR1 USR2 IO PWR STKFLT RTMIN RTMAX INT,INT INT,TERM; do
   start env --default-signal "$program" slide --frames frames.csv
   first=${signals%,*}
   last=${signals#*,}

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "frame_intake.h"
+#include "working_copy.h"
 
 #include <opencv2/imgproc.hpp>
 
