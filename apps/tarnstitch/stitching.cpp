@@ -22,6 +22,7 @@
 #include "frames_file.h"
 #include "interruption.h"
 #include "judgement.h"
+#include "media_logs.h"
 #include "metadata.h"
 #include "panorama_files.h"
 #include "preview_window.h"
@@ -32,7 +33,6 @@
 #include "standard_streams.h"
 #include "summary.h"
 #include "sweep.h"
-#include "video_source.h"
 
 namespace tarn::host {
 
@@ -86,7 +86,7 @@ public:
 private:
     std::unique_ptr<frame_source> open() const
     {
-        auto source = open_frame_source(asked_.inputs, files_.left_out_of_inputs());
+        auto source = open_frame_source(asked_.inputs, files_.left_out_of_inputs(), asked_.max_pixels);
         const source_facts& facts = source->facts();
         if (!facts.has_times && (asked_.selection.needs_times() || asked_.realtime)) {
             throw host_error(exit_code::usage,
@@ -127,7 +127,9 @@ private:
         turns_.push_back(turn);
         attempt made;
         made.turn = turn;
-        frame_feed feed(std::move(source), asked_.selection, turn, looked_at_);
+        constexpr std::size_t frames_ahead = 2;
+        frame_feed feed(std::move(source), asked_.selection, turn, looked_at_,
+                        asked_.realtime ? 0 : frames_ahead);
         sweep_settings settings;
         settings.working_directory = new_directory("work");
         if (!asked_.keep_work.empty()) {
