@@ -142,8 +142,9 @@ private:
         int pictures = 0;
         media_handle<AVPacket> packet(av_packet_alloc());
         while (packet && anew->read(*packet)) {
+            // What is decoded after the moment is shown after it. The first times may not be known.
             const bool past =
-                packet->pts == AV_NOPTS_VALUE || packet->dts == AV_NOPTS_VALUE || packet->dts > target;
+                packet->pts == AV_NOPTS_VALUE || (packet->dts != AV_NOPTS_VALUE && packet->dts > target);
             if (packet->pts <= target && packet->pts != AV_NOPTS_VALUE
                 && (packet->flags & AV_PKT_FLAG_KEY) != 0) {
                 held.clear();
