@@ -10,6 +10,7 @@
 #include <filesystem>
 #include <iostream>
 #include <memory>
+#include <new>
 #include <optional>
 #include <string>
 #include <system_error>
@@ -321,6 +322,10 @@ void run_apart(const options& asked, run_summary& summary)
     } catch (const host_error& error) {
         summary.code = error.code();
         summary.error = error.what();
+        say(summary.error);
+    } catch (const std::bad_alloc&) {
+        summary.code = exit_code::not_stitched;
+        summary.error = "there is not enough memory";
         say(summary.error);
     } catch (const std::exception& error) {
         summary.code = exit_code::not_stitched;
