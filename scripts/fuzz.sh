@@ -11,7 +11,7 @@ source "$(dirname "${BASH_SOURCE[0]}")/lib/common.sh"
 seconds=${1:-1800}
 [[ $seconds =~ ^[0-9]+$ ]] || fail "usage: scripts/fuzz.sh [SECONDS [TARGET…]]"
 targets=("${@:2}")
-((${#targets[@]} > 0)) || targets=(host_calls c_calls geometry pixels directories program_input)
+((${#targets[@]} > 0)) || targets=(host_calls c_calls geometry pixels directories program_input video_input)
 
 need_packages "${build_packages[@]}" "${test_packages[@]}" clang-14 libclang-rt-14-dev
 command -v clang++-14 >/dev/null || fail "clang-14 is missing."
@@ -24,8 +24,10 @@ failed=()
 for target in "${targets[@]}"; do
   corpus=$root/build/fuzz/corpus/$target
   mkdir -p "$corpus"
+  longest=1500 # bytes; a video needs some for what is around its pictures
+  [[ $target != video_input ]] || longest=8000
   say "Fuzzing $target for $seconds s"
-  if ! nice build/fuzz/fuzz/fuzz_"$target" -max_total_time="$seconds" -max_len=1500 -timeout=120 -rss_limit_mb=3000 \
+  if ! nice build/fuzz/fuzz/fuzz_"$target" -max_total_time="$seconds" -max_len="$longest" -timeout=120 -rss_limit_mb=3000 \
     -print_final_stats=1 -artifact_prefix="$findings/$target-" "$corpus" "fuzz/corpus/$target" \
     >"$findings/$target.log" 2>&1; then
     failed+=("$target")

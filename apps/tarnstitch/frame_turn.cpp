@@ -10,9 +10,6 @@
 
 namespace tarn::host {
 
-namespace {
-
-/// Quarter turns, clockwise, by which a frame is turned for the library.
 int quarters_of(frame_turn turn)
 {
     switch (turn) {
@@ -25,6 +22,8 @@ int quarters_of(frame_turn turn)
     }
     return 0;
 }
+
+namespace {
 
 /// Quarter turns, clockwise, from the library's orientation back to the viewer's.
 int quarters_back(frame_turn turn)
@@ -116,6 +115,9 @@ const char* motion_name(camera_motion motion)
 cv::Mat frame_for_library(const cv::Mat& image, frame_turn turn)
 {
     cv::Mat rgba;
+    if (image.empty()) {
+        return rgba;
+    }
     cv::cvtColor(turned(image, quarters_of(turn)), rgba, cv::COLOR_BGR2RGBA);
     return rgba;
 }

@@ -23,6 +23,9 @@ enum class turn_choice { automatic, counter_clockwise, clockwise, none };
 /// The way in which the camera moves, as somebody who watches the input sees it.
 enum class camera_motion { any, right, left, up, down };
 
+/// Quarter turns, clockwise, by which a frame is turned for the library.
+int quarters_of(frame_turn turn);
+
 /// The turn that a choice means.
 frame_turn turn_for(turn_choice choice);
 
@@ -35,7 +38,8 @@ const char* turn_name(frame_turn turn);
 /// "right", "left", "up", "down" or "none".
 const char* motion_name(camera_motion motion);
 
-/// A frame of the input as the library takes it: turned, and R,G,B,A. Always a new image.
+/// A frame of the input as the library takes it: turned, and R,G,B,A. Always a new image; an
+/// empty one of an empty one.
 /// @param image  CV_8UC3, B,G,R
 cv::Mat frame_for_library(const cv::Mat& image, frame_turn turn);
 

@@ -7,10 +7,7 @@
 #include <ctime>
 #include <exception>
 #include <exiv2/exiv2.hpp>
-#include <optional>
 #include <sys/stat.h>
-
-#include "movie_index.h"
 
 namespace tarn::host {
 
@@ -127,8 +124,8 @@ output_metadata::output_metadata(const source_facts& input) : tags_(std::make_un
         }
     }
     if (exif.findKey(Exiv2::ExifKey(date_key)) == exif.end()) {
-        const std::optional<std::int64_t> recorded = regular ? recording_time(first) : std::nullopt;
-        put_date(exif, recorded ? static_cast<std::time_t>(*recorded) : changed, recorded.has_value());
+        put_date(exif, input.recorded ? static_cast<std::time_t>(*input.recorded) : changed,
+                 input.recorded.has_value());
     }
     exif["Exif.Image.Software"] = std::string("tarnstitch ") + TARNSTITCH_VERSION;
 }

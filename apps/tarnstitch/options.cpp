@@ -144,6 +144,7 @@ const std::vector<bound_row>& bound_table()
     constexpr const char* screen = "On the screen";
     constexpr const char* about = "About";
     constexpr int most_quality = 100;
+    constexpr int most_pixels = 1'000'000'000;  // more is beyond the image library's own limit
     static const std::vector<bound_row> table = {
         {{input, "INPUT", "", value_kind::file, "",
           "a video file; a camera (camera:0 or /dev/video0); a numbered image\n"
@@ -159,6 +160,10 @@ const std::vector<bound_row>& bound_table()
         {{input, "--fps", "RATE", value_kind::text, "",
           "take at most RATE frames of each second (videos and cameras)"},
          read_rate},
+        {{input, "--max-pixels", "N", value_kind::text, "",
+          "refuse pictures of more pixels, before they take memory (default:\n"
+          "100000000)"},
+         read_number<&options::max_pixels, 1, most_pixels>},
 
         {{outputs, "-o,--output", "FILE", value_kind::file, "jpg jpeg png tif tiff",
           "the high-resolution panorama; the ending decides: .jpg, or .png and\n"

@@ -17,6 +17,7 @@ namespace tarn::host {
 struct options {
     std::vector<std::string> inputs;
     frame_selection selection;
+    int max_pixels = 100'000'000;  ///< that a picture of the input may have
 
     std::string output;     ///< "" for the name made from the input's
     int quality = 0;        ///< of a JPEG panorama, 1 to 100; 0 for the library's own

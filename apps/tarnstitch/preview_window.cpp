@@ -23,7 +23,7 @@
 
 #include "host_error.h"
 #include "interruption.h"
-#include "video_source.h"
+#include "media_logs.h"
 
 namespace tarn::host {
 

@@ -10,6 +10,7 @@
 #include <filesystem>
 #include <iostream>
 #include <memory>
+#include <new>
 #include <optional>
 #include <string>
 #include <system_error>
@@ -22,6 +23,7 @@
 #include "frames_file.h"
 #include "interruption.h"
 #include "judgement.h"
+#include "media_logs.h"
 #include "metadata.h"
 #include "panorama_files.h"
 #include "preview_window.h"
@@ -33,7 +35,6 @@
 #include "standard_streams.h"
 #include "summary.h"
 #include "sweep.h"
-#include "video_source.h"
 
 namespace tarn::host {
 
@@ -87,7 +88,7 @@ public:
 private:
     std::unique_ptr<frame_source> open() const
     {
-        auto source = open_frame_source(asked_.inputs, files_.left_out_of_inputs());
+        auto source = open_frame_source(asked_.inputs, files_.left_out_of_inputs(), asked_.max_pixels);
         const source_facts& facts = source->facts();
         if (!facts.has_times && (asked_.selection.needs_times() || asked_.realtime)) {
             throw host_error(exit_code::usage,
@@ -128,7 +129,9 @@ private:
         turns_.push_back(turn);
         attempt made;
         made.turn = turn;
-        frame_feed feed(std::move(source), asked_.selection, turn, looked_at_);
+        constexpr std::size_t frames_ahead = 2;
+        frame_feed feed(std::move(source), asked_.selection, turn, looked_at_,
+                        asked_.realtime ? 0 : frames_ahead);
         sweep_settings settings;
         if (!asked_.keep_work.empty()) {
             settings.kept_files = made.kept_files = new_directory_for_kept_files();
@@ -326,6 +329,10 @@ void run_apart(const options& asked, run_summary& summary)
     } catch (const host_error& error) {
         summary.code = error.code();
         summary.error = error.what();
+        say(summary.error);
+    } catch (const std::bad_alloc&) {
+        summary.code = exit_code::not_stitched;
+        summary.error = "there is not enough memory";
         say(summary.error);
     } catch (const std::exception& error) {
         summary.code = exit_code::not_stitched;

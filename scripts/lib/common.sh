@@ -10,10 +10,11 @@ jobs=$(nproc 2>/dev/null || getconf _NPROCESSORS_ONLN 2>/dev/null || echo 2)
 
 # By their Debian names; those of Ubuntu are the same. Used by the scripts that source this one.
 # shellcheck disable=SC2034
-build_packages=(g++ cmake ninja-build libopencv-dev libcli11-dev nlohmann-json3-dev libexiv2-dev)
+build_packages=(g++ cmake ninja-build libopencv-dev libcli11-dev nlohmann-json3-dev libexiv2-dev
+  pkg-config libavformat-dev libavcodec-dev libswscale-dev libavutil-dev)
 # shellcheck disable=SC2034
-# The consumers among the tests use make and pkg-config; without the last four some of the command-line host are skipped.
-test_packages=(libgtest-dev make pkg-config xvfb xdotool imagemagick zsh)
+# The consumers among the tests use make and pkg-config; without the last five some of the command-line host are skipped.
+test_packages=(libgtest-dev make ffmpeg xvfb xdotool imagemagick zsh)
 # For the tests of the Java binding, which are left out where these are missing.
 java_packages=(default-jdk-headless junit5)
 # shellcheck disable=SC2034
@@ -52,6 +53,18 @@ has_package() {
     libcli11-dev) compiles '#include <CLI/CLI.hpp>' ;;
     nlohmann-json3-dev) compiles '#include <nlohmann/json.hpp>' ;;
     libexiv2-dev) compiles '#include <exiv2/exiv2.hpp>' ;;
+    libavformat-dev) compiles 'extern "C" {
+#include <libavformat/avformat.h>
+}' ;;
+    libavcodec-dev) compiles 'extern "C" {
+#include <libavcodec/avcodec.h>
+}' ;;
+    libswscale-dev) compiles 'extern "C" {
+#include <libswscale/swscale.h>
+}' ;;
+    libavutil-dev) compiles 'extern "C" {
+#include <libavutil/avutil.h>
+}' ;;
     xvfb) command -v Xvfb >/dev/null ;;
     libgtest-dev) compiles '#include <gtest/gtest.h>' ;;
     default-jdk-headless) command -v javac >/dev/null ;;

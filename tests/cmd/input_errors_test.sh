@@ -37,6 +37,35 @@ expect_error 3 "no frame can be read from truncated.png" truncated.png
 head -c 9000 slide1.jpg >truncated.jpg
 expect_error 3 "no frame can be read from truncated.jpg" truncated.jpg
 
+# Pictures' sizes are looked at before they are decoded, in still images and videos; what is before them is stitched.
+"$media" slide wide%d.png 5 480 360 30 1
+printf '\0\0\x7d\0\0\0\x7d\0' | dd of=wide5.png bs=1 seek=16 conv=notrunc status=none # width and height
+run 3 wide%d.png -o wide.jpg
+expect_said "wide5.png is of 32000x32000 pixels, more than --max-pixels 100000000 allows; what was composed until then is in wide-partial.jpg"
+expect_said "4 frames, 4 taken"
+expect_file wide-partial.jpg
+expect_error 3 "wide5.png is of 32000x32000 pixels" wide5.png
+rm wide-partial.jpg wide5.png
+expect_error 3 "wide1.png is of 480x360 pixels, more than --max-pixels 172799 allows" wide%d.png --max-pixels 172799
+run 0 wide%d.png --max-pixels 172800 -o allowed.jpg
+expect_error 3 "parking_pan.mp4 is of 426x320 pixels, more than --max-pixels 136319 allows" "$samples/parking_pan.mp4" \
+  --max-pixels 136319
+rm allowed.jpg
+for plain in ppm bmp jpg tif webp; do
+  "$media" flat plain.$plain 40 30
+  expect_error 3 "plain.$plain is of 40x30 pixels, more than --max-pixels 1199 allows" plain.$plain --max-pixels 1199
+done
+
+# What leads to other files is not followed.
+cp "$samples/parking_pan.mp4" clip.mp4
+printf '#EXTM3U\n#EXT-X-TARGETDURATION:9\n#EXTINF:6,\n%s\n#EXT-X-ENDLIST\n' "$PWD/clip.mp4" >list.mp4
+expect_error 3 "list.mp4 is a list of other files (hls), which is not followed: name a video itself" list.mp4
+printf 'ffconcat version 1.0\nfile %s\n' clip.mp4 >parts.mp4
+expect_error 3 "parts.mp4 is a list of other files (concat), which is not followed" parts.mp4
+printf '<?xml version="1.0"?>\n<MPD xmlns="urn:mpeg:dash:schema:mpd:2011" type="static"></MPD>\n' >dash.mp4
+expect_error 3 "dash.mp4 is " dash.mp4
+rm clip.mp4
+
 mkdir "nothing in it"
 expect_error 3 "there are no images in nothing in it" "nothing in it"
 echo text >"nothing in it/notes.txt"

@@ -43,9 +43,9 @@ public:
         return true;
     }
 
-    cv::Mat picture() override
+    cv::Mat picture(host::frame_turn turn) override
     {
-        return pictures_[next_ - 1];
+        return host::frame_for_library(pictures_[next_ - 1], turn);
     }
 
     std::string name() const override

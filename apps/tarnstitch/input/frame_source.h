@@ -3,7 +3,9 @@
 // Where frames come from: a video, a camera, a numbered image sequence, a directory of images, listed images.
 #pragma once
 
+#include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -24,6 +26,8 @@ struct source_facts {
     bool rereadable = false;         ///< whether opening it again gives the same pictures
     /// The turn that gives the library what the camera's sensor recorded, where the file tells.
     frame_turn as_recorded = frame_turn::counter_clockwise;
+    std::optional<std::int64_t>
+        recorded;  ///< when, in seconds since the beginning of 1970, UTC; a video may tell
 };
 
 /// Pictures one after the other, each read when it is asked for, so that memory does not grow with the input.
@@ -36,13 +40,21 @@ public:
 
     virtual const source_facts& facts() const = 0;
 
+    /// Goes as near to a moment, in seconds from the beginning, as it can without reading what lies before, and not
+    /// beyond it. Pictures keep their numbers. To be called before the first one is asked for.
+    virtual void skip_to(double /*seconds*/)
+    {
+    }
+
     /// Goes on to the next picture.
     /// @returns false when there are no more
     virtual bool advance(frame_stamp& stamp) = 0;
 
-    /// The picture, upright, CV_8UC3, B,G,R; empty when it cannot be read, though others may follow. To be called
-    /// once at most for each picture; one that is not asked for costs as little as the input's kind allows.
-    virtual cv::Mat picture() = 0;
+    /// The picture as the library takes it: CV_8UC4, R,G,B,A, upright and then turned; empty when it cannot be read,
+    /// though others may follow. To be called once at most for each picture; one that is not asked for costs as little
+    /// as the input's kind allows.
+    /// @throws host_error (input_failed) for a picture that is too large
+    virtual cv::Mat picture(frame_turn turn) = 0;
 
     /// What the picture is called in messages: "frame 12 of clip.mp4", or its file.
     virtual std::string name() const = 0;
@@ -55,14 +67,19 @@ public:
 /// taken for a protocol's or an address, and another file be read; behind "./" it is not.
 std::string as_path(const std::string& file);
 
+/// Checks a picture's size before it is decoded.
+/// @throws host_error (input_failed) for one of more than `max_pixels`
+void check_size(const std::string& name, const cv::Size& size, int max_pixels);
+
 /// Opens the inputs of a command line: a video file, a camera ("camera:0" or its device), an image file, a pattern
 /// such as "frame%04d.png", a directory, or several image files, which are sorted in natural order. A file that
 /// exists under the very name wins over whatever else the name may mean.
 /// @param left_out  files that are no part of a directory's or sequence's pictures: results of an earlier run. Files
 ///                  listed by their names are taken, whatever they are
+/// @param max_pixels  that a picture may have, at least 1
 /// @throws host_error (input_failed) with the reason
 std::unique_ptr<frame_source> open_frame_source(const std::vector<std::string>& inputs,
-                                                const std::vector<std::string>& left_out);
+                                                const std::vector<std::string>& left_out, int max_pixels);
 
 /// What the outputs of an input are named after: "river" for "a/river.mp4", "stills" for "a/stills/", "frame"
 /// for "frame_%04d.png", "camera0" for "camera:0".

@@ -13,9 +13,10 @@
 
 #include <opencv2/imgcodecs.hpp>
 
+#include "camera_source.h"
 #include "host_error.h"
 #include "image_files.h"
-#include "metadata.h"
+#include "image_source.h"
 #include "output_file.h"
 #include "video_source.h"
 
@@ -36,63 +37,6 @@ bool is_regular(const std::string& path)
     return fs::is_regular_file(path, error);
 }
 
-/// Image files, each a picture.
-class image_source : public frame_source {
-public:
-    explicit image_source(std::vector<std::string> files)
-    {
-        facts_.announced = static_cast<int>(files.size());
-        facts_.rereadable = std::all_of(files.begin(), files.end(), is_regular);
-        if (is_regular(files.front()) && exif_orientation(files.front()) == shown_turned_counter_clockwise) {
-            facts_.as_recorded = frame_turn::clockwise;
-        }
-        facts_.files = std::move(files);
-    }
-
-    const source_facts& facts() const override
-    {
-        return facts_;
-    }
-
-    bool advance(frame_stamp& stamp) override
-    {
-        if (next_ == facts_.files.size()) {
-            return false;
-        }
-        stamp.number = static_cast<int>(++next_);
-        return true;
-    }
-
-    cv::Mat picture() override
-    {
-        if (is_regular(name()) && is_cut_jpeg(name())) {
-            return {};
-        }
-        const quiet_decoder quiet;
-        try {
-            return cv::imread(name(), cv::IMREAD_COLOR);  // turned as its Exif orientation says
-        } catch (const cv::Exception&) {
-            return {};  // a size beyond the image library's limits, a broken header
-        }
-    }
-
-    std::string name() const override
-    {
-        return facts_.files[next_ - 1];
-    }
-
-    int passed_over() const override
-    {
-        return 0;
-    }
-
-private:
-    static constexpr int shown_turned_counter_clockwise = 8;  // Exif's value of an orientation
-
-    source_facts facts_;
-    std::size_t next_ = 0;
-};
-
 void leave_out_files(std::vector<std::string>& files, const std::vector<std::string>& left_out)
 {
     const auto is_left_out = [&left_out](const std::string& file) {
@@ -102,15 +46,14 @@ void leave_out_files(std::vector<std::string>& files, const std::vector<std::str
     files.erase(std::remove_if(files.begin(), files.end(), is_left_out), files.end());
 }
 
-std::unique_ptr<frame_source> open_images(std::vector<std::string> files,
-                                          const std::vector<std::string>& left_out,
-                                          const std::string& none_found)
+std::unique_ptr<frame_source> open_all(std::vector<std::string> files, const std::vector<std::string>& left_out,
+                                       int max_pixels, const std::string& none_found)
 {
     leave_out_files(files, left_out);
     if (files.empty()) {
         fail(none_found);
     }
-    return std::make_unique<image_source>(std::move(files));
+    return open_images(std::move(files), max_pixels);
 }
 
 /// Fails with the reason when a file cannot be read, or is empty. Anything but a regular file, a pipe perhaps, is
@@ -136,25 +79,26 @@ bool is_image(const std::string& file)
     return has_image_ending(file) || (is_regular(file) && cv::haveImageReader(file));
 }
 
-std::unique_ptr<frame_source> open_file(const std::string& input)
+std::unique_ptr<frame_source> open_file(const std::string& input, int max_pixels)
 {
     check_readable(input);
     if (has_image_ending(input)) {
-        return std::make_unique<image_source>(std::vector<std::string>{input});
+        return open_images({input}, max_pixels);
     }
     std::error_code error;
-    auto video = fs::is_character_file(input, error) ? open_camera(input) : open_video(input);
+    auto video = fs::is_character_file(input, error) ? open_camera(input) : open_video(input, max_pixels);
     if (video) {
         return video;
     }
     if (is_image(input)) {
-        return std::make_unique<image_source>(std::vector<std::string>{input});
+        return open_images({input}, max_pixels);
     }
     fail(fs::is_character_file(input, error) ? input + " is no camera that can be opened"
                                              : input + " is neither a video nor an image that can be read");
 }
 
-std::unique_ptr<frame_source> open_one(const std::string& input, const std::vector<std::string>& left_out)
+std::unique_ptr<frame_source> open_one(const std::string& input, const std::vector<std::string>& left_out,
+                                       int max_pixels)
 {
     std::error_code error;
     const fs::file_status status = fs::status(input, error);
@@ -162,10 +106,10 @@ std::unique_ptr<frame_source> open_one(const std::string& input, const std::vect
         fail("cannot read " + input + ": " + error.message());
     }
     if (fs::is_directory(status)) {
-        return open_images(images_in_directory(input), left_out, "there are no images in " + input);
+        return open_all(images_in_directory(input), left_out, max_pixels, "there are no images in " + input);
     }
     if (fs::exists(status)) {
-        return open_file(input);
+        return open_file(input, max_pixels);
     }
     if (camera_number(input)) {
         auto camera = open_camera(input);
@@ -173,7 +117,7 @@ std::unique_ptr<frame_source> open_one(const std::string& input, const std::vect
     }
     numbered_name name;
     if (parse_numbered_name(input, name)) {
-        return open_images(numbered_images(name), left_out, "there are no files " + input);
+        return open_all(numbered_images(name), left_out, max_pixels, "there are no files " + input);
     }
     fail("there is no file or directory " + input);
 }
@@ -185,11 +129,19 @@ std::string as_path(const std::string& file)
     return fs::path(file).is_absolute() ? file : "./" + file;
 }
 
+void check_size(const std::string& name, const cv::Size& size, int max_pixels)
+{
+    if (static_cast<std::int64_t>(size.width) * size.height > max_pixels) {
+        fail(name + " is of " + std::to_string(size.width) + "x" + std::to_string(size.height)
+             + " pixels, more than --max-pixels " + std::to_string(max_pixels) + " allows");
+    }
+}
+
 std::unique_ptr<frame_source> open_frame_source(const std::vector<std::string>& inputs,
-                                                const std::vector<std::string>& left_out)
+                                                const std::vector<std::string>& left_out, int max_pixels)
 {
     if (inputs.size() == 1) {
-        return open_one(inputs.front(), left_out);
+        return open_one(inputs.front(), left_out, max_pixels);
     }
     for (const std::string& input : inputs) {
         std::error_code error;
@@ -205,7 +157,7 @@ std::unique_ptr<frame_source> open_frame_source(const std::vector<std::string>& 
     }
     std::vector<std::string> files = inputs;
     std::stable_sort(files.begin(), files.end(), natural_less);
-    return std::make_unique<image_source>(std::move(files));
+    return open_images(std::move(files), max_pixels);
 }
 
 std::string name_of_input(const std::string& input)

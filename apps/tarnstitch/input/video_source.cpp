@@ -1,0 +1,194 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// A video's packets, decoder and colours put together; and the way to a moment far from the beginning.
+#include "video_source.h"
+
+#include <algorithm>
+#include <deque>
+#include <filesystem>
+#include <new>
+#include <optional>
+#include <system_error>
+#include <utility>
+
+#include "host_error.h"
+#include "media_file.h"
+#include "picture_conversion.h"
+#include "picture_decoder.h"
+
+namespace fs = std::filesystem;
+
+namespace tarn::host {
+
+namespace {
+
+/// The turn by which upright frames become what the sensor recorded, when that had to be turned by so many
+/// quarters, clockwise, to be upright. Frames that were recorded upright tell nothing of how the device was held.
+frame_turn turn_as_recorded(int quarter_turns)
+{
+    return quarter_turns == 3 ? frame_turn::clockwise : frame_turn::counter_clockwise;
+}
+
+class video_source : public frame_source {
+public:
+    video_source(std::unique_ptr<media_file> file, const std::string& path, int max_pixels)
+        : file_(std::move(file)), path_(path), max_pixels_(max_pixels),
+          decoder_(std::in_place, *file_, max_pixels), shown_(file_->orientation())
+    {
+        facts_.files = {path};
+        facts_.has_times = true;
+        facts_.announced = file_->announced();
+        facts_.rate = file_->rate();
+        std::error_code error;
+        facts_.rereadable = fs::is_regular_file(path, error);
+        facts_.as_recorded = turn_as_recorded(shown_.quarter_turns);
+        facts_.recorded = file_->recording_time();
+    }
+
+    const source_facts& facts() const override
+    {
+        return facts_;
+    }
+
+    void skip_to(double seconds) override
+    {
+        frame_stamp first;
+        if (!facts_.rereadable || seconds <= 0.0 || !advance(first)) {
+            return;
+        }
+        is_ahead_ = true;
+        const picture_ledger::entry begin = decoder_->place();
+        if (begin.time == picture_ledger::no_time || !decoder_->counts_by_packets()) {
+            return;
+        }
+        constexpr double furthest = 1e9;  // s, beyond all recordings
+        const auto target =
+            begin.time
+            + static_cast<std::int64_t>(std::min(seconds, furthest) / av_q2d(file_->stream().time_base));
+        if (const std::optional<int> before = file_->seek(target)) {
+            decoder_->resume(*before);
+        } else {
+            skip_by_reading(target);
+        }
+        is_ahead_ = false;
+    }
+
+    bool advance(frame_stamp& stamp) override
+    {
+        if (!is_ahead_ && !decoder_->next(*file_)) {
+            const picture_ledger& ledger = decoder_->ledger();
+            facts_.announced = std::max(number_, facts_.announced - ledger.repeats_at_end());
+            return false;
+        }
+        if (!is_ahead_) {
+            stamp_ = {decoder_->place().number, seconds_of(decoder_->place())};
+            number_ = stamp_.number;
+        }
+        is_ahead_ = false;
+        stamp = stamp_;
+        return true;
+    }
+
+    cv::Mat picture(frame_turn turn) override
+    {
+        return converter_.convert(decoder_->picture(), shown_, turn);
+    }
+
+    std::string name() const override
+    {
+        return "frame " + std::to_string(number_) + " of " + facts_.files.front();
+    }
+
+    int passed_over() const override
+    {
+        return decoder_->ledger().missing();
+    }
+
+private:
+    /// When a picture is shown, from the first one on. Times that go back begin anew behind those before.
+    double seconds_of(const picture_ledger::entry& place)
+    {
+        const double unit = av_q2d(file_->stream().time_base);
+        const double step = facts_.rate > 0.0 ? 1.0 / facts_.rate : 0.0;
+        if (place.time == picture_ledger::no_time) {
+            return number_ == 0 ? 0.0 : stamp_.seconds + step * (place.number - number_);
+        }
+        const double time = static_cast<double>(place.time) * unit;
+        if (!first_) {
+            first_ = time;
+        }
+        double seconds = time - *first_;
+        if (number_ > 0 && (place.after_jump || seconds < stamp_.seconds)) {
+            const double after = std::max(seconds, stamp_.seconds + step);
+            *first_ -= after - seconds;
+            seconds = after;
+        }
+        return seconds;
+    }
+
+    /// Goes to the last key picture before a time without the help of an index: all packets are read, and none before it
+    /// decoded.
+    void skip_by_reading(std::int64_t target)
+    {
+        std::unique_ptr<media_file> anew = media_file::open(path_, max_pixels_);
+        if (!anew) {
+            throw host_error(exit_code::input_failed, path_ + " cannot be read again from its beginning");
+        }
+        constexpr std::size_t most_held = std::size_t{256}
+                                          << 20;  // bytes, far more than lie between two key pictures
+        std::deque<media_handle<AVPacket>> held;  // from the last key picture on
+        std::size_t size = 0;
+        int before = 0;
+        int pictures = 0;
+        media_handle<AVPacket> packet(av_packet_alloc());
+        while (packet && anew->read(*packet)) {
+            // What is decoded after the moment is shown after it. The first times may not be known.
+            const bool past =
+                packet->pts == AV_NOPTS_VALUE || (packet->dts != AV_NOPTS_VALUE && packet->dts > target);
+            if (packet->pts <= target && packet->pts != AV_NOPTS_VALUE
+                && (packet->flags & AV_PKT_FLAG_KEY) != 0) {
+                held.clear();
+                size = 0;
+                before = pictures;
+            }
+            pictures += decoder_->is_shown(*packet) ? 1 : 0;
+            size += static_cast<std::size_t>(packet->size);
+            held.push_back(std::move(packet));
+            if (past || size > most_held) {
+                break;
+            }
+            packet.reset(av_packet_alloc());
+        }
+        for (; !held.empty(); held.pop_back()) {
+            anew->put_back(std::move(held.back()));
+        }
+        decoder_.emplace(*anew, max_pixels_);
+        file_ = std::move(anew);
+        decoder_->resume(before);
+    }
+
+    std::unique_ptr<media_file> file_;
+    std::string path_;
+    int max_pixels_;
+    std::optional<picture_decoder> decoder_;
+    picture_orientation shown_;
+    picture_converter converter_;
+    source_facts facts_;
+    frame_stamp stamp_;            ///< of the picture decoded last
+    int number_ = 0;               ///< its number; 0 before the first
+    std::optional<double> first_;  ///< when the first picture is shown, in the file's own time
+    bool is_ahead_ = false;        ///< it is yet to be given
+};
+
+}  // namespace
+
+std::unique_ptr<frame_source> open_video(const std::string& path, int max_pixels)
+{
+    std::unique_ptr<media_file> file = media_file::open(path, max_pixels);
+    if (!file) {
+        return nullptr;
+    }
+    return std::make_unique<video_source>(std::move(file), path, max_pixels);
+}
+
+}  // namespace tarn::host

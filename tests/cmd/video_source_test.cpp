@@ -1,0 +1,286 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// Videos of all kinds, made by the ffmpeg program, which is then asked what it shows of them: each picture must be the
+// same to the last byte, and come at the same time. What it decodes is made R,G,B,A by libswscale's scaler of the kind
+// "bicubic", as here, and turned after that.
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <iterator>
+#include <memory>
+#include <sstream>
+#include <string>
+#include <utility>
+#include <vector>
+
+extern "C" {
+#include <libavutil/md5.h>
+}
+
+#include <gtest/gtest.h>
+#include <opencv2/core.hpp>
+
+#include "frame_feed.h"
+#include "frame_turn.h"
+#include "host_error.h"
+#include "support/directory_fixture.h"
+#include "video_source.h"
+
+using namespace tarn::host;
+
+namespace {
+
+constexpr int enough_pixels = 1'000'000;
+
+struct shown_picture {
+    int number = 0;
+    double seconds = 0.0;
+    std::string sum;
+};
+
+std::string md5_of(const cv::Mat& image)
+{
+    const cv::Mat whole = image.isContinuous() ? image : image.clone();
+    std::array<unsigned char, 16> sum{};
+    av_md5_sum(sum.data(), whole.data, whole.total() * whole.elemSize());
+    std::string text;
+    for (const unsigned char byte : sum) {
+        std::array<char, 3> digits{};
+        std::snprintf(digits.data(), digits.size(), "%02x", byte);
+        text += digits.data();
+    }
+    return text;
+}
+
+/// All that a source gives, from a moment on.
+std::vector<shown_picture> pictures_of(const std::string& file, double start = 0.0,
+                                       frame_turn turn = frame_turn::none)
+{
+    const std::unique_ptr<frame_source> source = open_video(file, enough_pixels);
+    std::vector<shown_picture> pictures;
+    if (source) {
+        source->skip_to(start);
+        for (frame_stamp stamp; source->advance(stamp);) {
+            if (stamp.seconds >= start - 1e-6) {
+                pictures.push_back({stamp.number, stamp.seconds, md5_of(source->picture(turn))});
+            }
+        }
+    }
+    return pictures;
+}
+
+bool run(const std::string& command)
+{
+    return std::system(("ffmpeg -nostdin -hide_banner -loglevel error -y " + command).c_str()) == 0;
+}
+
+bool has_ffmpeg()
+{
+    static const bool has = std::system("ffmpeg -version >/dev/null 2>&1") == 0;
+    return has;
+}
+
+/// A kind of video, and how ffmpeg makes it of a moving test picture.
+struct kind {
+    const char* name;
+    const char* file;
+    const char* made_by;  ///< options of the input, "|", options of the output; "; " begins a further step
+};
+
+class Video : public tarn::test::directory_fixture {
+protected:
+    void SetUp() override
+    {
+        directory_fixture::SetUp();
+        if (!has_ffmpeg()) {
+            GTEST_SKIP() << "there is no ffmpeg";
+        }
+    }
+
+    /// What ffmpeg shows of a file.
+    std::vector<shown_picture> expected(const std::string& file) const
+    {
+        const std::string list = at("expected.txt");
+        if (!run("-i '" + file
+                 + "' -map 0:v:0 -vf scale=flags=bicubic,format=rgba"
+                   " -fps_mode passthrough -enc_time_base -1 -f framemd5 '"
+                 + list + "'")) {
+            return {};
+        }
+        std::vector<shown_picture> pictures;
+        double unit = 0.0;
+        double first = 0.0;
+        std::ifstream lines(list);
+        for (std::string line; std::getline(lines, line);) {
+            int numerator = 0;
+            int denominator = 0;
+            if (std::sscanf(line.c_str(), "#tb 0: %d/%d", &numerator, &denominator) == 2) {
+                unit = static_cast<double>(numerator) / denominator;
+            }
+            long long pts = 0;
+            std::array<char, 64> sum{};
+            if (std::sscanf(line.c_str(), "0, %*d, %lld, %*d, %*d, %63s", &pts, sum.data()) == 2) {
+                const double seconds = static_cast<double>(pts) * unit;
+                first = pictures.empty() ? seconds : first;
+                pictures.push_back({static_cast<int>(pictures.size()) + 1, seconds - first, sum.data()});
+            }
+        }
+        return pictures;
+    }
+
+    static void expect_same(const std::vector<shown_picture>& shown, const std::vector<shown_picture>& expected)
+    {
+        ASSERT_EQ(shown.size(), expected.size());
+        ASSERT_FALSE(shown.empty());
+        for (std::size_t i = 0; i < shown.size(); ++i) {
+            EXPECT_EQ(shown[i].number, expected[i].number) << i;
+            EXPECT_NEAR(shown[i].seconds, expected[i].seconds, 1e-6) << i;
+            EXPECT_EQ(shown[i].sum, expected[i].sum) << "picture " << i + 1;
+        }
+    }
+};
+
+class EveryKind : public Video, public testing::WithParamInterface<kind> {
+protected:
+    /// @returns whether the file could be made: an encoder may be missing
+    bool make() const
+    {
+        const std::string directory = at("");
+        std::string steps = GetParam().made_by;
+        for (bool more = true; more;) {
+            const std::size_t end = steps.find("; ");
+            more = end != std::string::npos;
+            std::string step = steps.substr(0, end);
+            steps.erase(0, more ? end + 2 : end);
+            const std::size_t input = step.find('|');
+            if (input != std::string::npos) {
+                step = step.substr(0, input) + " -f lavfi -i testsrc2=s=322x242:r=25:d=2 "
+                       + step.substr(input + 1);
+            }
+            if (std::system(
+                    ("cd '" + directory + "' && ffmpeg -nostdin -hide_banner -loglevel error -y " + step)
+                        .c_str())
+                != 0) {
+                return false;
+            }
+        }
+        return true;
+    }
+};
+
+constexpr const char* x264 = "|-c:v libx264 -g 12 -pix_fmt yuv420p a.mp4";
+
+std::string name_of(const testing::TestParamInfo<kind>& info)
+{
+    return info.param.name;
+}
+
+}  // namespace
+
+TEST_P(EveryKind, IsShownAsAPlayerShowsIt)
+{
+    if (!make()) {
+        GTEST_SKIP() << "ffmpeg cannot make it";
+    }
+    const std::string file = at(GetParam().file);
+    const std::vector<shown_picture> shown = pictures_of(file);
+    expect_same(shown, expected(file));
+
+    // From a moment on they are the same, with the same numbers.
+    for (const double start : {0.5, 1.0, 1.37}) {
+        std::vector<shown_picture> rest;
+        std::copy_if(shown.begin(), shown.end(), std::back_inserter(rest),
+                     [start](const shown_picture& one) { return one.seconds >= start - 1e-6; });
+        const std::vector<shown_picture> from_there = pictures_of(file, start);
+        ASSERT_EQ(from_there.size(), rest.size()) << start;
+        for (std::size_t i = 0; i < rest.size(); ++i) {
+            EXPECT_EQ(from_there[i].number, rest[i].number) << start;
+            EXPECT_DOUBLE_EQ(from_there[i].seconds, rest[i].seconds) << start;
+            EXPECT_EQ(from_there[i].sum, rest[i].sum) << start << ", picture " << rest[i].number;
+        }
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Of, EveryKind,
+    testing::Values(
+        kind{"h264", "a.mp4", x264}, kind{"h264_without_b_frames", "a.mp4", "|-c:v libx264 -bf 0 -g 12 a.mp4"},
+        kind{"h264_open_gop", "a.mkv",
+             "|-c:v libx264 -pix_fmt yuv420p -x264-params open-gop=1:keyint=12:bframes=3 a.mkv"},
+        kind{"trimmed_begin", "b.mp4",
+             "|-c:v libx264 -g 12 -pix_fmt yuv420p a.mp4; -ss 0.3 -i a.mp4 -c copy b.mp4"},
+        kind{"trimmed_end", "b.mp4",
+             "|-c:v libx264 -g 12 -pix_fmt yuv420p a.mp4; -i a.mp4 -t 1.7 -c copy b.mp4"},
+        kind{"empty_edit", "b.mp4",
+             "|-c:v libx264 -g 12 -pix_fmt yuv420p a.mp4; -itsoffset 0.5 -i a.mp4 -c copy -avoid_negative_ts "
+             "disabled "
+             "b.mp4"},
+        kind{"negative_times", "b.mp4",
+             "|-c:v libx264 -g 12 -pix_fmt yuv420p a.mp4; -i a.mp4 -c copy -movflags negative_cts_offsets "
+             "b.mp4"},
+        kind{"varying_rate", "a.mp4",
+             "|-vf select='lt(mod(n\\,7)\\,4)' -fps_mode vfr -c:v libx264 -g 12 a.mp4"},
+        kind{"fragmented", "a.mp4",
+             "|-c:v libx264 -g 12 -movflags frag_keyframe+empty_moov+default_base_moof a.mp4"},
+        kind{"mov", "a.mov", "|-c:v libx264 -g 12 -pix_fmt yuv420p a.mov"},
+        kind{"mkv", "a.mkv", "|-c:v libx264 -g 12 -pix_fmt yuv420p a.mkv"},
+        kind{"vp8", "a.webm", "|-c:v libvpx -auto-alt-ref 1 -lag-in-frames 16 -g 12 -pix_fmt yuv420p a.webm"},
+        kind{"vp9", "a.webm", "|-c:v libvpx-vp9 -cpu-used 8 -g 12 -pix_fmt yuv420p a.webm"},
+        kind{"av1", "a.mp4",
+             "|-t 1.6 -c:v libaom-av1 -cpu-used 8 -usage realtime -g 12 -pix_fmt yuv420p a.mp4"},
+        kind{"hevc", "a.mp4",
+             "|-c:v libx265 -x265-params log-level=none:keyint=12 -pix_fmt yuv420p -tag:v hvc1 a.mp4"},
+        kind{"hevc_10_bit", "a.mkv",
+             "|-c:v libx265 -x265-params log-level=none:keyint=12 -pix_fmt yuv420p10le a.mkv"},
+        kind{"mpeg4_in_avi", "a.avi", "|-c:v mpeg4 -bf 2 -g 12 a.avi"},
+        kind{"mjpeg_in_avi", "a.avi", "|-c:v mjpeg a.avi"}, kind{"mjpeg_in_mov", "a.mov", "|-c:v mjpeg a.mov"},
+        kind{"mpeg_ts", "a.ts", "|-c:v libx264 -g 12 -pix_fmt yuv420p a.ts"},
+        kind{"interlaced_ts", "a.ts",
+             "|-vf crop=320:240 -c:v libx264 -flags +ilme+ildct -g 12 -pix_fmt yuv420p a.ts"},
+        kind{"mpeg2_ps", "a.mpg", "|-c:v mpeg2video -bf 2 -g 12 a.mpg"},
+        kind{"prores", "a.mov", "|-t 0.8 -c:v prores -pix_fmt yuv422p10le a.mov"},
+        kind{"h264_raw", "a.h264", "|-c:v libx264 -bf 0 -g 12 -pix_fmt yuv420p a.h264"},
+        kind{"full_range", "a.mp4",
+             "|-vf scale=out_range=full -color_range pc -c:v libx264 -g 12 -pix_fmt yuv420p a.mp4"},
+        kind{"bt709", "a.mp4",
+             "|-vf scale=out_color_matrix=bt709 -colorspace bt709 -c:v libx264 -g 12 -pix_fmt yuv420p a.mp4"},
+        kind{"bt601", "a.mp4",
+             "|-vf scale=out_color_matrix=bt601 -colorspace smpte170m -c:v libx264 -g 12 -pix_fmt yuv420p "
+             "a.mp4"},
+        kind{"odd_size", "a.mkv", "|-vf crop=321:241:0:0:exact=1 -pix_fmt yuv444p -c:v libx264 -g 12 a.mkv"},
+        kind{"422", "a.mkv", "|-pix_fmt yuv422p -c:v libx264 -g 12 a.mkv"}),
+    name_of);
+
+TEST_F(Video, IsTurnedAndMirroredAsItsDisplayMatrixSays)
+{
+    ASSERT_TRUE(
+        run("-f lavfi -i testsrc2=s=322x242:r=25:d=0.2 -c:v libx264 -pix_fmt yuv420p '" + at("a.mp4") + "'"));
+    std::ifstream stream(at("a.mp4"), std::ios::binary);
+    std::string movie{std::istreambuf_iterator<char>(stream), {}};
+    constexpr std::size_t matrix_offset = 44;  // in a track header of version 0, behind its name
+    const std::size_t matrix = movie.find("tkhd") + matrix_offset;
+    const auto put = [&movie](std::size_t at, int whole) {
+        for (std::size_t i = 0; i < 4; ++i) {
+            movie[at + i] = static_cast<char>(static_cast<unsigned>(whole * 65536) >> (24 - 8 * i) & 0xff);
+        }
+    };
+    constexpr std::array<std::array<int, 4>, 8> matrices = {{{1, 0, 0, 1},
+                                                             {0, 1, -1, 0},
+                                                             {-1, 0, 0, -1},
+                                                             {0, -1, 1, 0},
+                                                             {-1, 0, 0, 1},
+                                                             {0, -1, -1, 0},
+                                                             {1, 0, 0, -1},
+                                                             {0, 1, 1, 0}}};
+    for (const auto& [a, b, c, d] : matrices) {
+        put(matrix, a);
+        put(matrix + 4, b);
+        put(matrix + 12, c);
+        put(matrix + 16, d);
+        std::ofstream(at("b.mp4"), std::ios::binary) << movie;
+        expect_same(pictures_of(at("b.mp4")), expected(at("b.mp4")));
+    }
+}
