@@ -10,8 +10,8 @@
 
 #include "internal/frame_account.h"
 #include "internal/frame_intake.h"
-#include "internal/last_frame.h"
 #include "internal/live_call.h"
+#include "internal/live_registration.h"
 #include "internal/log.h"
 #include "internal/session_gate.h"
 #include "tarn_stitch_jni.h"
