@@ -6,7 +6,6 @@
 #include <optional>
 
 #include "deferred_work.h"
-#include "frame_intake.h"
 #include "internal/frame_account.h"
 #include "internal/frame_geometry.h"
 #include "internal/frame_judgement.h"
@@ -16,6 +15,7 @@
 #include "preview_composition.h"
 #include "tarn_stitcher.h"
 #include "worker_protocol.h"
+#include "working_copy.h"
 
 namespace {
 
@@ -230,28 +230,26 @@ int* accept(TarnStitcher& task, int* stitch_result, answer_code code)
     return stitch_result;
 }
 
-// A frame that is not looked at since the pipeline has failed.
-int* drop_for_failure(const TarnStitcher& task, int* stitch_result)
-{
-    if (const auto members = try_to_lock_members()) {
-        note_members(account_of_this_thread().answer, task);
-    }
-    return drop(stitch_result, code_pipeline_failed, reason::pipeline_failed);
-}
-
-// What every call begins with.
-// Says whether the pipeline works.
-bool begin_call(const cv::Mat& input_frame, int* stitch_result)
+// What every frame begins with. False, with the answer, when the pipeline has failed.
+bool begin_frame(const TarnStitcher& task, const cv::Mat& input_frame, int* stitch_result)
 {
     // The rows are printed twice, and the line is left without an end. Both by design.
     log("input_frame shape is ", input_frame.rows, "*", input_frame.rows, ", type is ", input_frame.type());
     stitch_result[0] = code_normal;
     stitch_result[1] = 0;
-    account_of_this_thread() = {};
-    return load_acquire(big_stitch_status) != tarn::pipeline_failed;
+    frame_account& account = account_of_this_thread();
+    account = {};
+    if (load_acquire(big_stitch_status) != tarn::pipeline_failed) {
+        return true;
+    }
+    if (const auto members = try_to_lock_members()) {
+        note_members(account.answer, task);
+    }
+    drop(stitch_result, code_pipeline_failed, reason::pipeline_failed);
+    return false;
 }
 
-// A frame that has its worker.
+// A frame with its worker.
 struct handed_over {
     int big_frame_index;
     task_generation generation;
@@ -263,18 +261,17 @@ handed_over hand_over_last(TarnStitcher& task, const cv::Mat& input_frame, int d
     const auto members = lock_members();
     const account_of_members told(task, code);
     hand_over(task, input_frame, direction);
-    account_of_this_thread().answer.taken = true;
     return {task.big_frame_index, current_generation()};
 }
 
-// Its call waits for the panorama.
+// Hands the last frame over and waits for the panorama.
 int* end_sweep(TarnStitcher& task, int* stitch_result, const cv::Mat& input_frame, int direction)
 {
     const handed_over last = hand_over_last(task, input_frame, direction, stitch_result[0]);
     if (!finish_panorama(task, last.big_frame_index, last.generation)) {
-        account_of_this_thread().answer.taken = false;
         return drop(stitch_result, code_pipeline_failed, reason::pipeline_failed);
     }
+    account_of_this_thread().answer.taken = true;
     return stitch_result;
 }
 
@@ -292,10 +289,9 @@ void note_verdict(const frame_verdict& verdict)
 answer_code tarn::hand_over_last_frame(TarnStitcher& task, const cv::Mat& frame, direction_code direction)
 {
     int stitch_result[2];
-    if (!begin_call(frame, stitch_result)) {
-        drop_for_failure(task, stitch_result);
-    } else {
+    if (begin_frame(task, frame, stitch_result)) {
         hand_over_last(task, frame, direction, stitch_result[0]);
+        account_of_this_thread().answer.taken = true;
     }
     return static_cast<answer_code>(stitch_result[0]);
 }
@@ -305,8 +301,8 @@ int* TarnStitcher::ofcheck_stitch(cv::Mat& input_frame, const int direction, con
     // Of each thread its own, so that an overlapping call, which is answered "busy", leaves this one's alone.
     static thread_local int stitch_result[2];
 
-    if (!begin_call(input_frame, stitch_result)) {
-        return drop_for_failure(*this, stitch_result);
+    if (!begin_frame(*this, input_frame, stitch_result)) {
+        return stitch_result;
     }
     if (is_last_one != 0) {
         return end_sweep(*this, stitch_result, input_frame, direction);
@@ -320,8 +316,8 @@ int* TarnStitcher::ofcheck_stitch(cv::Mat& input_frame, const int direction, con
     store_release(stitcher_status, live_registering);
     const account_of_members told(*this, stitch_result[0]);
 
-    live_frame current(input_frame, last_check_data, frame_index == 0);
     frame_account& account = account_of_this_thread();
+    live_frame current(input_frame, last_check_data, frame_index == 0);
     account.working_size = current.frame.size();
     account.answer.corners_found = static_cast<int>(current.corners().size());
     if (is_below(matches_thresh, current.corners().size())) {

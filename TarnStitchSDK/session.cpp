@@ -9,7 +9,7 @@
 #include <utility>
 
 #include "internal/frame_account.h"
-#include "internal/host_frame.h"
+#include "internal/frame_intake.h"
 #include "internal/last_frame.h"
 #include "internal/live_call.h"
 #include "internal/log.h"

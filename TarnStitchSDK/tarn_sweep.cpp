@@ -9,7 +9,7 @@
 #include <opencv2/imgcodecs.hpp>
 
 #include "internal/frame_account.h"
-#include "internal/host_frame.h"
+#include "internal/frame_intake.h"
 #include "internal/session.h"
 #include "internal/session_directory.h"
 #include "internal/session_gate.h"
