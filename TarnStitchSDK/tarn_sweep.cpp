@@ -77,10 +77,10 @@ sweep sweep::begin(sweep_options options)
                                                            + std::to_string(options.most_under_way)
                                                            + "; it must be at least 0");
     }
-    check_that_no_call_is_waiting("begin");
     if (!be_ready_for_the_end_of_the_process()) {
         refuse_as_process_ends();
     }
+    check_that_no_call_is_waiting("begin");
     gate_replacement turn;
     if (const std::shared_ptr<session> old = current_session();
         old && touches_directory(options, old->directory())) {
