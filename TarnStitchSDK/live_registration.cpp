@@ -3,19 +3,23 @@
 // The live path: how one frame of the sweep is registered against the one before, judged and, if it shows enough
 // that is new, laid onto the preview. ofcheck_stitch, at the end, tells the story; the steps stand above it in
 // their order. What is decided about a frame stands in frame_judgement.cpp.
+#include "internal/live_registration.h"
+
 #include <optional>
 
-#include "deferred_work.h"
+#include "internal/deferred_work.h"
+#include "internal/exact_routines.h"
+#include "internal/final_image.h"
 #include "internal/frame_account.h"
 #include "internal/frame_geometry.h"
 #include "internal/frame_judgement.h"
-#include "internal/last_frame.h"
+#include "internal/live_tracking.h"
 #include "internal/log.h"
+#include "internal/preview_composition.h"
 #include "internal/preview_growth.h"
-#include "live_tracking.h"
-#include "preview_composition.h"
+#include "internal/shared_state.h"
+#include "internal/worker_life.h"
 #include "tarn_stitcher.h"
-#include "worker_protocol.h"
 #include "working_copy.h"
 
 namespace {

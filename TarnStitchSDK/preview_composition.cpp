@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "preview_composition.h"
+#include "internal/preview_composition.h"
 
 #include <opencv2/imgproc.hpp>
 
 #include "internal/frame_geometry.h"
-#include "parallel_loop.h"
+#include "internal/parallel_loop.h"
 #include "seam.h"
 
 namespace tarn {

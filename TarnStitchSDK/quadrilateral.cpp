@@ -6,8 +6,8 @@
 
 #include <opencv2/imgproc.hpp>
 
+#include "internal/exact_routines.h"
 #include "internal/frame_geometry.h"
-#include "polygon_coverage.h"
 
 namespace {
 

@@ -7,8 +7,8 @@
 #include <limits>
 
 #include "internal/frame_geometry.h"
+#include "internal/pixel_block.h"
 #include "motion.h"
-#include "pixel_block.h"
 
 namespace {
 

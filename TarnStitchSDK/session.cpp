@@ -9,9 +9,9 @@
 #include <utility>
 
 #include "internal/frame_account.h"
-#include "internal/host_frame.h"
-#include "internal/last_frame.h"
+#include "internal/frame_intake.h"
 #include "internal/live_call.h"
+#include "internal/live_registration.h"
 #include "internal/log.h"
 #include "internal/session_gate.h"
 #include "preview_limit.h"

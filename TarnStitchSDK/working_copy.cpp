@@ -3,7 +3,7 @@
 
 #include <opencv2/imgproc.hpp>
 
-#include "frame_shrink.h"
+#include "internal/exact_routines.h"
 
 void image_resize(const cv::Mat& input, cv::Mat& output, int target_height, int /*mode*/)
 {

@@ -517,9 +517,11 @@ TEST_F(SweepFeed, DroppedFrameIsFedAgainWhenThePipelineComesBack)
     sweep sweeping = sweep::begin(paced);
     tarn_stitcher.iou_thresh = 0.9f;  // so that the third key frame still overlaps with the first
     stepper.at(worker_stage::registered, 2, run_out_of_memory);
+    stepper.hold_at(worker_stage::turn_taken, 2);
     stepper.hold_at(worker_stage::file_written, 3);
     const std::size_t next = feed_until_key_frame(sweeping, 3);
     ASSERT_TRUE(stepper.wait_until_at(worker_stage::file_written, 3));
+    stepper.let_go(worker_stage::turn_taken, 2);
     ASSERT_TRUE(wait_for_turns(2));
     EXPECT_EQ(sweeping.status().pipeline, pipeline_failed);
 

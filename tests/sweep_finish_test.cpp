@@ -180,11 +180,13 @@ TEST_F(SweepFinish, FailureInTheMiddleEndsThePanoramaThere)
     for (const int most : {0, 2}) {
         sweep_options paced = options();
         paced.most_under_way = most;
-        for (int index = 3; index < 9; ++index) {  // those that were waiting already, too
-            stepper.at(worker_stage::registered, index, run_out_of_memory);
-        }
+        stepper.at(worker_stage::registered, 3, run_out_of_memory);
         sweep sweeping = sweep::begin(paced);
-        feed(sweeping, 0, frames().size() - 1);
+        for (std::size_t i = 0; i + 1 < frames().size(); ++i) {
+            sweeping.feed(view(i));
+            ASSERT_TRUE(sweeping.wait_for_room(0))
+                << "so that nobody is waiting who would bring the pipeline back";
+        }
         const frame_view last = view(frames().size() - 1);
         const panorama result = sweeping.finish(ending_with(last));
         expect_partial(result, reason::no_memory, 3);

@@ -170,8 +170,11 @@ TEST_F(SweepThreads, FeedDuringAFailedSweepsFinishSaysThatItHasFailed)
 {
     stepper.at(worker_stage::registered, 2, [] { throw std::bad_alloc(); });
     sweep sweeping = sweep::begin(options());
+    stepper.hold_at(worker_stage::turn_taken, 2);
     stepper.hold_at(worker_stage::file_written, 3);
     feed_until_key_frame(sweeping, 3);
+    ASSERT_TRUE(stepper.wait_until_at(worker_stage::file_written, 3));
+    stepper.let_go(worker_stage::turn_taken, 2);
     ASSERT_TRUE(wait_for_turns(2));
     std::thread finishing([&] { sweeping.finish(telling()); });
     wait_until_it_waits();

@@ -23,7 +23,7 @@
 #include "support/counted_sleep.h"
 #include "support/rendered_sweep.h"
 #include "tarn_sweep.h"
-#include "worker_protocol.h"
+#include "internal/worker_pool.h"
 
 namespace {
 

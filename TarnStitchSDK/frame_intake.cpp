@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "internal/host_frame.h"
+#include "internal/frame_intake.h"
 
 #include <limits>
 #include <string>
 
 #include <opencv2/imgproc.hpp>
 
-#include "spare_frames.h"
+#include "internal/spare_frames.h"
 
 namespace tarn {
 
@@ -79,7 +79,7 @@ void check_hint(direction_code hint)
 cv::Mat bgr_from(const frame_view& frame)
 {
     const int type = CV_8UC(channels_of(frame.format));
-    // The image library has no view of constant pixels; these are only read.
+    // OpenCV has no view of constant pixels; these are only read.
     const cv::Mat host(frame.height, frame.width, type, const_cast<void*>(frame.pixels),
                        frame.row_stride == 0 ? static_cast<std::size_t>(cv::Mat::AUTO_STEP) : frame.row_stride);
     cv::Mat bgr = take_spare_frame(host.size(), CV_8UC3);
@@ -98,15 +98,6 @@ cv::Mat bgr_from(const frame_view& frame)
         break;
     }
     return bgr;
-}
-
-std::size_t size_in_bytes(const frame_view& frame)
-{
-    check_frame(frame);
-    const std::size_t row =
-        static_cast<std::size_t>(frame.width) * static_cast<std::size_t>(channels_of(frame.format));
-    const std::size_t stride = frame.row_stride == 0 ? row : frame.row_stride;
-    return static_cast<std::size_t>(frame.height - 1) * stride + row;
 }
 
 frame_view view_of(const cv::Mat& image)
@@ -132,6 +123,15 @@ frame_view view_of(const cv::Mat& image)
     frame.row_stride = image.empty() ? 0 : image.step[0];
     check_frame(frame);
     return frame;
+}
+
+std::size_t size_in_bytes(const frame_view& frame)
+{
+    check_frame(frame);
+    const std::size_t row =
+        static_cast<std::size_t>(frame.width) * static_cast<std::size_t>(channels_of(frame.format));
+    const std::size_t stride = frame.row_stride == 0 ? row : frame.row_stride;
+    return static_cast<std::size_t>(frame.height - 1) * stride + row;
 }
 
 }  // namespace tarn
