@@ -20,10 +20,10 @@
 #include <unistd.h>
 #include <vector>
 
+#include "internal/worker_pool.h"
 #include "support/counted_sleep.h"
 #include "support/rendered_sweep.h"
 #include "tarn_sweep.h"
-#include "internal/worker_pool.h"
 
 namespace {
 
