@@ -153,7 +153,7 @@ protected:
         if (told.library_answers) {
             settings.on_log = [&](const std::string&) { told.library_answers(); };
         }
-        const sweep_result result = run_sweep(input, settings);
+        sweep_result result = run_sweep(input, settings);
         EXPECT_EQ(observer.records.size(), static_cast<std::size_t>(result.frames));
         int with_a_code = 0;
         for (int code = tarn::lowest_code; code <= tarn::highest_code; ++code) {
