@@ -84,14 +84,15 @@ camera_set find_cameras(const std::vector<frame_link>& links, int count, const s
     camera_set best = sliding;
     double residual = std::max(unseen, median_residual(sliding, links));
     for (const camera_set* const freer : {&tilting, &projective}) {
-        const double own = median_residual(*freer, links);
+        const double own = std::max(unseen, median_residual(*freer, links));
         if (own < clearly_better * residual) {
             best = *freer;
-            residual = std::max(unseen, own);
+            residual = own;
         }
     }
+    // A homography for each explains everything, parallax and a bent lens included, so it does not count against turning.
     const bool turns = turning.focal < longest_focal && turning.focal > shortest_focal;
-    if (turns && median_residual(turning, links) <= residual / clearly_better) {
+    if (turns && median_residual(turning, links) <= std::max(unseen, median_residual(tilting, links))) {
         best = turning;
     }
     return best;

@@ -12,7 +12,7 @@ namespace tarn::finishing {
 namespace {
 
 constexpr double pixels_for_placing = 0.6e6;  // as many as OpenCV's own stitcher takes
-constexpr double pixels_for_seams = 0.1e6;    // the same
+constexpr double pixels_for_seams = 0.06e6;   // enough to go around people
 constexpr int live_width = 300;               // px, of the live path's working copy
 
 cv::Mat shrunk(const cv::Mat& image, double most_pixels)
