@@ -142,7 +142,7 @@ cv::Rect largest_full_rectangle(const cv::Mat& mask)
 cv::Rect nearly_full_rectangle(const cv::Mat& mask, cv::Rect full)
 {
     constexpr double most_empty = 0.01;          // of the picture
-    constexpr double most_empty_of_edge = 0.12;  // of a row or column
+    constexpr double most_empty_of_edge = 0.4;   // of a row or column
     constexpr double worth_it = 1.02;            // times the area
     if (full.empty()) {
         return full;

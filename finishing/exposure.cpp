@@ -2,8 +2,7 @@
 //
 // The logarithms of the gains are the unknowns of a sparse linear problem: cells that show the same want the same
 // brightness, neighbouring cells want neighbouring gains, and each wants to stay as it is, a little. It is solved by
-// conjugate gradients, once for each colour, and once more when it is known which overlaps do not fit: there something
-// has moved.
+// conjugate gradients, for each colour, and again when it is known which overlaps do not fit: there something has moved.
 #include "exposure.h"
 
 #include <algorithm>
@@ -20,7 +19,7 @@ namespace {
 
 constexpr int colours = 3;
 constexpr double weight_of_smoothness = 0.5;  // of an overlap that fills a cell
-constexpr double weight_of_staying = 0.01;    // the same
+constexpr double weight_of_staying = 0.03;    // the same
 constexpr double greatest_gain = 3.0;
 
 struct cell_grid {
@@ -222,8 +221,9 @@ std::vector<block_gains> balance_exposure(const std::vector<small_drawing>& draw
 
     constexpr double tolerance = 0.08;  // of a logarithm: a twelfth brighter
     std::array<values, colours> logarithms;
-    for (const bool again : {false, true}) {
-        for (std::size_t k = smoothing; again && k < equations.size(); ++k) {
+    constexpr int rounds = 4;
+    for (int round = 0; round < rounds; ++round) {
+        for (std::size_t k = smoothing; round > 0 && k < equations.size(); ++k) {
             equation& e = equations[k];
             double worst = 0.0;
             for (std::size_t c = 0; c < colours; ++c) {

@@ -170,8 +170,25 @@ private:
         }
     }
 
+    /// One key frame is the picture.
+    void show_single()
+    {
+        result_.picture = picture_of(key_frames_[0]).clone();
+        result_.mask = cv::Mat(result_.picture.size(), CV_8UC1, cv::Scalar(255));
+        result_.frames[0].omitted = left_out::no;
+        const cv::Size size = result_.picture.size();
+        surface_.cameras = cameras_;
+        surface_.headings = {0.0};
+        surface_.scale = std::max(size.width, size.height);
+        area_ = cv::Rect(cv::Point(), size);
+    }
+
     void draw()
     {
+        if (cameras_.motion == camera_motion::none) {
+            show_single();
+            return;
+        }
         picture_plan plan;
         drawing_surface surface = choose_surface(cameras_, sizes_);
         progress_.at(stage::exposure, 0.0);
@@ -264,6 +281,10 @@ private:
         const bool turning = cameras_.motion == camera_motion::turning;
         result_.focal_length = turning ? cameras_.focal : 0.0;
         result_.origin = cv::Point2d(area_.tl());
+        if (cameras_.motion == camera_motion::none) {
+            // A frame's coordinates are counted from its centre.
+            result_.origin = -0.5 * cv::Point2d(area_.width - 1, area_.height - 1);
+        }
         result_.surface_scale = surface_.scale;
         result_.headings = surface_.headings;
         if (turning) {

@@ -76,7 +76,7 @@ pairs_that_overlap(const std::vector<working_frame>& frames, const std::vector<i
 {
     constexpr double enough_shared = 0.35;
     constexpr std::size_t most_for_each = 2;
-    constexpr int farther_than = 2;  // nearer ones are compared anyway
+    constexpr int farther_than = 5;  // nearer ones hang together by those between them
     const std::set<index_pair> before(known.begin(), known.end());
     std::set<index_pair> found;
     const int count = static_cast<int>(frames.size());

@@ -19,6 +19,8 @@ constexpr int bands = 5;
 constexpr int coarsest = 1 << bands;  // px
 constexpr int margin = 4 * coarsest;  // px
 constexpr double pixels_of_strip = 3e6;
+/// Bands are whole numbers, cut off towards nought: so they count in sixteenths, else the picture grows darker by two.
+constexpr double finer = 16.0;
 /// A drawing that is so much smaller than its frame is made from a smaller copy, so that fine detail does not flicker.
 constexpr double noticeably_smaller = 0.8;
 
@@ -106,7 +108,7 @@ public:
         blender.blend(blended, blended_mask);
         const cv::Rect inner = strip - outer.tl();
         const cv::Rect target = strip - plan_.area.tl();
-        blended(inner).convertTo(picture(target), CV_8U);
+        blended(inner).convertTo(picture(target), CV_8U, 1.0 / finer);
         cv::Mat target_mask = mask(target);
         shown(inner).copyTo(target_mask);
         if (!plan_.fills_gaps) {
@@ -185,7 +187,7 @@ private:
         if (!plan_.fills_gaps) {
             mask &= own;
         }
-        image.convertTo(image, CV_16S);
+        image.convertTo(image, CV_16S, finer);
         blender.feed(image, mask, part.tl());
     }
 

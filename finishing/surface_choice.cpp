@@ -18,6 +18,9 @@ constexpr double highest_on_cylinder = 48 * degree;  // from its middle: beyond,
 /// A turn by less does not tell where upright is; the frames' own edges do.
 constexpr double least_turn_for_horizon = 25 * degree;
 
+/// x for y and y for x.
+const cv::Matx33d exchanged_axes(0, 1, 0, 1, 0, 0, 0, 0, 1);
+
 double median(std::vector<double> values)
 {
     const auto middle = values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2);
@@ -118,16 +121,19 @@ bool set_upright(camera_set& cameras, const std::vector<int>& indices)
     }
     if (turned.size() >= least_turn_for_horizon) {
         std::vector<cv::Mat> rotations;
+        // A sweep upwards is one to the side for a head that lies on its shoulder.
+        const cv::Matx33d lying = upwards ? exchanged_axes : cv::Matx33d::eye();
         for (const int index : indices) {
             cv::Mat single;
-            cv::Mat(place(cameras, index)).convertTo(single, CV_32F);
+            cv::Mat(lying * place(cameras, index) * lying).convertTo(single, CV_32F);
             rotations.push_back(single);
         }
-        cv::detail::waveCorrect(rotations, upwards ? cv::detail::WAVE_CORRECT_VERT : cv::detail::WAVE_CORRECT_HORIZ);
+        cv::detail::waveCorrect(rotations, cv::detail::WAVE_CORRECT_HORIZ);
         cv::Mat first;
         rotations[0].convertTo(first, CV_64F);
         // All of them were turned by the same rotation: by how much is known from any.
-        turn_all(cameras, nearest_rotation(cv::Matx33d(first) * place(cameras, indices[0]).t()));
+        const cv::Matx33d corrected = lying * cv::Matx33d(first) * lying;
+        turn_all(cameras, nearest_rotation(corrected * place(cameras, indices[0]).t()));
     } else {
         cv::Matx33d sum = cv::Matx33d::zeros();
         for (const int index : indices) {
@@ -177,9 +183,8 @@ drawing_surface around_turning(const camera_set& cameras, const std::vector<cv::
     if (upwards) {
         // As seen by a sphere with a level axis, which is this one with x and y exchanged.
         drawing_surface lying = surface;
-        const cv::Matx33d exchanged(0, 1, 0, 1, 0, 0, 0, 0, 1);
         for (cv::Matx33d& own : lying.cameras.places) {
-            own = exchanged * own * exchanged;
+            own = exchanged_axes * own * exchanged_axes;
         }
         std::vector<cv::Size> turned_sizes;
         for (const cv::Size& size : sizes) {

@@ -43,6 +43,25 @@ cv::Matx33d centred_placement(const cv::Mat& placement, cv::Size full_size)
     return cv::Matx33d(placement) * copy_from_full * pixel_from_centred(full_size);
 }
 
+/// Brings the copies for placing to one size, where key frames differ: descriptions of features bear a change of size, but
+/// not well.
+void make_equally_large(std::vector<working_frame>& frames)
+{
+    const auto longer_side = [](const cv::Mat& image) { return std::max(image.cols, image.rows); };
+    int least = longer_side(frames[0].gray);
+    for (const working_frame& frame : frames) {
+        least = std::min(least, longer_side(frame.gray));
+    }
+    constexpr int least_worth_it = 160;  // px
+    least = std::max(least, least_worth_it);
+    for (working_frame& frame : frames) {
+        const double scale = static_cast<double>(least) / longer_side(frame.gray);
+        if (scale < 0.99) {
+            cv::resize(frame.gray, frame.gray, cv::Size(), scale, scale, cv::INTER_AREA);
+        }
+    }
+}
+
 void find_corners(working_frame& frame)
 {
     constexpr int most = 400;
@@ -100,6 +119,7 @@ std::vector<working_frame> read_working_frames(const std::vector<key_frame>& key
             frame.placement = centred_placement(key_frames[i].placement, frame.full_size);
         }
     }
+    make_equally_large(result);
     progress.for_each(stage::reading, 0.8, 1.0, result.size(), [&](std::size_t i) { find_corners(result[i]); });
     return result;
 }
