@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // The finished picture beside those that OpenCV's own stitcher makes of the same key frames: whether there is one, how
-// exact its geometry is, how its joints look, how long it takes and how much memory. Each runs in a process of its own;
+// exact its geometry is, how sharp it is, how long it takes and how much memory. Each runs in a process of its own;
 // its answer is looked at when its time is over. Clips beyond the samples are named on the command line; a table in
 // Markdown goes to standard output.
 //
@@ -12,6 +12,7 @@
 #include <cmath>
 #include <cstdio>
 #include <cstring>
+#include <ctime>
 #include <fstream>
 #include <functional>
 #include <iostream>
@@ -29,7 +30,6 @@
 #include <opencv2/videoio.hpp>
 
 #include "live_key_frames.h"
-#include "rivals.h"
 #include "support/rendered_sweep.h"
 #include "tarn_finishing.h"
 
@@ -43,13 +43,26 @@ struct figures {
     int used = 0;  ///< key frames that are placed; 0: there is no picture
     double seconds = unknown;
     double cpu_seconds = unknown;
-    double megabytes = unknown;      ///< the most that was resident beyond the key frames
-    double geometry = unknown;       ///< median over neighbours of the mean distance of corners, % of a frame's width
-    double difference = unknown;     ///< mean difference of overlapping key frames where they meet, of 255
-    double roughness = unknown;      ///< gradients of the picture over those of the key frames there
+    double megabytes = unknown;  ///< the most that was resident beyond the key frames
+    double geometry =
+        unknown;  ///< median over neighbours of the mean distance of corners, % of a frame's width
+    double sharpness = unknown;  ///< mean gradient, in parts of the key frames'
     int width = 0;
     int height = 0;
 };
+
+double median(std::vector<double> values)
+{
+    const auto middle = values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2);
+    std::nth_element(values.begin(), middle, values.end());
+    return *middle;
+}
+
+/// Of all threads of the process so far.
+double process_cpu_seconds()
+{
+    return static_cast<double>(std::clock()) / CLOCKS_PER_SEC;
+}
 
 double resident_megabytes(const char* key)
 {
@@ -62,9 +75,6 @@ double resident_megabytes(const char* key)
     }
     return kilobytes / 1024.0;
 }
-
-/// Where key frames' pixels are in a picture, by whoever made it; NaN for none.
-using picture_place = std::function<cv::Point2d(int index, cv::Point2d pixel)>;
 
 struct clip {
     std::string name;
@@ -110,7 +120,8 @@ clip read_clip(const std::string& argument)
     const auto sweep = tarn::test::live_key_frames(frames);
     result.reached_the_end = sweep.reached_the_end;
     result.key_frames = sweep.key_frames;
-    const auto truth = colon == std::string::npos ? std::vector<cv::Matx33d>() : read_truth(argument.substr(colon + 1));
+    const auto truth =
+        colon == std::string::npos ? std::vector<cv::Matx33d>() : read_truth(argument.substr(colon + 1));
     for (const key_frame& frame : result.key_frames) {
         result.pictures.push_back(frame.image());
         if (!truth.empty()) {
@@ -131,33 +142,35 @@ double geometry_of(const clip& from, const neighbour_homography& found)
     for (std::size_t k = 1; k < from.truth.size(); ++k) {
         cv::Matx33d homography;
         if (found(static_cast<int>(k), static_cast<int>(k) - 1, homography)) {
-            errors.push_back(100.0 / size.width
-                             * tarn::test::mean_corner_error(homography, from.truth[k - 1].inv() * from.truth[k], size));
+            errors.push_back(
+                100.0 / size.width
+                * tarn::test::mean_corner_error(homography, from.truth[k - 1].inv() * from.truth[k], size));
         }
     }
-    return errors.empty() ? unknown : tarn::bench::median(errors);
+    return errors.empty() ? unknown : median(errors);
 }
 
-/// How the picture's own gradients compare with those of the key frame that is nearest in colour there: a joint that shows
-/// adds gradients that no key frame has. Over all pixels that two neighbours both show, by the cameras of our own result,
-/// which are the better ones where they differ; the picture is compared through the maker's own places.
-void finish_cameras(const tarn::finishing::finishing_result& result, neighbour_homography& homography, cv::Size size)
+/// Our own cameras.
+void finish_cameras(const tarn::finishing::finishing_result& result, neighbour_homography& homography,
+                    cv::Size size)
 {
     homography = [result, size](int i, int j, cv::Matx33d& j_from_i) {
         const auto& a = result.frames[static_cast<std::size_t>(i)];
         const auto& b = result.frames[static_cast<std::size_t>(j)];
-        if (a.placement == tarn::finishing::placed_by::nothing || b.placement == tarn::finishing::placed_by::nothing) {
+        if (a.placement == tarn::finishing::placed_by::nothing
+            || b.placement == tarn::finishing::placed_by::nothing) {
             return false;
         }
         const double side = std::max(size.width, size.height);
         const double focal = result.focal_length > 0 ? result.focal_length : 1.0;
-        const cv::Matx33d pixel_from_ray(side * focal, 0, (size.width - 1) / 2.0, 0, side * focal, (size.height - 1) / 2.0,
-                                         0, 0, 1);
+        const cv::Matx33d pixel_from_ray(side * focal, 0, (size.width - 1) / 2.0, 0, side * focal,
+                                         (size.height - 1) / 2.0, 0, 0, 1);
         j_from_i = pixel_from_ray * b.camera.inv() * a.camera * pixel_from_ray.inv();
         return true;
     };
 }
 
+/// Those of OpenCV's stitcher.
 void stitcher_cameras(cv::Stitcher& stitcher, neighbour_homography& homography)
 {
     const auto cameras = stitcher.cameras();
@@ -188,13 +201,11 @@ void stitcher_cameras(cv::Stitcher& stitcher, neighbour_homography& homography)
     };
 }
 
-/// Looks at a picture along the places where two neighbouring key frames both lie in it: the least difference of the
-/// picture from either of them tells ghosts and steps from what the key frames show.
-void look_along_joints(const clip& from, const cv::Mat& picture, figures& own)
+/// Mean gradient of the picture in parts of the key frames': ghosts and misplaced frames blur, and make it less. It also
+/// depends a little on which parts are seen often, so that only large differences mean something; the joints themselves are
+/// for the eye (--pictures).
+void measure_sharpness(const clip& from, const cv::Mat& picture, figures& own)
 {
-    // A picture without ghosts and steps has, everywhere, the gradients of one of its frames: its strongest ones are no
-    // stronger, its weakest no weaker. What is measured needs no cameras: the 99th percentile of the gradients across the
-    // sweep's joints would need them, that of the whole does not.
     const auto strength = [](const cv::Mat& image) {
         cv::Mat gray;
         cv::cvtColor(image, gray, cv::COLOR_BGR2GRAY);
@@ -210,10 +221,11 @@ void look_along_joints(const clip& from, const cv::Mat& picture, figures& own)
     for (const cv::Mat& frame : from.pictures) {
         sum += strength(frame);
     }
-    own.roughness = strength(picture) / (sum / static_cast<double>(from.pictures.size()));
+    own.sharpness = strength(picture) / (sum / static_cast<double>(from.pictures.size()));
 }
 
-using maker = std::function<bool(const clip&, cv::Mat& picture, figures& own, neighbour_homography& homography)>;
+using maker =
+    std::function<bool(const clip&, cv::Mat& picture, figures& own, neighbour_homography& homography)>;
 
 bool finish_clip(const clip& from, cv::Mat& picture, figures& own, neighbour_homography& homography)
 {
@@ -254,7 +266,7 @@ figures in_own_process(const clip& from, const maker& make, int threads, const s
         figures own;
         cv::setNumThreads(threads);
         const double before = resident_megabytes("VmRSS");
-        const double cpu_before = tarn::bench::process_cpu_seconds();
+        const double cpu_before = process_cpu_seconds();
         const auto begin = std::chrono::steady_clock::now();
         cv::Mat picture;
         neighbour_homography homography;
@@ -265,13 +277,13 @@ figures in_own_process(const clip& from, const maker& make, int threads, const s
             is_made = false;
         }
         own.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
-        own.cpu_seconds = tarn::bench::process_cpu_seconds() - cpu_before;
+        own.cpu_seconds = process_cpu_seconds() - cpu_before;
         own.megabytes = resident_megabytes("VmHWM") - before;
         if (is_made) {
             own.width = picture.cols;
             own.height = picture.rows;
             own.geometry = geometry_of(from, homography);
-            look_along_joints(from, picture, own);
+            measure_sharpness(from, picture, own);
             if (!picture_file.empty()) {
                 cv::imwrite(picture_file, picture);
             }
@@ -332,11 +344,13 @@ int main(int argc, char** argv)
         clips = {samples + "hall_slide.mp4:" + samples + "hall_slide.gt.csv", samples + "parking_pan.mp4",
                  samples + "river_pan.mp4"};
     }
-    cv::setNumThreads(1);  // until the processes that are measured are on their own: one with threads cannot be forked
+    cv::setNumThreads(
+        1);  // until the processes that are measured are on their own: one with threads cannot be forked
     const std::array<rival, 3> rivals = {{{"finishing", finish_clip},
                                           {"PANORAMA", stitcher_of(cv::Stitcher::PANORAMA)},
                                           {"SCANS", stitcher_of(cv::Stitcher::SCANS)}}};
-    std::printf("| clip | by | key frames | in the picture | s | CPU s | MB | geometry, %% | gradients | size |\n");
+    std::printf(
+        "| clip | by | key frames | in the picture | s | CPU s | MB | geometry, %% | sharpness | size |\n");
     std::printf("| --- | --- | --: | --: | --: | --: | --: | --: | --: | --- |\n");
     bool all_whole = true;
     for (const std::string& argument : clips) {
@@ -357,15 +371,18 @@ int main(int argc, char** argv)
                 if (lengths && std::strcmp(one.name, "SCANS") == 0) {
                     continue;
                 }
-                const std::string file =
-                    pictures.empty() ? "" : pictures + part.name + "-" + std::to_string(count) + "-" + one.name + ".jpg";
+                const std::string file = pictures.empty() ? ""
+                                                          : pictures + part.name + "-" + std::to_string(count)
+                                                                + "-" + one.name + ".jpg";
                 const figures own = in_own_process(part, one.make, threads, file);
-                std::printf("| %s | %s | %zu%s | %d | %s | %s | %s | %s | %s | %dx%d |\n", part.name.c_str(), one.name,
-                            count, part.reached_the_end ? "" : " (lost)", own.used, number(own.seconds, 2).c_str(),
-                            number(own.cpu_seconds, 2).c_str(), number(own.megabytes, 0).c_str(),
-                            number(own.geometry, 4).c_str(), number(own.roughness, 3).c_str(), own.width, own.height);
+                std::printf("| %s | %s | %zu%s | %d | %s | %s | %s | %s | %s | %dx%d |\n", part.name.c_str(),
+                            one.name, count, part.reached_the_end ? "" : " (lost)", own.used,
+                            number(own.seconds, 2).c_str(), number(own.cpu_seconds, 2).c_str(),
+                            number(own.megabytes, 0).c_str(), number(own.geometry, 4).c_str(),
+                            number(own.sharpness, 3).c_str(), own.width, own.height);
                 std::fflush(stdout);
-                all_whole = all_whole && (std::strcmp(one.name, "finishing") != 0 || own.used == static_cast<int>(count));
+                all_whole = all_whole
+                            && (std::strcmp(one.name, "finishing") != 0 || own.used == static_cast<int>(count));
             }
         }
     }

@@ -102,7 +102,8 @@ public:
     }
 
     /// The homography of a link after the change of one of its parameters, counted as parameters_of does.
-    cv::Matx33d changed_homography(const camera_set& cameras, const frame_link& link, int which, double by) const
+    cv::Matx33d changed_homography(const camera_set& cameras, const frame_link& link, int which,
+                                   double by) const
     {
         camera_set two;
         two.motion = motion_;
@@ -206,7 +207,8 @@ std::vector<double> residuals_of(const camera_set& cameras, const frame_link& li
     const cv::Matx33d homography = cameras.j_from_i(link.i, link.j);
     for (std::size_t k = 0; k < link.in_i.size(); ++k) {
         cv::Point2d place;
-        result.push_back(seen(homography, link.in_i[k], place) ? cv::norm(place - cv::Point2d(link.in_j[k])) : 1.0);
+        result.push_back(seen(homography, link.in_i[k], place) ? cv::norm(place - cv::Point2d(link.in_j[k]))
+                                                               : 1.0);
     }
     return result;
 }
@@ -216,7 +218,8 @@ double median_residual(const camera_set& cameras, const std::vector<frame_link>&
     std::vector<double> all;
     for (const bool of_features : {true, false}) {
         for (const frame_link& link : links) {
-            if (cameras.placed[static_cast<std::size_t>(link.i)] && cameras.placed[static_cast<std::size_t>(link.j)]
+            if (cameras.placed[static_cast<std::size_t>(link.i)]
+                && cameras.placed[static_cast<std::size_t>(link.j)]
                 && (link.source == placed_by::features) == of_features) {
                 const std::vector<double> own = residuals_of(cameras, link);
                 all.insert(all.end(), own.begin(), own.end());

@@ -15,9 +15,10 @@ namespace tarn::finishing {
 /// The cameras of a sweep: one frame of reference, one motion.
 struct camera_set {
     camera_motion motion = camera_motion::none;
-    double focal = 1.0;                ///< of a turning camera, in units of the longer side; 1 for others
-    std::vector<cv::Matx33d> places;   ///< world_from_camera rotations, or plane_from_frame, of centred coordinates
-    std::vector<bool> placed;          ///< those that have a place
+    double focal = 1.0;  ///< of a turning camera, in units of the longer side; 1 for others
+    std::vector<cv::Matx33d>
+        places;                ///< world_from_camera rotations, or plane_from_frame, of centred coordinates
+    std::vector<bool> placed;  ///< those that have a place
 
     /// World or plane coordinates from centred ones, up to a factor.
     cv::Matx33d reference_from_centred(int index) const;

@@ -141,9 +141,9 @@ cv::Rect largest_full_rectangle(const cv::Mat& mask)
 
 cv::Rect nearly_full_rectangle(const cv::Mat& mask, cv::Rect full)
 {
-    constexpr double most_empty = 0.01;          // of the picture
-    constexpr double most_empty_of_edge = 0.4;   // of a row or column
-    constexpr double worth_it = 1.02;            // times the area
+    constexpr double most_empty = 0.01;         // of the picture
+    constexpr double most_empty_of_edge = 0.4;  // of a row or column
+    constexpr double worth_it = 1.02;           // times the area
     if (full.empty()) {
         return full;
     }
@@ -179,8 +179,8 @@ cv::Rect nearly_full_rectangle(const cv::Mat& mask, cv::Rect full)
     return result.area() > worth_it * full.area() ? result : full;
 }
 
-cv::Rect exact_full_rectangle(cv::Rect rectangle, const drawing_surface& surface, const std::vector<int>& frames,
-                              const std::vector<cv::Size>& sizes, int reach)
+cv::Rect exact_full_rectangle(cv::Rect rectangle, const drawing_surface& surface,
+                              const std::vector<int>& frames, const std::vector<cv::Size>& sizes, int reach)
 {
     const coverage_at_full_size coverage(surface, frames, sizes);
     const auto empty_pixels = [&](cv::Rect line) { return coverage.empty_pixels(line); };
@@ -199,9 +199,8 @@ cv::Rect exact_full_rectangle(cv::Rect rectangle, const drawing_surface& surface
 
 cv::Rect sides_moved_in(const cv::Mat& mask)
 {
-    return moved_in(cv::Rect(cv::Point(), mask.size()), [&](cv::Rect line) {
-        return line.area() - cv::countNonZero(mask(line));
-    });
+    return moved_in(cv::Rect(cv::Point(), mask.size()),
+                    [&](cv::Rect line) { return line.area() - cv::countNonZero(mask(line)); });
 }
 
 }  // namespace tarn::finishing

@@ -24,8 +24,8 @@ cv::Rect nearly_full_rectangle(const cv::Mat& mask, cv::Rect full);
 /// @param surface  at full size
 /// @param frames   those that are shown, and their full sizes, by index
 /// @param reach    px at most outwards; inwards as far as it takes
-cv::Rect exact_full_rectangle(cv::Rect rectangle, const drawing_surface& surface, const std::vector<int>& frames,
-                              const std::vector<cv::Size>& sizes, int reach);
+cv::Rect exact_full_rectangle(cv::Rect rectangle, const drawing_surface& surface,
+                              const std::vector<int>& frames, const std::vector<cv::Size>& sizes, int reach);
 
 /// The rectangle that is left when rows and columns with zeros are taken off the sides, the emptiest first, until none of
 /// the outermost has any.

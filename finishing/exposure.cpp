@@ -51,8 +51,8 @@ int cells_along(int length, double cell)
 void compare(const small_drawing& a, const small_drawing& b, const cell_grid& cells_a, const cell_grid& cells_b,
              double cell, std::vector<equation>& equations)
 {
-    constexpr int step = 2;      // px
-    constexpr int darkest = 8;   // what is darker, or brighter, was cut off by the camera
+    constexpr int step = 2;     // px
+    constexpr int darkest = 8;  // what is darker, or brighter, was cut off by the camera
     constexpr int brightest = 247;
     const cv::Rect common = a.place & b.place;
     const cv::Point in_a = common.tl() - a.place.tl();
@@ -189,14 +189,16 @@ double block_gains::mean() const
     return (sums[0] + sums[1] + sums[2]) / colours;
 }
 
-std::vector<block_gains> balance_exposure(const std::vector<small_drawing>& drawings, const progress_meter& progress)
+std::vector<block_gains> balance_exposure(const std::vector<small_drawing>& drawings,
+                                          const progress_meter& progress)
 {
     const double cell = block_gains().cell;
     std::vector<cell_grid> grids;
     std::vector<equation> equations;
     int unknowns = 0;
     for (const small_drawing& drawing : drawings) {
-        const cell_grid grid{cells_along(drawing.place.width, cell), cells_along(drawing.place.height, cell), unknowns};
+        const cell_grid grid{cells_along(drawing.place.width, cell), cells_along(drawing.place.height, cell),
+                             unknowns};
         for (int row = 0; row < grid.rows; ++row) {
             for (int column = 0; column < grid.columns; ++column) {
                 const int own = grid.first + row * grid.columns + column;
@@ -228,8 +230,8 @@ std::vector<block_gains> balance_exposure(const std::vector<small_drawing>& draw
             double worst = 0.0;
             for (std::size_t c = 0; c < colours; ++c) {
                 const values& x = logarithms[c];
-                worst = std::max(worst, std::abs(x[static_cast<std::size_t>(e.b)] - x[static_cast<std::size_t>(e.a)]
-                                                 - e.difference[c]));
+                worst = std::max(worst, std::abs(x[static_cast<std::size_t>(e.b)]
+                                                 - x[static_cast<std::size_t>(e.a)] - e.difference[c]));
             }
             e.doubt = 1.0 / (1.0 + worst * worst / (tolerance * tolerance));
         }
@@ -260,7 +262,8 @@ void apply_gains(const block_gains& gains, cv::Mat& image, cv::Point2d first, do
 {
     // From a pixel of the image to one of the grid, whose values hold at the middles of its cells.
     const double factor = small_scale / gains.cell;
-    const cv::Matx23d grid_from_image(factor, 0, first.x / gains.cell - 0.5, 0, factor, first.y / gains.cell - 0.5);
+    const cv::Matx23d grid_from_image(factor, 0, first.x / gains.cell - 0.5, 0, factor,
+                                      first.y / gains.cell - 0.5);
     cv::Mat smooth;
     cv::warpAffine(gains.grid, smooth, grid_from_image, image.size(), cv::INTER_LINEAR | cv::WARP_INVERSE_MAP,
                    cv::BORDER_REPLICATE);

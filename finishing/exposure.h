@@ -13,7 +13,7 @@ namespace tarn::finishing {
 
 /// Gains of a key frame: one of each colour for each cell of a grid over its drawing.
 struct block_gains {
-    cv::Mat grid;  ///< CV_32FC3; the value of a cell holds at its middle
+    cv::Mat grid;        ///< CV_32FC3; the value of a cell holds at its middle
     double cell = 32.0;  ///< px of the small surface
 
     double mean() const;
@@ -21,7 +21,8 @@ struct block_gains {
 
 /// The gains of all drawings together: what overlaps becomes equal, what is one frame's own stays as it is where it can.
 /// The time grows with the number of drawings.
-std::vector<block_gains> balance_exposure(const std::vector<small_drawing>& drawings, const progress_meter& progress);
+std::vector<block_gains> balance_exposure(const std::vector<small_drawing>& drawings,
+                                          const progress_meter& progress);
 
 /// Multiplies an image by the gains.
 /// @param image        CV_8UC3; changed in place

@@ -158,7 +158,8 @@ private:
     void close_loops(const std::function<void()>& each_step)
     {
         const auto by_cameras = [this](int i, int j) -> std::optional<cv::Matx33d> {
-            if (!cameras_.placed[static_cast<std::size_t>(i)] || !cameras_.placed[static_cast<std::size_t>(j)]) {
+            if (!cameras_.placed[static_cast<std::size_t>(i)]
+                || !cameras_.placed[static_cast<std::size_t>(j)]) {
                 return std::nullopt;
             }
             return cameras_.j_from_i(i, j);
@@ -216,8 +217,11 @@ private:
         if (plan.area.empty()) {
             throw std::runtime_error("No rectangle is full.");
         }
-        const auto image = [this](int index) { return picture_of(key_frames_[static_cast<std::size_t>(index)]); };
-        blend_strips(plan, image, options_.image_cache_megabytes * 1e6, progress_, result_.picture, result_.mask);
+        const auto image = [this](int index) {
+            return picture_of(key_frames_[static_cast<std::size_t>(index)]);
+        };
+        blend_strips(plan, image, options_.image_cache_megabytes * 1e6, progress_, result_.picture,
+                     result_.mask);
         surface_ = plan.surface;
         area_ = plan.area;
         result_.scale = plan.frame_scale;
@@ -240,8 +244,9 @@ private:
     cv::Rect at_full_size(cv::Rect small, const picture_plan& plan) const
     {
         const double factor = 1.0 / plan.small_scale;
-        cv::Rect area(cv::Point(cvFloor(small.x * factor), cvFloor(small.y * factor)),
-                      cv::Point(cvCeil((small.br().x - 1) * factor) + 1, cvCeil((small.br().y - 1) * factor) + 1));
+        cv::Rect area(
+            cv::Point(cvFloor(small.x * factor), cvFloor(small.y * factor)),
+            cv::Point(cvCeil((small.br().x - 1) * factor) + 1, cvCeil((small.br().y - 1) * factor) + 1));
         if (options_.cropping == crop::full) {
             std::vector<int> shown;
             for (const small_drawing& drawing : plan.drawings) {
@@ -319,8 +324,9 @@ private:
         viewers.projection_type = kind == projection::sphere ? "equirectangular" : "cylindrical";
         const int turn = std::max(area_.width, cvRound(2 * CV_PI * surface_.scale));
         // The horizon lies in the middle of the whole.
-        const int half = kind == projection::sphere ? std::max({cvRound(CV_PI / 2 * surface_.scale), -area_.y, area_.br().y})
-                                                    : std::max(-area_.y, area_.br().y);
+        const int half = kind == projection::sphere
+                             ? std::max({cvRound(CV_PI / 2 * surface_.scale), -area_.y, area_.br().y})
+                             : std::max(-area_.y, area_.br().y);
         viewers.full_size = cv::Size(turn, 2 * half);
         const int left = std::clamp(turn / 2 + area_.x, 0, turn - area_.width);
         viewers.cropped_area = cv::Rect(left, half + area_.y, area_.width, area_.height);
@@ -419,7 +425,8 @@ cv::Point2d finishing_result::picture_from_frame(int index, cv::Point2d pixel, c
     }
     surface.headings = headings;
     const cv::Matx33d centred = centred_from_pixel(frame_size);
-    return surface.from_frame(index, {centred(0, 0) * pixel.x + centred(0, 2), centred(1, 1) * pixel.y + centred(1, 2)})
+    return surface.from_frame(
+               index, {centred(0, 0) * pixel.x + centred(0, 2), centred(1, 1) * pixel.y + centred(1, 2)})
            - origin;
 }
 

@@ -28,7 +28,8 @@ std::vector<frame_link> links_between_placed(const std::vector<frame_link>& link
 {
     std::vector<frame_link> result;
     std::copy_if(links.begin(), links.end(), std::back_inserter(result), [&](const frame_link& link) {
-        return cameras.placed[static_cast<std::size_t>(link.i)] && cameras.placed[static_cast<std::size_t>(link.j)];
+        return cameras.placed[static_cast<std::size_t>(link.i)]
+               && cameras.placed[static_cast<std::size_t>(link.j)];
     });
     return result;
 }
@@ -36,7 +37,8 @@ std::vector<frame_link> links_between_placed(const std::vector<frame_link>& link
 constexpr int most_steps = 40;
 
 /// A turning camera, begun with several focal lengths: from a wrong one the way to the right one may be closed.
-camera_set turning_cameras(const std::vector<frame_link>& links, int count, const std::function<void()>& each_step)
+camera_set turning_cameras(const std::vector<frame_link>& links, int count,
+                           const std::function<void()>& each_step)
 {
     constexpr std::array focal_lengths = {0.5, 0.7, 1.0, 1.5, 2.5, 5.0};  // in longer sides
     constexpr int first_steps = 4;
@@ -44,8 +46,8 @@ camera_set turning_cameras(const std::vector<frame_link>& links, int count, cons
     double least_cost = std::numeric_limits<double>::infinity();
     for (const double focal : focal_lengths) {
         camera_set cameras = chained_cameras(links, count, camera_motion::turning, focal);
-        const double cost =
-            adjust_cameras(cameras, links_between_placed(links, cameras), fixed_camera(cameras), first_steps, each_step);
+        const double cost = adjust_cameras(cameras, links_between_placed(links, cameras), fixed_camera(cameras),
+                                           first_steps, each_step);
         if (cost < least_cost) {
             least_cost = cost;
             best = cameras;
@@ -76,8 +78,8 @@ camera_set find_cameras(const std::vector<frame_link>& links, int count, const s
     constexpr double shortest_focal = 0.3;
 
     const camera_set turning = turning_cameras(links, count, each_step);
-    const camera_set sliding =
-        planar_cameras(links, chained_cameras(links, count, camera_motion::sliding, 1.0), camera_motion::sliding, each_step);
+    const camera_set sliding = planar_cameras(links, chained_cameras(links, count, camera_motion::sliding, 1.0),
+                                              camera_motion::sliding, each_step);
     const camera_set tilting = planar_cameras(links, sliding, camera_motion::tilting, each_step);
     const camera_set projective = planar_cameras(links, tilting, camera_motion::projective, each_step);
 

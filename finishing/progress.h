@@ -37,13 +37,14 @@ public:
         for (std::size_t begin = 0; begin < count; begin += at_a_time) {
             at(now, from + (to - from) * static_cast<double>(begin) / static_cast<double>(count));
             const std::size_t end = begin + at_a_time < count ? begin + at_a_time : count;
-            cv::parallel_for_(cv::Range(static_cast<int>(begin), static_cast<int>(end)),
-                              [&](const cv::Range& range) {
-                                  for (int i = range.start; i < range.end; ++i) {
-                                      work(static_cast<std::size_t>(i));
-                                  }
-                              },
-                              static_cast<double>(end - begin));
+            cv::parallel_for_(
+                cv::Range(static_cast<int>(begin), static_cast<int>(end)),
+                [&](const cv::Range& range) {
+                    for (int i = range.start; i < range.end; ++i) {
+                        work(static_cast<std::size_t>(i));
+                    }
+                },
+                static_cast<double>(end - begin));
         }
     }
 

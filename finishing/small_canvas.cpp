@@ -21,7 +21,8 @@ drawing_surface small_surface_for(const drawing_surface& surface, const std::vec
     return surface.scaled(factor);
 }
 
-std::vector<small_drawing> draw_small(const drawing_surface& small_surface, const std::vector<working_frame>& frames,
+std::vector<small_drawing> draw_small(const drawing_surface& small_surface,
+                                      const std::vector<working_frame>& frames,
                                       std::vector<frame_report>& reports, const progress_meter& progress)
 {
     // A frame that takes so many times its own size is seen too much askew to be of use.
@@ -35,7 +36,8 @@ std::vector<small_drawing> draw_small(const drawing_surface& small_surface, cons
         drawing.index = static_cast<int>(i);
         drawing.place = small_surface.outline(drawing.index, frames[i].full_size);
         if (drawing.place.empty()
-            || static_cast<double>(drawing.place.area()) > greatest_growth * static_cast<double>(frames[i].small.total())) {
+            || static_cast<double>(drawing.place.area())
+                   > greatest_growth * static_cast<double>(frames[i].small.total())) {
             reports[i].omitted = left_out::beyond;
             continue;
         }

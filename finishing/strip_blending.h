@@ -18,8 +18,8 @@ namespace tarn::finishing {
 
 /// All that the picture is made from.
 struct picture_plan {
-    drawing_surface surface;  ///< at full size
-    cv::Rect area;            ///< of the picture, on it
+    drawing_surface surface;   ///< at full size
+    cv::Rect area;             ///< of the picture, on it
     double small_scale = 1.0;  ///< px of the small surface for one of the full one
     double frame_scale = 1.0;  ///< px of the picture for one of a key frame, in the middle
     std::vector<small_drawing> drawings;
@@ -32,7 +32,7 @@ struct picture_plan {
 /// @param mask         the same, CV_8UC1: 255 where a key frame shows something
 /// @param frame_image  the picture of a key frame, by index
 /// @param cache_bytes  see finishing_options
-void blend_strips(const picture_plan& plan, const std::function<cv::Mat(int index)>& frame_image, double cache_bytes,
-                  const progress_meter& progress, cv::Mat& picture, cv::Mat& mask);
+void blend_strips(const picture_plan& plan, const std::function<cv::Mat(int index)>& frame_image,
+                  double cache_bytes, const progress_meter& progress, cv::Mat& picture, cv::Mat& mask);
 
 }  // namespace tarn::finishing

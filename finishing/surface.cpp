@@ -198,7 +198,8 @@ cv::Mat shown_part(const cv::Mat& pixels, cv::Size image_size)
 {
     cv::Mat shown;
     // Half a pixel around is still the image's border pixel.
-    cv::inRange(pixels, cv::Scalar(-0.5, -0.5), cv::Scalar(image_size.width - 0.5, image_size.height - 0.5), shown);
+    cv::inRange(pixels, cv::Scalar(-0.5, -0.5), cv::Scalar(image_size.width - 0.5, image_size.height - 0.5),
+                shown);
     return shown;
 }
 

@@ -13,7 +13,7 @@ namespace tarn::finishing {
 namespace {
 
 constexpr double degree = CV_PI / 180.0;
-constexpr double widest_on_plane = 35 * degree;     // from its middle: beyond, things grow too wide
+constexpr double widest_on_plane = 35 * degree;      // from its middle: beyond, things grow too wide
 constexpr double highest_on_cylinder = 48 * degree;  // from its middle: beyond, they grow too tall
 /// A turn by less does not tell where upright is; the frames' own edges do.
 constexpr double least_turn_for_horizon = 25 * degree;
@@ -144,8 +144,8 @@ bool set_upright(camera_set& cameras, const std::vector<int>& indices)
     return upwards;
 }
 
-extent angles_seen(const drawing_surface& sphere, const std::vector<int>& indices, const std::vector<cv::Size>& sizes,
-                   bool rows)
+extent angles_seen(const drawing_surface& sphere, const std::vector<int>& indices,
+                   const std::vector<cv::Size>& sizes, bool rows)
 {
     extent result;
     for (const int index : indices) {
@@ -244,7 +244,8 @@ drawing_surface along_plane(const camera_set& cameras, const std::vector<cv::Siz
         cosine += own(0, 0) + own(1, 1);
     }
     const double turned = std::atan2(sine, cosine);
-    turn_all(surface.cameras, {std::cos(turned), std::sin(turned), 0, -std::sin(turned), std::cos(turned), 0, 0, 0, 1});
+    turn_all(surface.cameras,
+             {std::cos(turned), std::sin(turned), 0, -std::sin(turned), std::cos(turned), 0, 0, 0, 1});
     surface.scale = median(sides_of_unit);
     return surface;
 }

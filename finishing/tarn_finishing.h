@@ -79,8 +79,8 @@ enum class projection {
 };
 
 enum class crop {
-    none,       ///< all that was seen, black where nothing was
-    full,       ///< the largest upright rectangle without an empty pixel
+    none,  ///< all that was seen, black where nothing was
+    full,  ///< the largest upright rectangle without an empty pixel
     automatic,  ///< the largest upright rectangle with next to no empty pixels, in thin corners; those are filled with what
                 ///< lies beside them. None is larger by little, so that full is taken then.
 };
@@ -120,16 +120,17 @@ struct frame_report {
     /// How the camera saw the scene: for a turning camera the rotation world_from_camera (x right, y down, z ahead);
     /// otherwise plane_from_frame, in both cases for coordinates of a frame from its centre, in units of its longer side.
     cv::Matx33d camera = cv::Matx33d::eye();
-    double gain = 1.0;       ///< mean factor on brightness
-    double residual = -1.0;  ///< median distance of its points from where the cameras say, % of its longer side; -1: none
+    double gain = 1.0;  ///< mean factor on brightness
+    double residual =
+        -1.0;  ///< median distance of its points from where the cameras say, % of its longer side; -1: none
 };
 
 /// What panorama viewers want to know (the GPano tags), where the projection is one that they know.
 struct viewer_description {
-    bool known = false;            ///< whether a viewer can be told; everything else is empty when not
-    std::string projection_type;   ///< "cylindrical" or "equirectangular"
-    cv::Size full_size;            ///< px of the panorama of which the picture is a part, a full turn wide
-    cv::Rect cropped_area;         ///< the picture in it
+    bool known = false;           ///< whether a viewer can be told; everything else is empty when not
+    std::string projection_type;  ///< "cylindrical" or "equirectangular"
+    cv::Size full_size;           ///< px of the panorama of which the picture is a part, a full turn wide
+    cv::Rect cropped_area;        ///< the picture in it
 };
 
 struct finishing_result {
@@ -164,7 +165,8 @@ struct finishing_result {
     cv::Point2d origin;
     /// Px of the picture for a radian, or for a frame's longer side; for picture_from_frame.
     double surface_scale = 1.0;
-    std::vector<double> headings;  ///< of the key frames, radians, not wrapped to one turn; for picture_from_frame
+    std::vector<double>
+        headings;  ///< of the key frames, radians, not wrapped to one turn; for picture_from_frame
 };
 
 /// Makes the picture.

@@ -27,8 +27,8 @@ inline cv::Matx33d centred_from_pixel(cv::Size size)
 
 struct working_frame {
     cv::Size full_size;
-    cv::Mat gray;        ///< CV_8UC1, for placing
-    cv::Mat small;       ///< CV_8UC3, for exposure and seams
+    cv::Mat gray;   ///< CV_8UC1, for placing
+    cv::Mat small;  ///< CV_8UC3, for exposure and seams
     bool has_placement = false;
     cv::Matx33d placement = cv::Matx33d::eye();  ///< of centred coordinates, into the common frame of reference
     std::vector<cv::Point2f> corners;            ///< px of `gray`, well spread, best first

@@ -120,6 +120,7 @@ TEST(FinishingCameras, WhatNothingJoinsHasNoPlace)
 TEST(FinishingCameras, EachStepMayEndTheSearch)
 {
     struct enough {};
+
     const std::vector<frame_link> links = links_of(turning_truth(6, 8.0, 1.2), 0.0);
     int steps = 0;
     EXPECT_THROW(find_cameras(links, 6,

@@ -81,8 +81,7 @@ public:
             // The preview has grown, by what it owed before and by what this frame needed. Only a frame that lies at its
             // very edge has moved it.
             const cv::Matx33d place(tarn_stitcher.last_check_data.homo);
-            const auto corners =
-                mapped_corners(place, tarn_stitcher.last_check_data.scaled_gray_frame.size());
+            const auto corners = mapped_corners(place, tarn_stitcher.last_check_data.scaled_gray_frame.size());
             const double left = std::min(corners[0].x, corners[3].x);
             const double top = std::min(corners[0].y, corners[1].y);
             const cv::Size growth = tarn_stitcher.last_stitch_image.size() - size_;
@@ -94,7 +93,7 @@ public:
 
     cv::Matx33d place_of_reference() const
     {
-        return preview_from_first_.inv() * cv::Matx33d(tarn_stitcher.last_check_data.homo) ;
+        return preview_from_first_.inv() * cv::Matx33d(tarn_stitcher.last_check_data.homo);
     }
 
 private:

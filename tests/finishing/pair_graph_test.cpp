@@ -34,7 +34,7 @@ TEST(FinishingPairs, SharedPartsAreThoseOfRectangles)
     EXPECT_NEAR(shared_part(moved(0, 0.375), size, size), 0.5, 1e-6);
     EXPECT_EQ(shared_part(moved(1.1, 0), size, size), 0.0);
     EXPECT_NEAR(shared_part(cv::Matx33d::eye() * -2.0, size, size), 1.0, 1e-6);
-    EXPECT_EQ(shared_part({1, 0, 0, 0, 1, 0, 3, 0, 1}, size, size), 0.0);  // folded
+    EXPECT_EQ(shared_part({1, 0, 0, 0, 1, 0, 3, 0, 1}, size, size), 0.0);   // folded
     EXPECT_EQ(shared_part({-1, 0, 0, 0, 1, 0, 0, 0, 1}, size, size), 0.0);  // mirrored
 }
 
@@ -70,8 +70,8 @@ TEST(FinishingPairs, TheyAreFewHoweverManyFramesShowTheSame)
     const int count = 60;
     const auto frames = frames_at(std::vector<double>(count, 0.0));
     const auto known = pairs_of_neighbours(frames);
-    const auto found =
-        pairs_that_overlap(frames, known, [](int, int) { return std::optional<cv::Matx33d>(cv::Matx33d::eye()); });
+    const auto found = pairs_that_overlap(
+        frames, known, [](int, int) { return std::optional<cv::Matx33d>(cv::Matx33d::eye()); });
     EXPECT_LE(known.size() + found.size(), 4U * count);
 }
 
