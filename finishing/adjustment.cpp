@@ -7,7 +7,7 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
-#include <limits>
+#include <numeric>
 
 namespace tarn::finishing {
 
@@ -88,10 +88,8 @@ public:
     /// Where the parameters of the two cameras of a link and the shared ones stand.
     std::vector<int> parameters_of(const frame_link& link) const
     {
-        std::vector<int> result;
-        for (int p = 0; p < shared_; ++p) {
-            result.push_back(p);
-        }
+        std::vector<int> result(static_cast<std::size_t>(shared_));
+        std::iota(result.begin(), result.end(), 0);
         for (const int index : {link.i, link.j}) {
             for (int p = 0; p < per_camera_; ++p) {
                 const int first = first_[static_cast<std::size_t>(index)];

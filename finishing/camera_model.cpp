@@ -67,10 +67,8 @@ std::vector<bool> largest_part(const std::vector<frame_link>& links, int count)
         ++sizes[static_cast<std::size_t>(part)];
     }
     const auto largest = static_cast<int>(std::max_element(sizes.begin(), sizes.end()) - sizes.begin());
-    std::vector<bool> members;
-    for (const int part : parts) {
-        members.push_back(part == largest);
-    }
+    std::vector<bool> members(parts.size());
+    std::transform(parts.begin(), parts.end(), members.begin(), [&](int part) { return part == largest; });
     return members;
 }
 
@@ -174,9 +172,9 @@ std::vector<int> joined_parts(const std::vector<frame_link>& links, int count)
         const int b = first_of(link.j);
         before[static_cast<std::size_t>(std::max(a, b))] = std::min(a, b);
     }
-    std::vector<int> result;
+    std::vector<int> result(static_cast<std::size_t>(count));
     for (int i = 0; i < count; ++i) {
-        result.push_back(first_of(i));
+        result[static_cast<std::size_t>(i)] = first_of(i);
     }
     return result;
 }

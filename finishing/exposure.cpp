@@ -246,7 +246,8 @@ std::vector<block_gains> balance_exposure(const std::vector<small_drawing>& draw
         gains.grid.create(grid.rows, grid.columns, CV_32FC3);
         for (int row = 0; row < grid.rows; ++row) {
             for (int column = 0; column < grid.columns; ++column) {
-                const auto own = static_cast<std::size_t>(grid.first + row * grid.columns + column);
+                const int cell_number = grid.first + row * grid.columns + column;
+                const auto own = static_cast<std::size_t>(cell_number);
                 for (std::size_t c = 0; c < colours; ++c) {
                     gains.grid.at<cv::Vec3f>(row, column)[static_cast<int>(c)] = static_cast<float>(
                         std::clamp(std::exp(logarithms[c][own]), 1.0 / greatest_gain, greatest_gain));

@@ -273,8 +273,9 @@ private:
         }
         const cv::Rect full = sides_moved_in(result_.mask);
         if (full.size() != result_.mask.size()) {
-            result_.picture = result_.picture(full).clone();
-            result_.mask = result_.mask(full).clone();
+            // No copies: the picture may be most of what there is memory for.
+            result_.picture = result_.picture(full);
+            result_.mask = result_.mask(full);
             area_ = full + area_.tl();
         }
     }

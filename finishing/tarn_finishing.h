@@ -138,7 +138,7 @@ struct finishing_result {
     std::string explanation;  ///< of what went wrong, in English; "" when nothing did
     int failed_number = 0;    ///< with status::unreadable: number of the key frame
 
-    cv::Mat picture;  ///< CV_8UC3, B,G,R
+    cv::Mat picture;  ///< CV_8UC3, B,G,R; may have gaps between its rows
     cv::Mat mask;     ///< CV_8UC1, of the same size: 255 where the picture shows something
 
     camera_motion motion = camera_motion::none;
