@@ -42,6 +42,26 @@ foreach(kind IN ITEMS static shared)
     DESTINATION "${tarn_package_directory}")
 endforeach()
 
+# The finishing library, where it is built: its own header directory and export sets, so that a package may leave it out.
+if(TARGET TarnStitch::finishing)
+  install(FILES finishing/tarn_finishing.h DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}/TarnStitchFinishing"
+          COMPONENT finishing)
+  foreach(kind IN ITEMS static shared)
+    install(
+      TARGETS tarn_finishing_${kind}
+      EXPORT TarnStitch-finishing_${kind}
+      ARCHIVE DESTINATION "${CMAKE_INSTALL_LIBDIR}" COMPONENT finishing
+      LIBRARY DESTINATION "${CMAKE_INSTALL_LIBDIR}" COMPONENT finishing
+      RUNTIME DESTINATION "${CMAKE_INSTALL_BINDIR}" COMPONENT finishing)
+    install(
+      EXPORT TarnStitch-finishing_${kind}
+      FILE TarnStitch-finishing_${kind}-targets.cmake
+      NAMESPACE TarnStitch::
+      DESTINATION "${tarn_package_directory}"
+      COMPONENT finishing)
+  endforeach()
+endif()
+
 # The installed package finds OpenCV with the modules that the library was built with.
 configure_package_config_file(
   cmake/TarnStitchConfig.cmake.in "${PROJECT_BINARY_DIR}/package/TarnStitchConfig.cmake"
@@ -83,6 +103,7 @@ if(tarn_opencv_directory
    AND NOT CMAKE_CROSSCOMPILING
    AND NOT tarn_opencv_directory IN_LIST CMAKE_CXX_IMPLICIT_LINK_DIRECTORIES)
   list(PREPEND tarn_pc_libs "-L${tarn_opencv_directory}")
+  set(tarn_pc_finishing_search "-L${tarn_opencv_directory}")
 endif()
 list(JOIN tarn_pc_libs " " tarn_pc_libs)
 list(JOIN tarn_pc_libs_private " " tarn_pc_libs_private)
@@ -103,3 +124,12 @@ else()
 endif()
 configure_file(cmake/tarn_stitch.pc.in "${PROJECT_BINARY_DIR}/package/tarn_stitch.pc" @ONLY)
 install(FILES "${PROJECT_BINARY_DIR}/package/tarn_stitch.pc" DESTINATION "${CMAKE_INSTALL_LIBDIR}/pkgconfig")
+if(TARGET TarnStitch::finishing)
+  list(TRANSFORM tarn_finishing_opencv_of_headers PREPEND "-lopencv_" OUTPUT_VARIABLE tarn_pc_finishing_libs)
+  list(TRANSFORM tarn_finishing_opencv_inside PREPEND "-lopencv_" OUTPUT_VARIABLE tarn_pc_finishing_libs_private)
+  list(JOIN tarn_pc_finishing_libs " " tarn_pc_finishing_libs)
+  list(JOIN tarn_pc_finishing_libs_private " " tarn_pc_finishing_libs_private)
+  configure_file(cmake/tarn_finishing.pc.in "${PROJECT_BINARY_DIR}/package/tarn_finishing.pc" @ONLY)
+  install(FILES "${PROJECT_BINARY_DIR}/package/tarn_finishing.pc" DESTINATION "${CMAKE_INSTALL_LIBDIR}/pkgconfig"
+          COMPONENT finishing)
+endif()

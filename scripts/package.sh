@@ -1,8 +1,9 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: Apache-2.0
 #
-# Builds the Debian packages libtarnstitch1, libtarnstitch-dev and tarnstitch into out/packages, after installing what
-# is missing, and has lintian look at them; what lintian calls an error fails. scripts/test-packages.sh installs them.
+# Builds the Debian packages libtarnstitch1, libtarnstitch-finishing1, their -dev packages and tarnstitch into
+# out/packages, after installing what is missing, and has lintian look at them; what lintian calls an error fails.
+# scripts/test-packages.sh installs them.
 set -euo pipefail
 # shellcheck source=scripts/lib/common.sh
 source "$(dirname "${BASH_SOURCE[0]}")/lib/common.sh"

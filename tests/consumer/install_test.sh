@@ -27,6 +27,14 @@ for file in "$library_directory/libtarnstitch.so.$version" "$library_directory/l
   share/bash-completion/completions/tarnstitch share/zsh/site-functions/_tarnstitch; do
   [[ -f $file ]] || { echo "missing: $file" && missing=1; }
 done
+# The finishing library, where it was built.
+if [[ -f $2/package/tarn_finishing.pc ]]; then
+  for file in "$library_directory/libtarnstitch-finishing.so.$version" "$library_directory/libtarnstitch-finishing.a" \
+    "$library_directory/pkgconfig/tarn_finishing.pc" include/TarnStitchFinishing/tarn_finishing.h \
+    "$library_directory/cmake/TarnStitch/TarnStitch-finishing_static-targets.cmake"; do
+    [[ -f $file ]] || { echo "missing: $file" && missing=1; }
+  done
+fi
 ((missing == 0))
 
 [[ $(readlink "$library_directory/libtarnstitch.so") == libtarnstitch.so.1 ]]

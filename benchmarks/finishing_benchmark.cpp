@@ -1,0 +1,390 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// The finished picture beside those that OpenCV's own stitcher makes of the same key frames: whether there is one, how
+// exact its geometry is, how sharp it is, how long it takes and how much memory. Each runs in a process of its own;
+// its answer is looked at when its time is over. Clips beyond the samples are named on the command line; a table in
+// Markdown goes to standard output.
+//
+//     finishing_benchmark [--threads=N] [--pictures=DIRECTORY] [--lengths] [VIDEO[:TRUTH.csv]]...
+#include <algorithm>
+#include <array>
+#include <chrono>
+#include <cmath>
+#include <cstdio>
+#include <cstring>
+#include <ctime>
+#include <fstream>
+#include <functional>
+#include <iostream>
+#include <limits>
+#include <sstream>
+#include <string>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <vector>
+
+#include <opencv2/calib3d.hpp>
+#include <opencv2/imgcodecs.hpp>
+#include <opencv2/imgproc.hpp>
+#include <opencv2/stitching.hpp>
+#include <opencv2/videoio.hpp>
+
+#include "live_key_frames.h"
+#include "support/rendered_sweep.h"
+#include "tarn_finishing.h"
+
+namespace {
+
+using tarn::finishing::key_frame;
+constexpr double unknown = -1.0;
+
+/// What one rival shows on one clip.
+struct figures {
+    int used = 0;  ///< key frames that are placed; 0: there is no picture
+    double seconds = unknown;
+    double cpu_seconds = unknown;
+    double megabytes = unknown;  ///< the most that was resident beyond the key frames
+    double geometry =
+        unknown;  ///< median over neighbours of the mean distance of corners, % of a frame's width
+    double sharpness = unknown;  ///< mean gradient, in parts of the key frames'
+    int width = 0;
+    int height = 0;
+};
+
+double median(std::vector<double> values)
+{
+    const auto middle = values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2);
+    std::nth_element(values.begin(), middle, values.end());
+    return *middle;
+}
+
+/// Of all threads of the process so far.
+double process_cpu_seconds()
+{
+    return static_cast<double>(std::clock()) / CLOCKS_PER_SEC;
+}
+
+double resident_megabytes(const char* key)
+{
+    double kilobytes = 0.0;
+    std::ifstream status("/proc/self/status");
+    for (std::string line; std::getline(status, line);) {
+        if (line.rfind(key, 0) == 0) {
+            kilobytes = std::stod(line.substr(line.find_first_of("0123456789")));
+        }
+    }
+    return kilobytes / 1024.0;
+}
+
+struct clip {
+    std::string name;
+    std::vector<key_frame> key_frames;
+    std::vector<cv::Mat> pictures;
+    std::vector<cv::Matx33d> truth;  ///< of the key frames; empty where it is not known
+    bool reached_the_end = true;
+};
+
+std::vector<cv::Matx33d> read_truth(const std::string& path)
+{
+    std::vector<cv::Matx33d> result;
+    std::ifstream file(path);
+    std::string line;
+    std::getline(file, line);
+    while (std::getline(file, line)) {
+        std::istringstream fields(line);
+        std::string field;
+        std::getline(fields, field, ',');
+        cv::Matx33d homography;
+        for (double& value : homography.val) {
+            std::getline(fields, field, ',');
+            value = std::stod(field);
+        }
+        result.push_back(homography);
+    }
+    return result;
+}
+
+clip read_clip(const std::string& argument)
+{
+    clip result;
+    const std::size_t colon = argument.find(':');
+    const std::string path = argument.substr(0, colon);
+    const std::size_t slash = path.find_last_of('/');
+    result.name = path.substr(slash == std::string::npos ? 0 : slash + 1);
+    result.name = result.name.substr(0, result.name.find_last_of('.'));
+    std::vector<cv::Mat> frames;
+    cv::VideoCapture video(path);
+    for (cv::Mat frame; video.read(frame);) {
+        frames.push_back(frame.clone());
+    }
+    const auto sweep = tarn::test::live_key_frames(frames);
+    result.reached_the_end = sweep.reached_the_end;
+    result.key_frames = sweep.key_frames;
+    const auto truth =
+        colon == std::string::npos ? std::vector<cv::Matx33d>() : read_truth(argument.substr(colon + 1));
+    for (const key_frame& frame : result.key_frames) {
+        result.pictures.push_back(frame.image());
+        if (!truth.empty()) {
+            result.truth.push_back(truth.at(static_cast<std::size_t>(frame.number)));
+        }
+    }
+    return result;
+}
+
+/// The homography from a key frame to its neighbour as a maker's picture has it. Places on a cylinder are not a homography
+/// of the frame, so both makers are asked for cameras instead.
+using neighbour_homography = std::function<bool(int i, int j, cv::Matx33d& j_from_i)>;
+
+double geometry_of(const clip& from, const neighbour_homography& found)
+{
+    std::vector<double> errors;
+    const cv::Size size = from.pictures[0].size();
+    for (std::size_t k = 1; k < from.truth.size(); ++k) {
+        cv::Matx33d homography;
+        if (found(static_cast<int>(k), static_cast<int>(k) - 1, homography)) {
+            errors.push_back(
+                100.0 / size.width
+                * tarn::test::mean_corner_error(homography, from.truth[k - 1].inv() * from.truth[k], size));
+        }
+    }
+    return errors.empty() ? unknown : median(errors);
+}
+
+/// Our own cameras.
+void finish_cameras(const tarn::finishing::finishing_result& result, neighbour_homography& homography,
+                    cv::Size size)
+{
+    homography = [result, size](int i, int j, cv::Matx33d& j_from_i) {
+        const auto& a = result.frames[static_cast<std::size_t>(i)];
+        const auto& b = result.frames[static_cast<std::size_t>(j)];
+        if (a.placement == tarn::finishing::placed_by::nothing
+            || b.placement == tarn::finishing::placed_by::nothing) {
+            return false;
+        }
+        const double side = std::max(size.width, size.height);
+        const double focal = result.focal_length > 0 ? result.focal_length : 1.0;
+        const cv::Matx33d pixel_from_ray(side * focal, 0, (size.width - 1) / 2.0, 0, side * focal,
+                                         (size.height - 1) / 2.0, 0, 0, 1);
+        j_from_i = pixel_from_ray * b.camera.inv() * a.camera * pixel_from_ray.inv();
+        return true;
+    };
+}
+
+/// Those of OpenCV's stitcher.
+void stitcher_cameras(cv::Stitcher& stitcher, neighbour_homography& homography)
+{
+    const auto cameras = stitcher.cameras();
+    const auto component = stitcher.component();
+    const double scale = stitcher.workScale();
+    const bool affine = stitcher.estimator().dynamicCast<cv::detail::AffineBasedEstimator>() != nullptr;
+    homography = [=](int i, int j, cv::Matx33d& j_from_i) {
+        const auto position = [&](int index) {
+            return std::find(component.begin(), component.end(), index) - component.begin();
+        };
+        const auto at_i = position(i);
+        const auto at_j = position(j);
+        const auto count = static_cast<std::ptrdiff_t>(component.size());
+        if (at_i == count || at_j == count) {
+            return false;
+        }
+        const auto reference_from_pixel = [&](std::ptrdiff_t at) {
+            const cv::detail::CameraParams& camera = cameras[static_cast<std::size_t>(at)];
+            cv::Mat rotation;
+            camera.R.convertTo(rotation, CV_64F);
+            const cv::Matx33d work_from_full(scale, 0, 0, 0, scale, 0, 0, 0, 1);
+            // An affine camera's "rotation" is its map, of pixels.
+            return affine ? cv::Matx33d(rotation) * work_from_full
+                          : cv::Matx33d(rotation) * cv::Matx33d(cv::Mat(camera.K())).inv() * work_from_full;
+        };
+        j_from_i = reference_from_pixel(at_j).inv() * reference_from_pixel(at_i);
+        return true;
+    };
+}
+
+/// Mean gradient of the picture in parts of the key frames': ghosts and misplaced frames blur, and make it less. It also
+/// depends a little on which parts are seen often, so that only large differences mean something; the joints themselves are
+/// for the eye (--pictures).
+void measure_sharpness(const clip& from, const cv::Mat& picture, figures& own)
+{
+    const auto strength = [](const cv::Mat& image) {
+        cv::Mat gray;
+        cv::cvtColor(image, gray, cv::COLOR_BGR2GRAY);
+        cv::Mat dx;
+        cv::Mat dy;
+        cv::Sobel(gray, dx, CV_32F, 1, 0, 3, 1.0 / 8);
+        cv::Sobel(gray, dy, CV_32F, 0, 1, 3, 1.0 / 8);
+        cv::Mat both;
+        cv::magnitude(dx, dy, both);
+        return cv::mean(both)[0];
+    };
+    double sum = 0.0;
+    for (const cv::Mat& frame : from.pictures) {
+        sum += strength(frame);
+    }
+    own.sharpness = strength(picture) / (sum / static_cast<double>(from.pictures.size()));
+}
+
+using maker =
+    std::function<bool(const clip&, cv::Mat& picture, figures& own, neighbour_homography& homography)>;
+
+bool finish_clip(const clip& from, cv::Mat& picture, figures& own, neighbour_homography& homography)
+{
+    const auto result = tarn::finishing::finish(from.key_frames);
+    if (result.outcome != tarn::finishing::status::ok) {
+        return false;
+    }
+    picture = result.picture;
+    for (const auto& frame : result.frames) {
+        own.used += frame.placement != tarn::finishing::placed_by::nothing ? 1 : 0;
+    }
+    finish_cameras(result, homography, from.pictures[0].size());
+    return true;
+}
+
+maker stitcher_of(cv::Stitcher::Mode mode)
+{
+    return [mode](const clip& from, cv::Mat& picture, figures& own, neighbour_homography& homography) {
+        const auto stitcher = cv::Stitcher::create(mode);
+        if (stitcher->stitch(from.pictures, picture) != cv::Stitcher::OK) {
+            return false;
+        }
+        own.used = static_cast<int>(stitcher->component().size());
+        stitcher_cameras(*stitcher, homography);
+        return true;
+    };
+}
+
+figures in_own_process(const clip& from, const maker& make, int threads, const std::string& picture_file)
+{
+    std::array<int, 2> ends{};
+    figures result;
+    if (pipe(ends.data()) != 0) {
+        return result;
+    }
+    const pid_t child = fork();
+    if (child == 0) {
+        figures own;
+        cv::setNumThreads(threads);
+        const double before = resident_megabytes("VmRSS");
+        const double cpu_before = process_cpu_seconds();
+        const auto begin = std::chrono::steady_clock::now();
+        cv::Mat picture;
+        neighbour_homography homography;
+        bool is_made = false;
+        try {
+            is_made = make(from, picture, own, homography);
+        } catch (const std::exception&) {
+            is_made = false;
+        }
+        own.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
+        own.cpu_seconds = process_cpu_seconds() - cpu_before;
+        own.megabytes = resident_megabytes("VmHWM") - before;
+        if (is_made) {
+            own.width = picture.cols;
+            own.height = picture.rows;
+            own.geometry = geometry_of(from, homography);
+            measure_sharpness(from, picture, own);
+            if (!picture_file.empty()) {
+                cv::imwrite(picture_file, picture);
+            }
+        } else {
+            own.used = 0;
+        }
+        const bool is_written = write(ends[1], &own, sizeof own) == sizeof own;
+        _exit(is_written ? 0 : 1);
+    }
+    close(ends[1]);
+    if (child < 0 || read(ends[0], &result, sizeof result) != sizeof result) {
+        result = figures();
+    }
+    close(ends[0]);
+    waitpid(child, nullptr, 0);
+    return result;
+}
+
+std::string number(double value, int digits)
+{
+    if (value < 0) {
+        return "–";
+    }
+    std::ostringstream text;
+    text.setf(std::ios::fixed);
+    text.precision(digits);
+    text << value;
+    return text.str();
+}
+
+struct rival {
+    const char* name;
+    maker make;
+};
+
+}  // namespace
+
+int main(int argc, char** argv)
+{
+    std::vector<std::string> clips;
+    std::string pictures;
+    int threads = cv::getNumThreads();
+    bool lengths = false;
+    for (int i = 1; i < argc; ++i) {
+        const std::string argument = argv[i];
+        if (argument.rfind("--threads=", 0) == 0) {
+            threads = std::stoi(argument.substr(10));
+        } else if (argument.rfind("--pictures=", 0) == 0) {
+            pictures = argument.substr(11) + "/";
+        } else if (argument == "--lengths") {
+            lengths = true;
+        } else if (argument.rfind("--", 0) != 0) {
+            clips.push_back(argument);
+        }
+    }
+    if (clips.empty()) {
+        const std::string samples = TARN_SAMPLES_DIR "/";
+        clips = {samples + "hall_slide.mp4:" + samples + "hall_slide.gt.csv", samples + "parking_pan.mp4",
+                 samples + "river_pan.mp4"};
+    }
+    cv::setNumThreads(
+        1);  // until the processes that are measured are on their own: one with threads cannot be forked
+    const std::array<rival, 3> rivals = {{{"finishing", finish_clip},
+                                          {"PANORAMA", stitcher_of(cv::Stitcher::PANORAMA)},
+                                          {"SCANS", stitcher_of(cv::Stitcher::SCANS)}}};
+    std::printf(
+        "| clip | by | key frames | in the picture | s | CPU s | MB | geometry, %% | sharpness | size |\n");
+    std::printf("| --- | --- | --: | --: | --: | --: | --: | --: | --: | --- |\n");
+    bool all_whole = true;
+    for (const std::string& argument : clips) {
+        clip whole = read_clip(argument);
+        std::vector<std::size_t> counts = {whole.key_frames.size()};
+        if (lengths) {
+            counts = {8, 10, 12, 20, 30, 40, 60};
+        }
+        for (const std::size_t count : counts) {
+            clip part = whole;
+            if (count > part.key_frames.size()) {
+                continue;
+            }
+            part.key_frames.resize(count);
+            part.pictures.resize(count);
+            part.truth.resize(std::min(count, part.truth.size()));
+            for (const rival& one : rivals) {
+                if (lengths && std::strcmp(one.name, "SCANS") == 0) {
+                    continue;
+                }
+                const std::string file = pictures.empty() ? ""
+                                                          : pictures + part.name + "-" + std::to_string(count)
+                                                                + "-" + one.name + ".jpg";
+                const figures own = in_own_process(part, one.make, threads, file);
+                std::printf("| %s | %s | %zu%s | %d | %s | %s | %s | %s | %s | %dx%d |\n", part.name.c_str(),
+                            one.name, count, part.reached_the_end ? "" : " (lost)", own.used,
+                            number(own.seconds, 2).c_str(), number(own.cpu_seconds, 2).c_str(),
+                            number(own.megabytes, 0).c_str(), number(own.geometry, 4).c_str(),
+                            number(own.sharpness, 3).c_str(), own.width, own.height);
+                std::fflush(stdout);
+                all_whole = all_whole
+                            && (std::strcmp(one.name, "finishing") != 0 || own.used == static_cast<int>(count));
+            }
+        }
+    }
+    return all_whole ? 0 : 1;
+}
