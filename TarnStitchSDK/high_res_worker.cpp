@@ -392,7 +392,7 @@ bool finish_panorama(TarnStitcher& task, int last_big_frame_index, task_generati
     cv::Mat panorama;
     std::string _img_path;
     {
-        const auto lock = lock_current_task();
+        const auto lock = lock_handover();
         if (generation != current_generation() || big_frame_num != last_big_frame_index
             || big_stitch_status != pipeline_ready) {
             return true;  // nothing to write; the path tells, not the result. This is meant.
@@ -401,7 +401,7 @@ bool finish_panorama(TarnStitcher& task, int last_big_frame_index, task_generati
         _img_path = big_local_path + "big_stitch.jpg";
     }
     write_private_jpeg(_img_path, panorama);
-    const auto lock = lock_current_task();
+    const auto lock = lock_handover();
     task.big_stitch_image_path = _img_path;
     return true;
 }
@@ -417,7 +417,7 @@ void launch_worker(const cv::Mat& frame, const std::vector<float>& angles, const
 
 pipeline_snapshot look_at_pipeline()
 {
-    const auto lock = lock_current_task();
+    const auto lock = lock_handover();
     return {big_stitch_status, big_frame_num, first_failed_frame(), big_stitch_image, first_failure()};
 }
 

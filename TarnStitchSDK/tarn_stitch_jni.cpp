@@ -50,7 +50,7 @@ void start_task(const std::string& _local_path)
     if (_local_path.empty() || isFloderexit(_local_path.c_str())
         || mkdir(_local_path.c_str(), owner_may_write) == 0) {
         TarnStitcher fresh(_local_path);
-        const auto nobody_looks = tarn::lock_current_task();
+        const auto nobody_looks = tarn::lock_handover();
         tarn_stitcher = std::move(fresh);
     }
 }
@@ -112,7 +112,7 @@ int* videoStitch(cv::Mat mat, int direction, int is_last_one)
 
 const char* getCurrentPanoramaShow()
 {
-    const auto lock = tarn::lock_current_task();
+    const auto lock = tarn::lock_handover();
     return tarn_stitcher.big_stitch_image_path.c_str();
 }
 
@@ -121,7 +121,7 @@ const char* getTestCurrentPanoramaShow()
     // A copy of the calling thread's own: a worker may replace the string at any moment, and with it the characters.
     static thread_local std::string shown_path;
     try {
-        const auto lock = tarn::lock_current_task();
+        const auto lock = tarn::lock_handover();
         shown_path = test_image_path;
     } catch (const std::exception&) {
         shown_path.clear();
@@ -131,7 +131,7 @@ const char* getTestCurrentPanoramaShow()
 
 cv::Mat getCurrentPanoramsShowMat()
 {
-    const auto lock = tarn::lock_current_task();
+    const auto lock = tarn::lock_handover();
     return tarn_stitcher.last_stitch_image;
 }
 

@@ -31,6 +31,7 @@
 #include <opencv2/features2d.hpp>
 
 #include "descriptor_matching.h"
+#include "working_copy.h"
 #include "high_res_worker.h"
 #include "motion.h"
 #include "projection.h"

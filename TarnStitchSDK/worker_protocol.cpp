@@ -107,7 +107,7 @@ std::unique_lock<std::mutex> lock_task(task_generation generation)
     return lock;
 }
 
-std::unique_lock<std::mutex> lock_current_task()
+std::unique_lock<std::mutex> lock_handover()
 {
     return std::unique_lock<std::mutex>(handover_mutex());
 }

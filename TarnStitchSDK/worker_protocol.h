@@ -46,7 +46,7 @@ void check_current(task_generation generation);
 std::unique_lock<std::mutex> lock_task(task_generation generation);
 
 /// The hand-over mutex, locked, for the host's thread, whose calls always belong to the current task.
-std::unique_lock<std::mutex> lock_current_task();
+std::unique_lock<std::mutex> lock_handover();
 
 /// Keeps the members of tarn_stitcher to one thread: held while a frame is registered or handed over, and while the
 /// task is replaced. A host whose calls never overlap never waits for it; one whose calls do overlap, against the

@@ -9,6 +9,7 @@ include(CMakePackageConfigHelpers)
 set(tarn_public_headers
     descriptor_matching.h
     frame_answer.h
+    working_copy.h
     high_res_worker.h
     motion.h
     projection.h
