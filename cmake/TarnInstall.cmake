@@ -5,7 +5,8 @@
 include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
 
-# Those of the library's own lie in TarnStitchSDK/internal.
+# tarn_sweep.h, tarn_c.h, tarn_stitch_jni.h and all that they include; what no host includes lies in
+# TarnStitchSDK/internal.
 set(tarn_public_headers
     descriptor_matching.h
     frame_answer.h

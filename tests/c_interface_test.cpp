@@ -634,6 +634,9 @@ TEST_F(c_interface, frames_that_are_none_are_refused_and_change_nothing)
         EXPECT_FAILURE(tarn_sweep_finish(sweep_, &options, &panorama_), TARN_ERROR_BAD_ARGUMENT,
                        std::to_string(hint));
     }
+    tarn_answer answer;
+    answer.size = 0;
+    EXPECT_FAILURE(tarn_sweep_feed(sweep_, &frame, 0, &answer), TARN_ERROR_BAD_ARGUMENT, "answer.size is 0");
     auto status = made<tarn_status>();
     EXPECT_EQ(tarn_sweep_get_status(sweep_, &status), TARN_OK);
     EXPECT_EQ(status.key_frames, 0);

@@ -28,10 +28,10 @@ cmp "$work/expected.err" "$work/err"
 refuses() {
   local code=0
   "$host" "${@:3}" 2>"$work/err" || code=$?
-  [[ $code == "$1" && $(wc -l <"$work/err") == 1 ]] && grep -F "$2" "$work/err" || {
+  if [[ $code != "$1" || $(wc -l <"$work/err") != 1 ]] || ! grep -F "$2" "$work/err"; then
     echo "exit code $code instead of $1: $(cat "$work/err")"
     exit 1
-  }
+  fi
 }
 refuses 2 usage </dev/null
 refuses 1 "there is no panorama" "$work/none.jpg" </dev/null
