@@ -11,7 +11,7 @@
 
 #include "support/rendered_sweep.h"
 #include "tarn_stitch_jni.h"
-#include "worker_protocol.h"
+#include "internal/worker_pool.h"
 
 namespace tarn::test {
 
