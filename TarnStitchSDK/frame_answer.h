@@ -18,7 +18,7 @@ using corners = std::array<cv::Point2f, 4>;  ///< top-left, top-right, bottom-ri
 struct frame_answer {
     answer_code code = code_normal;
     reason why = reason::none;  ///< why it was not taken
-    std::string detail;         ///< what the image library said of an unusable frame; else ""
+    std::string detail;         ///< what OpenCV said of an unusable frame; else ""
 
     bool taken = false;         ///< registered, or composed: the panorama and the sweep go on from it
     int key_frame = 0;          ///< its number among the key frames, from 1, if it was given to a worker; else 0

@@ -39,7 +39,7 @@ enum direction_code : int {
 
 constexpr direction_code last_direction_code = direction_left;
 
-/// Values of big_stitch_status (worker_protocol.h has their meaning in full); 1 is never used.
+/// Values of big_stitch_status (high_res_worker.h has their meaning in full); 1 is never used.
 enum pipeline_state : int {
     pipeline_empty = 0,   ///< no panorama yet
     pipeline_busy = 2,    ///< a worker holds its turn
@@ -69,7 +69,7 @@ enum class reason : int {
     against_the_hint = 7,     ///< the camera goes the other way
     not_convex = 8,           ///< the frame, mapped into the preview, is no convex quadrilateral
     out_of_scale = 9,         ///< a side of it is shorter than 2 px or longer than 4000 px
-    unusable_frame = 10,      ///< no pixels, a type that is not read, or an error of the image library
+    unusable_frame = 10,      ///< no pixels, a type that is not read, or an error of OpenCV
 
     too_few_matches = 11,     ///< a key frame has fewer than 20 matches with the one before
     no_homography = 12,       ///< its matches agree on no motion

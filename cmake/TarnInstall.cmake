@@ -5,7 +5,8 @@
 include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
 
-# Those of the library's own lie in TarnStitchSDK/internal.
+# tarn_sweep.h, tarn_c.h, tarn_stitch_jni.h and all that they include; what no host includes lies in
+# TarnStitchSDK/internal.
 set(tarn_public_headers
     descriptor_matching.h
     frame_answer.h
@@ -16,6 +17,7 @@ set(tarn_public_headers
     quadrilateral.h
     seam.h
     shared_access.h
+    tarn_c.h
     tarn_stitch_jni.h
     tarn_stitcher.h
     tarn_sweep.h
@@ -62,6 +64,12 @@ list(TRANSFORM tarn_pc_opencv_include PREPEND "-I")
 list(JOIN tarn_pc_opencv_include " " tarn_pc_opencv_include)
 list(TRANSFORM tarn_opencv_of_headers PREPEND "-lopencv_" OUTPUT_VARIABLE tarn_pc_libs)
 list(TRANSFORM tarn_opencv_inside PREPEND "-lopencv_" OUTPUT_VARIABLE tarn_pc_libs_private)
+# A host in C, linked with the static library, has to name the standard library of C++ as well.
+foreach(library IN ITEMS stdc++ c++)
+  if(library IN_LIST CMAKE_CXX_IMPLICIT_LINK_LIBRARIES)
+    list(APPEND tarn_pc_libs_private "-l${library}" -lm)
+  endif()
+endforeach()
 set(tarn_opencv_directory "")
 foreach(property IN ITEMS IMPORTED_LOCATION_RELEASE IMPORTED_LOCATION_NONE IMPORTED_LOCATION IMPORTED_IMPLIB_RELEASE)
   get_target_property(location opencv_core ${property})

@@ -14,7 +14,7 @@ configure dev --log-level=WARNING "$@"
 build dev --target tarn_tests tarn_soak
 
 # Every subject once; the comparisons with random input are many times the same.
-filter='DeleteFile*:GetFilePath*:IsFloderexit*:RemoveLocalPath*:PrivateFile*:PlantedEntries*:StitcherState*'
+filter='DeleteFile*:GetFilePath*:IsFloderexit*:RemoveLocalPath*:PictureFile*:PlantedEntries*:StitcherState*'
 filter+=':ResetStitch*:VideoStitch*:Getters*:PixelExport*:WorkerTurn*:WorkerTicket*:FrameFile*:FinalImage*'
 filter+=':ReplacedTask*:GetDirection*:LinePara*:IsConvex*:EdgeTilt*:OptimizeSeam*:FillContours*'
 filter+=':-*Reference*:*AnyCorners*:*HundredTimes*:*DifferentSizes*'

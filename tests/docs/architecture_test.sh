@@ -10,7 +10,7 @@ cd "$1"
 wrong=0
 for document in docs/architecture.md docs/images/architecture.dot; do
   while IFS= read -r name; do
-    [[ -e TarnStitchSDK/$name ]] || { echo "$document names $name, which does not exist" && wrong=1; }
+    [[ -e TarnStitchSDK/$name || -e TarnStitchSDK/internal/$name ]] || { echo "$document names $name, which does not exist" && wrong=1; }
   done < <(grep -oE '\b[a-z_0-9]+\.(cpp|h)\b' "$document" | sort -u)
   for source in TarnStitchSDK/*.cpp; do
     name=$(basename "$source")

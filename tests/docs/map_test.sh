@@ -31,7 +31,7 @@ section() {
 }
 
 # Without their endings: a header and its source are one topic.
-library=$(cd TarnStitchSDK && printf '%s\n' *.h *.cpp)
+library=$(cd TarnStitchSDK && printf '%s\n' *.h *.cpp internal/ && cd internal && printf '%s\n' *.h)
 differ "files of TarnStitchSDK" "$(sed -E 's/\.(h|cpp)$//' <<<"$library" | sorted)" \
   "$(section TarnStitchSDK | sed -E 's/\.h$//' | sorted)"
 tests=$(cd tests && printf '%s\n' */)

@@ -22,8 +22,9 @@
 
 #include "support/counted_sleep.h"
 #include "support/rendered_sweep.h"
+#include "internal/shared_state.h"
+#include "internal/worker_pool.h"
 #include "tarn_sweep.h"
-#include "worker_protocol.h"
 
 namespace {
 
