@@ -10,6 +10,7 @@
 
 #include "high_res_composition.h"
 #include "high_res_frame.h"
+#include "internal/frame_account.h"
 #include "private_file.h"
 #include "tarn_stitcher.h"
 #include "worker_protocol.h"
@@ -18,6 +19,7 @@ namespace {
 
 using tarn::at_stage;
 using tarn::load_acquire;
+using tarn::reason;
 using tarn::store_release;
 using tarn::worker_stage;
 
@@ -62,8 +64,8 @@ public:
             if (wait_until_idle() && wait_for_ticket()) {
                 take_turn();
             }
-        } catch (const std::exception&) {
-            fail();
+        } catch (const std::exception& error) {
+            fail(tarn::reason_of(error));
         }
     }
 
@@ -205,23 +207,24 @@ private:
             hand_over(frame_, cv::Mat::eye(3, 3, CV_64F));
             return;
         }
-        const cv::Mat panorama_from_frame = register_frame();
+        reason refused = reason::none;
+        const cv::Mat panorama_from_frame = register_frame(refused);
         pass(worker_stage::registered);
-        if (panorama_from_frame.empty()) {
-            fail();
+        if (refused != reason::none) {
+            fail(refused);
             return;
         }
         const auto merged = tarn::merge_frame(neighbour_.panorama, frame_, panorama_from_frame);
         pass(worker_stage::composed);
         if (!merged) {
-            fail();
+            fail(reason::too_large);
             return;
         }
         hand_over(*merged);
     }
 
-    // The frame into the panorama, found by way of the frame composed last; empty when that fails.
-    cv::Mat register_frame() const
+    // The frame into the panorama, found by way of the frame composed last. Says why that is refused, if it is.
+    cv::Mat register_frame(reason& refused) const
     {
         constexpr float check_match_conf = 0.2f;
         constexpr size_t least_matches = 20;
@@ -232,6 +235,7 @@ private:
         std::vector<cv::DMatch> good_matches;
         single_match(neighbour_.descriptors, described_.descriptors, good_matches, check_match_conf);
         if (good_matches.size() < least_matches) {
+            refused = reason::too_few_matches;
             return {};
         }
         // Both frames' points are divided by the current frame's scale: all frames of a sweep have one size.
@@ -248,6 +252,7 @@ private:
             cv::findHomography(frame_points, neighbour_points, cv::RANSAC, reprojection_threshold,
                                cv::noArray(), max_iterations, confidence);
         if (neighbour_from_frame.empty()) {
+            refused = reason::no_homography;
             return {};
         }
         cv::Mat panorama_from_frame = neighbour_.homo * neighbour_from_frame;
@@ -258,7 +263,10 @@ private:
             {0.0f, 0.0f}, {width, 0.0f}, {width, height}, {0.0f, height}};
         std::vector<cv::Point2f> transpose_corners;
         cv::perspectiveTransform(frame_corners, transpose_corners, panorama_from_frame);
-        return is_convex(transpose_corners) ? panorama_from_frame : cv::Mat();
+        if (!is_convex(transpose_corners)) {
+            refused = reason::shape_refused;
+        }
+        return panorama_from_frame;
     }
 
     // The three ways in which a turn, or the wait for one, ends.
@@ -295,10 +303,10 @@ private:
         tarn::raise_ticket();
     }
 
-    void fail() const
+    void fail(reason why) const
     {
         const auto lock = tarn::lock_task(generation_);
-        tarn::mark_failed(index_);
+        tarn::mark_failed(index_, why);
         tarn::raise_ticket();
     }
 
@@ -306,7 +314,7 @@ private:
     {
         const auto lock = tarn::lock_task(generation_);
         tarn::raise_ticket();
-        tarn::mark_failed(index_);
+        tarn::mark_failed(index_, reason::timed_out);
     }
 
     // What is read of the frame composed last, as it was when the turn began.
@@ -410,7 +418,7 @@ void launch_worker(const cv::Mat& frame, const std::vector<float>& angles, const
 pipeline_snapshot look_at_pipeline()
 {
     const auto lock = lock_current_task();
-    return {big_stitch_status, big_frame_num, first_failed_frame(), big_stitch_image};
+    return {big_stitch_status, big_frame_num, first_failed_frame(), big_stitch_image, first_failure()};
 }
 
 }  // namespace tarn

@@ -45,6 +45,8 @@
 
 #include <opencv2/core.hpp>
 
+#include "vocabulary.h"
+
 /// Body of a worker: adds one frame to the high-resolution panorama of the current task. The live path runs it
 /// on a detached thread; called directly it works on the caller's thread and blocks until its turn is over.
 ///
@@ -68,13 +70,8 @@ namespace tarn {
 /// @throws std::system_error when no thread can be started; nothing is left behind then
 void launch_worker(const cv::Mat& frame, const std::vector<float>& angles, const std::vector<float>& scales,
                    int direction, int big_frame_index);
-/// @endcond
 
-// Values of big_stitch_status; 1 is never used.
-constexpr int pipeline_empty = 0;   ///< no panorama yet
-constexpr int pipeline_busy = 2;    ///< a worker holds its turn
-constexpr int pipeline_ready = 3;   ///< the last turn ended well
-constexpr int pipeline_failed = 4;  ///< the last turn failed, or a frame or a wait for its turn did
+/// @endcond
 
 /// One consistent look at the high-resolution pipeline of the current task.
 struct pipeline_snapshot {
@@ -82,6 +79,7 @@ struct pipeline_snapshot {
     int turns_over;          ///< big_frame_num: key frames done with, successfully or not
     int first_failed_frame;  ///< big_frame_index of the first worker that failed in this task; 0 if none has
     cv::Mat panorama;        ///< big_stitch_image so far, CV_8UC3, perhaps a view; its pixels never change
+    reason first_failure;    ///< why that first one failed; none if none has
 };
 
 /// For a host that wants to hold back, report progress or keep a part of the panorama: may be called from any

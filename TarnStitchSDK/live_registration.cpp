@@ -4,9 +4,9 @@
 // that is new, laid onto the preview. ofcheck_stitch, at the end, tells the story; the steps stand above it in
 // their order.
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <cstdint>
-#include <iostream>
 #include <numeric>
 
 #include <opencv2/calib3d.hpp>
@@ -14,6 +14,9 @@
 
 #include "deferred_work.h"
 #include "frame_shrink.h"
+#include "internal/frame_account.h"
+#include "internal/last_frame.h"
+#include "internal/log.h"
 #include "live_tracking.h"
 #include "numeric.h"
 #include "preview_composition.h"
@@ -21,20 +24,6 @@
 #include "worker_protocol.h"
 
 namespace {
-
-// Values of TarnStitcher::stitcher_status that the live path sets.
-constexpr int registering = 1;
-constexpr int finished = 3;
-
-// Result codes (the host's interface has the full table).
-constexpr int code_pipeline_failed = -1;
-constexpr int code_stop = 0;
-constexpr int code_normal = 1;
-constexpr int code_few_inliers = 2;
-constexpr int code_very_few_inliers = 3;
-constexpr int code_wrong_way = 4;
-constexpr int code_too_fast = 5;
-constexpr int code_skewed = 6;
 
 constexpr int working_width = 300;  // px
 
@@ -156,8 +145,11 @@ struct frame_motion {
 
 bool is_opposite(int direction, int move_direction)
 {
-    return (direction == 1 && move_direction == 2) || (direction == 2 && move_direction == 1)
-           || (direction == 3 && move_direction == 4) || (direction == 4 && move_direction == 3);
+    using namespace tarn;  // the names of the directions
+    return (direction == direction_down && move_direction == direction_up)
+           || (direction == direction_up && move_direction == direction_down)
+           || (direction == direction_right && move_direction == direction_left)
+           || (direction == direction_left && move_direction == direction_right);
 }
 
 // How far the frame's centre moves, in pixels of the scaled frame.
@@ -197,8 +189,10 @@ struct distortion {
 
 // A frame placed in the panorama, and the extent of the two together.
 struct placement {
-    cv::Mat H;                 // this frame into the panorama, moved so that nothing lies left of or above it
-    points transpose_corners;  // the frame's corners there
+    cv::Mat H;                  // this frame into the panorama, moved so that nothing lies left of or above it
+    points transpose_corners;   // the frame's corners there
+    float base_shift_x = 0.0f;  // by which this frame moves the panorama
+    float base_shift_y = 0.0f;
     float left_x = 0.0f;
     float top_y = 0.0f;
     float warp_width = 0.0f;
@@ -218,12 +212,12 @@ placement place_in_panorama(TarnStitcher& task, const live_frame& current, const
 
     const float leftmost = min_axis({p[0].x, p[1].x, p[2].x, p[3].x});
     const float topmost = min_axis({p[0].y, p[1].y, p[2].y, p[3].y});
-    const float base_shift_x = leftmost < 0.0f ? -leftmost : 0.0f;
-    const float base_shift_y = topmost < 0.0f ? -topmost : 0.0f;
-    task.total_shift_x += base_shift_x;
-    task.total_shift_y += base_shift_y;
+    place.base_shift_x = leftmost < 0.0f ? -leftmost : 0.0f;
+    place.base_shift_y = topmost < 0.0f ? -topmost : 0.0f;
+    task.total_shift_x += place.base_shift_x;
+    task.total_shift_y += place.base_shift_y;
 
-    const cv::Mat shift = translation(base_shift_x, base_shift_y);
+    const cv::Mat shift = translation(place.base_shift_x, place.base_shift_y);
     place.H = shift * place.H;
     cv::perspectiveTransform(task.last_warp_points, task.last_warp_points, shift);
     p = mapped(current.frame_corners, place.H);
@@ -284,12 +278,13 @@ void compose_preview(TarnStitcher& task, const live_frame& current, placement& p
 // ------------------------------------------------------------------------------------------------- the result
 
 // A rejected frame leaves the reference and the panorama as they are.
-int* reject(TarnStitcher& task, int* stitch_result)
+int* reject(TarnStitcher& task, int* stitch_result, tarn::reason why)
 {
-    tarn::store_release(task.stitcher_status, finished);
+    tarn::account_of_this_thread().answer.why = why;
+    tarn::store_release(task.stitcher_status, tarn::live_finished);
     ++task.failed_count;
     if (task.failed_count >= task.failed_thresh) {
-        stitch_result[0] = code_stop;
+        stitch_result[0] = tarn::code_lost;
     }
     return stitch_result;
 }
@@ -313,8 +308,11 @@ bool is_skewed(float maxa, int move_direction)
 {
     constexpr double greatest_when_horizontal = 8.0;  // degrees
     constexpr double greatest_when_vertical = 5.0;    // degrees
-    return (maxa > greatest_when_horizontal && (move_direction == 3 || move_direction == 4))
-           || (maxa > greatest_when_vertical && (move_direction == 1 || move_direction == 2));
+    using namespace tarn;                             // the names of the directions
+    return (maxa > greatest_when_horizontal
+            && (move_direction == direction_right || move_direction == direction_left))
+           || (maxa > greatest_when_vertical
+               && (move_direction == direction_down || move_direction == direction_up));
 }
 
 // Grades an accepted frame; a later remark overwrites an earlier one.
@@ -323,15 +321,15 @@ void grade(TarnStitcher& task, int in_count, float move_distance, float maxa, in
     constexpr int very_few_below = 20;
     constexpr int few_up_to = 49;
     if (in_count < very_few_below) {
-        code = code_very_few_inliers;
+        code = tarn::code_very_few_details;
     } else if (in_count <= few_up_to) {
-        code = code_few_inliers;
+        code = tarn::code_few_details;
     }
     if (moves_too_fast(task, move_distance)) {
-        code = code_too_fast;
+        code = tarn::code_too_fast;
     }
     if (is_skewed(maxa, move_direction)) {
-        code = code_skewed;
+        code = tarn::code_skewed;
     }
 }
 
@@ -353,46 +351,153 @@ void hand_over(TarnStitcher& task, const cv::Mat& frame, const std::vector<float
 {
     ++task.big_frame_index;
     tarn::launch_worker(frame, angles, scales, direction, task.big_frame_index);
+    tarn::account_of_this_thread().answer.key_frame = task.big_frame_index;
+}
+
+// ------------------------------------------------------------------------------------------------ the account
+
+// By how much the preview's origin has moved for the frames accepted so far. Unlike the task's own sum, it counts
+// neither the moves for frames that were rejected, nor does it begin anew with each key frame. Guarded like the members.
+cv::Point2d accepted_shift;
+
+std::array<float, 4> four_of(const std::vector<float>& values)
+{
+    std::array<float, 4> result{};
+    std::copy_n(values.begin(), std::min(values.size(), result.size()), result.begin());
+    return result;
+}
+
+// The corners of the frame taken last in the preview. The reference's homography already counts the growth that the
+// preview owes it until the next key frame.
+tarn::corners outline_in_preview(const TarnStitcher& task)
+{
+    tarn::corners outline{};
+    const stitch_data& reference = task.last_check_data;
+    if (reference.scaled_gray_frame.empty() || reference.homo.empty()) {
+        return outline;
+    }
+    const auto width = static_cast<float>(reference.scaled_gray_frame.cols);
+    const auto height = static_cast<float>(reference.scaled_gray_frame.rows);
+    const points places =
+        mapped({{0.0f, 0.0f}, {width, 0.0f}, {width, height}, {0.0f, height}}, reference.homo);
+    for (size_t i = 0; i < outline.size(); ++i) {
+        outline[i] = places[i] - cv::Point2f(task.total_shift_x, task.total_shift_y);
+    }
+    return outline;
+}
+
+// Tells, when a call ends, what the task's members say then; whatever became of the frame.
+class account_at_the_end {
+public:
+    account_at_the_end(const TarnStitcher& task, const int& code) : task_(task), code_(code)
+    {
+    }
+
+    ~account_at_the_end()
+    {
+        tarn::frame_answer& answer = tarn::account_of_this_thread().answer;
+        answer.code = static_cast<tarn::answer_code>(code_);
+        answer.key_frames = task_.big_frame_index;
+        answer.direction = static_cast<tarn::direction_code>(task_.last_direction);
+        answer.angles = four_of(task_.last_angles);
+        answer.scales = four_of(task_.last_scales);
+        try {
+            answer.outline = outline_in_preview(task_);
+        } catch (const std::exception&) {
+            answer.outline = {};  // memory is short, or a host has put something else into the members
+        }
+    }
+
+    account_at_the_end(const account_at_the_end&) = delete;
+    account_at_the_end& operator=(const account_at_the_end&) = delete;
+
+private:
+    const TarnStitcher& task_;
+    const int& code_;
+};
+
+// What every frame begins with. False, with the answer, when the pipeline has failed.
+bool begin_frame(const TarnStitcher& task, const cv::Mat& input_frame, int* stitch_result)
+{
+    // The rows are printed twice, and the line is left without an end. Both by design.
+    tarn::log("input_frame shape is ", input_frame.rows, "*", input_frame.rows, ", type is ",
+              input_frame.type());
+    stitch_result[0] = tarn::code_normal;
+    stitch_result[1] = 0;
+    tarn::frame_account& account = tarn::account_of_this_thread();
+    account = {};
+    if (tarn::load_acquire(big_stitch_status) != tarn::pipeline_failed) {
+        return true;
+    }
+    stitch_result[0] = tarn::code_pipeline_failed;
+    account.answer.code = tarn::code_pipeline_failed;
+    account.answer.why = tarn::reason::pipeline_failed;
+    if (const auto members = tarn::try_to_lock_members()) {
+        const account_at_the_end told(task, stitch_result[0]);
+    }
+    return false;
+}
+
+// A frame with its worker.
+struct handed_over {
+    int big_frame_index;
+    tarn::task_generation generation;
+};
+
+// The last frame goes to the worker without being registered here.
+handed_over hand_over_last(TarnStitcher& task, const cv::Mat& input_frame, int direction, const int& code)
+{
+    const auto members = tarn::lock_members();
+    const account_at_the_end told(task, code);
+    hand_over(task, input_frame, task.last_angles, task.last_scales, direction);
+    return {task.big_frame_index, tarn::current_generation()};
 }
 
 }  // namespace
+
+tarn::answer_code tarn::hand_over_last_frame(TarnStitcher& task, const cv::Mat& frame, direction_code direction)
+{
+    int stitch_result[2];
+    if (begin_frame(task, frame, stitch_result)) {
+        hand_over_last(task, frame, direction, stitch_result[0]);
+        account_of_this_thread().answer.taken = true;
+    }
+    return static_cast<answer_code>(stitch_result[0]);
+}
 
 int* TarnStitcher::ofcheck_stitch(cv::Mat& input_frame, const int direction, const int is_last_one)
 {
     // Of each thread its own, so that an overlapping call, which is answered "busy", leaves this one's alone.
     static thread_local int stitch_result[2];
 
-    // The rows are printed twice, and the line is left without an end. Both are meant.
-    std::cout << "input_frame shape is " << input_frame.rows << "*" << input_frame.rows << ", type is "
-              << input_frame.type();
-    stitch_result[0] = code_normal;
-    stitch_result[1] = 0;
-
-    if (tarn::load_acquire(big_stitch_status) == tarn::pipeline_failed) {
-        stitch_result[0] = code_pipeline_failed;
+    if (!begin_frame(*this, input_frame, stitch_result)) {
         return stitch_result;
     }
+    tarn::frame_account& account = tarn::account_of_this_thread();
     if (is_last_one != 0) {
-        // The last frame goes to the worker without being registered here.
-        auto members = tarn::lock_members();
-        hand_over(*this, input_frame, last_angles, last_scales, direction);
-        const int last_index = big_frame_index;
-        const tarn::task_generation generation = tarn::current_generation();
-        members.unlock();
-        if (!tarn::finish_panorama(*this, last_index, generation)) {
-            stitch_result[0] = code_pipeline_failed;
+        const handed_over last = hand_over_last(*this, input_frame, direction, stitch_result[0]);
+        account.answer.taken = tarn::finish_panorama(*this, last.big_frame_index, last.generation);
+        if (!account.answer.taken) {
+            stitch_result[0] = tarn::code_pipeline_failed;
+            account.answer.code = tarn::code_pipeline_failed;
+            account.answer.why = tarn::reason::pipeline_failed;
         }
         return stitch_result;
     }
     const auto members = tarn::try_to_lock_members();
-    if (!members || tarn::load_acquire(stitcher_status) == registering) {
-        std::cout << "check: The stitcher is still running other function!" << registering << std::endl;
-        stitch_result[0] = code_stop;
+    const int status = tarn::load_acquire(stitcher_status);
+    if (!members || status == tarn::live_registering) {
+        tarn::log_line("check: The stitcher is still running other function!", status);
+        stitch_result[0] = tarn::code_lost;
+        account.answer.code = tarn::code_lost;
+        account.answer.why = tarn::reason::busy;
         return stitch_result;
     }
-    tarn::store_release(stitcher_status, registering);
+    tarn::store_release(stitcher_status, tarn::live_registering);
+    const account_at_the_end told(*this, stitch_result[0]);
 
     live_frame current(input_frame);
+    account.working_size = current.frame.size();
     tarn::deferred_work corner_search(
         [&] { current.frame_good_keypoints = tarn::find_corners(current.scaled_gray_frame); });
     tarn::frame_flow flow(last_check_data.scaled_gray_frame, current.scaled_gray_frame,
@@ -404,29 +509,37 @@ int* TarnStitcher::ofcheck_stitch(cv::Mat& input_frame, const int direction, con
     // Finds nothing, and raises nothing, in the empty gray image of a frame of two or four channels: such a frame
     // is rejected for its lack of corners.
     corner_search.finish();
+    account.answer.corners_found = static_cast<int>(current.frame_good_keypoints.size());
     if (outnumbers(matches_thresh, current.frame_good_keypoints.size())) {
-        return reject(*this, stitch_result);
+        return reject(*this, stitch_result, tarn::reason::too_few_corners);
     }
     ++frame_index;
     last_frame = input_frame;
     if (frame_index == 1) {
         begin_panorama(*this, current);
+        accepted_shift = {};
         hand_over(*this, input_frame, last_angles, last_scales, direction);
-        tarn::store_release(stitcher_status, finished);
-        stitch_result[0] = code_normal;
+        account.answer.taken = true;
+        account.answer.placed = true;
+        tarn::store_release(stitcher_status, tarn::live_finished);
+        stitch_result[0] = tarn::code_normal;
         return stitch_result;
     }
 
     const tracked_points tracks = track(last_check_data.good_keypoints, flow.result(), current.work_scale);
+    account.answer.corners_tracked = static_cast<int>(tracks.matched_frame_points.size());
     if (outnumbers(matches_thresh, tracks.matched_frame_points.size())) {
-        return reject(*this, stitch_result);
+        return reject(*this, stitch_result, tarn::reason::too_few_tracked);
     }
     const frame_motion motion(tracks);
+    account.answer.inliers = motion.in_count;
     points frame_corners = current.frame_corners;
     points transpose_corners = mapped(frame_corners, motion.reference_from_frame);
-    if (!is_good_homo(transpose_corners, current.frame, area_thresh, angle_thresh)
-        || motion.in_ratio < inline_thresh) {
-        return reject(*this, stitch_result);
+    if (!is_good_homo(transpose_corners, current.frame, area_thresh, angle_thresh)) {
+        return reject(*this, stitch_result, tarn::reason::implausible_shape);
+    }
+    if (motion.in_ratio < inline_thresh) {
+        return reject(*this, stitch_result, tarn::reason::too_few_inliers);
     }
 
     int move_direction = get_direction(frame_corners, transpose_corners);
@@ -438,8 +551,9 @@ int* TarnStitcher::ofcheck_stitch(cv::Mat& input_frame, const int direction, con
     }
     if (is_opposite(direction, move_direction)) {
         // Not counted as a failure: the user is told to turn round, however long it takes.
-        tarn::store_release(stitcher_status, finished);
-        stitch_result[0] = code_wrong_way;
+        tarn::store_release(stitcher_status, tarn::live_finished);
+        stitch_result[0] = tarn::code_wrong_way;
+        account.answer.why = tarn::reason::against_the_hint;
         return stitch_result;
     }
     const float move_distance = centre_shift(current.frame, motion.reference_from_frame);
@@ -451,14 +565,17 @@ int* TarnStitcher::ofcheck_stitch(cv::Mat& input_frame, const int direction, con
     last_angles = shape.angles;
     last_scales = shape.scales;
     const float iou = single_box_iou(frame_corners, transpose_corners);
+    account.answer.registered = true;
+    account.answer.move_distance = move_distance;
+    account.answer.overlap = iou;
 
     placement place = place_in_panorama(*this, current, motion.reference_from_frame);
     if (!is_convex(place.transpose_corners)) {
-        return reject(*this, stitch_result);
+        return reject(*this, stitch_result, tarn::reason::not_convex);
     }
     measure_extent(place, *this);
     if (!has_sane_size(place)) {
-        return reject(*this, stitch_result);
+        return reject(*this, stitch_result, tarn::reason::out_of_scale);
     }
 
     // A key frame shows little of the last one, or some less of it after a change of direction; the worker
@@ -468,7 +585,7 @@ int* TarnStitcher::ofcheck_stitch(cv::Mat& input_frame, const int direction, con
     const bool turns_round = static_cast<double>(iou) < overlap_at_turn && last_direction != move_direction;
     if (shows_enough_new || turns_round) {
         last_warp_points = place.transpose_corners;
-        stitch_result[0] = code_normal;
+        stitch_result[0] = tarn::code_normal;
         hand_over(*this, shows_enough_new ? input_frame : last_frame, shape.angles, shape.scales,
                   shows_enough_new ? move_direction : last_direction);
         compose_preview(*this, current, place);
@@ -482,8 +599,12 @@ int* TarnStitcher::ofcheck_stitch(cv::Mat& input_frame, const int direction, con
     last_check_data.homo = place.H;
     last_check_data.base_homo = base_H;
     last_direction = move_direction;
-    tarn::store_release(stitcher_status, finished);
+    tarn::store_release(stitcher_status, tarn::live_finished);
     grade(*this, motion.in_count, move_distance, shape.maxa, move_direction, stitch_result[0]);
     failed_count = 0;
+    accepted_shift += cv::Point2d(place.base_shift_x, place.base_shift_y);
+    account.plane_from_frame = cv::Mat(translation(-accepted_shift.x, -accepted_shift.y) * place.H);
+    account.answer.taken = true;
+    account.answer.placed = true;
     return stitch_result;
 }

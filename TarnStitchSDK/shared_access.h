@@ -19,10 +19,11 @@ T load_acquire(const T& variable)
 }
 
 /// Writes a variable that another thread may be reading; publishes everything written before.
-template <typename T>
-void store_release(T& variable, T value)
+template <typename T, typename Value>
+void store_release(T& variable, Value value)
 {
-    __atomic_store(&variable, &value, __ATOMIC_RELEASE);
+    T converted = value;
+    __atomic_store(&variable, &converted, __ATOMIC_RELEASE);
 }
 
 }  // namespace tarn

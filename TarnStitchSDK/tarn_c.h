@@ -41,7 +41,8 @@
 // sweep.
 //
 // Threads: every function may be called from any thread at any time.
-//   tarn_sweep_feed            while another call is inside: not taken, TARN_CODE_LOST, TARN_REASON_BUSY, at once
+//   tarn_sweep_feed            while another call is inside, or somebody waits to begin or to cancel: not taken, at once;
+//                              TARN_CODE_LOST, TARN_REASON_BUSY, or TARN_CODE_PIPELINE_FAILED where that has failed anyway
 //   tarn_sweep_finish          waits for the call inside, then has its turn
 //   tarn_sweep_begin, tarn_sweep_cancel, tarn_sweep_free
 //                              wait for the call inside; one that waits for workers is told to give up first
@@ -249,16 +250,17 @@ typedef struct tarn_sweep_options {
     /// Where a private directory is made. Null or "": the system's directory for temporary files.
     const char* private_parent;
     void* user;  ///< handed to the callbacks
-    /// Called again and again while a call waits for workers, with the number of key frames under way; 0 ends the wait:
-    /// the frame is not handed over, a finish gives what there is.
+    /// Called again and again while tarn_sweep_feed or tarn_sweep_finish waits for workers, with the number of key frames
+    /// under way; 0 ends the wait: the frame is not handed over, a finish gives what there is.
     int (*while_waiting)(void* user, int under_way);
     /// Is given each key frame as it goes to its worker, before the call returns.
     void (*on_key_frame)(void* user, const tarn_key_frame* key_frame);
     /// Is given the log of each call. Null: nothing is written. Standard output stays untouched.
     void (*on_log)(void* user, const char* text);
-    /// Key frames that may be under way when a frame is handed over. 0: as many as come, for a camera, whose frames
-    /// cannot wait. For a file 1 or more: tarn_sweep_feed waits for room first, and for the workers when the pipeline
-    /// seems to have failed, since one that was waiting for its turn may bring it back.
+    /// Key frames that may be under way at once, that of the frame that is handed over included. 0: as many as come, for
+    /// a camera, whose frames cannot wait. For a file 1 or more: tarn_sweep_feed waits for room first, and for the workers
+    /// when the pipeline seems to have failed, since one that was waiting for its turn may bring it back;
+    /// tarn_sweep_finish waits for all of them before it hands a last frame over.
     int most_under_way;
 } tarn_sweep_options;
 

@@ -2,13 +2,14 @@
 #include "tarn_stitch_jni.h"
 
 #include <cstdint>
-#include <iostream>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <utility>
 
 #include <opencv2/imgproc.hpp>
 
+#include "internal/frame_account.h"
+#include "internal/log.h"
 #include "spare_frames.h"
 #include "worker_protocol.h"
 
@@ -27,7 +28,7 @@ void wait_while_busy()
     const auto busy = [] {
         const auto members = tarn::lock_members();
         const int status = tarn_stitcher.stitcher_status;
-        return status == 1 || status == 2;
+        return status == tarn::live_registering || status == tarn::live_busy;
     };
     while (total_sleep <= longest_sum && busy()) {
         usleep(one_sleep);
@@ -71,6 +72,7 @@ int* videoStitch(cv::Mat mat, int direction, int is_last_one)
 {
     static int buf[2] = {0, 0};
     const std::int64_t start = cv::getTickCount();
+    tarn::account_of_this_thread() = {};
     try {
         // Floats that are huge or no numbers at all would lead the worker's feature detector out of its images.
         CV_Assert(mat.depth() != CV_32F);
@@ -86,13 +88,14 @@ int* videoStitch(cv::Mat mat, int direction, int is_last_one)
         tarn::store_release(buf[1], stitch_result[1]);
     } catch (const std::exception& e) {
         // buf keeps the result of the frame before.
-        std::cout << "stitch: When checkimage encounter an error" << e.what() << std::endl;
+        tarn::log_line("stitch: When checkimage encounter an error", e.what());
+        tarn::note_failure(tarn::account_of_this_thread(), e);
         const auto members = tarn::lock_members();
-        tarn::store_release(tarn_stitcher.stitcher_status, 3);
+        tarn::store_release(tarn_stitcher.stitcher_status, tarn::live_finished);
     }
     const std::int64_t finish = cv::getTickCount();
-    std::cout << "main thread: videoStitch finish, total spent"
-              << static_cast<double>(finish - start) / cv::getTickFrequency() << std::endl;
+    tarn::log_line("main thread: videoStitch finish, total spent",
+                   static_cast<double>(finish - start) / cv::getTickFrequency());
     return buf;
 }
 

@@ -15,7 +15,8 @@
 // functions of tarn_stitch_jni.h, not both.
 //
 // Threads: every method may be called from any thread at any time.
-//   feed                while another call is inside: not taken, code_lost, reason::busy, at once
+//   feed                while another call is inside, or somebody waits to begin or to cancel: not taken, at once;
+//                       code_lost, reason::busy, or code_pipeline_failed where the pipeline has failed anyway
 //   finish              waits for the call inside, then has its turn
 //   begin, cancel       wait for the call inside; one that waits for workers is told to give up first
 //   all others          never wait for a frame: they see what there was after the last call that has returned
@@ -102,12 +103,13 @@ struct sweep_options {
     /// Where a private directory is made. "": the system's directory for temporary files.
     std::string private_parent;
 
-    /// Key frames that may be under way when a frame is handed over. 0: as many as come, for a camera, whose frames
-    /// cannot wait. For a file 1 or more: feed waits for room first, and for the workers when the pipeline seems to have
-    /// failed, since one that was waiting for its turn may bring it back.
+    /// Key frames that may be under way at once, that of the frame that is handed over included. 0: as many as come, for
+    /// a camera, whose frames cannot wait. For a file 1 or more: feed waits for room first, and for the workers when the
+    /// pipeline seems to have failed, since one that was waiting for its turn may bring it back; finish waits for all of
+    /// them before it hands a last frame over.
     int most_under_way = 0;
-    /// Called again and again while a call waits for workers, with the number of key frames under way; false ends
-    /// the wait: the frame is not handed over, a finish gives what there is.
+    /// Called again and again while feed or finish waits for workers, with the number of key frames under way; false
+    /// ends the wait: the frame is not handed over, a finish gives what there is.
     std::function<bool(int under_way)> while_waiting;
 
     /// Is given each key frame as it goes to its worker, before feed or finish returns.

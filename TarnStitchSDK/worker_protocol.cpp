@@ -22,6 +22,7 @@ std::atomic<task_generation> generation_now{0};
 std::atomic<int> in_flight{0};
 std::atomic<bool> process_ends{false};
 int first_failed = 0;
+reason first_reason = reason::none;
 
 std::mutex& handover_mutex()
 {
@@ -126,6 +127,7 @@ std::unique_lock<std::mutex> begin_task()
     std::unique_lock<std::mutex> lock(handover_mutex());
     ++generation_now;
     first_failed = 0;
+    first_reason = reason::none;
     return lock;
 }
 
@@ -134,10 +136,11 @@ void raise_ticket()
     store_release(big_frame_num, big_frame_num + 1);
 }
 
-void mark_failed(int big_frame_index)
+void mark_failed(int big_frame_index, reason why)
 {
     if (first_failed == 0) {
         first_failed = big_frame_index;
+        first_reason = why;
     }
     store_release(big_stitch_status, pipeline_failed);
 }
@@ -145,6 +148,11 @@ void mark_failed(int big_frame_index)
 int first_failed_frame()
 {
     return first_failed;
+}
+
+reason first_failure()
+{
+    return first_reason;
 }
 
 worker_in_flight::worker_in_flight() : counted_(true)

@@ -23,6 +23,8 @@
 #include <cstdint>
 #include <mutex>
 
+#include "vocabulary.h"
+
 class TarnStitcher;
 
 namespace tarn {
@@ -81,12 +83,15 @@ private:
 /// Raises the ticket by one. The hand-over mutex must be held.
 void raise_ticket();
 
-/// Ends a turn, or a wait for one, as a failure: sets status 4, and notes the frame if it is the first failure
-/// of the task. The hand-over mutex must be held. The ticket is the caller's to raise.
-void mark_failed(int big_frame_index);
+/// Ends a turn, or a wait for one, as a failure: sets status 4, and notes the frame and the reason if it is the first
+/// failure of the task. The hand-over mutex must be held. The ticket is the caller's to raise.
+void mark_failed(int big_frame_index, reason why);
 
 /// The frame noted by the first mark_failed of the task, 0 if none. The hand-over mutex must be held.
 int first_failed_frame();
+
+/// The reason noted with it, none if there is none. The hand-over mutex must be held.
+reason first_failure();
 
 /// TarnStitcher::get_big_image for a frame handed over in the given generation. Ends at the next poll, having written
 /// nothing, when another thread replaces the task meanwhile.

@@ -5,17 +5,21 @@
 include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
 
-# All that tarn_stitch_jni.h includes. The other headers are the library's own.
+# All that tarn_sweep.h, tarn_c.h and tarn_stitch_jni.h include. The other headers are the library's own.
 set(tarn_public_headers
     descriptor_matching.h
+    frame_answer.h
     high_res_worker.h
     motion.h
     projection.h
     quadrilateral.h
     seam.h
     shared_access.h
+    tarn_c.h
     tarn_stitch_jni.h
     tarn_stitcher.h
+    tarn_sweep.h
+    vocabulary.h
     working_directory.h)
 list(TRANSFORM tarn_public_headers PREPEND TarnStitchSDK/)
 install(FILES ${tarn_public_headers} DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}/TarnStitchSDK")
@@ -57,6 +61,12 @@ list(TRANSFORM tarn_pc_opencv_include PREPEND "-I")
 list(JOIN tarn_pc_opencv_include " " tarn_pc_opencv_include)
 list(TRANSFORM tarn_opencv_of_headers PREPEND "-lopencv_" OUTPUT_VARIABLE tarn_pc_libs)
 list(TRANSFORM tarn_opencv_inside PREPEND "-lopencv_" OUTPUT_VARIABLE tarn_pc_libs_private)
+# A host in C, linked with the static library, has to name the standard library of C++ as well.
+foreach(library IN ITEMS stdc++ c++)
+  if(library IN_LIST CMAKE_CXX_IMPLICIT_LINK_LIBRARIES)
+    list(APPEND tarn_pc_libs_private "-l${library}" -lm)
+  endif()
+endforeach()
 set(tarn_opencv_directory "")
 foreach(property IN ITEMS IMPORTED_LOCATION_RELEASE IMPORTED_LOCATION_NONE IMPORTED_LOCATION IMPORTED_IMPLIB_RELEASE)
   get_target_property(location opencv_core ${property})

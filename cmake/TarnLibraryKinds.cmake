@@ -25,13 +25,15 @@ function(tarn_set_library_properties target opencv_of_headers opencv_inside)
                SOVERSION ${PROJECT_VERSION_MAJOR})
 endfunction()
 
-# Restricts what a shared library shows to the names of the interface.
+# Restricts what a shared library shows to the names of the interface, and keeps it loaded.
 function(tarn_restrict_exports target)
   if(APPLE)
     return() # its linker has no version scripts: everything is visible
   endif()
   set(exports "${PROJECT_SOURCE_DIR}/cmake/exports.map")
   target_link_options(${target} PRIVATE "LINKER:--version-script=${exports}")
+  # A host that closes it (dlclose) does not take away the code that workers, and threads that end, still run.
+  target_link_options(${target} PRIVATE "LINKER:-z,nodelete")
   set_property(TARGET ${target} APPEND PROPERTY LINK_DEPENDS "${exports}")
   if(ANDROID)
     # Devices with memory pages of 16 KiB load only libraries that are aligned to them. (Elsewhere the linker's

@@ -11,22 +11,24 @@
 
 #include "TarnStitchSDK/tarn_c.h"
 
-/* Reads one frame into `frame`, whose pixels are malloc's and grow. Returns 0 where there is none. */
-static int read_frame(tarn_image* frame)
+/* Reads one frame; its pixels are malloc's. Returns 0 where there is none. */
+static int read_frame(tarn_image* frame, unsigned char** pixels)
 {
-    int width, height;
-    if (scanf("P6 %5d %5d 255", &width, &height) != 2 || getchar() == EOF || width < 1 || height < 1)
+    int depth = 0;
+    if (scanf("P6 %5d %5d %3d", &frame->width, &frame->height, &depth) != 3 || depth != 255 || getchar() == EOF)
         return 0;
-    const size_t bytes = (size_t)width * (size_t)height * 3;
-    unsigned char* pixels = realloc((void*)frame->pixels, bytes);
-    if (pixels == NULL)
+    const size_t bytes = (size_t)frame->width * (size_t)frame->height * 3;
+    unsigned char* room = realloc(*pixels, bytes + 1);
+    if (room == NULL)
         return 0;
-    frame->pixels = pixels, frame->width = width, frame->height = height, frame->format = TARN_FORMAT_BGR;
-    if (fread(pixels, 1, bytes, stdin) != bytes)
+    frame->pixels = *pixels = room;
+    frame->format = TARN_FORMAT_BGR;
+    if (fread(room, 1, bytes, stdin) != bytes)
         return 0;
     for (size_t i = 0; i < bytes; i += 3) { /* a PPM has red first */
-        const unsigned char red = pixels[i];
-        pixels[i] = pixels[i + 2], pixels[i + 2] = red;
+        const unsigned char red = room[i];
+        room[i] = room[i + 2];
+        room[i + 2] = red;
     }
     return 1;
 }
@@ -42,12 +44,13 @@ int main(int argc, char* argv[])
         return 2;
     }
 
+    unsigned char* pixels = NULL;
     tarn_image frame;
     tarn_answer answer;
     TARN_INIT(frame);
     TARN_INIT(answer);
     tarn_result result = TARN_OK;
-    while (result == TARN_OK && read_frame(&frame)) {
+    while (result == TARN_OK && read_frame(&frame, &pixels)) {
         result = tarn_sweep_feed(sweep, &frame, TARN_DIRECTION_UNDECIDED, &answer);
         if (result == TARN_OK && answer.code != TARN_CODE_NORMAL)
             fprintf(stderr, "%s: %s\n", tarn_code_name(answer.code), tarn_code_advice(answer.code));
@@ -62,6 +65,6 @@ int main(int argc, char* argv[])
         fprintf(stderr, "%s\n", tarn_last_error());
     tarn_panorama_free(panorama);
     tarn_sweep_free(sweep);
-    free((void*)frame.pixels);
+    free(pixels);
     return result == TARN_OK ? 0 : 1;
 }

@@ -37,7 +37,7 @@ show() {
 
 mkdir -p "$clean/packages"
 rm -rf "$clean"/packages/*
-cp out/packages/*.deb samples/hall_slide.mp4 tests/consumer/library_only.cpp "$clean/packages/"
+cp out/packages/*.deb samples/hall_slide.mp4 tests/consumer/library_only.cpp tests/consumer/library_only.c "$clean/packages/"
 
 say "The program and the library alone"
 install_quietly() {
@@ -69,6 +69,8 @@ mapfile -t development < <(cd "$clean" && ls packages/libtarnstitch-dev_*.deb)
 install_quietly "${development[@]/#//}" g++ pkg-config cmake make
 show sh -c 'cd /packages && g++ -std=c++17 library_only.cpp -o shared $(pkg-config --cflags --libs tarn_stitch)'
 show sh -c '/packages/shared >/packages/output && tail -n 1 /packages/output'
+show sh -c 'cd /packages && gcc -std=c99 -pedantic-errors -Wall -Wextra -Werror library_only.c -o shared_c $(pkg-config --cflags --libs tarn_stitch)'
+show /packages/shared_c
 show sh -c 'cd /packages && g++ -std=c++17 library_only.cpp -o static $(pkg-config --cflags --static --libs tarn_stitch | sed s/-ltarnstitch/-l:libtarnstitch.a/)'
 show sh -c '/packages/static >/packages/output && tail -n 1 /packages/output'
 printf '%s\n' 'cmake_minimum_required(VERSION 3.22)' 'project(host CXX)' \

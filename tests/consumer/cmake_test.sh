@@ -11,6 +11,8 @@ quietly configure -S "$(dirname "${BASH_SOURCE[0]}")/cmake" -B "$3" -DCMAKE_PREF
   -DCONSUMER_KIND="$2" -DCMAKE_BUILD_TYPE=Release
 quietly "$TARN_CMAKE" --build "$3"
 quietly "$3/library_only"
+quietly "$3/library_only_c"
+links_library "$3/library_only_c" "$2"
 links_library "$3/library_only" "$2"
 links_library "$3/sweep" "$2"
 stitches "$3/sweep" "$3"

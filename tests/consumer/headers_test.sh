@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: Apache-2.0
 #
-# Each installed header compiles alone, with warnings as errors.
+# Each installed header compiles alone, with warnings as errors; that of the C interface as strict C99, too, without
+# any other library's headers.
 # usage: headers_test.sh PREFIX
 # shellcheck source=tests/consumer/lib.sh
 source "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
@@ -23,5 +24,7 @@ for header in "$1"/include/TarnStitchSDK/*.h; do
     | "${CXX:-c++}" -std=c++17 -Wall -Wextra -Wpedantic -Werror -fsyntax-only "${flags[@]}" -x c++ -
   headers=$((headers + 1))
 done
+printf '#include <TarnStitchSDK/tarn_c.h>\n' \
+  | "${CC:-cc}" -std=c99 -pedantic-errors -Wall -Wextra -Werror -fsyntax-only -I"$1/include" -x c -
 echo "$headers headers"
 ((headers > 0))

@@ -22,7 +22,8 @@ find . -not -type d | LC_ALL=C sort
 missing=0
 for file in "$library_directory/libtarnstitch.so.$version" "$library_directory/libtarnstitch.a" bin/tarnstitch \
   "$library_directory/pkgconfig/tarn_stitch.pc" "$library_directory/cmake/TarnStitch/TarnStitchConfig.cmake" \
-  include/TarnStitchSDK/tarn_stitch_jni.h include/TarnStitchSDK/tarn_stitcher.h share/man/man1/tarnstitch.1 \
+  include/TarnStitchSDK/tarn_stitch_jni.h include/TarnStitchSDK/tarn_stitcher.h \
+  include/TarnStitchSDK/tarn_sweep.h include/TarnStitchSDK/tarn_c.h share/man/man1/tarnstitch.1 \
   share/bash-completion/completions/tarnstitch share/zsh/site-functions/_tarnstitch; do
   [[ -f $file ]] || { echo "missing: $file" && missing=1; }
 done
@@ -38,8 +39,8 @@ if grep -rIl -e "$2" -e "$prefix" .; then
   exit 1
 fi
 
-# The host's interface and all that it includes; the library's own headers stay at home.
-wanted=tarn_stitch_jni.h
+# The hosts' interfaces and all that they include; the library's own headers stay at home.
+wanted=$(printf '%s\n' tarn_c.h tarn_stitch_jni.h tarn_sweep.h)
 while :; do
   mapfile -t headers <<<"$wanted"
   included=$({ echo "$wanted" && sed -n 's/^#include "\(.*\)"$/\1/p' "${headers[@]/#/$source/TarnStitchSDK/}"; } | LC_ALL=C sort -u)

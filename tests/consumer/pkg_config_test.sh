@@ -14,6 +14,8 @@ quietly make -C "$3" -f "$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)/pkg-confi
 libraries=$(dirname "$(find "$1" -name libtarnstitch.so)")
 export LD_LIBRARY_PATH=$libraries${LD_LIBRARY_PATH:+:$LD_LIBRARY_PATH}
 quietly "$3/library_only"
+quietly "$3/library_only_c"
+links_library "$3/library_only_c" "$2"
 links_library "$3/library_only" "$2"
 links_library "$3/sweep" "$2"
 stitches "$3/sweep" "$3"

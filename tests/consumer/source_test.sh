@@ -13,8 +13,9 @@ kind=static
 rm -rf "$3"
 quietly configure -S "$(dirname "${BASH_SOURCE[0]}")/cmake" -B "$3" -DCONSUMER_WAY="$2" -DCONSUMER_SOURCE="$1" \
   -DCMAKE_BUILD_TYPE=Debug -DCMAKE_CXX_FLAGS_DEBUG= -DBUILD_SHARED_LIBS="$([[ $kind == shared ]] && echo ON || echo OFF)"
-quietly "$TARN_CMAKE" --build "$3" --target library_only
+quietly "$TARN_CMAKE" --build "$3" --target library_only library_only_c
 quietly "$3/library_only"
+quietly "$3/library_only_c"
 links_library "$3/library_only" "$kind"
 
 # The program, the library, and of the library only the kind that was linked.

@@ -1,0 +1,357 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "internal/session.h"
+
+#include <algorithm>
+#include <ostream>
+#include <sstream>
+#include <unistd.h>
+#include <utility>
+
+#include "internal/frame_account.h"
+#include "internal/frame_intake.h"
+#include "internal/last_frame.h"
+#include "internal/log.h"
+#include "internal/session_gate.h"
+#include "tarn_stitch_jni.h"
+
+namespace tarn {
+
+namespace {
+
+double seconds_since(std::int64_t ticks)
+{
+    return static_cast<double>(cv::getTickCount() - ticks) / cv::getTickFrequency();
+}
+
+}  // namespace
+
+stall_watch::stall_watch(int under_way) : under_way_(under_way), made_(cv::getTickCount()), last_move_(made_)
+{
+}
+
+void stall_watch::look(int under_way)
+{
+    if (under_way != under_way_) {
+        under_way_ = under_way;
+        last_move_ = cv::getTickCount();
+    }
+}
+
+bool stall_watch::has_stalled() const
+{
+    constexpr double waits = 3.0;
+    return seconds_since(last_move_) > waits * static_cast<double>(load_acquire(max_wait_seconds));
+}
+
+double stall_watch::milliseconds() const
+{
+    return seconds_since(made_) * 1000.0;
+}
+
+void sleep_between_looks()
+{
+    constexpr useconds_t poll = 2000;  // µs
+    usleep(poll);
+}
+
+session::session(sweep_options options, std::string directory)
+    : options_(std::move(options)), directory_(std::move(directory))
+{
+}
+
+void session::start()
+{
+    resetStitch(directory_.c_str());
+    // The library reports nothing: without memory, or without the directory, the old task is still in place.
+    if (tarn_stitcher.local_path != directory_) {
+        throw sweep_error(sweep_problem::no_memory, "no sweep can be begun: memory is short");
+    }
+    if (!isFloderexit(directory_.c_str())) {
+        resetStitch("");
+        throw sweep_error(sweep_problem::directory_unusable, "the directory " + directory_ + " is gone");
+    }
+    generation_ = current_generation();
+}
+
+void session::end() noexcept
+{
+    if (!has_its_task()) {
+        return;
+    }
+    resetStitch("");
+    const std::lock_guard<std::mutex> lock(view_);
+    preview_.release();
+}
+
+// ------------------------------------------------------------------------------------------------------- looks
+
+frame_answer session::not_handed_over(answer_code code, reason why) const
+{
+    frame_answer answer;
+    {
+        const std::lock_guard<std::mutex> lock(view_);
+        answer.key_frames = newest_.key_frames;
+        answer.direction = newest_.direction;
+        answer.outline = newest_.outline;
+        answer.angles = newest_.angles;
+        answer.scales = newest_.scales;
+    }
+    answer.code = code;
+    answer.why = why;
+    return answer;
+}
+
+sweep_status session::status() const
+{
+    const pipeline_snapshot pipeline = look_at_pipeline();
+    sweep_status result;
+    result.pipeline = static_cast<pipeline_state>(pipeline.status);
+    result.first_failed_key_frame = pipeline.first_failed_frame;
+    result.why = pipeline.first_failure;
+    const std::lock_guard<std::mutex> lock(view_);
+    result.key_frames = key_frames_;
+    result.under_way = std::max(0, key_frames_ - never_started_ - pipeline.turns_over);
+    if (first_never_started_ != 0
+        && (result.first_failed_key_frame == 0 || first_never_started_ < result.first_failed_key_frame)) {
+        result.first_failed_key_frame = first_never_started_;
+        result.why = why_never_started_;
+    }
+    return result;
+}
+
+preview_view session::preview() const
+{
+    const std::lock_guard<std::mutex> lock(view_);
+    preview_view result;
+    result.pixels = preview_;
+    result.has_outline = has_outline_;
+    if (has_outline_) {
+        result.outline = newest_.outline;
+    }
+    return result;
+}
+
+void session::show(const frame_answer& answer)
+{
+    cv::Mat preview = getCurrentPanoramsShowMat();
+    const std::lock_guard<std::mutex> lock(view_);
+    newest_ = answer;
+    cv::swap(preview_, preview);
+    has_outline_ = has_outline_ || answer.placed;
+    // A number that was given out though no worker could be started for it.
+    const int lost = answer.key_frame == 0 ? answer.key_frames - key_frames_ : 0;
+    if (lost > 0) {
+        never_started_ += lost;
+        if (first_never_started_ == 0) {
+            first_never_started_ = answer.key_frames;
+            why_never_started_ = answer.why;
+        }
+    }
+    key_frames_ = answer.key_frames;
+}
+
+// ------------------------------------------------------------------------------------------------------- waits
+
+// Key frames handed over whose turn is not over.
+int session::under_way() const
+{
+    return std::max(0, tarn_stitcher.big_frame_index - never_started_ - load_acquire(big_frame_num));
+}
+
+// Waits until at most `most` key frames are under way.
+session::wait_end session::wait_for_workers(int most, bool also_until_failure, const progress& on_progress)
+{
+    stall_watch watch(under_way());
+    while (watch.under_way() > most) {
+        if (also_until_failure && load_acquire(big_stitch_status) == pipeline_failed) {
+            return wait_end::reached;
+        }
+        if (shall_give_up() || end_is_asked_for_ || !has_its_task()) {
+            return wait_end::cancelled;
+        }
+        if (watch.has_stalled()) {
+            return wait_end::stalled;
+        }
+        if (options_.while_waiting && !options_.while_waiting(watch.under_way())) {
+            return wait_end::declined;
+        }
+        if (on_progress && !on_progress(load_acquire(big_frame_num), tarn_stitcher.big_frame_index)) {
+            return wait_end::declined;
+        }
+        sleep_between_looks();
+        watch.look(under_way());
+    }
+    return wait_end::reached;
+}
+
+// Holds back while enough key frames are under way: every wait of the workers' protocol gives up after a while, and
+// each worker holds a frame, so that a file fed as fast as it can be read would fail in the end.
+session::wait_end session::hold_back(int workers)
+{
+    return wait_for_workers(workers - 1, true, nullptr);
+}
+
+// Waits until no key frame is under way. Only then is a failure final: a worker that was already waiting for its turn
+// takes it all the same, and its success brings the pipeline back.
+// Says whether the pipeline works.
+bool session::settles()
+{
+    return wait_for_workers(0, false, nullptr) == wait_end::reached
+           && load_acquire(big_stitch_status) != pipeline_failed;
+}
+
+// ------------------------------------------------------------------------------------------------------ frames
+
+frame_answer session::not_handed_over(wait_end why) const
+{
+    if (why == wait_end::stalled) {
+        return not_handed_over(code_pipeline_failed, reason::timed_out);
+    }
+    return not_handed_over(code_lost, process_is_ending() ? reason::process_ends : reason::cancelled);
+}
+
+// One call of the library, as videoStitch makes it, and what is to be told of it.
+frame_answer session::call_live_path(const frame_view& frame, direction_code hint, bool is_last)
+{
+    std::ostringstream text;
+    std::ostream nowhere(nullptr);
+    frame_account& account = account_of_this_thread();
+    account = {};
+    account.answer = not_handed_over(code_normal, reason::none);
+    cv::Mat image;
+    const std::int64_t start = cv::getTickCount();
+    {
+        const log_redirection to_the_host(options_.on_log ? text : nowhere);
+        try {
+            image = bgr_from(frame);
+            if (is_last) {
+                hand_over_last_frame(tarn_stitcher, image, hint);
+            } else {
+                tarn_stitcher.ofcheck_stitch(image, hint, 0);
+            }
+        } catch (const std::exception& error) {
+            log_line("stitch: When checkimage encounter an error", error.what());
+            note_failure(account, error);
+            const auto members = lock_members();
+            store_release(tarn_stitcher.stitcher_status, static_cast<int>(live_finished));
+        }
+        log_line("main thread: videoStitch finish, total spent", seconds_since(start));
+    }
+    frame_answer answer = account.answer;
+    answer.key_frames = tarn_stitcher.big_frame_index;
+    answer.milliseconds = seconds_since(start) * 1000.0;
+    show(answer);
+    // Callbacks last: they may throw, and may hand frames of their own to the library.
+    const frame_account told = account;
+    if (answer.key_frame != 0 && options_.on_key_frame) {
+        key_frame key;
+        key.image = image;
+        key.number = answer.key_frame;
+        key.placed = answer.placed;
+        key.plane_from_frame = told.plane_from_frame;
+        key.working_size = told.working_size;
+        options_.on_key_frame(key);
+    }
+    if (options_.on_log) {
+        options_.on_log(text.str());
+    }
+    return answer;
+}
+
+frame_answer session::hand_over(const frame_view& frame, direction_code hint, bool is_last)
+{
+    frame_answer answer = call_live_path(frame, hint, is_last);
+    // A frame that is dropped may be handed over again when the pipeline has come back. A camera's cannot wait, but the
+    // last one waits anyway.
+    const bool may_wait = is_last || options_.most_under_way > 0;
+    if (answer.code == code_pipeline_failed && answer.key_frame == 0 && may_wait && settles()) {
+        answer = call_live_path(frame, hint, is_last);
+    }
+    return answer;
+}
+
+frame_answer session::feed(const frame_view& frame, direction_code hint)
+{
+    if (options_.most_under_way > 0) {
+        const wait_end room = hold_back(options_.most_under_way);
+        if (room != wait_end::reached) {
+            return not_handed_over(room);
+        }
+    }
+    last_frame_.reset();
+    return hand_over(frame, hint, false);
+}
+
+// -------------------------------------------------------------------------------------------------- the panorama
+
+session::wait_end session::hand_over_last(const finish_options& options)
+{
+    if (options_.most_under_way > 0) {
+        // For the last worker alone afterwards.
+        const wait_end room = wait_for_workers(0, true, options.on_progress);
+        if (room != wait_end::reached) {
+            last_frame_ = not_handed_over(room);
+            return room;
+        }
+    }
+    last_frame_ = hand_over(*options.last_frame, options.hint, true);
+    return wait_end::reached;
+}
+
+panorama session::finish(const finish_options& options)
+{
+    wait_end waited = wait_end::reached;
+    if (options.last_frame != nullptr) {
+        waited = hand_over_last(options);
+    }
+    if (waited == wait_end::reached) {
+        waited = wait_for_workers(0, false, options.on_progress);
+    }
+    return collect(waited);
+}
+
+reason session::why_not_whole(wait_end waited, const panorama& result, bool works) const
+{
+    if (waited == wait_end::declined || waited == wait_end::cancelled) {
+        return process_is_ending() ? reason::process_ends : reason::cancelled;
+    }
+    const sweep_status now = status();
+    if ((!works || never_started_ > 0) && now.why != reason::none) {
+        return now.why;
+    }
+    if (waited == wait_end::stalled) {
+        return reason::timed_out;
+    }
+    if (last_frame_ && !last_frame_->taken) {
+        return last_frame_->why;
+    }
+    return result.key_frames == 0 ? reason::no_frames : reason::pipeline_failed;
+}
+
+panorama session::collect(wait_end waited)
+{
+    const pipeline_snapshot pipeline = look_at_pipeline();
+    panorama result;
+    result.key_frames = tarn_stitcher.big_frame_index;
+    result.first_failed_key_frame = status().first_failed_key_frame;
+    if (last_frame_) {
+        result.last_frame = *last_frame_;
+    }
+    const bool works = pipeline.status == pipeline_ready;
+    const bool whole = waited == wait_end::reached && works && pipeline.turns_over == result.key_frames
+                       && (!last_frame_ || last_frame_->taken);
+    if (whole && written_turns_ != pipeline.turns_over) {
+        tarn_stitcher.get_big_image(result.key_frames);
+        written_turns_ = pipeline.turns_over;
+    }
+    if (!whole) {
+        result.why = why_not_whole(waited, result, works);
+    }
+    if (!pipeline.panorama.empty()) {
+        result.extent = whole ? panorama_extent::whole : panorama_extent::partial;
+        result.image = pipeline.panorama.isContinuous() ? pipeline.panorama : pipeline.panorama.clone();
+    }
+    return result;
+}
+
+}  // namespace tarn
