@@ -29,7 +29,7 @@ wasm_libraries() {
   key=$({
     printf '%s\n' "${wasm_sources[@]}" "$wasm_flags"
     emcc --version | head -n 1
-    cat "$root/web/native/opencv.cmake" "$root/scripts/lib/wasm.sh"
+    cat "$root"/web/native/{opencv.cmake,opencv_sources.txt,OpenCVConfig.cmake} "$root/scripts/lib/wasm.sh"
   } | sha256sum | cut -c 1-16)
   printf '%s/tarnstitch-web/%s\n' "${XDG_CACHE_HOME:-$HOME/.cache}" "$key"
 }
@@ -75,13 +75,38 @@ build_zlib() {
   cp "$1"/{zlib,zconf}.h "$2/include"
 }
 
-# build_opencv SOURCE PREFIX
+# opencv_objects: the object files of the sources that are listed, as Ninja names them.
+opencv_objects() {
+  local module name
+  local names
+  while read -r module names; do
+    module=${module%:}
+    for name in $names; do
+      printf 'modules/%s/CMakeFiles/opencv_%s.dir/src/%s.cpp.o\n' "$module" "$module" "$name"
+    done
+  done < <(grep -v '^#' "$root/web/native/opencv_sources.txt")
+}
+
+# build_opencv SOURCE PREFIX: of its modules only what is linked, in one archive, with the headers and a configuration
+# for find_package.
 build_opencv() {
-  emcmake cmake -S "$1" -B "$1/wasm" -G Ninja -C "$root/web/native/opencv.cmake" -DCMAKE_INSTALL_PREFIX="$2" \
-    -DCMAKE_C_FLAGS="$wasm_flags" -DCMAKE_CXX_FLAGS="$wasm_flags" \
+  local module
+  local -a objects
+  emcmake cmake -S "$1" -B "$1/wasm" -G Ninja -C "$root/web/native/opencv.cmake" \
+    -DCMAKE_C_FLAGS="$wasm_flags -w" -DCMAKE_CXX_FLAGS="$wasm_flags -w" \
     -DZLIB_INCLUDE_DIR="$2/include" -DZLIB_LIBRARY="$2/lib/libz.a" \
     -DJPEG_INCLUDE_DIR="$2/include" -DJPEG_LIBRARY="$2/lib/libjpeg.a"
-  cmake --build "$1/wasm" --parallel "$jobs" --target install
+  mapfile -t objects < <(opencv_objects)
+  ninja -C "$1/wasm" -j "$jobs" "${objects[@]}"
+  (cd "$1/wasm" && rm -f "$2/lib/libopencv.a" && emar rcs "$2/lib/libopencv.a" "${objects[@]}")
+  for module in core imgproc video calib3d features2d flann imgcodecs; do
+    cp -R "$1/modules/$module/include/opencv2" "$2/include"
+  done
+  cp "$1/wasm/opencv2/opencv_modules.hpp" "$2/include/opencv2"
+  mkdir -p "$2/lib/cmake/opencv4"
+  cp "$root/web/native/OpenCVConfig.cmake" "$2/lib/cmake/opencv4"
+  printf 'set(PACKAGE_VERSION 4.6.0)\nset(PACKAGE_VERSION_COMPATIBLE TRUE)\n' \
+    >"$2/lib/cmake/opencv4/OpenCVConfig-version.cmake"
 }
 
 # need_wasm_libraries: builds them unless they are there.
