@@ -2,6 +2,7 @@
 #include "internal/session.h"
 
 #include <algorithm>
+#include <new>
 #include <ostream>
 #include <sstream>
 #include <unistd.h>
@@ -10,6 +11,7 @@
 #include "internal/frame_account.h"
 #include "internal/frame_intake.h"
 #include "internal/last_frame.h"
+#include "internal/live_call.h"
 #include "internal/log.h"
 #include "internal/session_gate.h"
 #include "tarn_stitch_jni.h"
@@ -17,6 +19,19 @@
 namespace tarn {
 
 namespace {
+
+// The image without gaps between its rows.
+cv::Mat continuous(const cv::Mat& image)
+{
+    if (image.isContinuous()) {
+        return image;
+    }
+    try {
+        return image.clone();
+    } catch (const cv::Exception&) {
+        throw std::bad_alloc();  // nothing else can be wrong with it
+    }
+}
 
 double seconds_since(std::int64_t ticks)
 {
@@ -211,45 +226,45 @@ frame_answer session::not_handed_over(wait_end why) const
 }
 
 // One call of the library, as videoStitch makes it, and what is to be told of it.
-frame_answer session::call_live_path(const frame_view& frame, direction_code hint, bool is_last)
+frame_answer session::register_frame(const frame_view& frame, direction_code hint, bool is_last)
 {
     std::ostringstream text;
     std::ostream nowhere(nullptr);
-    frame_account& account = account_of_this_thread();
-    account = {};
-    account.answer = not_handed_over(code_normal, reason::none);
     cv::Mat image;
-    const std::int64_t start = cv::getTickCount();
+    bool has_begun = false;
+    double milliseconds = 0.0;
     {
         const log_redirection to_the_host(options_.on_log ? text : nowhere);
-        try {
+        milliseconds = call_live_path([&] {
             image = bgr_from(frame);
+            has_begun = true;
             if (is_last) {
                 hand_over_last_frame(tarn_stitcher, image, hint);
             } else {
                 tarn_stitcher.ofcheck_stitch(image, hint, 0);
             }
-        } catch (const std::exception& error) {
-            log_line("stitch: When checkimage encounter an error", error.what());
-            note_failure(account, error);
-            const auto members = lock_members();
-            store_release(tarn_stitcher.stitcher_status, static_cast<int>(live_finished));
-        }
-        log_line("main thread: videoStitch finish, total spent", seconds_since(start));
+        });
     }
+    const frame_account account = account_of_this_thread();
     frame_answer answer = account.answer;
+    if (!has_begun) {
+        answer = not_handed_over(code_normal, account.answer.why);
+        answer.detail = account.answer.detail;
+    }
     answer.key_frames = tarn_stitcher.big_frame_index;
-    answer.milliseconds = seconds_since(start) * 1000.0;
+    answer.milliseconds = milliseconds;
     show(answer);
-    // Callbacks last: they may throw, and may hand frames of their own to the library.
-    const frame_account told = account;
+    if (is_last) {
+        last_frame_ = answer;
+    }
+    // Callbacks last: they may throw.
     if (answer.key_frame != 0 && options_.on_key_frame) {
         key_frame key;
         key.image = image;
         key.number = answer.key_frame;
         key.placed = answer.placed;
-        key.plane_from_frame = told.plane_from_frame;
-        key.working_size = told.working_size;
+        key.plane_from_frame = account.plane_from_frame;
+        key.working_size = account.working_size;
         options_.on_key_frame(key);
     }
     if (options_.on_log) {
@@ -260,12 +275,12 @@ frame_answer session::call_live_path(const frame_view& frame, direction_code hin
 
 frame_answer session::hand_over(const frame_view& frame, direction_code hint, bool is_last)
 {
-    frame_answer answer = call_live_path(frame, hint, is_last);
+    frame_answer answer = register_frame(frame, hint, is_last);
     // A frame that is dropped may be handed over again when the pipeline has come back. A camera's cannot wait, but the
     // last one waits anyway.
     const bool may_wait = is_last || options_.most_under_way > 0;
     if (answer.code == code_pipeline_failed && answer.key_frame == 0 && may_wait && settles()) {
-        answer = call_live_path(frame, hint, is_last);
+        answer = register_frame(frame, hint, is_last);
     }
     return answer;
 }
@@ -294,7 +309,7 @@ session::wait_end session::hand_over_last(const finish_options& options)
             return room;
         }
     }
-    last_frame_ = hand_over(*options.last_frame, options.hint, true);
+    hand_over(*options.last_frame, options.hint, true);
     return wait_end::reached;
 }
 
@@ -349,7 +364,7 @@ panorama session::collect(wait_end waited)
     }
     if (!pipeline.panorama.empty()) {
         result.extent = whole ? panorama_extent::whole : panorama_extent::partial;
-        result.image = pipeline.panorama.isContinuous() ? pipeline.panorama : pipeline.panorama.clone();
+        result.image = continuous(pipeline.panorama);
     }
     return result;
 }

@@ -234,9 +234,9 @@ typedef struct tarn_key_frame {
     int number;   ///< 1, 2, 3, … in the sweep
     int placed;   ///< 0 for a last frame, which is composed without being registered live
     /// Row by row: maps the frame, scaled to the working size, into the plane of the sweep's first frame, scaled
-    /// likewise. Fixed for the whole sweep, however the preview grows.
+    /// likewise. Fixed for the whole sweep, however the preview grows. Of a frame that is placed.
     double plane_from_frame[9];
-    int working_width;   ///< px, of the live path's copy: at most 300
+    int working_width;   ///< px, of the live path's copy: at most 300; 0 if it is not placed
     int working_height;  ///< px
 } tarn_key_frame;
 
@@ -341,11 +341,14 @@ typedef struct tarn_panorama_info {
 
 /// Begins a sweep and ends the one before.
 /// @param options  null: all defaults
+/// @param sweep    is given
 /// @returns also TARN_ERROR_DIRECTORY_NOT_EMPTY, TARN_ERROR_DIRECTORY_UNUSABLE, TARN_ERROR_PROCESS_ENDS,
 ///          TARN_ERROR_IN_CALLBACK; the sweep before goes on then, unless one of the two directories holds the other
 tarn_result tarn_sweep_begin(const tarn_sweep_options* options, tarn_sweep** sweep);
 
 /// Registers one frame, in typically a few milliseconds. All frames of a sweep should have one size.
+/// @param sweep   that is to take it
+/// @param frame   where it lies
 /// @param hint    of enum tarn_direction: where the camera is meant to move; motion against it is rejected
 /// @param answer  null: not wanted
 /// @returns also TARN_ERROR_OVER, TARN_ERROR_IN_CALLBACK
@@ -353,6 +356,7 @@ tarn_result tarn_sweep_feed(tarn_sweep* sweep, const tarn_image* frame, int hint
 
 /// Waits for the workers and hands the panorama out. May be called again: when no frame came after the first time, the
 /// answer is the same. A frame that is fed after a finish goes on with the sweep.
+/// @param sweep     that is to end
 /// @param options   null: all defaults
 /// @param panorama  is given also where there is no image: tarn_panorama_get_info then says why
 /// @returns also TARN_ERROR_OVER, TARN_ERROR_IN_CALLBACK
@@ -370,6 +374,7 @@ int tarn_sweep_is_current(tarn_sweep* sweep);
 tarn_result tarn_sweep_get_status(tarn_sweep* sweep, tarn_status* status);
 
 /// Waits until at most so many key frames are under way.
+/// @param sweep         whose key frames they are
 /// @param most          0 or more
 /// @param milliseconds  the longest wait; less than 0: as long as workers move
 /// @param has_room      0 if it is not so when the time is over, or the workers do not move any more; else 1
@@ -377,6 +382,7 @@ tarn_result tarn_sweep_get_status(tarn_sweep* sweep, tarn_status* status);
 tarn_result tarn_sweep_wait_for_room(tarn_sweep* sweep, int most, int milliseconds, int* has_room);
 
 /// The preview as it is now. Its pixels never change: when the preview grows, it has new ones.
+/// @param sweep    that it belongs to
 /// @param picture  TARN_FORMAT_BGR; null is given as long as no frame has been taken
 /// @param info     null: not wanted
 /// @returns also TARN_ERROR_OVER

@@ -9,6 +9,7 @@
 #include <opencv2/imgproc.hpp>
 
 #include "internal/frame_account.h"
+#include "internal/live_call.h"
 #include "internal/log.h"
 #include "spare_frames.h"
 #include "worker_protocol.h"
@@ -68,12 +69,32 @@ int resetStitch(const char* input_path)
     return 1;
 }
 
+std::int64_t tarn::begin_live_call()
+{
+    account_of_this_thread() = {};
+    return cv::getTickCount();
+}
+
+void tarn::note_failed_live_call(const std::exception& error)
+{
+    log_line("stitch: When checkimage encounter an error", error.what());
+    note_failure(account_of_this_thread(), error);
+    const auto members = lock_members();
+    store_release(tarn_stitcher.stitcher_status, live_finished);
+}
+
+double tarn::end_live_call(std::int64_t begun)
+{
+    const double spent = static_cast<double>(cv::getTickCount() - begun) / cv::getTickFrequency();
+    log_line("main thread: videoStitch finish, total spent", spent);
+    constexpr double milliseconds = 1000.0;
+    return spent * milliseconds;
+}
+
 int* videoStitch(cv::Mat mat, int direction, int is_last_one)
 {
-    static int buf[2] = {0, 0};
-    const std::int64_t start = cv::getTickCount();
-    tarn::account_of_this_thread() = {};
-    try {
+    static int buf[2] = {0, 0};  // keeps the result of the frame before when this one raises an error
+    tarn::call_live_path([&] {
         // Floats that are huge or no numbers at all would lead the worker's feature detector out of its images.
         CV_Assert(mat.depth() != CV_32F);
         // Never the host's own pixels, nor any that are still in use: the worker and the task keep this image.
@@ -83,19 +104,9 @@ int* videoStitch(cv::Mat mat, int direction, int is_last_one)
         }
         cv::cvtColor(mat, input_frame, cv::COLOR_RGBA2BGR);
         const int* stitch_result = tarn_stitcher.ofcheck_stitch(input_frame, direction, is_last_one);
-        input_frame.release();
         tarn::store_release(buf[0], stitch_result[0]);
         tarn::store_release(buf[1], stitch_result[1]);
-    } catch (const std::exception& e) {
-        // buf keeps the result of the frame before.
-        tarn::log_line("stitch: When checkimage encounter an error", e.what());
-        tarn::note_failure(tarn::account_of_this_thread(), e);
-        const auto members = tarn::lock_members();
-        tarn::store_release(tarn_stitcher.stitcher_status, tarn::live_finished);
-    }
-    const std::int64_t finish = cv::getTickCount();
-    tarn::log_line("main thread: videoStitch finish, total spent",
-                   static_cast<double>(finish - start) / cv::getTickFrequency());
+    });
     return buf;
 }
 

@@ -110,14 +110,14 @@ struct sweep_options {
     int most_under_way = 0;
     /// Called again and again while feed or finish waits for workers, with the number of key frames under way; false
     /// ends the wait: the frame is not handed over, a finish gives what there is.
-    std::function<bool(int under_way)> while_waiting;
+    std::function<bool(int under_way)> while_waiting = nullptr;
 
     /// Is given each key frame as it goes to its worker, before feed or finish returns.
-    std::function<void(const key_frame&)> on_key_frame;
+    std::function<void(const key_frame&)> on_key_frame = nullptr;
 
     /// Is given the log of each call, as the interface's functions write it to standard output, which stays untouched.
     /// None: nothing is written.
-    std::function<void(const std::string& text)> on_log;
+    std::function<void(const std::string& text)> on_log = nullptr;
 };
 
 /// How much of the sweep a panorama holds.
@@ -151,7 +151,7 @@ struct finish_options {
     direction_code hint = direction_undecided;
     /// Told of the key frames whose turns are over, again and again; false ends the wait, and what there is by then
     /// is the result.
-    std::function<bool(int done, int key_frames)> on_progress;
+    std::function<bool(int done, int key_frames)> on_progress = nullptr;
 };
 
 enum class sweep_problem : int {

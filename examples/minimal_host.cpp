@@ -1,46 +1,31 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // A complete host: stitches the video named by its first argument into the JPEG named by its second.
-#include <chrono>
-#include <filesystem>
 #include <iostream>
-#include <thread>
 
-#include <opencv2/imgproc.hpp>
 #include <opencv2/videoio.hpp>
 
-#include "TarnStitchSDK/tarn_stitch_jni.h"
-
-namespace fs = std::filesystem;
+#include "TarnStitchSDK/tarn_sweep.h"
 
 int main(int argc, char* argv[])
 {
-    cv::VideoCapture video(argc == 3 ? argv[1] : "");
-    cv::Mat frame, next, rgba;
-    if (!video.read(next)) {
-        std::cerr << "usage: minimal_host VIDEO PANORAMA.jpg\n";
-        return 2;
+    try {
+        cv::VideoCapture video(argc == 3 ? argv[1] : "");
+        tarn::sweep_options options;
+        options.most_under_way = 2;  // a camera is slow enough; a file has to wait for the workers
+        tarn::sweep sweep = tarn::sweep::begin(options);
+        cv::Mat frame, turned;
+        while (video.read(frame)) {
+            cv::rotate(frame, turned, cv::ROTATE_90_COUNTERCLOCKWISE);  // the panorama is turned back
+            const tarn::frame_answer answer = sweep.feed(tarn::view_of(turned));
+            if (answer.code != tarn::code_normal)
+                std::cerr << tarn::name_of(answer.code) << ": " << tarn::advice_for(answer.code) << '\n';
+        }
+        const tarn::frame_view last_frame = tarn::view_of(turned);
+        sweep.finish({&last_frame}).save(argv[2]);
+        return 0;
+    } catch (const std::exception& error) {
+        std::cerr << "usage: minimal_host VIDEO PANORAMA.jpg\n" << error.what() << '\n';
+        return 1;
     }
-    // A directory of the library's own: it deletes what lies there. The "/" at the end matters.
-    const std::string directory = std::string(argv[2]) + ".work/";
-    fs::create_directory(directory);
-    resetStitch(directory.c_str());
-    do {
-        frame = next.clone();
-        const bool is_last = !video.read(next);
-        cv::rotate(frame, frame, cv::ROTATE_90_COUNTERCLOCKWISE);  // the panorama is turned back
-        cv::cvtColor(frame, rgba, cv::COLOR_BGR2RGBA);
-        const int code = videoStitch(rgba, 0, is_last ? 1 : 0)[0];
-        if (code != 1)
-            std::cerr << "code " << code << '\n';
-        // A camera is slow enough; a file has to wait for the workers.
-        while (tarn_stitcher.big_frame_index - tarn::look_at_pipeline().turns_over > 2
-               && tarn::look_at_pipeline().status != tarn::pipeline_failed)
-            std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    } while (!next.empty());
-    const std::string panorama = getCurrentPanoramaShow();  // "" if there is none
-    if (!panorama.empty())
-        fs::copy_file(panorama, argv[2], fs::copy_options::overwrite_existing);
-    resetStitch("");  // removes the directory
-    return panorama.empty() ? 1 : 0;
 }

@@ -11,7 +11,7 @@ source "$(dirname "${BASH_SOURCE[0]}")/lib/common.sh"
 seconds=${1:-1800}
 [[ $seconds =~ ^[0-9]+$ ]] || fail "usage: scripts/fuzz.sh [SECONDS [TARGET…]]"
 targets=("${@:2}")
-((${#targets[@]} > 0)) || targets=(host_calls geometry pixels directories program_input)
+((${#targets[@]} > 0)) || targets=(host_calls c_calls geometry pixels directories program_input)
 
 need_packages "${build_packages[@]}" "${test_packages[@]}" clang-14 libclang-rt-14-dev
 command -v clang++-14 >/dev/null || fail "clang-14 is missing."

@@ -108,7 +108,7 @@ private:
     wait_end hold_back(int workers);
     bool settles();
 
-    frame_answer call_live_path(const frame_view& frame, direction_code hint, bool is_last);
+    frame_answer register_frame(const frame_view& frame, direction_code hint, bool is_last);
     frame_answer hand_over(const frame_view& frame, direction_code hint, bool is_last);
     frame_answer not_handed_over(wait_end why) const;
     wait_end hand_over_last(const finish_options& options);

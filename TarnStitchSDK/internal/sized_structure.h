@@ -21,7 +21,9 @@ struct c_failure {
 };
 
 /// Where a member ends, in bytes from the beginning of its structure.
-#define TARN_END_OF(structure, member) (offsetof(structure, member) + sizeof(structure::member))
+#define TARN_END_OF(structure, member)                                                                         \
+    (offsetof(structure, member)                                                                               \
+     + sizeof(structure::member))  // NOLINT(bugprone-sizeof-expression): of a pointer
 
 /// More than any version will have: a size that was never set is told from one by it.
 constexpr std::size_t greatest_structure = 4096;

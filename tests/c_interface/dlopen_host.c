@@ -84,7 +84,7 @@ static int stitch(void)
     tarn_sweep_options options;
     TARN_INIT(options);
     options.most_under_way = 2;
-    tarn_sweep* sweep;
+    tarn_sweep* sweep = NULL;
     if (tarn.begin(&options, &sweep) != TARN_OK)
         return complain("begin");
     tarn_image frame;
@@ -103,17 +103,17 @@ static int stitch(void)
 
     tarn_image view;
     TARN_INIT(view);
-    tarn_picture* preview;
+    tarn_picture* preview = NULL;
     if (tarn.preview(sweep, &preview, NULL) != TARN_OK || tarn.picture_view(preview, &view) != TARN_OK)
         return complain("preview");
     printf("preview: %d x %d\n", view.width, view.height);
     tarn.picture_free(preview);
 
-    tarn_panorama* panorama;
+    tarn_panorama* panorama = NULL;
     tarn_panorama_info info;
     TARN_INIT(info);
-    const unsigned char* bytes;
-    size_t count;
+    const unsigned char* bytes = NULL;
+    size_t count = 0;
     if (tarn.finish(sweep, NULL, &panorama) != TARN_OK || tarn.get_info(panorama, &info) != TARN_OK
         || tarn.panorama_view(panorama, &view) != TARN_OK || tarn.jpeg(panorama, &bytes, &count) != TARN_OK)
         return complain("finish");
@@ -135,7 +135,7 @@ int main(int argc, char* argv[])
         return 2;
     }
     for (int i = 2; i < argc; ++i) {
-        void* address;
+        void* address = NULL;
         if (!find(library, argv[i], &address))
             return 1;
     }

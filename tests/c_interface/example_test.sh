@@ -1,22 +1,24 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: Apache-2.0
 #
-# The example host in C makes of a sample's frames the very bytes that the session makes of them, leaves nothing else
-# behind, and says in one line what it cannot do.
-# usage: example_test.sh HOST MEDIA SAMPLES
+# The example host in C makes of a sample's frames the very bytes that the one in C++ makes of the sample, leaves nothing
+# else behind, and says in one line what it cannot do.
+# usage: example_test.sh HOST HOST_IN_CPP MEDIA SAMPLES
 set -euo pipefail
 
 host=$1
-media=$2
-samples=$3
+host_in_cpp=$2
+media=$3
+samples=$4
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 export TMPDIR=$work/tmp
 mkdir "$TMPDIR"
 
-"$media" stitch "$samples/hall_slide.mp4" "$work/expected.jpg"
-"$media" frames "$samples/hall_slide.mp4" | "$host" "$work/panorama.jpg" >"$work/out"
+"$host_in_cpp" "$samples/hall_slide.mp4" "$work/expected.jpg" 2>"$work/expected.err"
+"$media" "$samples/hall_slide.mp4" | "$host" "$work/panorama.jpg" >"$work/out" 2>"$work/err"
 cmp "$work/expected.jpg" "$work/panorama.jpg"
+cmp "$work/expected.err" "$work/err"
 [[ ! -s $work/out ]] || { echo "it writes to standard output" && exit 1; }
 # A JPEG begins with these two bytes.
 [[ $(head -c 2 "$work/panorama.jpg" | od -An -tx1 | tr -d ' \n') == ffd8 ]]
@@ -33,10 +35,13 @@ refuses() {
 }
 refuses 2 usage </dev/null
 refuses 1 "there is no panorama" "$work/none.jpg" </dev/null
-refuses 1 "there is no panorama" "$work/none.jpg" <"$0"
-[[ ! -e $work/none.jpg ]]
-# A stream that ends within its first frame, and one of frames that are too wide.
-refuses 1 "there is no panorama" "$work/none.jpg" <<<$'P6\n64 48\n255\nshort'
+refuses 1 "no stream of whole PPMs" "$work/none.jpg" <"$0"
+# Frames that end too soon, that have no pixels, or of other depth; and some that are too wide.
+refuses 1 "no stream of whole PPMs" "$work/none.jpg" < <(printf 'P6\n64 48\n255\nshort')
+refuses 1 "no stream of whole PPMs" "$work/none.jpg" < <(printf 'P6\n64 48')
+refuses 1 "no stream of whole PPMs" "$work/none.jpg" < <(printf 'P6\n0 48\n255\n')
+refuses 1 "no stream of whole PPMs" "$work/none.jpg" < <(printf 'P6\n1 1\n127\nabc')
 refuses 1 "width" "$work/none.jpg" < <(printf 'P6\n20000 1\n255\n' && head -c 60000 /dev/zero)
+[[ ! -e $work/none.jpg ]]
 # A file that cannot be written.
-"$media" frames "$samples/hall_slide.mp4" | refuses 1 "$work/missing/panorama.jpg" "$work/missing/panorama.jpg"
+refuses 1 "$work/missing/panorama.jpg" "$work/missing/panorama.jpg" < <("$media" "$samples/hall_slide.mp4" 2)

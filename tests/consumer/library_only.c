@@ -34,7 +34,7 @@ int main(void)
     frame.height = frame_height;
     frame.format = TARN_FORMAT_GRAY;
 
-    tarn_sweep* sweep;
+    tarn_sweep* sweep = NULL;
     tarn_result result = tarn_sweep_begin(&options, &sweep);
     for (int i = 0; i < frames && result == TARN_OK; ++i) {
         for (int y = 0; y < frame_height; ++y) {
