@@ -60,7 +60,7 @@ function hideTrouble() {
 
 // What the arrow shows: the hint, or both ways until the direction is known.
 const ways = ['any', 'right', 'left', 'down', 'up'];
-const wayNames = { any: 'any way', right: 'to the right', left: 'to the left', down: 'down', up: 'up' };
+const wayNames = { any: 'any way', right: 'right', left: 'left', down: 'down', up: 'up' };
 let knownDirection = 'any';
 function showDirection() {
   const shown = direction === 'any' ? knownDirection : direction;
