@@ -15,16 +15,11 @@ wasm_environment
 need_wasm_libraries
 libraries=$(wasm_libraries)
 
-# build_module NAME THREADS
-build_module() {
-  say "Building $1"
-  [[ -e build/web/$1/build.ninja ]] \
-    || emcmake cmake -S web/native -B "build/web/$1" -G Ninja -DCMAKE_BUILD_TYPE=Release -DTARN_WEB_THREADS="$2" \
-      -DOpenCV_DIR="$libraries/lib/cmake/opencv4" -DTHREADS_HAVE_PTHREAD_ARG=ON -DCMAKE_HAVE_LIBC_PTHREAD=ON >/dev/null
-  cmake --build "build/web/$1" --parallel "$jobs" --target tarn_web
-}
-build_module tarnstitch-threads ON
-build_module tarnstitch-single OFF
+say "Building the library"
+[[ -e build/web/wasm/build.ninja ]] \
+  || emcmake cmake -S web/native -B build/web/wasm -G Ninja -DCMAKE_BUILD_TYPE=Release \
+    -DOpenCV_DIR="$libraries/lib/cmake/opencv4" >/dev/null
+cmake --build build/web/wasm --parallel "$jobs"
 
 say "Putting the package together"
 package=out/web/tarnstitch
@@ -32,9 +27,9 @@ rm -rf out/web
 mkdir -p "$package"
 cp web/package.json web/README.md web/src/* LICENSE "$package"
 for name in tarnstitch-threads tarnstitch-single; do
-  cp "build/web/$name/$name.js" "build/web/$name/$name.wasm" "$package"
+  cp "build/web/wasm/$name.js" "build/web/wasm/$name.wasm" "$package"
 done
-cp build/web/tarnstitch-threads/tarnstitch-threads.worker.js "$package"
+cp build/web/wasm/tarnstitch-threads.worker.js "$package"
 {
   printf 'This package contains, compiled into its .wasm and .js files, parts of these works.\n'
   for name in opencv libjpeg-turbo zlib; do

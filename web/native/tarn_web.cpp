@@ -9,12 +9,10 @@
 // way out. The panorama is upright then by itself.
 #include <cstddef>
 #include <cstdint>
-#include <cstdio>
 #include <exception>
 #include <string>
 #include <vector>
 
-#include <emscripten.h>
 #include <opencv2/core.hpp>
 #include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
@@ -61,14 +59,14 @@ bool view_panorama(tarn_panorama* panorama, tarn_image& view)
 extern "C" {
 
 /// Sets the number of threads of OpenCV's loops, of the build that has threads.
-EMSCRIPTEN_KEEPALIVE void tarn_web_start(int threads)
+void tarn_web_start(int threads)
 {
     cv::setNumThreads(threads);
 }
 
 /// Sizes of the structures and places of their members, as JSON: {"tarn_answer": {"size": 400, "code": 4, …}, …}.
 /// Static storage.
-EMSCRIPTEN_KEEPALIVE const char* tarn_web_layout()
+const char* tarn_web_layout()
 {
     static const std::string text = [] {
         std::string json;
@@ -128,14 +126,14 @@ EMSCRIPTEN_KEEPALIVE const char* tarn_web_layout()
 }
 
 /// tarn_sweep_begin with all defaults.
-EMSCRIPTEN_KEEPALIVE tarn_result tarn_web_begin(tarn_sweep** sweep)
+tarn_result tarn_web_begin(tarn_sweep** sweep)
 {
     return tarn_sweep_begin(nullptr, sweep);
 }
 
 /// tarn_sweep_feed of pixels without padding between rows.
 /// @param upright  the frame is the right way up, not lying on its side
-EMSCRIPTEN_KEEPALIVE tarn_result tarn_web_feed(tarn_sweep* sweep, const void* pixels, int width, int height,
+tarn_result tarn_web_feed(tarn_sweep* sweep, const void* pixels, int width, int height,
                                                int row_stride, int format, int upright, int hint, tarn_answer* answer)
 {
     tarn_image frame;
@@ -161,7 +159,7 @@ EMSCRIPTEN_KEEPALIVE tarn_result tarn_web_feed(tarn_sweep* sweep, const void* pi
 }
 
 /// tarn_sweep_preview, with a view of the pixels; the picture is null, and the view empty, before the first frame.
-EMSCRIPTEN_KEEPALIVE tarn_result tarn_web_preview(tarn_sweep* sweep, tarn_picture** picture, tarn_preview_info* info,
+tarn_result tarn_web_preview(tarn_sweep* sweep, tarn_picture** picture, tarn_preview_info* info,
                                                   tarn_image* view)
 {
     TARN_INIT(*info);
@@ -177,7 +175,7 @@ EMSCRIPTEN_KEEPALIVE tarn_result tarn_web_preview(tarn_sweep* sweep, tarn_pictur
 /// transparent.
 /// @param upright  turned clockwise: width and height change places
 /// @returns 0 if memory is short
-EMSCRIPTEN_KEEPALIVE int tarn_web_rgba(const tarn_image* picture, int upright, void* rgba)
+int tarn_web_rgba(const tarn_image* picture, int upright, void* rgba)
 {
     try {
         const cv::Mat image = image_of(*picture);
@@ -201,7 +199,7 @@ EMSCRIPTEN_KEEPALIVE int tarn_web_rgba(const tarn_image* picture, int upright, v
 
 /// tarn_sweep_finish.
 /// @param wait  0: what there is by now is the result
-EMSCRIPTEN_KEEPALIVE tarn_result tarn_web_finish(tarn_sweep* sweep, int wait, tarn_panorama** panorama)
+tarn_result tarn_web_finish(tarn_sweep* sweep, int wait, tarn_panorama** panorama)
 {
     tarn_finish_options options;
     TARN_INIT(options);
@@ -213,7 +211,7 @@ EMSCRIPTEN_KEEPALIVE tarn_result tarn_web_finish(tarn_sweep* sweep, int wait, ta
 
 /// The rectangle inside the ragged border: x, y, width, height; all 0 if there is none or memory is short.
 /// @param panorama  null: of the picture
-EMSCRIPTEN_KEEPALIVE void tarn_web_inner_rectangle(tarn_panorama* panorama, const tarn_image* picture, int* rectangle)
+void tarn_web_inner_rectangle(tarn_panorama* panorama, const tarn_image* picture, int* rectangle)
 {
     cv::Rect found;
     try {
@@ -235,7 +233,7 @@ EMSCRIPTEN_KEEPALIVE void tarn_web_inner_rectangle(tarn_panorama* panorama, cons
 /// A part of the panorama as a JPEG; all of it, the very bytes of tarn_panorama_jpeg, if the rectangle is null.
 /// @param bytes  lies with the panorama, or in storage that the next call uses again
 /// @param size   width and height of the whole panorama
-EMSCRIPTEN_KEEPALIVE tarn_result tarn_web_jpeg(tarn_panorama* panorama, const int* rectangle,
+tarn_result tarn_web_jpeg(tarn_panorama* panorama, const int* rectangle,
                                                const unsigned char** bytes, std::size_t* count, int* size)
 {
     static std::vector<unsigned char> part;
@@ -262,18 +260,13 @@ EMSCRIPTEN_KEEPALIVE tarn_result tarn_web_jpeg(tarn_panorama* panorama, const in
 }
 
 /// Runs the worker that has waited longest, in the build without threads. @returns whether there was one
-EMSCRIPTEN_KEEPALIVE int tarn_web_run_worker()
+int tarn_web_run_worker()
 {
     return 0;
 }
 
 /// Workers that wait to be run, in the build without threads.
-EMSCRIPTEN_KEEPALIVE int tarn_web_workers_queued()
-{
-    return 0;
-}
-
-int main()
+int tarn_web_workers_queued()
 {
     return 0;
 }
