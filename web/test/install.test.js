@@ -75,7 +75,7 @@ void Sweep.begin({ direction: 'sideways' });
 `);
     for (const resolution of [['--module', 'nodenext'], ['--module', 'esnext', '--moduleResolution', 'bundler']]) {
       run('node', [path.join(work, 'node_modules/typescript/bin/tsc'), '--strict', '--noEmit', '--target', 'es2022',
-        '--lib', 'es2022,dom,dom.iterable', '--types', '', ...resolution, 'use.ts']);
+        '--lib', 'es2022,dom,dom.iterable', ...resolution, 'use.ts']);
     }
   });
 
@@ -87,7 +87,7 @@ globalThis.Sweep = Sweep;
 `);
     const out = path.join(project, 'site');
     mkdirSync(out);
-    run('node', [path.join(work, 'node_modules/esbuild/bin/esbuild'), 'entry.js', '--bundle', '--format=esm',
+    run(path.join(work, 'node_modules/.bin/esbuild'), ['entry.js', '--bundle', '--format=esm',
       '--platform=browser', '--external:node:*', `--outdir=${out}`]);
     assert.match(readFileSync(path.join(out, 'entry.js'), 'utf8'), /class Sweep/);
   });
