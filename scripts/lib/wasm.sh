@@ -90,14 +90,19 @@ opencv_objects() {
 # build_opencv SOURCE PREFIX: of its modules only what is linked, in one archive, with the headers and a configuration
 # for find_package.
 build_opencv() {
-  local module
+  local module object
   local -a objects
   emcmake cmake -S "$1" -B "$1/wasm" -G Ninja -C "$root/web/native/opencv.cmake" \
     -DCMAKE_C_FLAGS="$wasm_flags -w" -DCMAKE_CXX_FLAGS="$wasm_flags -w" \
     -DZLIB_INCLUDE_DIR="$2/include" -DZLIB_LIBRARY="$2/lib/libz.a" \
     -DJPEG_INCLUDE_DIR="$2/include" -DJPEG_LIBRARY="$2/lib/libjpeg.a"
   mapfile -t objects < <(opencv_objects)
-  ninja -C "$1/wasm" -j "$jobs" "${objects[@]}"
+  # Ninja would build all of a module before the first file of one that uses it, so it is only asked for the commands.
+  # What an object needs was made by the configuration.
+  for object in "${objects[@]}"; do
+    printf 'mkdir -p %s && %s\0' "$(dirname "$object")" "$(ninja -C "$1/wasm" -t commands "$object" | tail -n 1)"
+  done >"$1/wasm/commands"
+  (cd "$1/wasm" && xargs -0 -P "$jobs" -I '{}' bash -c '{}' <commands)
   (cd "$1/wasm" && rm -f "$2/lib/libopencv.a" && emar rcs "$2/lib/libopencv.a" "${objects[@]}")
   for module in core imgproc video calib3d features2d flann imgcodecs; do
     cp -R "$1/modules/$module/include/opencv2" "$2/include"

@@ -22,7 +22,7 @@ foreach(tarn_option
         BUILD_DOCS BUILD_EXAMPLES BUILD_JAVA BUILD_JPEG BUILD_PERF_TESTS BUILD_TESTS BUILD_ZLIB BUILD_opencv_apps
         BUILD_opencv_java_bindings_generator BUILD_opencv_js_bindings_generator BUILD_opencv_objc_bindings_generator
         BUILD_opencv_python2 BUILD_opencv_python3 BUILD_opencv_python_bindings_generator BUILD_opencv_python_tests
-        OPENCV_GENERATE_PKGCONFIG OPENCV_GENERATE_SETUPVARS OPENCV_ENABLE_MEMALIGN ENABLE_PRECOMPILED_HEADERS)
+        ENABLE_CCACHE ENABLE_PIC OPENCV_GENERATE_PKGCONFIG OPENCV_GENERATE_SETUPVARS OPENCV_ENABLE_MEMALIGN ENABLE_PRECOMPILED_HEADERS)
   set(${tarn_option} OFF CACHE BOOL "")
 endforeach()
 

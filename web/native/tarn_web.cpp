@@ -18,6 +18,7 @@
 #include <opencv2/imgproc.hpp>
 
 #include "inner_rectangle.h"
+#include "internal/worker_queue.h"
 #include "tarn_c.h"
 
 namespace {
@@ -29,15 +30,15 @@ cv::Mat turned_frame;  // storage that is used again for frame after frame
 int channels_of(int format)
 {
     switch (format) {
-        case TARN_FORMAT_RGBA:
-        case TARN_FORMAT_BGRA:
-            return 4;
-        case TARN_FORMAT_BGR:
-            return 3;
-        case TARN_FORMAT_GRAY:
-            return 1;
-        default:
-            return 0;
+    case TARN_FORMAT_RGBA:
+    case TARN_FORMAT_BGRA:
+        return 4;
+    case TARN_FORMAT_BGR:
+        return 3;
+    case TARN_FORMAT_GRAY:
+        return 1;
+    default:
+        return 0;
     }
 }
 
@@ -45,7 +46,8 @@ int channels_of(int format)
 cv::Mat image_of(const tarn_image& view)
 {
     // The image is only read; OpenCV has no other way to say so.
-    return {view.height, view.width, CV_8UC(channels_of(view.format)), const_cast<void*>(view.pixels), view.row_stride};
+    return {view.height, view.width, CV_8UC(channels_of(view.format)), const_cast<void*>(view.pixels),
+            view.row_stride};
 }
 
 bool view_panorama(tarn_panorama* panorama, tarn_image& view)
@@ -58,10 +60,12 @@ bool view_panorama(tarn_panorama* panorama, tarn_image& view)
 
 extern "C" {
 
-/// Sets the number of threads of OpenCV's loops, of the build that has threads.
+/// Before anything else.
+/// @param threads  of OpenCV's loops; 0 in the build without threads, whose workers wait to be run
 void tarn_web_start(int threads)
 {
     cv::setNumThreads(threads);
+    tarn::queue_workers(threads == 0);
 }
 
 /// Sizes of the structures and places of their members, as JSON: {"tarn_answer": {"size": 400, "code": 4, …}, …}.
@@ -71,7 +75,8 @@ const char* tarn_web_layout()
     static const std::string text = [] {
         std::string json;
         const auto open = [&json](const char* structure, std::size_t size) {
-            json += (json.empty() ? "{\"" : "},\"") + std::string(structure) + "\":{\"size\":" + std::to_string(size);
+            json += (json.empty() ? "{\"" : "},\"") + std::string(structure)
+                    + "\":{\"size\":" + std::to_string(size);
         };
         const auto member = [&json](const char* name, std::size_t offset) {
             json += ",\"" + std::string(name) + "\":" + std::to_string(offset);
@@ -133,8 +138,8 @@ tarn_result tarn_web_begin(tarn_sweep** sweep)
 
 /// tarn_sweep_feed of pixels without padding between rows.
 /// @param upright  the frame is the right way up, not lying on its side
-tarn_result tarn_web_feed(tarn_sweep* sweep, const void* pixels, int width, int height,
-                                               int row_stride, int format, int upright, int hint, tarn_answer* answer)
+tarn_result tarn_web_feed(tarn_sweep* sweep, const void* pixels, int width, int height, int row_stride,
+                          int format, int upright, int hint, tarn_answer* answer)
 {
     tarn_image frame;
     TARN_INIT(frame);
@@ -160,7 +165,7 @@ tarn_result tarn_web_feed(tarn_sweep* sweep, const void* pixels, int width, int 
 
 /// tarn_sweep_preview, with a view of the pixels; the picture is null, and the view empty, before the first frame.
 tarn_result tarn_web_preview(tarn_sweep* sweep, tarn_picture** picture, tarn_preview_info* info,
-                                                  tarn_image* view)
+                             tarn_image* view)
 {
     TARN_INIT(*info);
     TARN_INIT(*view);
@@ -233,8 +238,8 @@ void tarn_web_inner_rectangle(tarn_panorama* panorama, const tarn_image* picture
 /// A part of the panorama as a JPEG; all of it, the very bytes of tarn_panorama_jpeg, if the rectangle is null.
 /// @param bytes  lies with the panorama, or in storage that the next call uses again
 /// @param size   width and height of the whole panorama
-tarn_result tarn_web_jpeg(tarn_panorama* panorama, const int* rectangle,
-                                               const unsigned char** bytes, std::size_t* count, int* size)
+tarn_result tarn_web_jpeg(tarn_panorama* panorama, const int* rectangle, const unsigned char** bytes,
+                          std::size_t* count, int* size)
 {
     static std::vector<unsigned char> part;
     tarn_image view;
@@ -262,13 +267,13 @@ tarn_result tarn_web_jpeg(tarn_panorama* panorama, const int* rectangle,
 /// Runs the worker that has waited longest, in the build without threads. @returns whether there was one
 int tarn_web_run_worker()
 {
-    return 0;
+    return tarn::run_queued_worker() ? 1 : 0;
 }
 
 /// Workers that wait to be run, in the build without threads.
 int tarn_web_workers_queued()
 {
-    return 0;
+    return tarn::queued_workers();
 }
 
 }  // extern "C"

@@ -36,9 +36,7 @@ export class Engine {
     this.threads = threads;
     this.#layout = JSON.parse(this.#text(exports._tarn_web_layout()));
     this.#scratch = exports._malloc(4096);
-    if (threads) {
-      exports._tarn_web_start(threadsOfLoops);
-    }
+    exports._tarn_web_start(threads ? threadsOfLoops : 0);
   }
 
   get version() {
@@ -263,6 +261,9 @@ export class Engine {
     this.#shownPixels = 0;
     this.#c._tarn_sweep_free(this.#sweep);
     this.#sweep = 0;
+    while (!this.threads && this.#c._tarn_web_run_worker()) {
+      // Workers of a sweep that is over find it out at once, and let go of their frames.
+    }
   }
 
   #check(result) {

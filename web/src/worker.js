@@ -86,7 +86,7 @@ const commands = {
         break;
       }
     }
-    return engine.finish(wait);
+    return engine.finish(wait && engine.status().underWay === 0);
   },
 
   end() {

@@ -74,10 +74,11 @@ int main(int argc, char* argv[])
             std::cerr << tarn_last_error() << '\n';
             return 1;
         }
-        lines << "{\"codeNumber\":" << answer.code << ",\"whyNumber\":" << answer.why << ",\"taken\":" << answer.taken
-              << ",\"keyFrame\":" << answer.key_frame << ",\"keyFrames\":" << answer.key_frames
-              << ",\"registered\":" << answer.registered << ",\"directionNumber\":" << answer.direction
-              << ",\"moveDistance\":" << answer.move_distance << ",\"cornersFound\":" << answer.corners_found
+        lines << "{\"codeNumber\":" << answer.code << ",\"whyNumber\":" << answer.why
+              << ",\"taken\":" << answer.taken << ",\"keyFrame\":" << answer.key_frame
+              << ",\"keyFrames\":" << answer.key_frames << ",\"registered\":" << answer.registered
+              << ",\"directionNumber\":" << answer.direction << ",\"moveDistance\":" << answer.move_distance
+              << ",\"cornersFound\":" << answer.corners_found
               << ",\"cornersTracked\":" << answer.corners_tracked << ",\"inliers\":" << answer.inliers
               << ",\"overlap\":" << answer.overlap << ",\"placed\":" << answer.placed;
         write_four(lines, "outline", answer.outline, 8);
@@ -88,11 +89,13 @@ int main(int argc, char* argv[])
     tarn_picture* preview = nullptr;
     tarn_image view;
     TARN_INIT(view);
-    if (tarn_sweep_preview(sweep, &preview, nullptr) == TARN_OK && tarn_picture_view(preview, &view) == TARN_OK) {
+    if (tarn_sweep_preview(sweep, &preview, nullptr) == TARN_OK
+        && tarn_picture_view(preview, &view) == TARN_OK) {
         write_pixels(out + ".preview", view);
     }
     tarn_panorama* panorama = nullptr;
-    if (tarn_sweep_finish(sweep, nullptr, &panorama) == TARN_OK && tarn_panorama_view(panorama, &view) == TARN_OK) {
+    if (tarn_sweep_finish(sweep, nullptr, &panorama) == TARN_OK
+        && tarn_panorama_view(panorama, &view) == TARN_OK) {
         write_pixels(out + ".panorama", view);
     }
     tarn_picture_free(preview);
