@@ -2,6 +2,7 @@
 //
 // Functions of OpenCV's that its files refer to and the library never calls: conversions between colours that it does
 // not use, estimators that it does not choose. Leaving them out saves a third of what is compiled and sent.
+#include <opencv2/calib3d.hpp>
 #include <opencv2/core.hpp>
 
 namespace {
@@ -114,5 +115,44 @@ void demosaicing(InputArray, OutputArray, int, int)
 {
     left_out();
 }
+
+void crossCorr(const Mat&, const Mat&, Mat&, Point, double, int)
+{
+    left_out();
+}
+
+namespace usac {
+
+class Model;
+class RansacOutput;
+enum EstimationMethod : int;
+
+Mat findHomography(InputArray, InputArray, int, double, OutputArray, int, double)
+{
+    left_out();
+}
+
+Mat findFundamentalMat(InputArray, InputArray, int, double, double, int, OutputArray)
+{
+    left_out();
+}
+
+Mat estimateAffine2D(InputArray, InputArray, OutputArray, int, double, int, double, int)
+{
+    left_out();
+}
+
+void setParameters(Ptr<Model>&, EstimationMethod, const UsacParams&, bool)
+{
+    left_out();
+}
+
+bool run(const Ptr<const Model>&, InputArray, InputArray, int, Ptr<RansacOutput>&, InputArray, InputArray,
+         InputArray, InputArray)
+{
+    left_out();
+}
+
+}  // namespace usac
 
 }  // namespace cv

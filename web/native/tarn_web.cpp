@@ -26,6 +26,7 @@ namespace {
 constexpr int jpeg_quality = 95;
 
 cv::Mat turned_frame;  // storage that is used again for frame after frame
+tarn_image fed_frame;  // the frame fed last, which lies there or in the caller's storage
 
 int channels_of(int format)
 {
@@ -48,6 +49,31 @@ cv::Mat image_of(const tarn_image& view)
     // The image is only read; OpenCV has no other way to say so.
     return {view.height, view.width, CV_8UC(channels_of(view.format)), const_cast<void*>(view.pixels),
             view.row_stride};
+}
+
+// A frame as the library takes it; its pixels are null if memory is short.
+tarn_image lying_frame(const void* pixels, int width, int height, int row_stride, int format, bool upright)
+{
+    tarn_image frame;
+    TARN_INIT(frame);
+    frame.pixels = pixels;
+    frame.width = width;
+    frame.height = height;
+    frame.row_stride = static_cast<size_t>(row_stride);
+    frame.format = format;
+    if (!upright) {
+        return frame;
+    }
+    try {
+        cv::rotate(image_of(frame), turned_frame, cv::ROTATE_90_COUNTERCLOCKWISE);
+        frame.pixels = turned_frame.data;
+        frame.width = turned_frame.cols;
+        frame.height = turned_frame.rows;
+        frame.row_stride = turned_frame.step;
+    } catch (const std::exception&) {
+        frame.pixels = nullptr;
+    }
+    return frame;
 }
 
 bool view_panorama(tarn_panorama* panorama, tarn_image& view)
@@ -136,31 +162,17 @@ tarn_result tarn_web_begin(tarn_sweep** sweep)
     return tarn_sweep_begin(nullptr, sweep);
 }
 
-/// tarn_sweep_feed of pixels without padding between rows.
+/// tarn_sweep_feed.
 /// @param upright  the frame is the right way up, not lying on its side
 tarn_result tarn_web_feed(tarn_sweep* sweep, const void* pixels, int width, int height, int row_stride,
                           int format, int upright, int hint, tarn_answer* answer)
 {
-    tarn_image frame;
-    TARN_INIT(frame);
-    frame.pixels = pixels;
-    frame.width = width;
-    frame.height = height;
-    frame.row_stride = static_cast<size_t>(row_stride);
-    frame.format = format;
-    TARN_INIT(*answer);
-    if (upright != 0) {
-        try {
-            cv::rotate(image_of(frame), turned_frame, cv::ROTATE_90_COUNTERCLOCKWISE);
-        } catch (const std::exception&) {
-            return TARN_ERROR_NO_MEMORY;
-        }
-        frame.pixels = turned_frame.data;
-        frame.width = turned_frame.cols;
-        frame.height = turned_frame.rows;
-        frame.row_stride = turned_frame.step;
+    fed_frame = lying_frame(pixels, width, height, row_stride, format, upright != 0);
+    if (fed_frame.pixels == nullptr) {
+        return TARN_ERROR_NO_MEMORY;
     }
-    return tarn_sweep_feed(sweep, &frame, hint, answer);
+    TARN_INIT(*answer);
+    return tarn_sweep_feed(sweep, &fed_frame, hint, answer);
 }
 
 /// tarn_sweep_preview, with a view of the pixels; the picture is null, and the view empty, before the first frame.
@@ -203,13 +215,18 @@ int tarn_web_rgba(const tarn_image* picture, int upright, void* rgba)
 }
 
 /// tarn_sweep_finish.
-/// @param wait  0: what there is by now is the result
-tarn_result tarn_web_finish(tarn_sweep* sweep, int wait, tarn_panorama** panorama)
+/// @param wait       0: what there is by now is the result
+/// @param with_last  the frame fed last becomes part of the panorama though it is no key frame; it must still lie where
+///                   it lay
+tarn_result tarn_web_finish(tarn_sweep* sweep, int wait, int with_last, tarn_panorama** panorama)
 {
     tarn_finish_options options;
     TARN_INIT(options);
     if (wait == 0) {
         options.on_progress = [](void*, int, int) { return 0; };
+    }
+    if (with_last != 0) {
+        options.last_frame = &fed_frame;
     }
     return tarn_sweep_finish(sweep, &options, panorama);
 }

@@ -28,6 +28,7 @@ export class Engine {
   #version = 0;
   #frame = 0; // storage for a frame
   #frameSize = 0;
+  #endsOpen = false; // the frame fed last was taken, and is not in the panorama
   #scratch;
 
   constructor({ exports, memory, threads }) {
@@ -57,6 +58,7 @@ export class Engine {
     this.#upright = upright;
     this.#check(this.#c._tarn_web_begin(this.#scratch));
     this.#sweep = this.#view().getUint32(this.#scratch, true);
+    this.#endsOpen = false;
   }
 
   /** Storage for a frame of so many bytes, until the next call of anything. */
@@ -81,7 +83,9 @@ export class Engine {
     const answer = this.#scratch;
     this.#check(this.#c._tarn_web_feed(this.#sweep, this.#frame, width, height, stride || width * bytesPerPixel[format],
       formats[format], this.#upright ? 1 : 0, hint, answer));
-    return this.#readAnswer(answer);
+    const result = this.#readAnswer(answer);
+    this.#endsOpen = result.taken && result.keyFrame === 0;
+    return result;
   }
 
   #readAnswer(at) {
@@ -204,7 +208,10 @@ export class Engine {
 
   /** @param {boolean} wait  false: what there is by now is the result */
   finish(wait) {
-    this.#check(this.#c._tarn_web_finish(this.#sweep, wait ? 1 : 0, this.#scratch));
+    // The panorama reaches as far as the camera did, not only to the last key frame.
+    const withLast = wait && this.#endsOpen;
+    this.#endsOpen &&= !withLast;
+    this.#check(this.#c._tarn_web_finish(this.#sweep, wait ? 1 : 0, withLast ? 1 : 0, this.#scratch));
     const panorama = this.#view().getUint32(this.#scratch, true);
     try {
       return this.#readPanorama(panorama);

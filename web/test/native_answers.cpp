@@ -66,6 +66,7 @@ int main(int argc, char* argv[])
     std::ofstream lines(out + ".jsonl");
     lines.precision(9);
     std::vector<char> pixels(static_cast<std::size_t>(frame.width) * frame.height * 4);
+    bool ends_open = false;
     while (in.read(pixels.data(), static_cast<std::streamsize>(pixels.size()))) {
         frame.pixels = pixels.data();
         tarn_answer answer;
@@ -74,6 +75,7 @@ int main(int argc, char* argv[])
             std::cerr << tarn_last_error() << '\n';
             return 1;
         }
+        ends_open = answer.taken != 0 && answer.key_frame == 0;
         lines << "{\"codeNumber\":" << answer.code << ",\"whyNumber\":" << answer.why
               << ",\"taken\":" << answer.taken << ",\"keyFrame\":" << answer.key_frame
               << ",\"keyFrames\":" << answer.key_frames << ",\"registered\":" << answer.registered
@@ -94,7 +96,10 @@ int main(int argc, char* argv[])
         write_pixels(out + ".preview", view);
     }
     tarn_panorama* panorama = nullptr;
-    if (tarn_sweep_finish(sweep, nullptr, &panorama) == TARN_OK
+    tarn_finish_options finish;
+    TARN_INIT(finish);
+    finish.last_frame = ends_open ? &frame : nullptr;
+    if (tarn_sweep_finish(sweep, &finish, &panorama) == TARN_OK
         && tarn_panorama_view(panorama, &view) == TARN_OK) {
         write_pixels(out + ".panorama", view);
     }
