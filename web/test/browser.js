@@ -3,7 +3,7 @@
 // Debian's Chromium with the live page: a server of the page's own, a profile of its own, and everything that the
 // page writes to its console.
 import { execFileSync, spawn } from 'node:child_process';
-import { existsSync, mkdirSync, mkdtempSync, rmSync } from 'node:fs';
+import { existsSync, mkdirSync, mkdtempSync, readFileSync, readdirSync, rmSync } from 'node:fs';
 import { createRequire } from 'node:module';
 import { tmpdir } from 'node:os';
 import path from 'node:path';
@@ -96,17 +96,26 @@ export const resultReady = (page) =>
 
 export const picture = (page, name) => page.screenshot({ path: path.join(pictures, `${name}.png`) });
 
-/** The panorama that the save button gives. */
-export function savedBytes(page) {
-  return page.evaluate(async () => {
-    const response = await fetch(document.getElementById('save').href);
-    return [...new Uint8Array(await response.arrayBuffer())];
+/** The panorama that the save button gives, as the file that it makes. */
+export async function savedBytes(page) {
+  const directory = mkdtempSync(path.join(tmpdir(), 'tarn-saved-'));
+  const session = await page.createCDPSession();
+  await session.send('Browser.setDownloadBehavior', { behavior: 'allow', downloadPath: directory, eventsEnabled: true });
+  const finished = new Promise((resolve) => {
+    session.on('Browser.downloadProgress', ({ state: now }) => now === 'completed' && resolve());
   });
+  await page.click('#save');
+  await finished;
+  const [name] = readdirSync(directory);
+  const bytes = readFileSync(path.join(directory, name));
+  rmSync(directory, { recursive: true });
+  await session.detach();
+  return bytes;
 }
 
 export function pictureSize(bytes) {
   const text = execFileSync('ffprobe', ['-v', 'error', '-show_entries', 'stream=width,height', '-of', 'csv=p=0', '-i', '-'],
-    { input: Uint8Array.from(bytes) }).toString();
+    { input: bytes }).toString();
   const [width, height] = text.split(',').map(Number);
   return { width, height };
 }
