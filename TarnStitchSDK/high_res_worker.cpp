@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "high_res_worker.h"
 
+#include <memory>
 #include <string>
 #include <thread>
 #include <unistd.h>
@@ -11,6 +12,7 @@
 #include "high_res_composition.h"
 #include "high_res_frame.h"
 #include "internal/frame_account.h"
+#include "internal/worker_queue.h"
 #include "private_file.h"
 #include "tarn_stitcher.h"
 #include "worker_protocol.h"
@@ -31,7 +33,7 @@ public:
     bool has_run_out() const
     {
         const double elapsed = static_cast<double>(cv::getTickCount() - start_) / cv::getTickFrequency();
-        return elapsed > static_cast<double>(load_acquire(max_wait_seconds));
+        return tarn::is_queued_worker() || elapsed > static_cast<double>(load_acquire(max_wait_seconds));
     }
 
 private:
@@ -106,6 +108,10 @@ private:
         // Within the task this wait has no time-out, even after a failure. This is meant.
         while (load_acquire(big_stitch_status) != tarn::pipeline_ready) {
             pass(worker_stage::polling_for_base);
+            if (tarn::is_queued_worker()) {
+                give_up();
+                throw tarn::task_replaced{};
+            }
             usleep(poll_interval);
         }
         cv::Mat panorama;
@@ -385,7 +391,7 @@ bool finish_panorama(TarnStitcher& task, int last_big_frame_index, task_generati
         if (clock.has_run_out() || generation != current_generation()) {
             break;
         }
-        usleep(poll_interval);
+        wait_a_moment(poll_interval);
     }
 
     const working_directory_lock directory_stays;  // and with it the task
@@ -412,7 +418,12 @@ void launch_worker(const cv::Mat& frame, const std::vector<float>& angles, const
     at_stage(worker_stage::launching, big_frame_index);
     // The generation first: when the process begins to end in between, it is a replaced task's.
     high_res_worker worker(current_generation(), frame, angles, scales, direction, big_frame_index);
-    std::thread(worker_thread{worker_in_flight(), std::move(worker)}).detach();
+    worker_thread life{worker_in_flight(), std::move(worker)};
+    if (workers_are_queued()) {
+        queue_worker([life = std::make_shared<worker_thread>(std::move(life))] { (*life)(); });
+    } else {
+        std::thread(std::move(life)).detach();
+    }
 }
 
 pipeline_snapshot look_at_pipeline()
