@@ -4,7 +4,7 @@
 #include <cstdlib>
 #include <vector>
 
-#include "numeric.h"
+#include "internal/numeric.h"
 #include "projection.h"
 
 namespace {

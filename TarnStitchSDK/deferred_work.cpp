@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "deferred_work.h"
+#include "internal/deferred_work.h"
 
 #include <algorithm>
 #include <atomic>
@@ -8,31 +8,9 @@
 
 #include <opencv2/core.hpp>
 
+#include "internal/parallel_loop.h"
+
 namespace tarn {
-
-namespace {
-
-using piece_list = std::vector<deferred_work*>;
-
-// How the threads of one loop meet: through these, and not only through the loop, whose own means
-// ThreadSanitizer cannot see.
-std::atomic<const piece_list*> current_pieces{nullptr};
-std::atomic<std::size_t> pieces_begun{0};
-std::atomic<int> threads_done{0};
-
-// One element per thread; each takes piece after piece until there is none.
-struct take_pieces : cv::ParallelLoopBody {
-    void operator()(const cv::Range&) const override
-    {
-        const piece_list& pieces = *current_pieces.load(std::memory_order_acquire);
-        for (std::size_t i = pieces_begun++; i < pieces.size(); i = pieces_begun++) {
-            pieces[i]->run_ahead();
-        }
-        threads_done.fetch_add(1, std::memory_order_release);
-    }
-};
-
-}  // namespace
 
 deferred_work::deferred_work(std::function<void()> work) : work_(std::move(work))
 {
@@ -63,10 +41,14 @@ void run_side_by_side(const std::vector<deferred_work*>& pieces)
     if (threads < 2) {
         return;
     }
-    pieces_begun = 0;
-    current_pieces.store(&pieces, std::memory_order_release);
-    cv::parallel_for_(cv::Range(0, threads), take_pieces(), threads);
-    threads_done.load(std::memory_order_acquire);
+    // One pass per thread; each takes piece after piece until there is none.
+    std::atomic<std::size_t> pieces_begun{0};
+    const auto take_pieces = [&pieces, &pieces_begun](const cv::Range&) {
+        for (std::size_t i = pieces_begun++; i < pieces.size(); i = pieces_begun++) {
+            pieces[i]->run_ahead();
+        }
+    };
+    for_side_by_side(cv::Range(0, threads), take_pieces, threads);
 }
 
 }  // namespace tarn

@@ -12,7 +12,7 @@
 #include <opencv2/core/hal/intrin.hpp>
 #include <opencv2/imgproc.hpp>
 
-#include "parallel_loop.h"
+#include "internal/parallel_loop.h"
 #include "seam.h"
 
 namespace {

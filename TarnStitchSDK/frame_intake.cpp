@@ -6,7 +6,7 @@
 
 #include <opencv2/imgproc.hpp>
 
-#include "spare_frames.h"
+#include "internal/spare_frames.h"
 
 namespace tarn {
 
@@ -79,7 +79,7 @@ void check_hint(direction_code hint)
 cv::Mat bgr_from(const frame_view& frame)
 {
     const int type = CV_8UC(channels_of(frame.format));
-    // The image library has no view of constant pixels; these are only read.
+    // OpenCV has no view of constant pixels; these are only read.
     const cv::Mat host(frame.height, frame.width, type, const_cast<void*>(frame.pixels),
                        frame.row_stride == 0 ? static_cast<std::size_t>(cv::Mat::AUTO_STEP) : frame.row_stride);
     cv::Mat bgr = take_spare_frame(host.size(), CV_8UC3);

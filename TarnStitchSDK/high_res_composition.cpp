@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "high_res_composition.h"
+#include "internal/high_res_composition.h"
 
 #include <algorithm>
 #include <utility>
@@ -7,8 +7,7 @@
 
 #include <opencv2/imgproc.hpp>
 
-#include "numeric.h"
-#include "quadrilateral.h"
+#include "internal/frame_geometry.h"
 #include "seam.h"
 #include "shared_access.h"
 
@@ -19,36 +18,12 @@ namespace {
 constexpr float greatest_side = 10000.0f;  // px
 constexpr double content_above = 1.0;      // gray value
 
-using points = std::vector<cv::Point2f>;
 using contour_t = std::vector<cv::Point>;
-
-cv::Mat translation(double x, double y)
-{
-    return (cv::Mat_<double>(3, 3) << 1, 0, x, 0, 1, y, 0, 0, 1);
-}
 
 points mapped_corners(const cv::Mat& frame, const cv::Mat& homography)
 {
-    const auto width = static_cast<float>(frame.cols);
-    const auto height = static_cast<float>(frame.rows);
-    const points corners = {{0.0f, 0.0f}, {width, 0.0f}, {width, height}, {0.0f, height}};
-    points result;
-    cv::perspectiveTransform(corners, result, homography);
-    return result;
+    return mapped(corners_of(frame.size()), homography);
 }
-
-// Bounding box of a quadrilateral, not rounded.
-struct bounds {
-    float left_x, right_x, bottom_y, top_y;
-
-    explicit bounds(const points& p)
-        : left_x(min_axis({p[0].x, p[1].x, p[2].x, p[3].x})),
-          right_x(max_axis({p[0].x, p[1].x, p[2].x, p[3].x})),
-          bottom_y(max_axis({p[0].y, p[1].y, p[2].y, p[3].y})),
-          top_y(min_axis({p[0].y, p[1].y, p[2].y, p[3].y}))
-    {
-    }
-};
 
 // The outer contour with most points, the first of equals, of what the image shows; none for an empty image.
 std::vector<contour_t> largest_contour(const cv::Mat& image)
@@ -113,16 +88,6 @@ struct margins {
     }
 };
 
-// Makes everything around the old panorama black.
-void clear_around(cv::Mat& grown, const cv::Rect& old_place)
-{
-    const cv::Range rows(old_place.y, old_place.br().y);
-    grown.rowRange(0, rows.start).setTo(cv::Scalar());
-    grown.rowRange(rows.end, grown.rows).setTo(cv::Scalar());
-    grown(rows, cv::Range(0, old_place.x)).setTo(cv::Scalar());
-    grown(rows, cv::Range(old_place.br().x, grown.cols)).setTo(cv::Scalar());
-}
-
 // Room beyond what a side grows now: none where it does not, and never more than a panorama may get.
 int room_beyond(int growth, int length)
 {
@@ -148,19 +113,18 @@ std::optional<merged_frame> merge_frame(const cv::Mat& panorama, const cv::Mat& 
 {
     CV_Assert(panorama.type() == CV_8UC3 && frame.type() == CV_8UC3);
     const bounds reach(mapped_corners(frame, panorama_from_frame));
-    const float base_shift_x = reach.left_x < 0.0f ? -reach.left_x : 0.0f;
-    const float base_shift_y = reach.top_y < 0.0f ? -reach.top_y : 0.0f;
+    const cv::Point2f base_shift = shift_into_view(reach.left_x, reach.top_y);
     merged_frame merged;
-    merged.panorama_from_frame = translation(base_shift_x, base_shift_y) * panorama_from_frame;
+    merged.panorama_from_frame = translation(base_shift.x, base_shift.y) * panorama_from_frame;
 
     const bounds box(mapped_corners(frame, merged.panorama_from_frame));
-    const float stitch_width = std::max(box.right_x, base_shift_x + static_cast<float>(panorama.cols));
-    const float stitch_height = std::max(box.bottom_y, base_shift_y + static_cast<float>(panorama.rows));
+    const float stitch_width = std::max(box.right_x, base_shift.x + static_cast<float>(panorama.cols));
+    const float stitch_height = std::max(box.bottom_y, base_shift.y + static_cast<float>(panorama.rows));
     if (stitch_width > greatest_side || stitch_height > greatest_side) {
         return std::nullopt;
     }
     merged.grown_size = {truncate_to_int(stitch_width), truncate_to_int(stitch_height)};
-    merged.old_place = {{truncate_to_int(base_shift_x), truncate_to_int(base_shift_y)}, panorama.size()};
+    merged.old_place = {{truncate_to_int(base_shift.x), truncate_to_int(base_shift.y)}, panorama.size()};
     merged.frame_place = {truncate_to_int(box.left_x), truncate_to_int(box.top_y),
                           truncate_to_int(box.right_x - box.left_x), truncate_to_int(box.bottom_y - box.top_y)};
     check_inside(merged.old_place, merged.grown_size);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "high_res_frame.h"
+#include "internal/high_res_frame.h"
 
 #include <algorithm>
 #include <cmath>

@@ -3,7 +3,7 @@
 // The high-resolution panorama: one worker per key frame, on a detached thread, and the protocol by which the
 // workers take turns.
 //
-// Shared state (tarn_stitcher.h): big_stitch_status, big_frame_num (the number of turns over, the "ticket"),
+// Shared state (module_globals.h): big_stitch_status, big_frame_num (the number of turns over, the "ticket"),
 // big_stitch_image and the neighbour_* record of the frame composed last.
 //
 //   big_stitch_status 0   No panorama yet. The worker that gets its turn makes its frame the base.
@@ -25,9 +25,9 @@
 //   3  Wait while the status is 2, polling every 10 ms; after max_wait_seconds raise the ticket, set 4, end.
 //   4  Wait until the ticket is N - 1, polling every 10 ms; after max_wait_seconds raise the ticket, set 4, end.
 //      From here on the worker N - 1 is done with everything shared: whoever raises the ticket does so under the
-//      hand-over mutex, together with all else that it has left to write, and step 5 takes that mutex too.
+//      hand-over mutex, together with all else that it has left to write, and step 5 takes that lock too.
 //   5  Take the turn: set 2, whatever the status was. (So a worker that was already waiting goes on after
-//      another one's failure, and its success makes the status 3 again. This is meant.)
+//      another one's failure, and its success makes the status 3 again. By design.)
 //   6  Old status 0: the frame becomes the panorama; set 3, raise the ticket, end.
 //   7  Otherwise register against the neighbour_* record and compose: hand over, set 3, raise the ticket; or
 //      fail: set 4, raise the ticket.
@@ -37,7 +37,7 @@
 //
 // A time-out, and an error in step 2, raise the ticket out of turn, so after one two workers may hold turns at
 // once: the one that was at work meanwhile and the one that the raised ticket let in. Each works on the record that
-// it took, both hand over whole ones under the mutex, and the later one stands. So does its status: a worker that
+// it took, both hand over whole ones under the lock, and the later one stands. So does its status: a worker that
 // held its turn when another one set 4 makes the status 3 again.
 #pragma once
 
@@ -63,15 +63,6 @@ void stitch_big_image(cv::Mat frame, std::vector<float> angles, std::vector<floa
                       int big_frame_index);
 
 namespace tarn {
-
-/// @cond the library's own, not shown by the shared library
-/// Starts stitch_big_image on a detached thread as a worker of the current task. `frame` is passed as a header
-/// that shares its pixels, the vectors are copied. Host's thread.
-/// @throws std::system_error when no thread can be started; nothing is left behind then
-void launch_worker(const cv::Mat& frame, const std::vector<float>& angles, const std::vector<float>& scales,
-                   int direction, int big_frame_index);
-
-/// @endcond
 
 /// One consistent look at the high-resolution pipeline of the current task.
 struct pipeline_snapshot {

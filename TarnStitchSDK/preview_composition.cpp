@@ -1,28 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "preview_composition.h"
+#include "internal/preview_composition.h"
 
 #include <opencv2/imgproc.hpp>
 
-#include "numeric.h"
-#include "parallel_loop.h"
-#include "quadrilateral.h"
+#include "internal/frame_geometry.h"
+#include "internal/parallel_loop.h"
 #include "seam.h"
 
 namespace tarn {
-
-namespace {
-
-// The pixels that the seam may read.
-cv::Rect bounding_box(const std::vector<cv::Point2f>& p)
-{
-    const cv::Point first(truncate_to_int(min_axis({p[0].x, p[1].x, p[2].x, p[3].x})),
-                          truncate_to_int(min_axis({p[0].y, p[1].y, p[2].y, p[3].y})));
-    const cv::Point end(truncate_to_int(max_axis({p[0].x, p[1].x, p[2].x, p[3].x})),
-                        truncate_to_int(max_axis({p[0].y, p[1].y, p[2].y, p[3].y})));
-    return {first, end};
-}
-
-}  // namespace
 
 cv::Mat grown_preview(const cv::Mat& panorama, cv::Size size, cv::Point at)
 {
@@ -30,11 +15,7 @@ cv::Mat grown_preview(const cv::Mat& panorama, cv::Size size, cv::Point at)
     cv::Mat grown(size, CV_8UC3);
     // Constant, so that a panorama of another type cannot replace it: it is converted, or raises.
     const cv::Mat old_place = grown(cv::Rect(at, panorama.size()));
-    const cv::Point end = at + cv::Point(panorama.size());
-    grown.rowRange(0, at.y).setTo(cv::Scalar());
-    grown.rowRange(end.y, size.height).setTo(cv::Scalar());
-    grown(cv::Range(at.y, end.y), cv::Range(0, at.x)).setTo(cv::Scalar());
-    grown(cv::Range(at.y, end.y), cv::Range(end.x, size.width)).setTo(cv::Scalar());
+    clear_around(grown, cv::Rect(at, panorama.size()));
     if (panorama.type() != CV_8UC3 || panorama.empty()) {
         panorama.copyTo(old_place);
         return grown;
@@ -58,7 +39,11 @@ void paste_onto_preview(const cv::Mat& panorama, cv::Point at, cv::Mat& grown, c
     // of its images; so where nothing has moved, that is the old panorama, and otherwise only the box has pixels.
     cv::Mat before = panorama;
     if (at != cv::Point() || panorama.type() != CV_8UC3) {
-        const cv::Rect seam_box = bounding_box(transpose_corners) & cv::Rect(cv::Point(), grown.size());
+        // The pixels that the seam may read.
+        const pixel_bounds reach(transpose_corners);
+        const cv::Rect seam_box =
+            cv::Rect({reach.left_x, reach.top_y}, cv::Point(reach.right_x, reach.bottom_y))
+            & cv::Rect(cv::Point(), grown.size());
         before = cv::Mat(grown.size(), CV_8UC3);
         cv::Mat box_before = before(seam_box);
         grown(seam_box).copyTo(box_before);

@@ -6,8 +6,8 @@
 
 #include <opencv2/imgproc.hpp>
 
-#include "numeric.h"
-#include "polygon_coverage.h"
+#include "internal/exact_routines.h"
+#include "internal/frame_geometry.h"
 
 namespace {
 
@@ -29,19 +29,6 @@ float greater_tilt(float angle1, float angle2)
 {
     return angle2 > angle1 ? angle2 : angle1;
 }
-
-// Bounding box in whole pixels, each limit truncated toward zero.
-struct pixel_box {
-    int xmin, xmax, ymax, ymin;
-
-    explicit pixel_box(const std::vector<cv::Point2f>& p)
-        : xmin(tarn::truncate_to_int(min_axis({p[0].x, p[1].x, p[2].x, p[3].x}))),
-          xmax(tarn::truncate_to_int(max_axis({p[0].x, p[1].x, p[2].x, p[3].x}))),
-          ymax(tarn::truncate_to_int(max_axis({p[0].y, p[1].y, p[2].y, p[3].y}))),
-          ymin(tarn::truncate_to_int(min_axis({p[0].y, p[1].y, p[2].y, p[3].y})))
-    {
-    }
-};
 
 // Product of two extents, each an integer difference that may be negative.
 float signed_area(int xmin, int xmax, int ymin, int ymax)
@@ -122,15 +109,16 @@ void calc_angles()
 
 float single_box_iou(std::vector<cv::Point2f> pts1, std::vector<cv::Point2f> pts2)
 {
-    const pixel_box box1(pts1);
-    const pixel_box box2(pts2);
-    const float area1 = signed_area(box1.xmin, box1.xmax, box1.ymin, box1.ymax);
-    const float area2 = signed_area(box2.xmin, box2.xmax, box2.ymin, box2.ymax);
+    const tarn::pixel_bounds box1(pts1);
+    const tarn::pixel_bounds box2(pts2);
+    const float area1 = signed_area(box1.left_x, box1.right_x, box1.top_y, box1.bottom_y);
+    const float area2 = signed_area(box2.left_x, box2.right_x, box2.top_y, box2.bottom_y);
 
-    // The extents of the intersection are not clamped at zero. This is meant, though boxes apart in both axes
+    // The extents of the intersection are not clamped at zero. By design, though boxes apart in both axes
     // thereby seem to overlap.
-    const float inter_area = signed_area(std::max(box1.xmin, box2.xmin), std::min(box1.xmax, box2.xmax),
-                                         std::max(box1.ymin, box2.ymin), std::min(box1.ymax, box2.ymax));
+    const float inter_area =
+        signed_area(std::max(box1.left_x, box2.left_x), std::min(box1.right_x, box2.right_x),
+                    std::max(box1.top_y, box2.top_y), std::min(box1.bottom_y, box2.bottom_y));
     const float union_area = area1 + area2 - inter_area;
     return union_area < smallest_union ? 0.0f : inter_area / union_area;
 }

@@ -6,10 +6,9 @@
 #include <cmath>
 #include <limits>
 
+#include "internal/frame_geometry.h"
+#include "internal/pixel_block.h"
 #include "motion.h"
-#include "numeric.h"
-#include "pixel_block.h"
-#include "quadrilateral.h"
 
 namespace {
 
@@ -136,16 +135,14 @@ void optimizeSeam(cv::Mat& last_img, cv::Mat& stitched_image, std::vector<cv::Po
         return;
     }
     const auto& p = transpose_corners;
-    const int left_x = tarn::truncate_to_int(min_axis({p[0].x, p[1].x, p[2].x, p[3].x}));
-    const int right_x = tarn::truncate_to_int(max_axis({p[0].x, p[1].x, p[2].x, p[3].x}));
-    const int bottom_y = tarn::truncate_to_int(max_axis({p[0].y, p[1].y, p[2].y, p[3].y}));
-    const int top_y = tarn::truncate_to_int(min_axis({p[0].y, p[1].y, p[2].y, p[3].y}));
+    const tarn::pixel_bounds box(p);
     const std::array<seam_band, 4> bands = {seam_band(p[0], p[1]), seam_band(p[1], p[2]), seam_band(p[2], p[3]),
                                             seam_band(p[3], p[0])};
 
     // The frame that was just pasted lies inside both images; anything else is kept from reaching outside.
-    const cv::Range rows(std::max(top_y, 0), std::min({bottom_y, last_img.rows, stitched_image.rows}));
-    const cv::Range columns(std::max(left_x, 0), std::min({right_x, last_img.cols, stitched_image.cols}));
+    const cv::Range rows(std::max(box.top_y, 0), std::min({box.bottom_y, last_img.rows, stitched_image.rows}));
+    const cv::Range columns(std::max(box.left_x, 0),
+                            std::min({box.right_x, last_img.cols, stitched_image.cols}));
     if (columns.start >= columns.end) {
         return;
     }

@@ -10,8 +10,8 @@
 
 #include "internal/frame_account.h"
 #include "internal/frame_intake.h"
-#include "internal/last_frame.h"
 #include "internal/live_call.h"
+#include "internal/live_registration.h"
 #include "internal/log.h"
 #include "internal/session_gate.h"
 #include "internal/worker_queue.h"
@@ -79,7 +79,11 @@ void session::start()
 {
     resetStitch(directory_.c_str());
     // The library reports nothing: without memory, or without the directory, the old task is still in place.
-    if (tarn_stitcher.local_path != directory_) {
+    const bool is_in_place = [this] {
+        const auto members = lock_members();
+        return tarn_stitcher.local_path == directory_;
+    }();
+    if (!is_in_place) {
         throw sweep_error(sweep_problem::no_memory, "no sweep can be begun: memory is short");
     }
     if (!isFloderexit(directory_.c_str())) {
@@ -171,7 +175,7 @@ void session::show(const frame_answer& answer)
 // Key frames handed over whose turn is not over.
 int session::under_way() const
 {
-    return std::max(0, tarn_stitcher.big_frame_index - never_started_ - load_acquire(big_frame_num));
+    return std::max(0, key_frames_ - never_started_ - load_acquire(big_frame_num));
 }
 
 // Waits until at most `most` key frames are under way.
@@ -191,13 +195,13 @@ session::wait_end session::wait_for_workers(int most, bool also_until_failure, c
         if (options_.while_waiting && !options_.while_waiting(watch.under_way())) {
             return wait_end::declined;
         }
-        if (on_progress && !on_progress(load_acquire(big_frame_num), tarn_stitcher.big_frame_index)) {
+        if (on_progress && !on_progress(key_frames_ - never_started_ - watch.under_way(), key_frames_)) {
             return wait_end::declined;
         }
         sleep_between_looks();
         watch.look(under_way());
     }
-    return wait_end::reached;
+    return has_its_task() ? wait_end::reached : wait_end::cancelled;
 }
 
 // Holds back while enough key frames are under way: every wait of the workers' protocol gives up after a while, and
@@ -252,7 +256,7 @@ frame_answer session::register_frame(const frame_view& frame, direction_code hin
         answer = not_handed_over(code_normal, account.answer.why);
         answer.detail = account.answer.detail;
     }
-    answer.key_frames = tarn_stitcher.big_frame_index;
+    answer.key_frames = std::max(answer.key_frames, key_frames_);
     answer.milliseconds = milliseconds;
     show(answer);
     if (is_last) {
@@ -323,6 +327,10 @@ panorama session::finish(const finish_options& options)
     if (waited == wait_end::reached) {
         waited = wait_for_workers(0, false, options.on_progress);
     }
+    if (waited == wait_end::reached && options.on_progress) {
+        options.on_progress(key_frames_ - never_started_,
+                            key_frames_);  // the wait is over, whatever it answers
+    }
     return collect(waited);
 }
 
@@ -348,11 +356,15 @@ panorama session::collect(wait_end waited)
 {
     const pipeline_snapshot pipeline = look_at_pipeline();
     panorama result;
-    result.key_frames = tarn_stitcher.big_frame_index;
-    result.first_failed_key_frame = status().first_failed_key_frame;
+    result.key_frames = key_frames_;
     if (last_frame_) {
         result.last_frame = *last_frame_;
     }
+    if (!has_its_task()) {
+        result.why = reason::cancelled;
+        return result;
+    }
+    result.first_failed_key_frame = status().first_failed_key_frame;
     const bool works = pipeline.status == pipeline_ready;
     const bool whole = waited == wait_end::reached && works && pipeline.turns_over == result.key_frames
                        && (!last_frame_ || last_frame_->taken);

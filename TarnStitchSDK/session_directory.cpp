@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "internal/session_directory.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -126,6 +127,21 @@ std::optional<std::string> any_entry(const std::string& directory, int& error)
     }
     error = errno;
     return std::nullopt;
+}
+
+// A directory has nothing in it but what leads to one below it.
+bool has_nothing_beside(const std::string& directory, const std::string& below)
+{
+    const std::string top = resolved(directory) + "/";
+    const std::string path = resolved(below);
+    if (top == "//" || path.compare(0, top.size(), top) != 0) {
+        return false;
+    }
+    const std::string entry = path.substr(top.size(), path.find('/', top.size()) - top.size());
+    std::error_code error;
+    const fs::directory_iterator entries(top, error);
+    return std::all_of(fs::begin(entries), fs::end(entries),
+                       [&entry](const fs::directory_entry& one) { return one.path().filename() == entry; });
 }
 
 void check_text(const char* name, const std::string& path)
@@ -274,7 +290,8 @@ bool touches_directory(const sweep_options& options, const std::string& director
     }
     // A private directory is a new one, so what lies beside it does not matter.
     const std::optional<identity> own = identity_of(asked_for);
-    return own && !options.directory.empty() && holds(*own, directory);
+    return own && !options.directory.empty() && holds(*own, directory)
+           && has_nothing_beside(asked_for, directory);
 }
 
 }  // namespace tarn

@@ -10,6 +10,8 @@
 #include <utility>
 
 #include "internal/session.h"
+#include "internal/worker_life.h"
+#include "internal/worker_pool.h"
 
 namespace tarn {
 
@@ -239,7 +241,7 @@ bool be_ready_for_the_end_of_the_process()
     try {
         // The library's own arrangement comes with its first worker. It waits for the workers, and must do so when
         // nobody launches new ones any more: what is constructed after it is destroyed before it.
-        const worker_in_flight the_first_one;
+        const worker_in_flight the_first_one(construct_what_workers_use);
     } catch (const std::system_error&) {
         return false;
     }

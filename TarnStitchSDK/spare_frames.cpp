@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "spare_frames.h"
+#include "internal/spare_frames.h"
 
 #include <array>
 #include <mutex>

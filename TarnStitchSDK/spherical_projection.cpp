@@ -8,8 +8,8 @@
 
 #include <opencv2/core/hal/intrin.hpp>
 
-#include "numeric.h"
-#include "parallel_loop.h"
+#include "internal/numeric.h"
+#include "internal/parallel_loop.h"
 #include "projection.h"
 
 namespace {

@@ -1,18 +1,16 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tarn_stitch_jni.h"
 
-#include <cstdint>
+#include <chrono>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <utility>
 
 #include <opencv2/imgproc.hpp>
 
-#include "internal/frame_account.h"
 #include "internal/live_call.h"
-#include "internal/log.h"
-#include "spare_frames.h"
-#include "worker_protocol.h"
+#include "internal/shared_state.h"
+#include "internal/spare_frames.h"
 
 // The variables that its constructor resets are inline variables of a header included above, so they are
 // constructed before it whatever the order in which the objects are linked.
@@ -20,18 +18,23 @@ TarnStitcher tarn_stitcher("");
 
 namespace {
 
-// Waits while a frame is inside the task, for at most 11 sleeps; then the caller goes on regardless.
-void wait_while_busy()
+constexpr int one_sleep = 100000;     // µs
+constexpr int longest_sum = 1000000;  // µs; exceeded by the eleventh sleep
+
+// Waits while a frame is inside the task, for at most 11 sleeps less what has been waited for already; then the caller
+// goes on regardless. The lock is not held (false) when another thread is still at the members.
+tarn::recursive_lock wait_while_busy(int total_sleep)
 {
-    constexpr int one_sleep = 100000;     // µs
-    constexpr int longest_sum = 1000000;  // µs; exceeded by the eleventh sleep
-    int total_sleep = 0;
-    const auto busy = [] {
-        const auto members = tarn::lock_members();
-        const int status = tarn_stitcher.stitcher_status;
-        return status == tarn::live_registering || status == tarn::live_busy;
-    };
-    while (total_sleep <= longest_sum && busy()) {
+    while (true) {
+        auto members = tarn::try_to_lock_members();
+        const int status = tarn::load_acquire(tarn_stitcher.stitcher_status);
+        const bool busy = !members || status == tarn::live_registering || status == tarn::live_busy;
+        if (!busy || total_sleep > longest_sum) {
+            return members;
+        }
+        if (members) {
+            members.unlock();
+        }
         usleep(one_sleep);
         total_sleep += one_sleep;
     }
@@ -40,9 +43,6 @@ void wait_while_busy()
 // Replaces the task. The old one stays in place when the new directory cannot be had.
 void start_task(const std::string& _local_path)
 {
-    // Held throughout, so that no worker of the old task puts a file into a directory just emptied.
-    const tarn::working_directory_lock no_file_is_written;
-    const auto members = tarn::lock_members();
     if (_local_path != tarn_stitcher.local_path) {
         tarn_stitcher.remove_local_path();
     }
@@ -50,7 +50,7 @@ void start_task(const std::string& _local_path)
     if (_local_path.empty() || isFloderexit(_local_path.c_str())
         || mkdir(_local_path.c_str(), owner_may_write) == 0) {
         TarnStitcher fresh(_local_path);
-        const auto nobody_looks = tarn::lock_current_task();
+        const auto nobody_looks = tarn::lock_handover();
         tarn_stitcher = std::move(fresh);
     }
 }
@@ -59,36 +59,26 @@ void start_task(const std::string& _local_path)
 
 int resetStitch(const char* input_path)
 {
+    using std::chrono::microseconds;
+    using clock = std::chrono::steady_clock;
     try {
         const std::string _local_path = input_path == nullptr ? "" : input_path;
-        wait_while_busy();
-        start_task(_local_path);
+        const clock::time_point begun = clock::now();
+        // Held throughout, so that no worker of the old task puts a file into a directory just emptied.
+        const auto no_file_is_written =
+            tarn::lock_directory_until(begun + microseconds(longest_sum + one_sleep));
+        if (no_file_is_written) {
+            const auto waited = std::chrono::duration_cast<microseconds>(clock::now() - begun).count();
+            if (const auto members = wait_while_busy(static_cast<int>(waited))) {
+                start_task(_local_path);
+                return 1;
+            }
+        }
+        tarn::abandon_task();
     } catch (const std::exception&) {
         // Memory is short: nothing is reported, and the old task stays in place.
     }
     return 1;
-}
-
-std::int64_t tarn::begin_live_call()
-{
-    account_of_this_thread() = {};
-    return cv::getTickCount();
-}
-
-void tarn::note_failed_live_call(const std::exception& error)
-{
-    log_line("stitch: When checkimage encounter an error", error.what());
-    note_failure(account_of_this_thread(), error);
-    const auto members = lock_members();
-    store_release(tarn_stitcher.stitcher_status, live_finished);
-}
-
-double tarn::end_live_call(std::int64_t begun)
-{
-    const double spent = static_cast<double>(cv::getTickCount() - begun) / cv::getTickFrequency();
-    log_line("main thread: videoStitch finish, total spent", spent);
-    constexpr double milliseconds = 1000.0;
-    return spent * milliseconds;
 }
 
 int* videoStitch(cv::Mat mat, int direction, int is_last_one)
@@ -112,7 +102,7 @@ int* videoStitch(cv::Mat mat, int direction, int is_last_one)
 
 const char* getCurrentPanoramaShow()
 {
-    const auto lock = tarn::lock_current_task();
+    const auto lock = tarn::lock_handover();
     return tarn_stitcher.big_stitch_image_path.c_str();
 }
 
@@ -121,7 +111,7 @@ const char* getTestCurrentPanoramaShow()
     // A copy of the calling thread's own: a worker may replace the string at any moment, and with it the characters.
     static thread_local std::string shown_path;
     try {
-        const auto lock = tarn::lock_current_task();
+        const auto lock = tarn::lock_handover();
         shown_path = test_image_path;
     } catch (const std::exception&) {
         shown_path.clear();
@@ -131,7 +121,7 @@ const char* getTestCurrentPanoramaShow()
 
 cv::Mat getCurrentPanoramsShowMat()
 {
-    const auto lock = tarn::lock_current_task();
+    const auto lock = tarn::lock_handover();
     return tarn_stitcher.last_stitch_image;
 }
 

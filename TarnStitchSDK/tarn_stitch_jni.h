@@ -12,8 +12,8 @@
 //     copy the file getCurrentPanoramaShow() away      // "" if there is none
 //
 // Threads: all functions belong to one thread, the host's. Workers run beside it; they never call the host. Calls that
-// overlap all the same are answered: a frame during another one is "busy", code 0; a reset waits for the frame inside
-// and ends the wait of a last one.
+// overlap all the same are answered: a frame during another one is "busy", code 0; a reset waits for the frame inside,
+// within its bound, and ends the wait of a last one.
 // Strings, result arrays: owned by the library, valid until the next call.
 // Failure: no exception leaves these functions, but for one of matToBitmapArray; a frame-level outcome is a code.
 // Output: the library writes log lines to standard output. One of them has no line end.
@@ -28,15 +28,20 @@
 /// The task that all entry points act on. Constructed with "" before main, after the variables that it resets.
 extern TarnStitcher tarn_stitcher;
 
-/// Starts a new task. Waits for a frame that another thread has inside until it is done, for a worker that is writing
-/// its file, and for 11 times 100 ms where a task is marked busy without a frame; removes the working directory of the
-/// old task if the path changes; creates the new one if it is missing, else empties it.
+/// Starts a new task: removes the working directory of the old one if the path changes; creates the new one if it is
+/// missing, else empties it.
+///
+/// Waits for 1.1 seconds at most, all in all: for a worker that is just writing its file, for a frame that another thread
+/// has inside, and where a task is marked busy without a frame. If the file or the frame takes longer - a disk does not
+/// answer, a thread has been stopped - no new task can begin: the old one stays in place, but has ended. Its
+/// workers leave, its frames are answered -1, "start again", and so does the host with another reset. What cannot be
+/// bounded is a disk that does not answer while the directories themselves are emptied, removed or made.
 ///
 /// @param input_path  working directory with a trailing "/", wholly the library's: whatever lies in it is
 ///                    deleted. "" (or null) touches no directory, and the
 ///                    task's files then lie in the current one. A missing directory is created with mode
 ///                    0200, which an ordinary user cannot enter on most file systems: create it yourself first.
-/// @returns 1, always. When a missing directory cannot be created the old task stays in place.
+/// @returns 1, always. When a missing directory cannot be created the old task stays in place, and goes on.
 int resetStitch(const char* input_path);
 
 /// Registers one frame. Typically a few milliseconds; the call with the last frame also waits for the workers

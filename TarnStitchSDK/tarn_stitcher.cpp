@@ -6,13 +6,13 @@
 #include <unistd.h>
 #include <utility>
 
-#include "spare_frames.h"
-#include "worker_protocol.h"
+#include "internal/shared_state.h"
+#include "internal/spare_frames.h"
 
 TarnStitcher::TarnStitcher(std::string input_path) : local_path(std::move(input_path))
 {
     std::string workers_path = local_path;  // before anything changes, since it may throw
-    const tarn::working_directory_lock no_file_is_written;
+    const auto no_file_is_written = tarn::lock_directory();
     {
         const auto workers_of_the_old_task_are_shut_out = tarn::begin_task();
         std::vector<cv::KeyPoint>().swap(neighbour_keypoints);  // the storage is released, too
@@ -33,7 +33,7 @@ TarnStitcher::TarnStitcher(std::string input_path) : local_path(std::move(input_
 
 void TarnStitcher::remove_local_path()
 {
-    const tarn::working_directory_lock no_file_is_written;
+    const auto no_file_is_written = tarn::lock_directory();
     if (isFloderexit(local_path.c_str())) {
         deleteFile(local_path.c_str());
         rmdir(local_path.c_str());

@@ -18,8 +18,8 @@
 // Memory        cv::Mat headers share pixels by reference count. Pixels that were handed over once, in either
 //               direction, are never written again.
 // Threads       Every host entry point (tarn_stitch_jni.h), the constructor and the member functions belong to
-//               one thread at a time, the host's. Workers run beside it and meet it only as
-//               worker_protocol.h describes.
+//               one thread at a time, the host's. Workers run beside it (high_res_worker.h) and meet it in
+//               module_globals.h, as internal/shared_state.h orders it.
 // Not checked   That working directories end in "/" (file names are appended directly); that a directory holds
 //               nothing of value (it is emptied); corner lists shorter than four in the geometry functions.
 #pragma once
@@ -32,11 +32,13 @@
 
 #include "descriptor_matching.h"
 #include "high_res_worker.h"
+#include "module_globals.h"
 #include "motion.h"
 #include "projection.h"
 #include "quadrilateral.h"
 #include "seam.h"
 #include "shared_access.h"
+#include "working_copy.h"
 #include "working_directory.h"
 
 /// What is kept of the frame accepted last, against which the next one is registered.
@@ -91,7 +93,7 @@ public:
     /// Starts a new task in the directory `input_path` (with a trailing "/"; "" for none): resets everything
     /// that workers share, so that workers of an earlier task end without trace, and empties the directory if
     /// it exists. Never creates it.
-    explicit TarnStitcher(std::string input_path);
+    TarnStitcher(std::string input_path);  // NOLINT(google-explicit-constructor): a path may stand for a task
     /// Moves every member; the shared variables are not touched.
     TarnStitcher& operator=(TarnStitcher&&) = default;
     /// Touches neither the working directory nor the shared variables.
@@ -108,7 +110,7 @@ public:
     /// @param is_last_one  not 0: finish the sweep with this frame, waiting for the workers and writing the file
     /// @returns two ints in storage of the calling thread's, overwritten by the next call: the result code (-1 to 6, see
     ///          videoStitch) and 0
-    /// @throws cv::Exception and whatever else the image library or the start of a thread raises;
+    /// @throws cv::Exception and whatever else OpenCV or the start of a thread raises;
     ///         stitcher_status may be left at 1
     int* ofcheck_stitch(cv::Mat& input_frame, const int direction, const int is_last_one);
 
@@ -118,56 +120,3 @@ public:
     ///          written: after a time-out, or a failure during the wait, the path is left as it was
     bool get_big_image(int last_big_frame_index);
 };
-
-// The variables that a task shares with its workers, in the order in which they are constructed. As inline
-// variables of one header they are constructed in this order in every program, and before the global
-// tarn_stitcher, whose constructor resets them, in whatever order the objects are linked. Visible whatever the
-// host's own flags say: with hidden ones, a host of the shared library would get a second set of its own.
-#pragma GCC visibility push(default)
-
-/// Path of the frame file that a worker wrote last; "" before the first one. Not reset with the task.
-inline std::string test_image_path;
-
-/// Detector and descriptor of the high-resolution frames. Safe to use from several threads at once.
-inline cv::Ptr<cv::AKAZE> stitch_feature_finder =
-    cv::AKAZE::create(cv::AKAZE::DESCRIPTOR_MLDB, 0, 3, 0.001f, 4, 4, cv::KAZE::DIFF_PM_G2);
-
-/// Part of the interface; nothing in the library uses it.
-inline cv::Ptr<cv::FastFeatureDetector> detector =
-    cv::FastFeatureDetector::create(30, true, cv::FastFeatureDetector::TYPE_9_16);
-
-/// Part of the interface; nothing in the library uses it.
-static const std::string ERROR_PLACE = "PANORAMA_ERROR_PLACE";  // NOLINT(misc-definitions-in-headers)
-
-/// The high-resolution panorama so far, CV_8UC3.
-inline cv::Mat big_stitch_image;
-
-/// The frame composed last into big_stitch_image.
-inline cv::Mat neighbour_homo;
-
-/// Keypoints of the frame composed last, in pixels of its detection copy.
-inline std::vector<cv::KeyPoint> neighbour_keypoints;
-
-/// Their descriptors, one per row, CV_32F; bytes after the sphere has been switched on.
-inline cv::Mat neighbour_descriptors;
-
-/// State of the high-resolution pipeline: 0, 2, 3 or 4 (high_res_worker.h).
-inline int big_stitch_status = 0;
-
-/// Whether the sphere has been switched on: every later frame of the task is projected onto it.
-inline bool SP = false;
-
-/// Number of worker turns over: the ticket.
-inline int big_frame_num = 0;
-
-/// Factor from the full high-resolution frame to its detection copy: of the current turn's frame, or of one that
-/// was described during that turn. Each worker calculates with its own.
-inline float big_work_scale = 0.0f;
-
-/// The working directory as the workers see it; file names are appended directly.
-inline std::string big_local_path;
-
-/// Seconds after which a wait for a worker's turn gives up. The host may change it; a new task does not.
-inline int max_wait_seconds = 20;
-
-#pragma GCC visibility pop

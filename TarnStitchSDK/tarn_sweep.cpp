@@ -10,10 +10,10 @@
 
 #include "internal/frame_account.h"
 #include "internal/frame_intake.h"
+#include "internal/picture_file.h"
 #include "internal/session.h"
 #include "internal/session_directory.h"
 #include "internal/session_gate.h"
-#include "private_file.h"
 #include "tarn_stitcher.h"
 
 namespace tarn {
@@ -77,10 +77,10 @@ sweep sweep::begin(sweep_options options)
                                                            + std::to_string(options.most_under_way)
                                                            + "; it must be at least 0");
     }
-    check_that_no_call_is_waiting("begin");
     if (!be_ready_for_the_end_of_the_process()) {
         refuse_as_process_ends();
     }
+    check_that_no_call_is_waiting("begin");
     gate_replacement turn;
     if (const std::shared_ptr<session> old = current_session();
         old && touches_directory(options, old->directory())) {
@@ -260,7 +260,7 @@ void panorama::save(const std::string& path) const
     if (image.empty()) {
         throw sweep_error(sweep_problem::no_panorama, "there is no panorama");
     }
-    if (!write_private_jpeg(path, image)) {
+    if (!write_jpeg(path, image)) {
         throw sweep_error(sweep_problem::disk, "the panorama cannot be written to " + path);
     }
 }

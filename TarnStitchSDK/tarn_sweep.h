@@ -149,8 +149,8 @@ struct panorama {
 struct finish_options {
     const frame_view* last_frame = nullptr;  ///< is composed without being registered, wherever it lies; or none
     direction_code hint = direction_undecided;
-    /// Told of the key frames whose turns are over, again and again; false ends the wait, and what there is by then
-    /// is the result.
+    /// Told of the key frames whose turns are over, again and again, and when the wait is over; false ends the wait, and
+    /// what there is by then is the result.
     std::function<bool(int done, int key_frames)> on_progress = nullptr;
 };
 
@@ -182,7 +182,7 @@ class sweep {
 public:
     /// Begins a sweep and ends the one before.
     /// @throws sweep_error (bad_argument, directory_not_empty, directory_unusable, process_ends); the sweep before goes on
-    ///         then, unless one of the two directories holds the other
+    ///         then, unless the directory was its own, or lay in that one, or held nothing else
     static sweep begin(sweep_options options = {});
 
     /// Ends the sweep as cancel does.

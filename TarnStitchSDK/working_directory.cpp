@@ -149,13 +149,6 @@ void empty_directory(owned_descriptor here)
     }
 }
 
-// Never destroyed: a worker may still be at its file when the process ends.
-std::recursive_mutex& working_directory_mutex()
-{
-    static auto& mutex = *new std::recursive_mutex;
-    return mutex;
-}
-
 }  // namespace
 
 bool isFloderexit(const char* path)
@@ -190,11 +183,3 @@ void deleteFile(const char* path)
         }
     }
 }
-
-namespace tarn {
-
-working_directory_lock::working_directory_lock() : lock_(working_directory_mutex())
-{
-}
-
-}  // namespace tarn

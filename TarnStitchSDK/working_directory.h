@@ -4,11 +4,8 @@
 //
 // All functions take NUL-terminated paths in the file system's own encoding, follow no symbolic link inside a
 // tree that they delete, and report no failure: an entry that cannot be removed stays. They may be called from
-// any thread; two calls must not work on the same tree at once (see tarn::working_directory_lock).
+// any thread; two calls must not work on the same tree at once (internal/shared_state.h has a lock for that).
 #pragma once
-
-#include <mutex>
-#include <string>
 
 /// True when `path` is a directory that can be opened for reading. (The spelling is the interface's.)
 bool isFloderexit(const char* path);
@@ -26,23 +23,3 @@ void getFilePath(const char* path, const char* filename, char* filepath);
 ///
 /// Paths inside the tree may be of any length, and the tree of any depth: three file descriptors are open at most.
 void deleteFile(const char* path);
-
-namespace tarn {
-
-/// @cond the library's own, not shown by the shared library
-/// Holds the working directory: while one lives, no other thread writes a file there or empties it.
-///
-/// Workers take it for one file at a time; whoever starts a task takes it from the removal of the old directory
-/// until the new one is empty, so that a worker of the replaced task cannot leave a file behind. May be
-/// nested on one thread. It is never taken while the hand-over mutex is held, only the other way round.
-class working_directory_lock {
-public:
-    working_directory_lock();
-
-private:
-    std::unique_lock<std::recursive_mutex> lock_;
-};
-
-/// @endcond
-
-}  // namespace tarn

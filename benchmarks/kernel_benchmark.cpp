@@ -12,7 +12,7 @@
 #include <opencv2/imgproc.hpp>
 
 #include "descriptor_matching.h"
-#include "frame_shrink.h"
+#include "internal/exact_routines.h"
 #include "projection.h"
 #include "reference/matching.h"
 #include "reference/pixels.h"

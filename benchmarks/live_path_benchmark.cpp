@@ -17,13 +17,15 @@
 #include <opencv2/video/tracking.hpp>
 
 #include "high_res_worker.h"
-#include "preview_composition.h"
+#include "internal/preview_composition.h"
+#include "internal/shared_state.h"
+#include "internal/worker_life.h"
+#include "internal/worker_pool.h"
 #include "reference/pixels.h"
 #include "rivals.h"
 #include "support/plain_live_path.h"
 #include "support/rendered_sweep.h"
 #include "tarn_stitch_jni.h"
-#include "worker_protocol.h"
 
 namespace {
 

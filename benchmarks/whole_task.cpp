@@ -11,8 +11,9 @@
 #include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
 
+#include "internal/shared_state.h"
+#include "internal/worker_pool.h"
 #include "tarn_stitch_jni.h"
-#include "worker_protocol.h"
 
 namespace tarn::bench {
 

@@ -11,14 +11,15 @@
 
 #include <opencv2/imgcodecs.hpp>
 
-#include "high_res_composition.h"
 #include "high_res_worker.h"
+#include "internal/high_res_composition.h"
+#include "internal/shared_state.h"
+#include "internal/worker_life.h"
 #include "reference/composition.h"
 #include "rivals.h"
 #include "support/rendered_sweep.h"
 #include "tarn_stitch_jni.h"
 #include "whole_task.h"
-#include "worker_protocol.h"
 
 namespace {
 

@@ -5,11 +5,12 @@
 include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
 
-# All that tarn_sweep.h, tarn_c.h and tarn_stitch_jni.h include. The other headers are the library's own.
+# Those of the library's own lie in TarnStitchSDK/internal.
 set(tarn_public_headers
     descriptor_matching.h
     frame_answer.h
     high_res_worker.h
+    module_globals.h
     motion.h
     projection.h
     quadrilateral.h
@@ -20,6 +21,7 @@ set(tarn_public_headers
     tarn_stitcher.h
     tarn_sweep.h
     vocabulary.h
+    working_copy.h
     working_directory.h)
 list(TRANSFORM tarn_public_headers PREPEND TarnStitchSDK/)
 install(FILES ${tarn_public_headers} DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}/TarnStitchSDK")

@@ -8,9 +8,9 @@
 #include <opencv2/imgproc.hpp>
 
 #include "input_bytes.h"
+#include "internal/exact_routines.h"
+#include "internal/numeric.h"
 #include "motion.h"
-#include "numeric.h"
-#include "polygon_coverage.h"
 #include "quadrilateral.h"
 #include "target.h"
 

@@ -20,12 +20,13 @@
 #include <opencv2/imgproc.hpp>
 
 #include "input_bytes.h"
+#include "internal/shared_state.h"
+#include "internal/worker_pool.h"
 #include "private_directory.h"
 #include "reference/pixels.h"
 #include "support/plain_live_path.h"
 #include "target.h"
 #include "tarn_stitch_jni.h"
-#include "worker_protocol.h"
 
 using namespace tarn::fuzz;  // NOLINT(google-build-using-namespace): the targets' own helpers
 namespace fs = std::filesystem;

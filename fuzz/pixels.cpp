@@ -15,10 +15,10 @@
 #include <opencv2/imgproc.hpp>
 
 #include "descriptor_matching.h"
-#include "frame_shrink.h"
-#include "high_res_composition.h"
 #include "input_bytes.h"
-#include "live_tracking.h"
+#include "internal/exact_routines.h"
+#include "internal/high_res_composition.h"
+#include "internal/live_tracking.h"
 #include "projection.h"
 #include "reference/composition.h"
 #include "reference/matching.h"

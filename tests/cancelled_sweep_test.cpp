@@ -15,12 +15,14 @@
 #include <gtest/gtest.h>
 #include <opencv2/core.hpp>
 
+#include "internal/shared_state.h"
+#include "internal/worker_life.h"
+#include "internal/worker_pool.h"
 #include "support/random_input.h"
 #include "support/rendered_sweep.h"
 #include "support/watched_allocations.h"
 #include "support/worker_stepper.h"
 #include "tarn_stitch_jni.h"
-#include "worker_protocol.h"
 
 namespace {
 

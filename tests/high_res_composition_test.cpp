@@ -11,7 +11,7 @@
 #include <gtest/gtest.h>
 #include <opencv2/imgproc.hpp>
 
-#include "high_res_composition.h"
+#include "internal/high_res_composition.h"
 #include "reference/composition.h"
 #include "support/random_input.h"
 #include "support/rendered_sweep.h"

@@ -10,7 +10,8 @@
 #include <opencv2/calib3d.hpp>
 #include <opencv2/imgproc.hpp>
 
-#include "high_res_frame.h"
+#include "internal/high_res_frame.h"
+#include "internal/high_res_registration.h"
 #include "reference/composition.h"
 #include "support/random_input.h"
 #include "support/rendered_sweep.h"
@@ -254,6 +255,75 @@ cv::Mat panorama_from_frame(const shared_state& neighbour, const tarn::described
     }
     return neighbour.homo
            * cv::findHomography(frame_points, neighbour_points, 8, 3.0, cv::noArray(), 2000, 0.995);
+}
+
+// Joining without a worker or a turn: what becomes of one frame against one record.
+
+TEST(JoinFrame, FrameIsMergedOrTheReasonSaysWhyNot)
+{
+    const auto described = [](const cv::Mat& prepared) {
+        return tarn::describe(prepared, stitch_feature_finder);
+    };
+    const cv::Mat first = tarn::shrink_and_turn(key_frame(1));
+    const cv::Mat second = tarn::shrink_and_turn(key_frame(2));
+    const tarn::described_frame features = described(second);
+    const auto beside = [&](const cv::Matx33d& homo) {
+        const tarn::described_frame of_first = described(first);
+        return tarn::neighbour_record{first, cv::Mat(homo).clone(), of_first.keypoints, of_first.descriptors};
+    };
+    const cv::Matx33d in_place = cv::Matx33d::eye();
+
+    tarn::neighbour_record poor = beside(in_place);
+    poor.descriptors = poor.descriptors.rowRange(0, 19);
+    tarn::neighbour_record stacked =
+        beside(in_place);  // all keypoints in one place: no motion takes the frame there
+    for (cv::KeyPoint& keypoint : stacked.keypoints) {
+        keypoint.pt = {1.0f, 1.0f};
+    }
+
+    const struct {
+        const char* what;
+        tarn::neighbour_record neighbour;
+        tarn::reason why;
+    } cases[] = {
+        {"fits", beside(in_place), tarn::reason::none},
+        {"19 descriptors", poor, tarn::reason::too_few_matches},
+        {"one place", stacked, tarn::reason::no_homography},
+        {"cut by a horizon", beside({1, 0, 0, 0, 1, 0, -1.0 / 120, 0, 1}), tarn::reason::shape_refused},
+        {"far away", beside(translation(20000, 0)), tarn::reason::too_large},
+    };
+
+    for (const auto& row : cases) {
+        int registered = 0;
+        const tarn::joined_frame joined =
+            tarn::join_frame(row.neighbour, second, features, [&registered] { ++registered; });
+        EXPECT_EQ(joined.why, row.why) << row.what;
+        EXPECT_EQ(joined.merged.has_value(), row.why == tarn::reason::none) << row.what;
+        EXPECT_EQ(registered, 1) << row.what;
+        EXPECT_TRUE(same_pixels(row.neighbour.panorama, tarn::shrink_and_turn(key_frame(1)))) << "read only";
+    }
+}
+
+TEST(JoinFrame, IsThatOfAPlainTranscription)
+{
+    const cv::Mat first = tarn::shrink_and_turn(key_frame(1));
+    const cv::Mat second = tarn::shrink_and_turn(key_frame(2));
+    const tarn::described_frame of_first = tarn::describe(first, stitch_feature_finder);
+    const tarn::described_frame of_second = tarn::describe(second, stitch_feature_finder);
+    shared_state before;
+    before.panorama = first;
+    before.homo = cv::Mat::eye(3, 3, CV_64F);
+    before.keypoints = of_first.keypoints;
+    before.descriptors = of_first.descriptors;
+    const reference::composition expected =
+        reference::compose(first, second, panorama_from_frame(before, of_second));
+
+    const tarn::joined_frame joined =
+        tarn::join_frame({first, before.homo, of_first.keypoints, of_first.descriptors}, second, of_second);
+
+    ASSERT_TRUE(joined.merged);
+    EXPECT_TRUE(same_pixels(expected.image, tarn::grow_in_new_storage(first, *joined.merged)));
+    EXPECT_TRUE(same_pixels(expected.H, joined.merged->panorama_from_frame));
 }
 
 class Registration : public worker_fixture {

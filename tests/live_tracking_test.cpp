@@ -14,8 +14,9 @@
 #include <gtest/gtest.h>
 #include <opencv2/imgproc.hpp>
 
-#include "deferred_work.h"
-#include "live_tracking.h"
+#include "internal/deferred_work.h"
+#include "internal/exact_routines.h"
+#include "internal/live_tracking.h"
 #include "support/library_tracking.h"
 #include "support/random_input.h"
 #include "support/rendered_sweep.h"

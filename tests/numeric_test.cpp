@@ -7,7 +7,7 @@
 
 #include <gtest/gtest.h>
 
-#include "numeric.h"
+#include "internal/numeric.h"
 #include "support/random_input.h"
 
 namespace {

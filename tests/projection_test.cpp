@@ -9,7 +9,7 @@
 
 #include <gtest/gtest.h>
 
-#include "numeric.h"
+#include "internal/numeric.h"
 #include "projection.h"
 #include "reference/pixels.h"
 #include "support/random_input.h"

@@ -8,7 +8,7 @@
 #include <gtest/gtest.h>
 #include <opencv2/core.hpp>
 
-#include "numeric.h"
+#include "internal/numeric.h"
 #include "quadrilateral.h"
 #include "reference/geometry.h"
 #include "support/corners.h"

@@ -7,7 +7,7 @@
 
 #include <gtest/gtest.h>
 
-#include "numeric.h"
+#include "internal/numeric.h"
 #include "reference/geometry.h"
 #include "reference/pixels.h"
 #include "seam.h"

@@ -2,6 +2,7 @@
 //
 // Whole sweeps through the session: the answers, the preview and the panorama are those of the interface's own
 // functions, to the byte.
+#include <algorithm>
 #include <chrono>
 #include <string>
 #include <thread>

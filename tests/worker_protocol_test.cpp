@@ -18,13 +18,15 @@
 #include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
 
-#include "high_res_frame.h"
+#include "internal/high_res_frame.h"
+#include "internal/shared_state.h"
+#include "internal/worker_life.h"
+#include "internal/worker_pool.h"
 #include "support/random_input.h"
 #include "support/rendered_sweep.h"
 #include "support/stepped_time.h"
 #include "support/worker_stepper.h"
 #include "tarn_stitch_jni.h"
-#include "worker_protocol.h"
 
 namespace {
 

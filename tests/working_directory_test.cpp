@@ -22,6 +22,7 @@
 #include "support/directory_fixture.h"
 #include "support/stitcher_fixture.h"
 #include "tarn_stitcher.h"
+#include "internal/shared_state.h"
 #include "working_directory.h"
 
 namespace {
@@ -503,10 +504,10 @@ TEST(WorkingDirectoryLock, OneThreadAtATimeHoldsIt)
     std::atomic<bool> is_held_elsewhere = false;
     std::thread other;
     {
-        const tarn::working_directory_lock held_here;
+        const auto held_here = tarn::lock_directory();
         other = std::thread([&] {
             is_trying = true;
-            const tarn::working_directory_lock lock;
+            const auto lock = tarn::lock_directory();
             is_held_elsewhere = true;
         });
         while (!is_trying) {
@@ -523,8 +524,8 @@ TEST(WorkingDirectoryLock, OneThreadAtATimeHoldsIt)
 
 TEST(WorkingDirectoryLock, MayBeNestedOnOneThread)
 {
-    const tarn::working_directory_lock outer;
-    const tarn::working_directory_lock inner;
+    const auto outer = tarn::lock_directory();
+    const auto inner = tarn::lock_directory();
 }
 
 }  // namespace

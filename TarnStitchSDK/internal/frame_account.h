@@ -9,6 +9,8 @@
 
 #include "frame_answer.h"
 
+class TarnStitcher;
+
 namespace tarn {
 
 /// Of the frame that this thread handed to ofcheck_stitch last; complete when that call has returned, and as far as it got
@@ -25,6 +27,10 @@ frame_account& account_of_this_thread();
 
 /// What an exception stands for: no_memory, no_thread, or otherwise unusable_frame.
 reason reason_of(const std::exception& error);
+
+/// Notes what the task's members say when a call ends, whatever has become of the frame: key frames, direction, shape and
+/// outline of the frame taken last. The members' lock must be held.
+void note_members(frame_answer& answer, const TarnStitcher& task) noexcept;
 
 /// Completes the account of a frame that ended in an exception.
 void note_failure(frame_account& account, const std::exception& error) noexcept;

@@ -10,8 +10,8 @@
 #include <optional>
 #include <string>
 
+#include "shared_state.h"
 #include "tarn_sweep.h"
-#include "worker_protocol.h"
 
 namespace tarn {
 

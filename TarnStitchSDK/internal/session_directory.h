@@ -44,8 +44,8 @@ private:
     std::string innermost_made_;
 };
 
-/// Whether one of two directories is the other or holds it, whatever they are called: by their devices and inodes. The
-/// first one is where `options` say, and may be missing; the second one exists, or the answer is false.
+/// Whether a sweep can only have its directory when that of another one is gone: it is the same one, or lies in it, or
+/// holds nothing else; whatever they are called, by their devices and inodes. The second one exists, or the answer is false.
 bool touches_directory(const sweep_options& options, const std::string& directory);
 
 }  // namespace tarn

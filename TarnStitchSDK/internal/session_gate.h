@@ -11,7 +11,7 @@
 
 #include <memory>
 
-#include "worker_protocol.h"
+#include "shared_state.h"
 
 namespace tarn {
 

@@ -7,10 +7,9 @@
 #include <opencv2/imgproc.hpp>
 
 #include "arc_tangent.h"
-#include "frame_shrink.h"
-#include "high_res_frame.h"
-#include "numeric.h"
-#include "polygon_coverage.h"
+#include "internal/exact_routines.h"
+#include "internal/high_res_frame.h"
+#include "internal/numeric.h"
 #include "record.h"
 #include "support/random_input.h"
 #include "tarn_stitch_jni.h"

@@ -7,8 +7,8 @@
 #include <opencv2/video/tracking.hpp>
 
 #include "descriptor_matching.h"
-#include "high_res_composition.h"
-#include "high_res_frame.h"
+#include "internal/high_res_composition.h"
+#include "internal/high_res_frame.h"
 #include "record.h"
 #include "support/sample_video.h"
 #include "tarn_stitch_jni.h"

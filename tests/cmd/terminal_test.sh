@@ -10,6 +10,10 @@ if [[ $(script --version 2>/dev/null) != *util-linux* ]]; then
   echo "skipped: there is no script(1) of util-linux"
   exit 77
 fi
+if ! script --quiet --return --command true /dev/null >/dev/null 2>&1 </dev/null; then
+  echo "skipped: there are no pseudo-terminals here"
+  exit 77
+fi
 
 # on_terminal COLUMNS ARGUMENT...: runs the program on a terminal of that width. What it shows is in "shown"; in "parts"
 # with a line for each part between one return to the margin and the next, without the codes that clear the line.

@@ -15,7 +15,9 @@
 #include <gtest/gtest.h>
 
 #include "fault_fixture.h"
+#include "internal/shared_state.h"
 #include "shared_access.h"
+#include "support/counted_sleep.h"
 #include "support/random_input.h"
 
 namespace {
@@ -63,25 +65,67 @@ TEST_F(OverlappingCalls, ResetWaitsForTheFrameInside)
     stepper.hold_at(worker_stage::launching, 1);
     std::thread frame([&] { tarn_stitcher.ofcheck_stitch(first_frame_, 0, 0); });
     ASSERT_TRUE(stepper.wait_until_at(worker_stage::launching, 1));
-    std::atomic<bool> has_reset{false};
-    std::thread reset([&] {
+    {
+        const counted_sleep sleeps([&](int number) {
+            if (number == 5) {
+                stepper.let_go(worker_stage::launching, 1);
+                frame.join();
+            }
+        });
         resetStitch(directory().c_str());
-        has_reset = true;
-    });
-
-    for (int i = 0; i < 2000; ++i) {
-        std::this_thread::yield();
+        EXPECT_EQ(sleeps.sleeps(), std::vector<unsigned>(5, 100000U));
     }
-    EXPECT_FALSE(has_reset);
-    stepper.let_go(worker_stage::launching, 1);
-    frame.join();
-    reset.join();
 
     EXPECT_TRUE(tarn_stitcher.last_stitch_image.empty()) << "of the old task nothing is left";
     EXPECT_EQ(tarn_stitcher.frame_index, 0);
     ASSERT_TRUE(wait_for_workers());
     EXPECT_TRUE(entries_of(directory()).empty());
     EXPECT_FALSE(whole_sweep(directory()).empty());
+}
+
+TEST_F(OverlappingCalls, ResetGivesUpOnAFrameThatStaysInside)
+{
+    stepper.hold_at(worker_stage::launching, 1);
+    std::thread frame([&] { tarn_stitcher.ofcheck_stitch(first_frame_, 0, 0); });
+    ASSERT_TRUE(stepper.wait_until_at(worker_stage::launching, 1));
+    {
+        const counted_sleep sleeps;
+        EXPECT_EQ(resetStitch(directory().c_str()), 1);
+        EXPECT_EQ(sleeps.sleeps(), std::vector<unsigned>(11, 100000U)) << "1.1 seconds";
+    }
+    EXPECT_EQ(feed_overlapping(1, 0), -1) << "the old task has ended";
+    stepper.let_go(worker_stage::launching, 1);
+    frame.join();
+
+    EXPECT_EQ(tarn_stitcher.frame_index, 1) << "the frame inside had its task to itself";
+    ASSERT_TRUE(wait_for_workers());
+    EXPECT_TRUE(entries_of(directory()).empty()) << "its worker has left";
+    EXPECT_EQ(feed(1), -1);
+    EXPECT_FALSE(whole_sweep(directory()).empty()) << "another reset begins anew";
+}
+
+TEST_F(OverlappingCalls, ResetGivesUpOnAFileThatStaysUnwritten)
+{
+    ASSERT_EQ(feed(0), 1);
+    ASSERT_TRUE(wait_for_workers());
+    std::atomic<bool> is_writing{false};
+    std::atomic<bool> disk_answers{false};
+    std::thread writer([&] {
+        const auto directory_stays = tarn::lock_directory();
+        is_writing = true;
+        while (!disk_answers) {
+            std::this_thread::yield();
+        }
+    });
+    while (!is_writing) {
+        std::this_thread::yield();
+    }
+    EXPECT_EQ(resetStitch((root() + "other/").c_str()), 1);
+    EXPECT_EQ(tarn_stitcher.local_path, directory());
+    EXPECT_EQ(feed(1), -1) << "the old task has ended";
+    disk_answers = true;
+    writer.join();
+    EXPECT_FALSE(whole_sweep(directory()).empty()) << "another reset begins anew";
 }
 
 TEST_F(OverlappingCalls, ResetEndsTheWaitOfALastFrame)

@@ -14,8 +14,10 @@
 #include <unistd.h>
 #include <vector>
 
+#include "internal/shared_state.h"
+#include "internal/worker_life.h"
+#include "internal/worker_pool.h"
 #include "tarn_stitch_jni.h"
-#include "worker_protocol.h"
 
 namespace {
 

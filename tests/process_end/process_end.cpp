@@ -29,10 +29,12 @@
 #include <utility>
 #include <vector>
 
+#include "internal/shared_state.h"
+#include "internal/worker_life.h"
+#include "internal/worker_pool.h"
 #include "support/counted_sleep.h"
 #include "support/rendered_sweep.h"
 #include "tarn_stitch_jni.h"
-#include "worker_protocol.h"
 
 namespace {
 

@@ -6,7 +6,7 @@
 #include <opencv2/imgproc.hpp>
 
 #include "geometry.h"
-#include "numeric.h"
+#include "internal/numeric.h"
 #include "pixels.h"
 
 namespace reference {

@@ -5,7 +5,7 @@
 
 #include <opencv2/imgproc.hpp>
 
-#include "numeric.h"
+#include "internal/numeric.h"
 
 namespace reference {
 

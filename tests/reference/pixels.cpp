@@ -8,7 +8,7 @@
 #include <opencv2/imgproc.hpp>
 
 #include "geometry.h"
-#include "numeric.h"
+#include "internal/numeric.h"
 
 namespace reference {
 

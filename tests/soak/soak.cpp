@@ -34,11 +34,12 @@
 #include <opencv2/core.hpp>
 #include <opencv2/imgproc.hpp>
 
+#include "internal/shared_state.h"
+#include "internal/worker_pool.h"
 #include "resources.h"
 #include "support/rendered_sweep.h"
 #include "support/sanitizers.h"
 #include "tarn_stitch_jni.h"
-#include "worker_protocol.h"
 
 namespace {
 

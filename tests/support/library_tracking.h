@@ -8,7 +8,8 @@
 
 #include <opencv2/core.hpp>
 
-#include "live_tracking.h"
+#include "internal/exact_routines.h"
+#include "internal/live_tracking.h"
 
 namespace tarn::test {
 

@@ -11,7 +11,7 @@
 #include <opencv2/imgproc.hpp>
 #include <opencv2/video/tracking.hpp>
 
-#include "numeric.h"
+#include "internal/numeric.h"
 
 namespace tarn::test {
 

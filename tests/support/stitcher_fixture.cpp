@@ -19,6 +19,8 @@
 
 #include <opencv2/core.hpp>
 
+#include "internal/worker_pool.h"
+
 namespace tarn::test {
 
 namespace {

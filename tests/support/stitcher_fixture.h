@@ -10,8 +10,9 @@
 
 #include <gtest/gtest.h>
 
+#include "internal/shared_state.h"
+#include "internal/worker_life.h"
 #include "tarn_stitch_jni.h"
-#include "worker_protocol.h"
 
 namespace tarn::test {
 

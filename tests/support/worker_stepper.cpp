@@ -212,7 +212,7 @@ void launch_sphere_switch()
 
 shared_state look_at_shared_state()
 {
-    const auto lock = lock_current_task();
+    const auto lock = lock_handover();
     return {big_stitch_status,   big_frame_num,         SP,
             big_work_scale,      big_stitch_image,      neighbour_homo,
             neighbour_keypoints, neighbour_descriptors, big_local_path};

@@ -68,6 +68,9 @@ void use_functions()
     use<void (*)(cv::Mat&, cv::Mat&, points&)>(optimizeSeam);
     use<void (*)(std::vector<std::vector<cv::Point>>, cv::Mat&, cv::Mat&)>(fill_contours);
 
+    use<void (*)(const cv::Mat&, cv::Mat&, int, int)>(image_resize);
+    use<void (*)(const cv::Mat&, cv::Mat&)>(to_gray);
+
     use<bool (*)(const char*)>(isFloderexit);
     use<void (*)(const char*, const char*, char*)>(getFilePath);
     use<void (*)(const char*)>(deleteFile);

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Full-size images for frame after frame. This header is the library's own; a host needs nothing from it.
+// Full-size images for frame after frame.
 #pragma once
 
 #include <opencv2/core.hpp>

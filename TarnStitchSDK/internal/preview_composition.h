@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Laying a frame's working copy onto the preview panorama. Pure; any thread. This header is the library's own; a
-// host needs nothing from it.
+// Laying a frame's working copy onto the preview panorama. Pure; any thread.
 #pragma once
 
 #include <vector>

@@ -2,7 +2,7 @@
 //
 // Work that is done when it is needed, or ahead of that, side by side with other work, when there are threads for
 // it. Where it is done changes nothing else: what it throws is thrown where it is needed, and nowhere if it never
-// is. This header is the library's own; a host needs nothing from it.
+// is.
 #pragma once
 
 #include <exception>
@@ -28,7 +28,7 @@ private:
     std::exception_ptr failure_;
 };
 
-/// Does all of the work ahead, on as many threads as the image library may use, each piece on one thread; pieces
+/// Does all of the work ahead, on as many threads as OpenCV may use, each piece on one thread; pieces
 /// are begun in their order. Does nothing where that is one thread: there is no gain in doing early what may not
 /// be needed.
 ///

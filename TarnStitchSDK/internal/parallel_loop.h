@@ -1,16 +1,28 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Loops whose passes are done side by side. This header is the library's own; a host needs nothing from it.
+// Loops whose passes are done side by side.
 #pragma once
-
-#include <atomic>
 
 #include <opencv2/core.hpp>
 
+#if defined(__SANITIZE_THREAD__)
+#define TARN_THREAD_SANITIZER 1
+#elif defined(__has_feature)
+#if __has_feature(thread_sanitizer)
+#define TARN_THREAD_SANITIZER 1
+#endif
+#endif
+
+#if defined(TARN_THREAD_SANITIZER)
+#include <atomic>
+#endif
+
 namespace tarn {
 
-/// The body of such a loop. Its threads meet through the two atomics, and not only through the loop, whose own
-/// means ThreadSanitizer cannot see.
+#if defined(TARN_THREAD_SANITIZER)
+
+/// The body of such a loop. Its threads meet through the two atomics, and not only through OpenCV's own means, which
+/// ThreadSanitizer cannot see.
 template <typename Work>
 class parallel_body : public cv::ParallelLoopBody {
 public:
@@ -44,7 +56,32 @@ private:
     mutable std::atomic<int> passes_done_{0};
 };
 
-/// cv::parallel_for_ over a range, in `stripes` parts (-1: as many as the image library likes). Any thread.
+#else
+
+/// The body of such a loop.
+template <typename Work>
+class parallel_body : public cv::ParallelLoopBody {
+public:
+    explicit parallel_body(const Work& work) : work_(work)
+    {
+    }
+
+    void operator()(const cv::Range& range) const override
+    {
+        work_(range);
+    }
+
+    void meet() const
+    {
+    }
+
+private:
+    const Work& work_;
+};
+
+#endif
+
+/// cv::parallel_for_ over a range, in `stripes` parts (-1: as many as OpenCV likes). Any thread.
 /// @throws cv::Exception when a part throws
 template <typename Work>
 void for_side_by_side(const cv::Range& range, const Work& work, double stripes = -1.0)

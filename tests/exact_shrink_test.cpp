@@ -9,7 +9,7 @@
 #include <gtest/gtest.h>
 #include <opencv2/imgproc.hpp>
 
-#include "frame_shrink.h"
+#include "internal/exact_routines.h"
 #include "support/random_input.h"
 #include "support/stitcher_fixture.h"
 #include "support/thread_count.h"

@@ -1,6 +1,4 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "polygon_coverage.h"
-
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
@@ -8,7 +6,8 @@
 
 #include <opencv2/imgproc.hpp>
 
-#include "numeric.h"
+#include "internal/exact_routines.h"
+#include "internal/numeric.h"
 
 namespace {
 

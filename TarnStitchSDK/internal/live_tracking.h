@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Corners of a frame, and where those of the reference frame are found in it. This header is the library's own; a
-// host needs nothing from it.
+// Where the corners of the reference frame are found in a frame.
 #pragma once
 
 #include <mutex>
@@ -13,13 +12,6 @@
 #include "deferred_work.h"
 
 namespace tarn {
-
-/// At most 80 corners, strongest first, at least 10 pixels apart: what cv::goodFeaturesToTrack finds with a
-/// quality level of 0.01 and blocks of 3 pixels. Any thread.
-///
-/// @param gray  CV_8UC1 or CV_32FC1; empty: no corners
-/// @throws cv::Exception for an image of another type
-std::vector<cv::Point2f> find_corners(const cv::Mat& gray);
 
 /// Where points are found in the next image, one place and one mark (0: lost) for each.
 struct point_flow {
@@ -40,7 +32,7 @@ public:
     frame_flow& operator=(const frame_flow&) = delete;
     ~frame_flow() = default;
 
-    /// The work, as far as it can be done ahead: none for images or points that the library may refuse. What it
+    /// The work, as far as it can be done ahead: none for images or points that OpenCV may refuse. What it
     /// throws is thrown by result().
     std::vector<deferred_work>& pieces()
     {

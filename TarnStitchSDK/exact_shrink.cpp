@@ -1,6 +1,4 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "frame_shrink.h"
-
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
@@ -9,7 +7,8 @@
 #include <opencv2/core/hal/intrin.hpp>
 #include <opencv2/imgproc.hpp>
 
-#include "parallel_loop.h"
+#include "internal/exact_routines.h"
+#include "internal/parallel_loop.h"
 
 namespace tarn {
 
@@ -146,7 +145,7 @@ void shrink(const cv::Mat& image, cv::Mat& shrunk, float scale)
     const double side_scale = scale;
     const cv::Size size(cv::saturate_cast<int>(image.cols * side_scale),
                         cv::saturate_cast<int>(image.rows * side_scale));
-    // At exactly a half the image library averages blocks of four, which differs where a block is cut.
+    // At exactly a half OpenCV averages blocks of four, which differs where a block is cut.
     const bool is_bilinear = scale > 0.0f && scale < 1.0f && scale != 0.5f && size != image.size();
     if (image.type() != CV_8UC3 || image.dims != 2 || size.empty() || !is_bilinear) {
         cv::resize(image, shrunk, cv::Size(), side_scale, side_scale, cv::INTER_LINEAR_EXACT);

@@ -7,7 +7,7 @@
 #include <gtest/gtest.h>
 #include <opencv2/imgproc.hpp>
 
-#include "polygon_coverage.h"
+#include "internal/exact_routines.h"
 #include "support/random_input.h"
 
 namespace {

@@ -1,12 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "private_file.h"
+#include "internal/picture_file.h"
 
+#include <atomic>
 #include <cerrno>
 #include <csignal>
+#include <cstdint>
 #include <cstdio>
-#include <cstdlib>
 #include <exception>
 #include <fcntl.h>
+#include <string>
 #include <unistd.h>
 #include <vector>
 
@@ -63,27 +65,48 @@ bool write_all(int descriptor, const std::vector<unsigned char>& bytes)
     return true;
 }
 
-// A name in the directory of `path` for mkostemp to complete, no longer than the shortest name that is written here:
-// where that one fits into the limits of the system, this one does.
-std::string temporary_name(const std::string& path)
+// A new file beside `path`, open for writing, whose name is put into `name`. The name is no longer than the shortest
+// one that is written here: where that one fits into the limits of the system, this one does. Its mode is what the umask
+// leaves of 0666, which mkostemp does not give.
+int open_new_file_beside(const std::string& path, std::string& name)
 {
-    return path.substr(0, path.rfind('/') + 1) + ".tarn-XXXXXX";
+    constexpr char letters[] = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789";
+    constexpr mode_t all_may_read_and_write = 0666;
+    constexpr int attempts = 100;
+    static std::atomic<std::uint64_t> count{0};
+    const std::string directory = path.substr(0, path.rfind('/') + 1);
+    int descriptor = -1;
+    for (int attempt = 0; attempt < attempts; ++attempt) {
+        // Nobody else's guess need be hard: a name that is taken, by a link too, is refused and another one tried.
+        cv::RNG random(static_cast<std::uint64_t>(cv::getTickCount()) * 2654435761U
+                       + (static_cast<std::uint64_t>(getpid()) << 32U) + ++count);
+        name = directory + ".tarn-XXXXXX";
+        for (auto letter = name.end() - 6; letter != name.end(); ++letter) {
+            *letter = letters[random(sizeof letters - 1)];
+        }
+        descriptor =
+            open(name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, all_may_read_and_write);
+        if (descriptor >= 0 || errno != EEXIST) {
+            break;
+        }
+    }
+    return descriptor;
 }
 
 }  // namespace
 
-bool write_private_jpeg(const std::string& path, const cv::Mat& image)
+bool write_jpeg(const std::string& path, const cv::Mat& image)
 {
     CV_Assert(!image.empty());
     std::vector<unsigned char> bytes;
     std::string temporary;
+    int descriptor = -1;
     try {
         cv::imencode(".jpg", image, bytes);
-        temporary = temporary_name(path);
+        descriptor = open_new_file_beside(path, temporary);
     } catch (const std::exception&) {
         return false;  // more pixels than the format takes, or too little memory: like any file that is not written
     }
-    const int descriptor = mkostemp(temporary.data(), O_CLOEXEC);  // a new file of mode 0600
     if (descriptor < 0) {
         return false;
     }

@@ -1,0 +1,50 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "internal/final_image.h"
+
+#include <string>
+#include <unistd.h>
+
+#include "internal/picture_file.h"
+#include "internal/wait_clock.h"
+#include "tarn_stitcher.h"
+
+namespace tarn {
+
+bool finish_panorama(TarnStitcher& task, int last_big_frame_index, task_generation generation)
+{
+    const wait_clock clock;
+    const int entry_status = load_acquire(big_stitch_status);
+    if (entry_status == pipeline_failed) {
+        return false;
+    }
+    while (load_acquire(big_frame_num) < last_big_frame_index) {
+        if (clock.has_run_out() || generation != current_generation()) {
+            break;
+        }
+        usleep(poll_interval);
+    }
+
+    const auto directory_stays = lock_directory();  // and with it the task
+    cv::Mat panorama;
+    std::string _img_path;
+    {
+        const auto lock = lock_handover();
+        if (generation != current_generation() || big_frame_num != last_big_frame_index
+            || big_stitch_status != pipeline_ready) {
+            return true;  // nothing to write; the path tells, not the result. By design.
+        }
+        panorama = big_stitch_image;
+        _img_path = big_local_path + "big_stitch.jpg";
+    }
+    write_jpeg(_img_path, panorama);
+    const auto lock = lock_handover();
+    task.big_stitch_image_path = _img_path;
+    return true;
+}
+
+}  // namespace tarn
+
+bool TarnStitcher::get_big_image(int last_big_frame_index)
+{
+    return tarn::finish_panorama(*this, last_big_frame_index, tarn::current_generation());
+}
