@@ -66,8 +66,8 @@ for (const name of Object.keys(samples)) {
         // OpenCV computes with the vectors that a processor has: the last bits of what is measured differ, between
         // WebAssembly and this machine as between two machines. How much, for each kind of measure:
         const limits = {
-          cornersFound: 0, cornersTracked: 1, inliers: 2, moveDistance: 0.02, overlap: 0.002, angles: 0.05, scales: 0.002,
-          outline: 0.5,
+          cornersFound: 0, cornersTracked: 0, inliers: 0, moveDistance: 1e-7, overlap: 1e-8, angles: 1e-3, scales: 1e-5,
+          outline: 1e-2,
         };
         const greatest = Object.fromEntries(Object.keys(limits).map((field) => [field, 0]));
         native.answers.forEach((expected, index) => {
