@@ -336,12 +336,7 @@ $('file-input').addEventListener('change', ({ target }) => {
     target.value = '';
   }
 });
-$('file').addEventListener('keydown', (event) => {
-  if (event.key === 'Enter' || event.key === ' ') {
-    event.preventDefault();
-    $('file-input').click();
-  }
-});
+$('file').addEventListener('click', () => $('file-input').click());
 for (const type of ['dragenter', 'dragover']) {
   document.addEventListener(type, (event) => {
     event.preventDefault();

