@@ -62,7 +62,8 @@ size() {
 }
 scripts=("$package"/{index,worker,engine,module,pixels,words}.js)
 for name in tarnstitch-threads tarnstitch-single; do
-  bytes=$(size "$package/$name".{js,wasm} $([[ $name != *threads ]] || echo "$package/$name.worker.js") "${scripts[@]}")
+  files=("$package/$name".*)
+  bytes=$(size "${files[@]}" "${scripts[@]}")
   say "$name: $(stat -c %s "$package/$name.wasm") bytes of WebAssembly, $bytes bytes sent with its JavaScript"
   ((bytes <= 850 * 1000)) || fail "$name is larger than 850 KB."
 done

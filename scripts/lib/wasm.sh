@@ -5,6 +5,7 @@
 # packages, built once and kept outside the tree, since they are the long part of the build. To be sourced, after
 # common.sh.
 
+# shellcheck disable=SC2034,SC2154
 wasm_packages=(emscripten brotli cmake ninja-build dpkg-dev nodejs)
 
 # The versions of Debian 12. The build is tried with these, and the sizes and the answers are those of these.
