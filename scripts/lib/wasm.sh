@@ -29,7 +29,7 @@ wasm_libraries() {
   local key
   key=$({
     printf '%s\n' "${wasm_sources[@]}" "$wasm_flags"
-    emcc --version | head -n 1
+    emcc --version | sed -n 1p
     cat "$root"/web/native/{opencv.cmake,opencv_sources.txt,OpenCVConfig.cmake} "$root/scripts/lib/wasm.sh"
   } | sha256sum | cut -c 1-16)
   printf '%s/tarnstitch-web/%s\n' "${XDG_CACHE_HOME:-$HOME/.cache}" "$key"
