@@ -2,10 +2,10 @@
 #include "internal/final_image.h"
 
 #include <string>
-#include <unistd.h>
 
 #include "internal/picture_file.h"
 #include "internal/wait_clock.h"
+#include "internal/worker_queue.h"
 #include "tarn_stitcher.h"
 
 namespace tarn {
@@ -21,7 +21,7 @@ bool finish_panorama(TarnStitcher& task, int last_big_frame_index, task_generati
         if (clock.has_run_out() || generation != current_generation()) {
             break;
         }
-        usleep(poll_interval);
+        wait_a_moment(poll_interval);
     }
 
     const auto directory_stays = lock_directory();  // and with it the task

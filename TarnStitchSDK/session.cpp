@@ -14,6 +14,7 @@
 #include "internal/live_registration.h"
 #include "internal/log.h"
 #include "internal/session_gate.h"
+#include "internal/worker_queue.h"
 #include "preview_limit.h"
 #include "tarn_stitch_jni.h"
 
@@ -67,7 +68,7 @@ double stall_watch::milliseconds() const
 void sleep_between_looks()
 {
     constexpr useconds_t poll = 2000;  // µs
-    usleep(poll);
+    wait_a_moment(poll);
 }
 
 session::session(sweep_options options, std::string directory)

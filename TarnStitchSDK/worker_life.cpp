@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "internal/worker_life.h"
 
+#include <memory>
 #include <string>
 #include <thread>
 #include <unistd.h>
@@ -16,6 +17,7 @@
 #include "internal/picture_file.h"
 #include "internal/wait_clock.h"
 #include "internal/worker_pool.h"
+#include "internal/worker_queue.h"
 #include "module_globals.h"
 #include "projection.h"
 #include "shared_access.h"
@@ -98,6 +100,10 @@ private:
         // Within the task this wait has no time-out, even after a failure. By design.
         while (load_acquire(big_stitch_status) != pipeline_ready) {
             pass(worker_stage::polling_for_base);
+            if (is_queued_worker()) {
+                give_up();
+                throw task_replaced{};
+            }
             usleep(poll_interval);
         }
         cv::Mat panorama;
@@ -314,7 +320,12 @@ void launch_worker(const cv::Mat& frame, const std::vector<float>& angles, const
     at_stage(worker_stage::launching, big_frame_index);
     // The generation first: when the process begins to end in between, it is a replaced task's.
     high_res_worker worker({current_generation(), frame, angles, scales, direction, big_frame_index});
-    std::thread(worker_thread{worker_in_flight(construct_what_workers_use), std::move(worker)}).detach();
+    worker_thread life{worker_in_flight(construct_what_workers_use), std::move(worker)};
+    if (workers_are_queued()) {
+        queue_worker([shared = std::make_shared<worker_thread>(std::move(life))] { (*shared)(); });
+    } else {
+        std::thread(std::move(life)).detach();
+    }
 }
 
 }  // namespace tarn

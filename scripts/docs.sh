@@ -19,6 +19,12 @@ if [[ ${1:-} == --figures ]]; then
       >"${source%.dot}.svg"
     say "Figure: ${source%.dot}.svg"
   done
+  if [[ -e out/web/live/index.html && -d build/web/test/node_modules ]]; then
+    node web/test/figures.mjs
+    say "Figures: docs/images/live.gif, docs/images/live.jpg"
+  else
+    say "The figures of the live page are left as they are: they need what scripts/test-web.sh builds."
+  fi
 fi
 
 rm -rf build/docs

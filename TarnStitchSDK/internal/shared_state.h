@@ -25,6 +25,8 @@
 //   view         session.h            what a sweep shows of the last call that returned    for header copies
 //   spare        spare_frames.cpp     the images that are kept to be used again            while one is made
 //   pyramids     live_tracking.h      of one frame's flow: who makes what it derives       while they are made
+//   queue        worker_queue.cpp     workers that wait for a thread of the host's         for moments
+//   handles      handle_table.h       what handles of the C interface stand for            for moments
 //
 // Each task has a generation. Constructing a TarnStitcher raises it, and a worker carries the one that it was
 // launched in. A worker of an older generation finds out at its next poll, between two stages of its work, or

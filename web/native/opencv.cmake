@@ -1,0 +1,50 @@
+# SPDX-License-Identifier: Apache-2.0
+#
+# OpenCV's configuration as WebAssembly: the modules that the library links, JPEG as the only file format, no code that
+# is chosen by the processor at run time. To be given to CMake with -C.
+set(CMAKE_BUILD_TYPE Release CACHE STRING "")
+set(BUILD_LIST core,imgproc,video,calib3d,features2d,flann,imgcodecs CACHE STRING "")
+set(BUILD_SHARED_LIBS OFF CACHE BOOL "")
+
+# Vectors by the compiler's own intrinsics; threads by OpenCV's own pool.
+set(CPU_BASELINE "" CACHE STRING "")
+set(CPU_DISPATCH "" CACHE STRING "")
+set(CV_ENABLE_INTRINSICS ON CACHE BOOL "")
+set(WITH_PTHREADS_PF ON CACHE BOOL "")
+set(CV_TRACE OFF CACHE BOOL "")
+
+set(WITH_JPEG ON CACHE BOOL "")
+foreach(tarn_option
+        WITH_1394 WITH_ADE WITH_CAROTENE WITH_DIRECTX WITH_EIGEN WITH_FFMPEG WITH_GDAL WITH_GDCM WITH_GPHOTO2
+        WITH_GSTREAMER WITH_GTK WITH_IMGCODEC_HDR WITH_IMGCODEC_PFM WITH_IMGCODEC_PXM WITH_IMGCODEC_SUNRASTER WITH_IPP
+        WITH_ITT WITH_JASPER WITH_LAPACK WITH_OPENCL WITH_OPENCLAMDBLAS WITH_OPENCLAMDFFT WITH_OPENEXR WITH_OPENJPEG
+        WITH_PNG WITH_PROTOBUF WITH_QUIRC WITH_TIFF WITH_V4L WITH_VA WITH_VA_INTEL WITH_VTK WITH_WEBP
+        BUILD_DOCS BUILD_EXAMPLES BUILD_JAVA BUILD_JPEG BUILD_PERF_TESTS BUILD_TESTS BUILD_ZLIB BUILD_opencv_apps
+        BUILD_opencv_java_bindings_generator BUILD_opencv_js_bindings_generator BUILD_opencv_objc_bindings_generator
+        BUILD_opencv_python2 BUILD_opencv_python3 BUILD_opencv_python_bindings_generator BUILD_opencv_python_tests
+        ENABLE_CCACHE ENABLE_PIC OPENCV_GENERATE_PKGCONFIG OPENCV_GENERATE_SETUPVARS OPENCV_ENABLE_MEMALIGN ENABLE_PRECOMPILED_HEADERS)
+  set(${tarn_option} OFF CACHE BOOL "")
+endforeach()
+
+# What its configuration would find out by some hundred programs, each of which takes this compiler seconds: which
+# options there are. Those that only concern warnings are left out, and all warnings are off.
+foreach(tarn_language C CXX)
+  foreach(tarn_option W FSIGNED_CHAR FDIAGNOSTICS_SHOW_OPTION PTHREAD QUNUSED_ARGUMENTS FFUNCTION_SECTIONS FDATA_SECTIONS
+                      FVISIBILITY_HIDDEN FVISIBILITY_INLINES_HIDDEN)
+    set(HAVE_${tarn_language}_${tarn_option} 1 CACHE INTERNAL "")
+  endforeach()
+  foreach(tarn_option
+          MFPMATH_387 WADDRESS WALL WFORMAT WFORMAT_SECURITY WINCONSISTENT_MISSING_OVERRIDE WINIT_SELF
+          WMISSING_DECLARATIONS WMISSING_PROTOTYPES WNO_COMMENT WNO_DELETE_NON_VIRTUAL_DTOR
+          WNO_DEPRECATED_ANON_ENUM_ENUM_CONVERSION WNO_DEPRECATED_DECLARATIONS WNO_DEPRECATED_ENUM_ENUM_CONVERSION
+          WNO_UNNAMED_TYPE_TEMPLATE_ARGS WNON_VIRTUAL_DTOR WPOINTER_ARITH WRETURN_TYPE WSEQUENCE_POINT WSHADOW
+          WSIGN_PROMO WSTRICT_PROTOTYPES WUNDEF WUNINITIALIZED WERROR_RETURN_TYPE WERROR_NON_VIRTUAL_DTOR
+          WERROR_ADDRESS WERROR_SEQUENCE_POINT)
+    set(HAVE_${tarn_language}_${tarn_option} "" CACHE INTERNAL "")
+  endforeach()
+endforeach()
+set(HAVE_CPU_BASELINE_FLAGS 1 CACHE INTERNAL "")
+set(HAVE_LINK_NO_UNDEFINED "" CACHE INTERNAL "")
+set(HAVE_PTHREAD 1 CACHE INTERNAL "")
+set(CMAKE_HAVE_LIBC_PTHREAD 1 CACHE INTERNAL "")
+set(WORDS_BIGENDIAN 0 CACHE INTERNAL "")

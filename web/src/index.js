@@ -1,0 +1,364 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// Panorama stitching for the camera in a browser. index.d.ts describes what is exported here.
+
+const isNode = typeof process === 'object' && Boolean(process.versions?.node) && typeof window === 'undefined';
+
+const settings = { located: {}, threads: undefined, worker: undefined };
+let host = null; // the worker, once for all sweeps
+let current = null; // the sweep that has not ended
+
+export class SweepError extends Error {
+  constructor(problem, message) {
+    super(message);
+    this.name = 'SweepError';
+    this.problem = problem;
+  }
+}
+
+function startWorker() {
+  if (settings.worker) {
+    return settings.worker();
+  }
+  return new Worker(new URL('./worker.js', import.meta.url), { type: 'module', name: 'tarnstitch' });
+}
+
+async function startThread() {
+  const { Worker: Thread } = await import(/* @vite-ignore */ /* webpackIgnore: true */ 'node:worker_threads');
+  const thread = new Thread(new URL('./worker.js', import.meta.url), { name: 'tarnstitch' });
+  thread.addEventListener = (type, heard) => thread.on(type, (data) => heard(type === 'message' ? { data } : data));
+  return thread;
+}
+
+// The requests that the worker has not answered, and what it tells by itself.
+class Host {
+  #worker;
+  #pending = new Map();
+  #next = 1;
+  #dead = null;
+
+  constructor(worker) {
+    this.#worker = worker;
+    worker.addEventListener('message', ({ data }) => this.#hear(data));
+    worker.addEventListener('error', (event) => this.fail(event.message || 'the worker could not be started'));
+    worker.addEventListener('messageerror', () => this.fail('a message could not be read'));
+  }
+
+  request(command, fields = {}, transfer = [], { onProgress, signal } = {}) {
+    if (this.#dead) {
+      return Promise.reject(new SweepError('crashed', this.#dead));
+    }
+    const id = this.#next++;
+    return new Promise((resolve, reject) => {
+      const abort = () => {
+        this.#worker.postMessage({ command: 'abandon', finish: id });
+        settle(() => reject(signal.reason));
+      };
+      const settle = (finish) => {
+        if (this.#pending.delete(id)) {
+          signal?.removeEventListener('abort', abort);
+          if (this.#pending.size === 0) {
+            this.#worker.unref?.();
+          }
+          finish();
+        }
+      };
+      this.#pending.set(id, {
+        onProgress,
+        resolve: (value) => settle(() => resolve(value)),
+        reject: (error) => settle(() => reject(error)),
+      });
+      this.#worker.ref?.();
+      signal?.addEventListener('abort', abort, { once: true });
+      try {
+        this.#worker.postMessage({ id, command, ...fields }, transfer);
+      } catch (error) {
+        this.#pending.get(id).reject(new SweepError('bad-argument', error.message));
+      }
+    });
+  }
+
+  #hear({ id, event, result, error, ...rest }) {
+    const asked = this.#pending.get(id);
+    if (event === 'died') {
+      this.fail(rest.text);
+    } else if (event === 'progress') {
+      asked?.onProgress?.({ done: rest.done, keyFrames: rest.keyFrames });
+    } else if (error) {
+      asked?.reject(new SweepError(error.problem, error.message));
+    } else {
+      asked?.resolve(result);
+    }
+  }
+
+  /** The worker is not used any more; who waits is told, and the next sweep gets a new one. */
+  fail(text) {
+    if (this.#dead) {
+      return;
+    }
+    this.#dead = text;
+    if (host?.host === this) {
+      host = null;
+    }
+    for (const { reject } of [...this.#pending.values()]) {
+      reject(new SweepError('crashed', text));
+    }
+    this.#worker.terminate();
+  }
+}
+
+async function start() {
+  const made = new Host(isNode && !settings.worker ? await startThread() : startWorker());
+  try {
+    return { host: made, ...(await made.request('load', { located: settings.located, threads: settings.threads })) };
+  } catch (error) {
+    made.fail(error.message);
+    throw error;
+  }
+}
+
+let starting = null;
+function ready() {
+  if (!host && !starting) {
+    starting = start().then(
+      (made) => {
+        starting = null;
+        host = made;
+        return made;
+      },
+      (error) => {
+        starting = null;
+        throw error;
+      },
+    );
+  }
+  return host ? Promise.resolve(host) : starting;
+}
+
+export function configure({ locate, threads, worker } = {}) {
+  if (host || starting) {
+    throw new SweepError('bad-argument', 'configure comes before the first sweep, or after shutDown');
+  }
+  if (locate) {
+    for (const build of ['threads', 'single']) {
+      for (const ending of ['.js', '.wasm', ...(build === 'threads' ? ['.worker.js'] : [])]) {
+        const name = `tarnstitch-${build}${ending}`;
+        settings.located[name] = String(new URL(locate(name), isNode ? undefined : document.baseURI));
+      }
+    }
+  }
+  if (threads !== undefined) {
+    settings.threads = threads === 'auto' ? undefined : threads;
+  }
+  if (worker) {
+    settings.worker = worker;
+  }
+}
+
+export async function preload() {
+  const { threads, version } = await ready();
+  return { threads, version };
+}
+
+export async function memoryInUse() {
+  return host ? host.host.request('memory') : 0;
+}
+
+export function shutDown() {
+  current?.end();
+  host?.host.fail('the package was shut down');
+  host = null;
+}
+
+// A camera's frame as something that a worker can be given. The page's own objects are left to it: what is closed
+// over there is a clone.
+async function portable(frame) {
+  if (typeof HTMLVideoElement !== 'undefined' && frame instanceof HTMLVideoElement) {
+    if (frame.readyState < 2 || frame.videoWidth === 0) {
+      throw new SweepError('bad-argument', 'the video has no frame yet');
+    }
+    const taken = typeof VideoFrame !== 'undefined' ? new VideoFrame(frame) : await createImageBitmap(frame);
+    return { source: taken, transfer: [taken] };
+  }
+  if (typeof VideoFrame !== 'undefined' && frame instanceof VideoFrame) {
+    const clone = frame.clone();
+    return { source: clone, transfer: [clone] };
+  }
+  if (typeof ImageBitmap !== 'undefined' && frame instanceof ImageBitmap) {
+    const copy = await createImageBitmap(frame);
+    return { source: copy, transfer: [copy] };
+  }
+  if (frame?.data && frame.width > 0 && frame.height > 0) {
+    const { data, width, height, stride, format } = frame;
+    return { source: { data, width, height, stride, format }, transfer: [] };
+  }
+  throw new SweepError('bad-argument', 'a frame is a VideoFrame, an HTMLVideoElement, an ImageBitmap, an ImageData or raw pixels');
+}
+
+export class Sweep {
+  #host;
+  #upright;
+  #direction;
+  #mostUnderWay;
+  #inside = false;
+  #next = null; // the newest frame that waits, with what to tell whoever fed it
+  #preview = null;
+  #over = false;
+
+  droppedFrames = 0;
+  fedFrames = 0;
+
+  constructor(token, { direction = 'any', upright = true, mostUnderWay = 3 }) {
+    if (token !== begun) {
+      throw new TypeError('a sweep is begun by Sweep.begin');
+    }
+    this.#host = token.host;
+    this.#direction = direction;
+    this.#upright = upright;
+    this.#mostUnderWay = mostUnderWay;
+  }
+
+  static async begin(options = {}) {
+    options.signal?.throwIfAborted();
+    const { host: made, threads, version } = await ready();
+    options.signal?.throwIfAborted();
+    current?.end();
+    begun.host = made;
+    const sweep = new Sweep(begun, options);
+    sweep.threads = threads;
+    sweep.version = version;
+    current = sweep;
+    await made.request('begin', { upright: sweep.#upright });
+    options.signal?.addEventListener('abort', () => sweep.end(), { once: true });
+    return sweep;
+  }
+
+  get direction() {
+    return this.#direction;
+  }
+
+  set direction(value) {
+    this.#direction = value;
+  }
+
+  get preview() {
+    return this.#preview;
+  }
+
+  get isOver() {
+    return this.#over;
+  }
+
+  async feed(frame, { direction = this.#direction, everyFrame = false } = {}) {
+    this.#mustGoOn();
+    const { source, transfer } = await portable(frame);
+    if (this.#over) {
+      closeAll(transfer);
+      this.#mustGoOn();
+    }
+    ++this.fedFrames;
+    return new Promise((resolve, reject) => {
+      const waiting = { source, transfer, direction, resolve, reject };
+      if (!this.#inside) {
+        this.#send(waiting);
+      } else if (everyFrame) {
+        this.#line.push(waiting);
+      } else {
+        this.#dropWaiting();
+        this.#next = waiting;
+      }
+    });
+  }
+
+  #line = []; // frames of which none may be lost
+
+  #dropWaiting() {
+    if (this.#next) {
+      ++this.droppedFrames;
+      closeAll(this.#next.transfer);
+      this.#next.resolve(null);
+      this.#next = null;
+    }
+  }
+
+  async #send({ source, transfer, direction, resolve, reject }) {
+    this.#inside = true;
+    try {
+      const { answer, preview, width, height } = await this.#host.request(
+        'feed', { source, direction, mostUnderWay: this.#mostUnderWay }, transfer);
+      if (preview) {
+        const { data = this.#preview?.data, crop = this.#preview?.crop } = preview;
+        this.#preview = { ...preview, data, crop };
+      }
+      resolve({ ...answer, frameWidth: width, frameHeight: height });
+    } catch (error) {
+      this.#learn(error);
+      reject(error);
+    }
+    this.#inside = false;
+    const next = this.#line.shift() ?? this.#next;
+    if (next === this.#next) {
+      this.#next = null;
+    }
+    if (next) {
+      this.#send(next);
+    }
+  }
+
+  async status() {
+    this.#mustGoOn();
+    return this.#host.request('status');
+  }
+
+  async finish({ onProgress, signal, wait = true } = {}) {
+    this.#mustGoOn();
+    signal?.throwIfAborted();
+    let found;
+    try {
+      found = await this.#host.request('finish', { wait }, [], { onProgress, signal });
+    } catch (error) {
+      this.#learn(error);
+      throw error;
+    }
+    const { jpeg, cropped, ...rest } = found;
+    return {
+      ...rest,
+      blob: jpeg ? new Blob([jpeg], { type: 'image/jpeg' }) : null,
+      croppedBlob: cropped ? new Blob([cropped], { type: 'image/jpeg' }) : null,
+    };
+  }
+
+  end() {
+    if (this.#over) {
+      return;
+    }
+    this.#over = true;
+    this.#dropWaiting();
+    for (const waiting of this.#line.splice(0)) {
+      closeAll(waiting.transfer);
+      waiting.reject(new SweepError('over', 'the sweep is over'));
+    }
+    if (current === this) {
+      current = null;
+    }
+    this.#host.request('end').catch(() => {});
+  }
+
+  #learn(error) {
+    if (error?.problem === 'over' || error?.problem === 'crashed') {
+      this.#over = true;
+    }
+  }
+
+  #mustGoOn() {
+    if (this.#over) {
+      throw new SweepError('over', 'the sweep is over');
+    }
+  }
+}
+
+const begun = { host: null };
+
+function closeAll(items) {
+  items.forEach((item) => item.close?.());
+}

@@ -1,0 +1,248 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// The live page in Debian's Chromium, with a sample as its camera.
+import assert from 'node:assert/strict';
+import path from 'node:path';
+import { after, before, describe, it } from 'node:test';
+import {
+  axePath, cameraFile, desktop, frames, keyFrames, launch, open, phone, phoneLying, picture, pictureSize, resultReady,
+  savedBytes, serve, state,
+} from './browser.js';
+import { root } from './support.js';
+
+async function findings(page) {
+  await page.addScriptTag({ path: axePath });
+  return page.evaluate(async () => {
+    const { violations } = await window.axe.run();
+    return violations.map(({ id, nodes }) => `${id}: ${nodes.map(({ html }) => html).join(' ')}`);
+  });
+}
+
+async function sweepOnce(page, least = 3) {
+  await state(page, 'ready');
+  await page.click('#shutter');
+  await keyFrames(page, least);
+  await page.click('#shutter');
+  await resultReady(page);
+}
+
+describe('with a camera', () => {
+  let server;
+  let chromium;
+  before(async () => {
+    server = await serve();
+    chromium = await launch({ camera: cameraFile('hall_slide') });
+  });
+  after(async () => {
+    await chromium?.close();
+    server?.stop();
+  });
+
+  it('sweeps, finishes and saves a picture of the scene’s size', async () => {
+    const page = await open(chromium.browser, server.address);
+    await state(page, 'ready');
+    await picture(page, 'phone-ready');
+    await page.click('#shutter');
+    await frames(page, 30);
+    await picture(page, 'phone-sweeping');
+    await keyFrames(page, 4);
+    await picture(page, 'phone-later');
+    await page.click('#shutter');
+    await picture(page, 'phone-saving');
+    await resultReady(page);
+    await picture(page, 'phone-result');
+    const cropped = pictureSize(await savedBytes(page));
+    await page.click('#crop');
+    const whole = pictureSize(await savedBytes(page));
+    assert.ok(whole.width > 960 * 1.2 && whole.height > 430, `${whole.width}x${whole.height}`);
+    assert.ok(cropped.width <= whole.width && cropped.height < whole.height && cropped.width > 900);
+    assert.equal(await page.evaluate(() => document.body.dataset.threads), 'true');
+    assert.deepEqual(page.lines, []);
+    await page.click('#again');
+    await state(page, 'ready');
+    await page.close();
+  });
+
+  it('has no accessibility finding in any state', async () => {
+    const page = await open(chromium.browser, server.address);
+    await page.setBypassCSP(true);
+    await page.reload();
+    await state(page, 'ready');
+    assert.deepEqual(await findings(page), []);
+    await page.click('#shutter');
+    await frames(page, 20);
+    assert.deepEqual(await findings(page), []);
+    await page.click('#shutter');
+    await resultReady(page);
+    assert.deepEqual(await findings(page), []);
+    await page.close();
+  });
+
+  it('has targets of 44 px at least', async () => {
+    const page = await open(chromium.browser, server.address);
+    await sweepOnce(page, 1);
+    const small = await page.evaluate(() => [...document.querySelectorAll('button, a, label[role=button]')]
+      .map((element) => [element.id, element.getBoundingClientRect()])
+      .filter(([, { width, height }]) => width > 0 && (width < 44 || height < 44))
+      .map(([id]) => id));
+    assert.deepEqual(small, []);
+    await page.close();
+  });
+
+  it('is held well lying and on a desktop', async () => {
+    for (const [name, viewport] of [['phone-lying', phoneLying], ['desktop', desktop]]) {
+      const page = await open(chromium.browser, server.address, viewport);
+      await state(page, 'ready');
+      await page.click('#shutter');
+      await keyFrames(page, 3);
+      await picture(page, `${name}-sweeping`);
+      await page.click('#shutter');
+      await resultReady(page);
+      await picture(page, `${name}-result`);
+      const outside = await page.evaluate(() => [...document.querySelectorAll('#camera button, #result button, #save')]
+        .map((element) => [element.id, element.getBoundingClientRect()])
+        .filter(([, box]) => box.right > innerWidth || box.bottom > innerHeight || box.left < 0 || box.top < 0)
+        .map(([id]) => id));
+      assert.deepEqual(outside, []);
+      await page.close();
+    }
+  });
+
+  it('answers the first frame within 300 ms of the tap', async () => {
+    const page = await open(chromium.browser, server.address);
+    await state(page, 'ready');
+    await page.waitForFunction(() => document.body.dataset.loaded === 'yes');
+    const milliseconds = await page.evaluate(() => new Promise((resolve) => {
+      const begun = performance.now();
+      new MutationObserver(() => resolve(performance.now() - begun))
+        .observe(document.body, { attributes: true, attributeFilter: ['data-frames'] });
+      document.getElementById('shutter').click();
+    }));
+    console.log(`# first frame answered ${milliseconds.toFixed(0)} ms after the tap`);
+    await page.close();
+  });
+
+  it('goes on after the page was hidden', async () => {
+    const page = await open(chromium.browser, server.address);
+    await state(page, 'ready');
+    await page.click('#shutter');
+    await keyFrames(page, 2);
+    const hide = (hidden) => page.evaluate((value) => {
+      Object.defineProperty(document, 'hidden', { configurable: true, get: () => value });
+      document.dispatchEvent(new Event('visibilitychange'));
+    }, hidden);
+    await hide(true);
+    await state(page, 'paused');
+    await picture(page, 'phone-paused');
+    await hide(false);
+    await state(page, 'sweeping');
+    await picture(page, 'phone-ghost');
+    await page.click('#shutter');
+    await resultReady(page);
+    assert.equal(await page.$eval('#result-title', (title) => title.textContent), 'Panorama');
+    assert.deepEqual(page.lines, []);
+    await page.close();
+  });
+
+  it('gives the small picture back after a reload in mid-sweep', async () => {
+    const page = await open(chromium.browser, server.address);
+    await state(page, 'ready');
+    await page.click('#shutter');
+    await keyFrames(page, 2);
+    await page.reload();
+    await resultReady(page);
+    assert.match(await page.$eval('#result-text', (text) => text.textContent), /closed in mid-sweep/);
+    const { width } = pictureSize(await savedBytes(page));
+    assert.ok(width > 200, `${width}`);
+    await page.click('#again');
+    await sweepOnce(page, 1);
+    assert.deepEqual(page.lines, []);
+    await page.close();
+  });
+
+  it('sweeps twenty times with flat memory', async () => {
+    const page = await open(chromium.browser, server.address);
+    const used = [];
+    for (let sweep = 0; sweep < 20; ++sweep) {
+      await sweepOnce(page, 2);
+      used.push(await page.evaluate(async () => {
+        const { memoryInUse } = await import('./tarnstitch/index.js');
+        return memoryInUse();
+      }));
+      await page.click('#again');
+    }
+    console.log(`# MB after each sweep: ${used.map((bytes) => Math.round(bytes / 1048576)).join(' ')}`);
+    assert.ok(used.at(-1) <= Math.max(...used.slice(0, 10)) * 1.1, used.join(' '));
+    await page.close();
+  });
+
+  it('works without a network after the first visit', async () => {
+    const page = await open(chromium.browser, server.address);
+    await page.evaluate(() => navigator.serviceWorker.ready);
+    await page.reload();
+    await state(page, 'ready');
+    await page.setOfflineMode(true);
+    await page.reload();
+    await sweepOnce(page, 1);
+    assert.deepEqual(page.lines, []);
+    await page.close();
+  });
+});
+
+describe('without isolation', () => {
+  it('sweeps without threads', async () => {
+    const server = await serve({ isolated: false });
+    const chromium = await launch({ camera: cameraFile('parking_pan') });
+    try {
+      const page = await open(chromium.browser, server.address);
+      await sweepOnce(page, 2);
+      assert.equal(await page.evaluate(() => document.body.dataset.threads), 'false');
+      assert.equal(await page.$eval('#result-title', (title) => title.textContent), 'Panorama');
+      assert.deepEqual(page.lines, []);
+    } finally {
+      await chromium.close();
+      server.stop();
+    }
+  });
+});
+
+describe('without a camera', () => {
+  let server;
+  before(async () => {
+    server = await serve();
+  });
+  after(() => server.stop());
+
+  it('says that there is none, and stitches a video', async () => {
+    const chromium = await launch();
+    try {
+      const page = await open(chromium.browser, server.address);
+      await state(page, 'trouble');
+      assert.match(await page.$eval('#trouble-title', (title) => title.textContent), /No camera found/);
+      await picture(page, 'phone-no-camera');
+      const input = await page.$('#file-input');
+      await input.uploadFile(path.join(root, 'samples/parking_pan.mp4'));
+      await resultReady(page);
+      const { width, height } = pictureSize(await savedBytes(page));
+      assert.ok(width > 430 && height > 280, `${width}x${height}`);
+      await picture(page, 'phone-video-result');
+      assert.deepEqual(page.lines, []);
+    } finally {
+      await chromium.close();
+    }
+  });
+
+  it('says that it was refused, and tries again', async () => {
+    const chromium = await launch({ camera: cameraFile('parking_pan'), refused: true });
+    try {
+      const page = await open(chromium.browser, server.address, phone);
+      await state(page, 'trouble');
+      assert.match(await page.$eval('#trouble-title', (title) => title.textContent), /refused/);
+      await page.click('#trouble-again');
+      await state(page, 'trouble');
+      assert.deepEqual(page.lines, []);
+    } finally {
+      await chromium.close();
+    }
+  });
+});
