@@ -37,14 +37,12 @@ void give_key_frame(void (*callback)(void*, const tarn_key_frame*), void* user, 
     TARN_INIT(told);
     told.number = given.number;
     told.placed = given.placed ? 1 : 0;
-    std::copy(std::begin(given.plane_from_frame.val), std::end(given.plane_from_frame.val),
-              told.plane_from_frame);
+    std::copy(std::begin(given.plane_from_frame.val), std::end(given.plane_from_frame.val), told.plane_from_frame);
     told.working_width = given.working_size.width;
     told.working_height = given.working_size.height;
     told.picture = handle_of<tarn_picture>(std::make_shared<held_picture>(given.image));
     // The handle ends with the callback, whichever way that is left.
-    const std::unique_ptr<tarn_picture, decltype(&tarn_picture_free)> until_the_end(told.picture,
-                                                                                    &tarn_picture_free);
+    const std::unique_ptr<tarn_picture, decltype(&tarn_picture_free)> until_the_end(told.picture, &tarn_picture_free);
     call_host(callback, user, &told);
 }
 

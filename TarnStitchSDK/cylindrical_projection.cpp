@@ -182,6 +182,6 @@ void cylindrical_projection(cv::Mat& img, cv::Mat& output, float angle)
     if (!img.empty()) {
         (map.bends_evenly() ? push_runs : push_pixels)(map, img, map_img);
     }
-    // The width is that column, not one more: the last column reached is cut off. This is meant.
+    // The width is that column, not one more: the last column reached is cut off. By design.
     output = map_img(cv::Rect(0, 0, map.rightmost_target_column(), img.rows));
 }

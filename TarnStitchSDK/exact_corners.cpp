@@ -63,8 +63,8 @@ std::vector<cv::Point2f> find_corners(const cv::Mat& gray)
 {
     std::vector<cv::Point2f> corners;
     if (gray.type() != CV_8UC1 || gray.empty()) {
-        cv::goodFeaturesToTrack(gray, corners, max_corners, quality_level, min_distance, cv::noArray(),
-                                block_size, false, 0.04);
+        cv::goodFeaturesToTrack(gray, corners, max_corners, quality_level, min_distance, cv::noArray(), block_size,
+                                false, 0.04);
         return corners;
     }
     // OpenCV sorts all candidates, of which there are thousands; the heap orders only those looked at.

@@ -116,8 +116,7 @@ int tarn::polygon_coverage(cv::Size size, const std::vector<cv::Point>& polygon)
     const auto topmost = std::min_element(polygon.begin(), polygon.end(),
                                           [](const cv::Point& a, const cv::Point& b) { return a.y < b.y; });
     if (topmost->y >= -rows_worth_walking) {
-        cv::fillPoly(mask, std::vector<std::vector<cv::Point>>{polygon}, cv::Scalar(1), cv::LINE_8, 0,
-                     cv::Point());
+        cv::fillPoly(mask, std::vector<std::vector<cv::Point>>{polygon}, cv::Scalar(1), cv::LINE_8, 0, cv::Point());
     } else {
         fill_polygon(mask, polygon);
     }

@@ -39,8 +39,8 @@ std::vector<neighbours> neighbours_along(int source_side, int target_side, doubl
             result.push_back({source_side - 1, source_side - 1, weight_sum, 0});
         } else {
             const int second_weight = cvRound((place - first) * weight_sum);
-            result.push_back({first, first + 1, static_cast<short>(weight_sum - second_weight),
-                              static_cast<short>(second_weight)});
+            result.push_back(
+                {first, first + 1, static_cast<short>(weight_sum - second_weight), static_cast<short>(second_weight)});
         }
     }
     return result;
@@ -78,8 +78,7 @@ public:
     bilinear_shrink(const cv::Mat& image, cv::Mat& shrunk, double scale)
         : image_(image), shrunk_(shrunk), columns_(neighbours_along(image.cols, shrunk.cols, scale)),
           rows_(neighbours_along(image.rows, shrunk.rows, scale)),
-          columns_in_vectors_(columns_in_vectors(columns_, image.cols)),
-          column_weights_(repeated_weights(columns_))
+          columns_in_vectors_(columns_in_vectors(columns_, image.cols)), column_weights_(repeated_weights(columns_))
     {
     }
 
@@ -106,8 +105,7 @@ public:
             cv::v_int16x8 pairs;  // blue of the left and of the right pixel, green of both, red of both
             cv::v_int16x8 unused;
             cv::v_zip(left_and_right, cv::v_rotate_right<3>(left_and_right), pairs, unused);
-            const cv::v_int16x8 weights =
-                cv::v_load(&column_weights_[static_cast<size_t>(x) * cv::v_int16x8::nlanes]);
+            const cv::v_int16x8 weights = cv::v_load(&column_weights_[static_cast<size_t>(x) * cv::v_int16x8::nlanes]);
             const cv::v_int32x4 pixel = (cv::v_dotprod(pairs, weights) + given_back) >> unit_bits;
             const cv::v_int16x8 narrower = cv::v_pack(pixel, pixel);
             const std::uint32_t bytes = cv::v_reinterpret_as_u32(cv::v_pack_u(narrower, narrower)).get0();

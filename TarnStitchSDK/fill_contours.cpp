@@ -20,7 +20,7 @@ namespace {
 // Gray values above this one count as content, and only content is blended.
 constexpr double content_above = 1.0;
 
-// Length of the cross-fade. The last step is one short of it, which is meant.
+// Length of the cross-fade. The last step is one short of it, by design.
 constexpr int fade_range = 50;  // px
 constexpr int fade_steps = fade_range - 1;
 
@@ -101,8 +101,8 @@ private:
                                                                 {content_.cols - 1 - place.x, {1, 0}},
                                                                 {place.y, {0, -1}},
                                                                 {content_.rows - 1 - place.y, {0, 1}}}};
-        const auto [length, step] = *std::min_element(
-            ways.begin(), ways.end(), [](const auto& a, const auto& b) { return a.first < b.first; });
+        const auto [length, step] =
+            *std::min_element(ways.begin(), ways.end(), [](const auto& a, const auto& b) { return a.first < b.first; });
         for (int i = 1; i <= length; ++i) {
             if (content_.at<uchar>(place + i * step) != 0) {
                 return false;
@@ -119,8 +119,7 @@ private:
             std::max_element(contours_.begin(), contours_.end(),
                              [](const contour_t& a, const contour_t& b) { return a.size() < b.size(); });
         if (largest != contours_.end()) {
-            cv::fillPoly(mask_, std::vector<contour_t>{without_inner_points(*largest)}, cv::Scalar(1),
-                         cv::LINE_8, 0);
+            cv::fillPoly(mask_, std::vector<contour_t>{without_inner_points(*largest)}, cv::Scalar(1), cv::LINE_8, 0);
         }
     }
 
@@ -162,8 +161,7 @@ std::vector<outline_point> points_inside(const contour_t& contour, const cv::Mat
     bool is_level = false;
     for (int j = 0; j < static_cast<int>(contour.size()); ++j) {
         const cv::Point here = contour[static_cast<size_t>(j)];
-        if (here.y > 0 && here.y < content.rows - 1 && here.x > 0 && here.x < content.cols - 1
-            && area.contains(here)) {
+        if (here.y > 0 && here.y < content.rows - 1 && here.x > 0 && here.x < content.cols - 1 && area.contains(here)) {
             is_level = is_level_at(contour, j, is_level);
             points.push_back({here, is_level});
         }
@@ -198,8 +196,7 @@ void decide_sides(std::vector<outline_point>& points, const cv::Mat& source, con
         }
         const outline_point& point = points[i];
         for (const int offset : offsets) {
-            const cv::Point place =
-                point.place + (point.is_level ? cv::Point(0, offset) : cv::Point(offset, 0));
+            const cv::Point place = point.place + (point.is_level ? cv::Point(0, offset) : cv::Point(offset, 0));
             if (image.contains(place)) {
                 source_pixels.at<cv::Vec3b>(next) = source.at<cv::Vec3b>(place);
                 target_pixels.at<cv::Vec3b>(next) = target.at<cv::Vec3b>(place);
@@ -298,12 +295,10 @@ void blend(const uchar* source, uchar* target, int begin, int end, Weight a)
             return cv::v_trunc((one - weight) * cv::v_cvt_f32(cv::v_reinterpret_as_s32(s[n]))
                                + weight * cv::v_cvt_f32(cv::v_reinterpret_as_s32(t[n])));
         };
-        cv::v_store(target + i,
-                    cv::v_pack_u(cv::v_pack(blended(0), blended(1)), cv::v_pack(blended(2), blended(3))));
+        cv::v_store(target + i, cv::v_pack_u(cv::v_pack(blended(0), blended(1)), cv::v_pack(blended(2), blended(3))));
     }
     for (; i < end; ++i) {
-        const float value =
-            (1.0f - a.at(i)) * static_cast<float>(source[i]) + a.at(i) * static_cast<float>(target[i]);
+        const float value = (1.0f - a.at(i)) * static_cast<float>(source[i]) + a.at(i) * static_cast<float>(target[i]);
         target[i] = static_cast<uchar>(value);
     }
 }
@@ -409,8 +404,7 @@ size_t points_together(const std::vector<outline_point>& points, size_t first)
 
 }  // namespace
 
-void fill_contours(std::vector<std::vector<cv::Point>> target_contours, cv::Mat& source_image,
-                   cv::Mat& target_image)
+void fill_contours(std::vector<std::vector<cv::Point>> target_contours, cv::Mat& source_image, cv::Mat& target_image)
 {
     CV_Assert(!source_image.empty() && source_image.type() == CV_8UC3 && target_image.type() == CV_8UC3);
     CV_Assert(source_image.size() == target_image.size());

@@ -53,18 +53,16 @@ void check_frame(const frame_view& frame)
     check_side("height", frame.height);
     const int channels = channels_of(frame.format);
     if (channels == 0) {
-        refuse("the frame's format is " + std::to_string(static_cast<int>(frame.format))
-               + ", which there is not");
+        refuse("the frame's format is " + std::to_string(static_cast<int>(frame.format)) + ", which there is not");
     }
     const std::size_t row = static_cast<std::size_t>(frame.width) * static_cast<std::size_t>(channels);
     if (frame.row_stride != 0 && frame.row_stride < row) {
-        refuse("the frame's row_stride is " + std::to_string(frame.row_stride) + "; a row has "
-               + std::to_string(row) + " bytes");
+        refuse("the frame's row_stride is " + std::to_string(frame.row_stride) + "; a row has " + std::to_string(row)
+               + " bytes");
     }
     constexpr auto most_bytes = static_cast<std::size_t>(std::numeric_limits<std::ptrdiff_t>::max());
     if (frame.row_stride > most_bytes / static_cast<std::size_t>(frame.height)) {
-        refuse("the frame's row_stride is " + std::to_string(frame.row_stride)
-               + "; so much memory there is not");
+        refuse("the frame's row_stride is " + std::to_string(frame.row_stride) + "; so much memory there is not");
     }
 }
 
@@ -128,8 +126,7 @@ frame_view view_of(const cv::Mat& image)
 std::size_t size_in_bytes(const frame_view& frame)
 {
     check_frame(frame);
-    const std::size_t row =
-        static_cast<std::size_t>(frame.width) * static_cast<std::size_t>(channels_of(frame.format));
+    const std::size_t row = static_cast<std::size_t>(frame.width) * static_cast<std::size_t>(channels_of(frame.format));
     const std::size_t stride = frame.row_stride == 0 ? row : frame.row_stride;
     return static_cast<std::size_t>(frame.height - 1) * stride + row;
 }

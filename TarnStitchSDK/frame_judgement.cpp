@@ -24,8 +24,8 @@ struct frame_motion {
     {
         constexpr double reprojection_threshold = 3.0;  // px
         std::vector<char> mask;
-        reference_from_frame = cv::findHomography(tracks.matched_frame_points, tracks.neighbour_points,
-                                                  cv::RANSAC, reprojection_threshold, mask);
+        reference_from_frame = cv::findHomography(tracks.matched_frame_points, tracks.neighbour_points, cv::RANSAC,
+                                                  reprojection_threshold, mask);
         in_count = static_cast<int>(std::count(mask.begin(), mask.end(), 1));
         in_ratio = static_cast<float>(in_count) / static_cast<float>(mask.size());
     }
@@ -44,8 +44,7 @@ bool is_vertical(int direction)
 bool are_opposite(int hint, int direction)
 {
     return hint != direction
-           && ((is_horizontal(hint) && is_horizontal(direction))
-               || (is_vertical(hint) && is_vertical(direction)));
+           && ((is_horizontal(hint) && is_horizontal(direction)) || (is_vertical(hint) && is_vertical(direction)));
 }
 
 // How far the frame's centre, in whole pixels, moves.
@@ -77,8 +76,8 @@ struct distortion {
                  angle_of_two_vector(p[3], p[1], p[2]), angle_of_two_vector(p[0], p[2], p[3])},
           scales{side_ratio(p[0], p[1], frame.cols), side_ratio(p[1], p[2], frame.rows),
                  side_ratio(p[2], p[3], frame.cols), side_ratio(p[3], p[0], frame.rows)},
-          maxa(max_axis({std::fabs(angles[0] - 90.0f), std::fabs(angles[1] - 90.0f),
-                         std::fabs(angles[2] - 90.0f), std::fabs(angles[3] - 90.0f)}))
+          maxa(max_axis({std::fabs(angles[0] - 90.0f), std::fabs(angles[1] - 90.0f), std::fabs(angles[2] - 90.0f),
+                         std::fabs(angles[3] - 90.0f)}))
     {
     }
 };

@@ -35,9 +35,8 @@ std::vector<contour_t> largest_contour(const cv::Mat& image)
     std::vector<contour_t> contours;
     std::vector<cv::Vec4i> hierarchy;
     cv::findContours(tmp_binary, contours, hierarchy, cv::RETR_EXTERNAL, cv::CHAIN_APPROX_NONE);
-    const auto largest =
-        std::max_element(contours.begin(), contours.end(),
-                         [](const contour_t& a, const contour_t& b) { return a.size() < b.size(); });
+    const auto largest = std::max_element(contours.begin(), contours.end(),
+                                          [](const contour_t& a, const contour_t& b) { return a.size() < b.size(); });
     return largest == contours.end() ? std::vector<contour_t>() : std::vector<contour_t>{std::move(*largest)};
 }
 
@@ -61,8 +60,7 @@ void merge(cv::Mat& region, cv::Mat& shift_frame_warp)
 void check_inside(const cv::Rect& place, const cv::Size& size)
 {
     CV_Assert(place.x >= 0 && place.width >= 0 && place.x <= size.width && place.width <= size.width - place.x);
-    CV_Assert(place.y >= 0 && place.height >= 0 && place.y <= size.height
-              && place.height <= size.height - place.y);
+    CV_Assert(place.y >= 0 && place.height >= 0 && place.y <= size.height && place.height <= size.height - place.y);
 }
 
 // A part of the grown panorama before the frame is laid onto it: the old one, and black around it.
@@ -82,8 +80,8 @@ struct margins {
     int top, bottom, left, right;
 
     explicit margins(const merged_frame& merged)
-        : top(merged.old_place.y), bottom(merged.grown_size.height - merged.old_place.br().y),
-          left(merged.old_place.x), right(merged.grown_size.width - merged.old_place.br().x)
+        : top(merged.old_place.y), bottom(merged.grown_size.height - merged.old_place.br().y), left(merged.old_place.x),
+          right(merged.grown_size.width - merged.old_place.br().x)
     {
     }
 };
@@ -98,8 +96,7 @@ int room_beyond(int growth, int length)
 cv::Mat with_room(cv::Size size, const margins& room)
 {
     try {
-        const cv::Mat storage(size.height + room.top + room.bottom, size.width + room.left + room.right,
-                              CV_8UC3);
+        const cv::Mat storage(size.height + room.top + room.bottom, size.width + room.left + room.right, CV_8UC3);
         return storage(cv::Rect(cv::Point(room.left, room.top), size));
     } catch (const cv::Exception&) {
         return {size, CV_8UC3};

@@ -74,11 +74,9 @@ described_frame describe(const cv::Mat& frame, const cv::Ptr<cv::AKAZE>& feature
     if (frame.rows > greatest_detection_height) {
         result.work_scale = static_cast<float>(greatest_detection_height) / static_cast<float>(frame.rows);
     }
-    cv::resize(frame, result.scaled_frame, cv::Size(), result.work_scale, result.work_scale,
-               cv::INTER_LINEAR_EXACT);
+    cv::resize(frame, result.scaled_frame, cv::Size(), result.work_scale, result.work_scale, cv::INTER_LINEAR_EXACT);
     cv::Mat akaze_descriptors;
-    feature_finder->detectAndCompute(result.scaled_frame, cv::Mat(), result.keypoints, akaze_descriptors,
-                                     false);
+    feature_finder->detectAndCompute(result.scaled_frame, cv::Mat(), result.keypoints, akaze_descriptors, false);
     // Floats, so that the matcher's k-d trees can index them.
     akaze_descriptors.convertTo(result.descriptors, CV_32F, one_byte, 0.0);
     return result;

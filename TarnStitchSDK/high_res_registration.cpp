@@ -64,8 +64,8 @@ cv::Mat register_frame(const neighbour_record& neighbour, cv::Size frame_size, c
 
 }  // namespace
 
-joined_frame join_frame(const neighbour_record& neighbour, const cv::Mat& frame,
-                        const described_frame& described, const std::function<void()>& registered)
+joined_frame join_frame(const neighbour_record& neighbour, const cv::Mat& frame, const described_frame& described,
+                        const std::function<void()>& registered)
 {
     joined_frame result;
     const cv::Mat panorama_from_frame = register_frame(neighbour, frame.size(), described, result.why);

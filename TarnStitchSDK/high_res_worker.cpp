@@ -9,8 +9,8 @@
 void stitch_big_image(cv::Mat frame, std::vector<float> angles, std::vector<float> scales, int direction,
                       int big_frame_index)
 {
-    tarn::live_as_worker({tarn::current_generation(), std::move(frame), std::move(angles), std::move(scales),
-                          direction, big_frame_index});
+    tarn::live_as_worker({tarn::current_generation(), std::move(frame), std::move(angles), std::move(scales), direction,
+                          big_frame_index});
 }
 
 namespace tarn {

@@ -226,9 +226,8 @@ int* reject(TarnStitcher& task, int* stitch_result, reason why)
 {
     store_release(task.stitcher_status, live_finished);
     account_of_this_thread().answer.why = why;
-    stitch_result[0] = why == reason::against_the_hint
-                           ? code_wrong_way
-                           : code_of_rejection(++task.failed_count, task.failed_thresh);
+    stitch_result[0] =
+        why == reason::against_the_hint ? code_wrong_way : code_of_rejection(++task.failed_count, task.failed_thresh);
     return stitch_result;
 }
 

@@ -53,8 +53,8 @@ bool is_made_of(const pyramid& levels, const cv::Mat& gray)
 void build(pyramid& levels, const cv::Mat& gray)
 {
     pyramid made = std::exchange(levels, {});
-    cv::buildOpticalFlowPyramid(gray, made, window(), max_level, true, cv::BORDER_REFLECT_101,
-                                cv::BORDER_CONSTANT, false);
+    cv::buildOpticalFlowPyramid(gray, made, window(), max_level, true, cv::BORDER_REFLECT_101, cv::BORDER_CONSTANT,
+                                false);
     levels = std::move(made);
 }
 
@@ -108,8 +108,7 @@ bool has_left(const cv::Point2f& place, const cv::Size& image)
 frame_flow::frame_flow(const cv::Mat& reference, const cv::Mat& gray, const std::vector<cv::Point2f>& points)
     : reference_(reference), gray_(gray), points_(points)
 {
-    if (points.empty() || !is_plain_gray(reference) || !is_plain_gray(gray)
-        || reference.size() != gray.size()) {
+    if (points.empty() || !is_plain_gray(reference) || !is_plain_gray(gray) || reference.size() != gray.size()) {
         return;  // the library's own business, and only when it is asked for
     }
     const int count = static_cast<int>(points_.size());
@@ -143,8 +142,8 @@ void frame_flow::add_piece(cv::Range range)
         const cv::Mat points(range.size(), 1, CV_32FC2, &points_[begin]);
         cv::Mat places(range.size(), 1, CV_32FC2, &flow_.places[begin]);
         cv::Mat found(range.size(), 1, CV_8UC1, &flow_.found[begin]);
-        cv::calcOpticalFlowPyrLK(from, to, points, places, found, cv::noArray(), window(), max_level,
-                                 criteria(), 0, min_eigenvalue);
+        cv::calcOpticalFlowPyrLK(from, to, points, places, found, cv::noArray(), window(), max_level, criteria(), 0,
+                                 min_eigenvalue);
         const cv::Size image = to[0].size();
         for (size_t i = begin; i < static_cast<size_t>(range.end); ++i) {
             if (has_left(flow_.places[i], image)) {
@@ -158,8 +157,8 @@ point_flow frame_flow::result()
 {
     if (pieces_.empty()) {
         std::vector<float> errors;
-        cv::calcOpticalFlowPyrLK(reference_, gray_, points_, flow_.places, flow_.found, errors, window(),
-                                 max_level, criteria(), 0, min_eigenvalue);
+        cv::calcOpticalFlowPyrLK(reference_, gray_, points_, flow_.places, flow_.found, errors, window(), max_level,
+                                 criteria(), 0, min_eigenvalue);
     }
     for (deferred_work& piece : pieces_) {
         piece.finish();

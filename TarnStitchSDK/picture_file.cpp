@@ -66,7 +66,8 @@ bool write_all(int descriptor, const std::vector<unsigned char>& bytes)
 }
 
 // A new file beside `path`, open for writing, whose name is put into `name`. The name is no longer than the shortest
-// one that is written here: where that one fits into the limits of the system, this one does. Its mode is what the umask
+// one that is written here: where that one fits into the limits of the system, this one does. Its mode is what the
+// umask
 // leaves of 0666, which mkostemp does not give.
 int open_new_file_beside(const std::string& path, std::string& name)
 {
@@ -84,8 +85,7 @@ int open_new_file_beside(const std::string& path, std::string& name)
         for (auto letter = name.end() - 6; letter != name.end(); ++letter) {
             *letter = letters[random(sizeof letters - 1)];
         }
-        descriptor =
-            open(name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, all_may_read_and_write);
+        descriptor = open(name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, all_may_read_and_write);
         if (descriptor >= 0 || errno != EEXIST) {
             break;
         }

@@ -31,9 +31,8 @@ cv::Mat grown_preview(const cv::Mat& panorama, cv::Size size, cv::Point at)
     return grown;
 }
 
-void paste_onto_preview(const cv::Mat& panorama, cv::Point at, cv::Mat& grown, const cv::Mat& frame,
-                        cv::Rect box, const cv::Mat& box_from_frame,
-                        std::vector<cv::Point2f>& transpose_corners)
+void paste_onto_preview(const cv::Mat& panorama, cv::Point at, cv::Mat& grown, const cv::Mat& frame, cv::Rect box,
+                        const cv::Mat& box_from_frame, std::vector<cv::Point2f>& transpose_corners)
 {
     // The panorama before, at the coordinates of the grown one, for the seam. It passes over what lies outside
     // of its images; so where nothing has moved, that is the old panorama, and otherwise only the box has pixels.
@@ -41,17 +40,15 @@ void paste_onto_preview(const cv::Mat& panorama, cv::Point at, cv::Mat& grown, c
     if (at != cv::Point() || panorama.type() != CV_8UC3) {
         // The pixels that the seam may read.
         const pixel_bounds reach(transpose_corners);
-        const cv::Rect seam_box =
-            cv::Rect({reach.left_x, reach.top_y}, cv::Point(reach.right_x, reach.bottom_y))
-            & cv::Rect(cv::Point(), grown.size());
+        const cv::Rect seam_box = cv::Rect({reach.left_x, reach.top_y}, cv::Point(reach.right_x, reach.bottom_y))
+                                  & cv::Rect(cv::Point(), grown.size());
         before = cv::Mat(grown.size(), CV_8UC3);
         cv::Mat box_before = before(seam_box);
         grown(seam_box).copyTo(box_before);
     }
     // The whole bounding box is overwritten, its black corners included; the seam puts the panorama back there.
     cv::Mat pasted = grown(box);
-    cv::warpPerspective(frame, pasted, box_from_frame, box.size(), cv::INTER_LINEAR, cv::BORDER_CONSTANT,
-                        cv::Scalar());
+    cv::warpPerspective(frame, pasted, box_from_frame, box.size(), cv::INTER_LINEAR, cv::BORDER_CONSTANT, cv::Scalar());
     if (pasted.u != grown.u) {  // a frame of another type, for which the view was replaced
         const cv::Mat place = grown(box);
         pasted.copyTo(place);

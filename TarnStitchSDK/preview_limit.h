@@ -23,7 +23,8 @@ void set_preview_limit(std::int64_t pixels);
 /// px. Any thread.
 std::int64_t preview_limit();
 
-/// Whether a key frame of the current task could not be laid onto the preview for its size. Any thread; never waits for a
+/// Whether a key frame of the current task could not be laid onto the preview for its size. Any thread; never waits for
+/// a
 /// frame.
 bool preview_is_frozen();
 

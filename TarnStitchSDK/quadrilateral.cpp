@@ -39,8 +39,7 @@ float signed_area(int xmin, int xmax, int ymin, int ymax)
 
 }  // namespace
 
-bool is_good_homo(const std::vector<cv::Point2f>& corners, const cv::Mat& frame, float area_thresh,
-                  float angle_thresh)
+bool is_good_homo(const std::vector<cv::Point2f>& corners, const cv::Mat& frame, float area_thresh, float angle_thresh)
 {
     if (corners.size() < corner_count) {
         return false;  // the convexity test answers so for an empty list; no caller passes one to three corners
@@ -61,8 +60,7 @@ bool is_good_homo(const std::vector<cv::Point2f>& corners, const cv::Mat& frame,
     }
 
     // Only what lies inside the frame's own rectangle counts as covered.
-    const auto frame_area =
-        static_cast<float>(static_cast<double>(frame.cols) * static_cast<double>(frame.rows));
+    const auto frame_area = static_cast<float>(static_cast<double>(frame.cols) * static_cast<double>(frame.rows));
     const auto green_box_area = static_cast<float>(tarn::polygon_coverage(frame.size(), contour));
     const float area_p = green_box_area / frame_area;
     return !(area_p < area_thresh);
@@ -94,7 +92,7 @@ float calc_hangle(const std::vector<cv::Point2f>& conners)
 
 float calc_vangle(const std::vector<cv::Point2f>& conners)
 {
-    // The greater tilt is the more upright edge's, so that this test is the lenient one. It is meant to be.
+    // The greater tilt is the more upright edge's, so that this test is the lenient one. By design.
     return 90.0f - greater_tilt(edge_tilt(conners[0], conners[3]), edge_tilt(conners[1], conners[2]));
 }
 
@@ -116,9 +114,8 @@ float single_box_iou(std::vector<cv::Point2f> pts1, std::vector<cv::Point2f> pts
 
     // The extents of the intersection are not clamped at zero. By design, though boxes apart in both axes
     // thereby seem to overlap.
-    const float inter_area =
-        signed_area(std::max(box1.left_x, box2.left_x), std::min(box1.right_x, box2.right_x),
-                    std::max(box1.top_y, box2.top_y), std::min(box1.bottom_y, box2.bottom_y));
+    const float inter_area = signed_area(std::max(box1.left_x, box2.left_x), std::min(box1.right_x, box2.right_x),
+                                         std::max(box1.top_y, box2.top_y), std::min(box1.bottom_y, box2.bottom_y));
     const float union_area = area1 + area2 - inter_area;
     return union_area < smallest_union ? 0.0f : inter_area / union_area;
 }

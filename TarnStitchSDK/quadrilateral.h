@@ -21,8 +21,7 @@
 /// @param area_thresh   0 to 1
 /// @param angle_thresh  degrees; both comparisons with it are strict, and a NaN tilt passes
 /// @throws cv::Exception when the mask of the frame's size cannot be allocated
-bool is_good_homo(const std::vector<cv::Point2f>& corners, const cv::Mat& frame, float area_thresh,
-                  float angle_thresh);
+bool is_good_homo(const std::vector<cv::Point2f>& corners, const cv::Mat& frame, float area_thresh, float angle_thresh);
 
 /// Convexity of the polygon through all of `corners`, in float coordinates; false for an empty list.
 bool is_convex(const std::vector<cv::Point2f>& corners);

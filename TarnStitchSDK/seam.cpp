@@ -71,9 +71,7 @@ public:
     {
         const auto y = static_cast<float>(row);
         const float rising = k_ < 0.0f ? -1.0f : 1.0f;
-        const auto rising_offset = [&](int column) {
-            return rising * (k_ * static_cast<float>(column) + b_ - y);
-        };
+        const auto rising_offset = [&](int column) { return rising * (k_ * static_cast<float>(column) + b_ - y); };
         const double centre = (static_cast<double>(y) - b_) / k_;
         const double reach = std::fabs(static_cast<double>(limit_) / k_);
         const int begin = first_failing(range, std::ceil(centre - reach),
@@ -141,8 +139,7 @@ void optimizeSeam(cv::Mat& last_img, cv::Mat& stitched_image, std::vector<cv::Po
 
     // The frame that was just pasted lies inside both images; anything else is kept from reaching outside.
     const cv::Range rows(std::max(box.top_y, 0), std::min({box.bottom_y, last_img.rows, stitched_image.rows}));
-    const cv::Range columns(std::max(box.left_x, 0),
-                            std::min({box.right_x, last_img.cols, stitched_image.cols}));
+    const cv::Range columns(std::max(box.left_x, 0), std::min({box.right_x, last_img.cols, stitched_image.cols}));
     if (columns.start >= columns.end) {
         return;
     }

@@ -34,5 +34,4 @@ void optimizeSeam(cv::Mat& last_img, cv::Mat& stitched_image, std::vector<cv::Po
 /// @param target_image     the merged region, CV_8UC3 of the same size; changed in place, must not share pixels
 ///                         with the source
 /// @throws cv::Exception for an image that is empty or not CV_8UC3, or when the sizes differ
-void fill_contours(std::vector<std::vector<cv::Point>> target_contours, cv::Mat& source_image,
-                   cv::Mat& target_image);
+void fill_contours(std::vector<std::vector<cv::Point>> target_contours, cv::Mat& source_image, cv::Mat& target_image);

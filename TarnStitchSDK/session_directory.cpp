@@ -268,8 +268,7 @@ void session_directory::remove_what_was_made() const noexcept
         return;
     }
     try {
-        for (std::string made = innermost_made_;
-             made.size() >= topmost_made_.size() && rmdir(made.c_str()) == 0;) {
+        for (std::string made = innermost_made_; made.size() >= topmost_made_.size() && rmdir(made.c_str()) == 0;) {
             made = parent_of(made);
         }
     } catch (const std::exception&) {
@@ -290,8 +289,7 @@ bool touches_directory(const sweep_options& options, const std::string& director
     }
     // A private directory is a new one, so what lies beside it does not matter.
     const std::optional<identity> own = identity_of(asked_for);
-    return own && !options.directory.empty() && holds(*own, directory)
-           && has_nothing_beside(asked_for, directory);
+    return own && !options.directory.empty() && holds(*own, directory) && has_nothing_beside(asked_for, directory);
 }
 
 }  // namespace tarn

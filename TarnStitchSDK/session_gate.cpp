@@ -131,9 +131,8 @@ gate_pass gate_pass::wait_to_enter(const session* current)
 {
     gate& g = the_gate();
     std::unique_lock<std::mutex> lock(g.mutex);
-    g.changed.wait(lock, [&] {
-        return g.process_ends || is_over(g, current) || (!g.occupied && g.replacements_waiting == 0);
-    });
+    g.changed.wait(
+        lock, [&] { return g.process_ends || is_over(g, current) || (!g.occupied && g.replacements_waiting == 0); });
     if (g.process_ends) {
         return gate_pass(admission::process_ends);
     }

@@ -88,9 +88,7 @@ struct coordinates {
     void locate(const std::vector<double>& length, double centre, Sine sine)
     {
         constexpr size_t half = cv::v_float64x2::nlanes;
-        const auto locate_half = [&](size_t i) {
-            return sine(i) * cv::v_load(&length[i]) + cv::v_setall_f64(centre);
-        };
+        const auto locate_half = [&](size_t i) { return sine(i) * cv::v_load(&length[i]) + cv::v_setall_f64(centre); };
         for (size_t i = 0; i < length.size(); i += lanes) {
             const cv::v_float32x4 point = cv::v_cvt_f32(locate_half(i), locate_half(i + half));
             const cv::v_int32x4 pixel = cv::v_trunc(point);
@@ -188,9 +186,8 @@ bool sample(const source_pixels& source, float point_x, float point_y, uchar* ta
     const auto weight_bl = static_cast<float>((1.0 - dx) * dy);
     const float weight_br = dx * dy;
     for (int c = 0; c < 3; ++c) {
-        const float value =
-            weight_tl * static_cast<float>(upper[c]) + weight_tr * static_cast<float>(upper[c + 3])
-            + weight_bl * static_cast<float>(lower[c]) + weight_br * static_cast<float>(lower[c + 3]);
+        const float value = weight_tl * static_cast<float>(upper[c]) + weight_tr * static_cast<float>(upper[c + 3])
+                            + weight_bl * static_cast<float>(lower[c]) + weight_br * static_cast<float>(lower[c + 3]);
         target[c] = static_cast<uchar>(static_cast<int>(value));
     }
     return true;
@@ -249,18 +246,18 @@ void sample_four(const source_pixels& source, const places& x, const places& y, 
     const auto mean = [](const cv::v_float32x4& sum, const cv::v_uint32x4& byte) {
         return cv::v_reinterpret_as_u32(cv::v_trunc(sum)) & byte;
     };
-    const cv::v_uint32x4 blue = mean(
-        weight_tl * to_float(upper.first & low_byte) + weight_tr * to_float(cv::v_shr<24>(upper.first))
-            + weight_bl * to_float(lower.first & low_byte) + weight_br * to_float(cv::v_shr<24>(lower.first)),
-        low_byte);
-    const cv::v_uint32x4 green = mean(
-        weight_tl * to_float(upper.first & second_byte) + lifted_tr * to_float(upper.second & low_byte)
-            + weight_bl * to_float(lower.first & second_byte) + lifted_br * to_float(lower.second & low_byte),
-        second_byte);
-    const cv::v_uint32x4 red = mean(
-        weight_tl * to_float(upper.first & third_byte) + lifted_tr * to_float(upper.second & second_byte)
-            + weight_bl * to_float(lower.first & third_byte) + lifted_br * to_float(lower.second & second_byte),
-        third_byte);
+    const cv::v_uint32x4 blue =
+        mean(weight_tl * to_float(upper.first & low_byte) + weight_tr * to_float(cv::v_shr<24>(upper.first))
+                 + weight_bl * to_float(lower.first & low_byte) + weight_br * to_float(cv::v_shr<24>(lower.first)),
+             low_byte);
+    const cv::v_uint32x4 green =
+        mean(weight_tl * to_float(upper.first & second_byte) + lifted_tr * to_float(upper.second & low_byte)
+                 + weight_bl * to_float(lower.first & second_byte) + lifted_br * to_float(lower.second & low_byte),
+             second_byte);
+    const cv::v_uint32x4 red =
+        mean(weight_tl * to_float(upper.first & third_byte) + lifted_tr * to_float(upper.second & second_byte)
+                 + weight_bl * to_float(lower.first & third_byte) + lifted_br * to_float(lower.second & second_byte),
+             third_byte);
     std::array<std::uint32_t, lanes> result;
     cv::v_store(result.data(), blue | green | red);
     for (size_t i = 0; i < lanes; ++i) {
@@ -271,8 +268,7 @@ void sample_four(const source_pixels& source, const places& x, const places& y, 
 // Fills one target row. Returns the first and the last column that the source reaches; with none, the last is -1.
 // Begins to load what a row reads that is some source rows ahead: away from the middle row, where no row read
 // before has been. The source's rows are crossed aslant, so that no processor guesses by itself what is needed.
-cv::Range project_row(const source_pixels source, const source_points& points, int width, int ahead,
-                      uchar* target)
+cv::Range project_row(const source_pixels source, const source_points& points, int width, int ahead, uchar* target)
 {
     const cv::Range inside = points.inside;
     const places x = points.x.all();
@@ -326,8 +322,8 @@ void SphericalProjection(cv::Mat& imgMat, cv::Mat& output, float angle)
                 if (y < map.size.height) {
                     points.locate_rows(map, y);
                     written[static_cast<size_t>(y)] =
-                        project_row(source, points, map.size.width,
-                                    y < middle ? -source_rows_ahead : source_rows_ahead, destImgMat.ptr(y));
+                        project_row(source, points, map.size.width, y < middle ? -source_rows_ahead : source_rows_ahead,
+                                    destImgMat.ptr(y));
                 }
             }
         }
@@ -348,6 +344,6 @@ void SphericalProjection(cv::Mat& imgMat, cv::Mat& output, float angle)
             ymax = y;
         }
     }
-    // The last column and row written fall outside the region. This is meant.
+    // The last column and row written fall outside the region. By design.
     output = destImgMat(cv::Rect(xmin, ymin, xmax - xmin, ymax - ymin));
 }

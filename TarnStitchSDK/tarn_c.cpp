@@ -47,8 +47,7 @@ tarn_result answer_of(const Work& work) noexcept
     } catch (const std::bad_alloc&) {
         return fail(TARN_ERROR_NO_MEMORY, "no memory");
     } catch (const cv::Exception& error) {
-        return fail(error.code == cv::Error::StsNoMem ? TARN_ERROR_NO_MEMORY : TARN_ERROR_UNEXPECTED,
-                    error.what());
+        return fail(error.code == cv::Error::StsNoMem ? TARN_ERROR_NO_MEMORY : TARN_ERROR_UNEXPECTED, error.what());
     } catch (const std::exception& error) {
         return fail(TARN_ERROR_UNEXPECTED, error.what());
     } catch (...) {
@@ -74,8 +73,7 @@ void require_outside_of_callbacks()
 const cv::Mat& image_of(const held_panorama& panorama)
 {
     if (panorama.result.image.empty()) {
-        throw c_failure{TARN_ERROR_NO_PANORAMA,
-                        std::string("there is no panorama: ") + name_of(panorama.result.why)};
+        throw c_failure{TARN_ERROR_NO_PANORAMA, std::string("there is no panorama: ") + name_of(panorama.result.why)};
     }
     return panorama.result.image;
 }

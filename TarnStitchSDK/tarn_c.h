@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // One sweep of the camera for hosts in C, and in every language that speaks it: from the first frame to the panorama.
-// C99 and C++; neither the image library nor an exception shows here.
+// C99 and C++; neither OpenCV nor an exception shows here.
 //
 //     tarn_sweep* sweep;
 //     if (tarn_sweep_begin(NULL, &sweep) != TARN_OK)
@@ -32,33 +32,41 @@
 // takes its default or is not told; what an older library does not know is refused unless it is 0
 // (TARN_ERROR_UNSUPPORTED), or told as 0.
 //
-// Failure: functions that can fail return a tarn_result, which is TARN_OK or one of enum tarn_error, and tarn_last_error
+// Failure: functions that can fail return a tarn_result, which is TARN_OK or one of enum tarn_error, and
+// tarn_last_error
 // has the text. Handles that such a call should have given are then null, and structures are as they were. What
 // becomes of a frame or of the panorama is no failure but a value, in tarn_answer and tarn_panorama_info.
 //
-// One at a time: the library works on one sweep per process. Beginning another one ends the one before, wherever it was;
+// One at a time: the library works on one sweep per process. Beginning another one ends the one before, wherever it
+// was;
 // its functions then answer TARN_ERROR_OVER, and its handle is freed all the same. Panoramas and pictures outlive their
 // sweep.
 //
 // Threads: every function may be called from any thread at any time.
-//   tarn_sweep_feed            while another call is inside, or somebody waits to begin or to cancel: not taken, at once;
-//                              TARN_CODE_LOST, TARN_REASON_BUSY, or TARN_CODE_PIPELINE_FAILED where that has failed anyway
+//   tarn_sweep_feed            while another call is inside, or somebody waits to begin or to cancel: not taken, at
+//   once;
+//                              TARN_CODE_LOST, TARN_REASON_BUSY, or TARN_CODE_PIPELINE_FAILED where that has failed
+//                              anyway
 //   tarn_sweep_finish          waits for the call inside, then has its turn
 //   tarn_sweep_begin, tarn_sweep_cancel, tarn_sweep_free
 //                              wait for the call inside; one that waits for workers is told to give up first
 //   all others                 never wait for a frame: they see what there was after the last call that has returned
 // A handle may be freed while another thread's call uses it: that call ends in order.
 //
-// Callbacks run on the thread of the call that they were given to, which goes on when they return. Their first parameter
-// is what the host gave as `user`. What they are handed by address is theirs until they return. They may call everything
-// but tarn_sweep_begin, tarn_sweep_feed and tarn_sweep_finish, which answer TARN_ERROR_IN_CALLBACK; tarn_sweep_cancel and
+// Callbacks run on the thread of the call that they were given to, which goes on when they return. Their first
+// parameter
+// is what the host gave as `user`. What they are handed by address is theirs until they return. They may call
+// everything
+// but tarn_sweep_begin, tarn_sweep_feed and tarn_sweep_finish, which answer TARN_ERROR_IN_CALLBACK; tarn_sweep_cancel
+// and
 // tarn_sweep_free take effect when the call returns.
 //
 // Waits: every one is bounded.
 //
 // Texts are UTF-8 or what a path was given as, and end with a NUL. Flags are 0 or 1.
 //
-// Coordinates: x is the column, y the row, y grows downward; (0, 0) is the centre of the top-left pixel. Corners come as
+// Coordinates: x is the column, y the row, y grows downward; (0, 0) is the centre of the top-left pixel. Corners come
+// as
 // x, y of the top-left, top-right, bottom-right and bottom-left one. Frames are taken as the sensor of a device held
 // upright delivers them, lying on their side: the panorama is turned by 90 degrees clockwise against the frames, the
 // preview is not.
@@ -99,16 +107,15 @@ enum tarn_error {
     TARN_ERROR_BAD_ARGUMENT = 1,         ///< the text names the argument and its value
     TARN_ERROR_OVER = 2,                 ///< the sweep was cancelled, or another one was begun after it
     TARN_ERROR_DIRECTORY_NOT_EMPTY = 3,  ///< something lies in the directory that a sweep should use
-    TARN_ERROR_DIRECTORY_UNUSABLE =
-        4,                            ///< it cannot be made, or not be read and written, or nobody may empty it
-    TARN_ERROR_NO_PANORAMA = 5,       ///< there is none; tarn_panorama_get_info says why
-    TARN_ERROR_NO_MEMORY = 6,         ///< memory is short
-    TARN_ERROR_DISK = 7,              ///< a file could not be written
-    TARN_ERROR_PROCESS_ENDS = 8,      ///< the process is ending
-    TARN_ERROR_NO_SUCH_HANDLE = 100,  ///< a handle is null, was freed, or is none of the kind that is asked for
-    TARN_ERROR_UNSUPPORTED = 101,     ///< a structure asks for what only a newer library has
-    TARN_ERROR_IN_CALLBACK = 102,     ///< a call from a callback that could only wait for itself
-    TARN_ERROR_UNEXPECTED = 103       ///< anything else; the text is that of the C++ exception
+    TARN_ERROR_DIRECTORY_UNUSABLE = 4,   ///< it cannot be made, or not be read and written, or nobody may empty it
+    TARN_ERROR_NO_PANORAMA = 5,          ///< there is none; tarn_panorama_get_info says why
+    TARN_ERROR_NO_MEMORY = 6,            ///< memory is short
+    TARN_ERROR_DISK = 7,                 ///< a file could not be written
+    TARN_ERROR_PROCESS_ENDS = 8,         ///< the process is ending
+    TARN_ERROR_NO_SUCH_HANDLE = 100,     ///< a handle is null, was freed, or is none of the kind that is asked for
+    TARN_ERROR_UNSUPPORTED = 101,        ///< a structure asks for what only a newer library has
+    TARN_ERROR_IN_CALLBACK = 102,        ///< a call from a callback that could only wait for itself
+    TARN_ERROR_UNEXPECTED = 103          ///< anything else; the text is that of the C++ exception
 };
 
 /// A name in lower case, as "bad argument"; "unknown" for a number that has none. Static storage.
@@ -161,7 +168,7 @@ enum tarn_reason {
     TARN_REASON_AGAINST_THE_HINT = 7,   ///< the camera goes the other way
     TARN_REASON_NOT_CONVEX = 8,         ///< the frame, mapped into the preview, is no convex quadrilateral
     TARN_REASON_OUT_OF_SCALE = 9,       ///< a side of it is shorter than 2 px or longer than 4000 px
-    TARN_REASON_UNUSABLE_FRAME = 10,    ///< an error of the image library: tarn_answer.detail
+    TARN_REASON_UNUSABLE_FRAME = 10,    ///< an error of OpenCV: tarn_answer.detail
     TARN_REASON_TOO_FEW_MATCHES = 11,   ///< a key frame has fewer than 20 matches with the one before
     TARN_REASON_NO_HOMOGRAPHY = 12,     ///< its matches agree on no motion
     TARN_REASON_SHAPE_REFUSED = 13,     ///< mapped into the panorama, it is no convex quadrilateral
@@ -196,8 +203,7 @@ const char* tarn_reason_advice(int reason);
 /* Structures. */
 
 /// Clears a structure of this header and sets its size; as a statement: `tarn_image frame; TARN_INIT(frame);`
-#define TARN_INIT(structure)                                                                                   \
-    (memset(&(structure), 0, sizeof(structure)), (void)((structure).size = sizeof(structure)))
+#define TARN_INIT(structure) (memset(&(structure), 0, sizeof(structure)), (void)((structure).size = sizeof(structure)))
 
 /// How the bytes of a pixel lie. Alpha is ignored.
 enum tarn_format {
@@ -220,10 +226,9 @@ typedef struct tarn_image {
     const void* pixels;  ///< first byte of the top row
     int width;           ///< px; of a frame 1 to 16384
     int height;          ///< px; of a frame 1 to 16384
-    size_t
-        row_stride;  ///< bytes from row to row, at least width times the bytes of a pixel; of a frame also 0: no
-                     ///< padding. The last row needs none behind it
-    int format;      ///< of enum tarn_format
+    size_t row_stride;   ///< bytes from row to row, at least width times the bytes of a pixel; of a frame also 0: no
+                         ///< padding. The last row needs none behind it
+    int format;          ///< of enum tarn_format
 } tarn_image;
 
 /// A frame that was given to a worker, for a host that wants to do something with it later.
@@ -250,15 +255,18 @@ typedef struct tarn_sweep_options {
     /// Where a private directory is made. Null or "": the system's directory for temporary files.
     const char* private_parent;
     void* user;  ///< handed to the callbacks
-    /// Called again and again while tarn_sweep_feed or tarn_sweep_finish waits for workers, with the number of key frames
+    /// Called again and again while tarn_sweep_feed or tarn_sweep_finish waits for workers, with the number of key
+    /// frames
     /// under way; 0 ends the wait: the frame is not handed over, a finish gives what there is.
     int (*while_waiting)(void* user, int under_way);
     /// Is given each key frame as it goes to its worker, before the call returns.
     void (*on_key_frame)(void* user, const tarn_key_frame* key_frame);
     /// Is given the log of each call. Null: nothing is written. Standard output stays untouched.
     void (*on_log)(void* user, const char* text);
-    /// Key frames that may be under way at once, that of the frame that is handed over included. 0: as many as come, for
-    /// a camera, whose frames cannot wait. For a file 1 or more: tarn_sweep_feed waits for room first, and for the workers
+    /// Key frames that may be under way at once, that of the frame that is handed over included. 0: as many as come,
+    /// for
+    /// a camera, whose frames cannot wait. For a file 1 or more: tarn_sweep_feed waits for room first, and for the
+    /// workers
     /// when the pipeline seems to have failed, since one that was waiting for its turn may bring it back;
     /// tarn_sweep_finish waits for all of them before it hands a last frame over.
     int most_under_way;
@@ -280,12 +288,12 @@ typedef struct tarn_answer {
     int inliers;          ///< of these, that agree on one motion
     float overlap;        ///< with the last key frame, 0 to 1; below 0.7 a frame becomes one
     int placed;           ///< the frame was taken and lies in the preview
-    float outline
-        [8];  ///< corners of the frame taken last, in the preview; may reach beyond it until the next key frame
-    float angles[4];      ///< degrees, of the frame measured last, mapped into the last key frame: its corners
-    float scales[4];      ///< its sides, top first, clockwise, over a frame's own
+    float
+        outline[8];   ///< corners of the frame taken last, in the preview; may reach beyond it until the next key frame
+    float angles[4];  ///< degrees, of the frame measured last, mapped into the last key frame: its corners
+    float scales[4];  ///< its sides, top first, clockwise, over a frame's own
     double milliseconds;  ///< spent in the library on it, waits for room not included
-    char detail[256];     ///< what the image library said of an unusable frame, cut to fit; else ""
+    char detail[256];     ///< what OpenCV said of an unusable frame, cut to fit; else ""
 } tarn_answer;
 
 /// Where a sweep stands.
@@ -336,8 +344,8 @@ typedef struct tarn_panorama_info {
 
 // NOLINTEND(modernize-use-using)
 
-/* A sweep. The functions answer TARN_ERROR_NO_SUCH_HANDLE and TARN_ERROR_BAD_ARGUMENT, where a pointer that is needed is
-   null, a size is none of the structure, or a value is out of its range; and TARN_ERROR_OVER, where they say so. */
+/* A sweep. The functions answer TARN_ERROR_NO_SUCH_HANDLE and TARN_ERROR_BAD_ARGUMENT, where a pointer that is needed
+   is null, a size is none of the structure, or a value is out of its range; and TARN_ERROR_OVER, where they say so. */
 
 /// Begins a sweep and ends the one before.
 /// @param options  null: all defaults

@@ -15,18 +15,14 @@ constexpr bool is_numbered(int number, Enumeration value)
     return number == static_cast<int>(value);
 }
 
-static_assert(is_numbered(TARN_CODE_PIPELINE_FAILED, code_pipeline_failed)
-              && is_numbered(TARN_CODE_LOST, code_lost) && is_numbered(TARN_CODE_NORMAL, code_normal)
-              && is_numbered(TARN_CODE_FEW_DETAILS, code_few_details)
+static_assert(is_numbered(TARN_CODE_PIPELINE_FAILED, code_pipeline_failed) && is_numbered(TARN_CODE_LOST, code_lost)
+              && is_numbered(TARN_CODE_NORMAL, code_normal) && is_numbered(TARN_CODE_FEW_DETAILS, code_few_details)
               && is_numbered(TARN_CODE_VERY_FEW_DETAILS, code_very_few_details)
-              && is_numbered(TARN_CODE_WRONG_WAY, code_wrong_way)
-              && is_numbered(TARN_CODE_TOO_FAST, code_too_fast) && is_numbered(TARN_CODE_SKEWED, code_skewed)
-              && is_numbered(TARN_CODE_SKEWED, highest_code));
+              && is_numbered(TARN_CODE_WRONG_WAY, code_wrong_way) && is_numbered(TARN_CODE_TOO_FAST, code_too_fast)
+              && is_numbered(TARN_CODE_SKEWED, code_skewed) && is_numbered(TARN_CODE_SKEWED, highest_code));
 static_assert(is_numbered(TARN_DIRECTION_UNDECIDED, direction_undecided)
-              && is_numbered(TARN_DIRECTION_DOWN, direction_down)
-              && is_numbered(TARN_DIRECTION_UP, direction_up)
-              && is_numbered(TARN_DIRECTION_RIGHT, direction_right)
-              && is_numbered(TARN_DIRECTION_LEFT, direction_left)
+              && is_numbered(TARN_DIRECTION_DOWN, direction_down) && is_numbered(TARN_DIRECTION_UP, direction_up)
+              && is_numbered(TARN_DIRECTION_RIGHT, direction_right) && is_numbered(TARN_DIRECTION_LEFT, direction_left)
               && is_numbered(TARN_DIRECTION_LEFT, last_direction_code));
 static_assert(is_numbered(TARN_PIPELINE_EMPTY, pipeline_empty) && is_numbered(TARN_PIPELINE_BUSY, pipeline_busy)
               && is_numbered(TARN_PIPELINE_READY, pipeline_ready)
@@ -48,8 +44,7 @@ static_assert(is_numbered(TARN_REASON_NONE, reason::none) && is_numbered(TARN_RE
               && is_numbered(TARN_REASON_TOO_LARGE, reason::too_large)
               && is_numbered(TARN_REASON_TIMED_OUT, reason::timed_out)
               && is_numbered(TARN_REASON_NO_MEMORY, reason::no_memory)
-              && is_numbered(TARN_REASON_NO_THREAD, reason::no_thread)
-              && is_numbered(TARN_REASON_DISK, reason::disk)
+              && is_numbered(TARN_REASON_NO_THREAD, reason::no_thread) && is_numbered(TARN_REASON_DISK, reason::disk)
               && is_numbered(TARN_REASON_CANCELLED, reason::cancelled)
               && is_numbered(TARN_REASON_PROCESS_ENDS, reason::process_ends)
               && is_numbered(TARN_REASON_NO_FRAMES, reason::no_frames));
@@ -61,10 +56,8 @@ static_assert(is_numbered(TARN_ERROR_BAD_ARGUMENT, sweep_problem::bad_argument)
               && is_numbered(TARN_ERROR_NO_MEMORY, sweep_problem::no_memory)
               && is_numbered(TARN_ERROR_DISK, sweep_problem::disk)
               && is_numbered(TARN_ERROR_PROCESS_ENDS, sweep_problem::process_ends));
-static_assert(is_numbered(TARN_FORMAT_RGBA, pixel_format::rgba)
-              && is_numbered(TARN_FORMAT_BGRA, pixel_format::bgra)
-              && is_numbered(TARN_FORMAT_BGR, pixel_format::bgr)
-              && is_numbered(TARN_FORMAT_GRAY, pixel_format::gray));
+static_assert(is_numbered(TARN_FORMAT_RGBA, pixel_format::rgba) && is_numbered(TARN_FORMAT_BGRA, pixel_format::bgra)
+              && is_numbered(TARN_FORMAT_BGR, pixel_format::bgr) && is_numbered(TARN_FORMAT_GRAY, pixel_format::gray));
 static_assert(is_numbered(TARN_EXTENT_MISSING, panorama_extent::missing)
               && is_numbered(TARN_EXTENT_PARTIAL, panorama_extent::partial)
               && is_numbered(TARN_EXTENT_WHOLE, panorama_extent::whole));

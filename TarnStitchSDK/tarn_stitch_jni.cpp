@@ -47,8 +47,7 @@ void start_task(const std::string& _local_path)
         tarn_stitcher.remove_local_path();
     }
     constexpr mode_t owner_may_write = 0200;  // exactly this mode
-    if (_local_path.empty() || isFloderexit(_local_path.c_str())
-        || mkdir(_local_path.c_str(), owner_may_write) == 0) {
+    if (_local_path.empty() || isFloderexit(_local_path.c_str()) || mkdir(_local_path.c_str(), owner_may_write) == 0) {
         TarnStitcher fresh(_local_path);
         const auto nobody_looks = tarn::lock_handover();
         tarn_stitcher = std::move(fresh);
@@ -65,8 +64,7 @@ int resetStitch(const char* input_path)
         const std::string _local_path = input_path == nullptr ? "" : input_path;
         const clock::time_point begun = clock::now();
         // Held throughout, so that no worker of the old task puts a file into a directory just emptied.
-        const auto no_file_is_written =
-            tarn::lock_directory_until(begun + microseconds(longest_sum + one_sleep));
+        const auto no_file_is_written = tarn::lock_directory_until(begun + microseconds(longest_sum + one_sleep));
         if (no_file_is_written) {
             const auto waited = std::chrono::duration_cast<microseconds>(clock::now() - begun).count();
             if (const auto members = wait_while_busy(static_cast<int>(waited))) {

@@ -31,7 +31,8 @@ extern TarnStitcher tarn_stitcher;
 /// Starts a new task: removes the working directory of the old one if the path changes; creates the new one if it is
 /// missing, else empties it.
 ///
-/// Waits for 1.1 seconds at most, all in all: for a worker that is just writing its file, for a frame that another thread
+/// Waits for 1.1 seconds at most, all in all: for a worker that is just writing its file, for a frame that another
+/// thread
 /// has inside, and where a task is marked busy without a frame. If the file or the frame takes longer - a disk does not
 /// answer, a thread has been stopped - no new task can begin: the old one stays in place, but has ended. Its
 /// workers leave, its frames are answered -1, "start again", and so does the host with another reset. What cannot be

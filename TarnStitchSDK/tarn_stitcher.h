@@ -43,8 +43,8 @@
 
 /// What is kept of the frame accepted last, against which the next one is registered.
 struct stitch_data {
-    cv::Mat scaled_gray_frame;  ///< the frame, at most 300 px wide, CV_8UC1
-    float work_scale = 0.0f;    ///< factor between the tracked and the scaled frame; set before use
+    cv::Mat scaled_gray_frame;                ///< the frame, at most 300 px wide, CV_8UC1
+    float work_scale = 0.0f;                  ///< factor between the tracked and the scaled frame; set before use
     std::vector<cv::Point2f> good_keypoints;  ///< corners found in scaled_gray_frame
     cv::Mat descriptors;                      ///< unused by the live path
     /// The frame into the preview panorama.
@@ -67,20 +67,20 @@ public:
     int stitcher_status = 0;  ///< 0 new, 1 a frame is being registered, 3 the newest frame is done with
     int failed_count = 0;     ///< consecutive rejected frames
     int failed_thresh = 10;   ///< rejections from which on code 0 is given; also the speed window, in frames
-    std::vector<float> last_move_distances;  ///< px of the scaled frame, one per accepted frame, newest last
-    float iou_thresh = 0.7f;        ///< overlap with the last key frame below which a frame becomes one
-    float area_thresh = 0.5f;       ///< least part of the reference frame that a frame must cover
-    float angle_thresh = 10.0f;     ///< degrees: greatest tilt of a frame's edges from frame to frame
-    float inline_thresh = 0.1f;     ///< least share of RANSAC inliers
-    int matches_thresh = 10;        ///< least number of corners and of tracked points
-    float check_match_conf = 0.2f;  ///< kept for hosts; the worker uses a constant of its own
-    int frame_index = 0;            ///< frames with enough corners so far
+    std::vector<float> last_move_distances;     ///< px of the scaled frame, one per accepted frame, newest last
+    float iou_thresh = 0.7f;                    ///< overlap with the last key frame below which a frame becomes one
+    float area_thresh = 0.5f;                   ///< least part of the reference frame that a frame must cover
+    float angle_thresh = 10.0f;                 ///< degrees: greatest tilt of a frame's edges from frame to frame
+    float inline_thresh = 0.1f;                 ///< least share of RANSAC inliers
+    int matches_thresh = 10;                    ///< least number of corners and of tracked points
+    float check_match_conf = 0.2f;              ///< kept for hosts; the worker uses a constant of its own
+    int frame_index = 0;                        ///< frames with enough corners so far
     std::vector<cv::Point2f> last_warp_points;  ///< corners of the last key frame in the preview
     int big_frame_index = 0;                    ///< frames handed to workers so far
-    float total_shift_x = 0.0f;  ///< px by which the preview must grow to the left at the next key frame
-    float total_shift_y = 0.0f;  ///< px by which it must grow upwards
-    cv::Mat last_frame;          ///< newest frame with enough corners, full size, B,G,R
-    cv::Mat last_stitch_image;   ///< the preview panorama, CV_8UC3
+    float total_shift_x = 0.0f;                 ///< px by which the preview must grow to the left at the next key frame
+    float total_shift_y = 0.0f;                 ///< px by which it must grow upwards
+    cv::Mat last_frame;                         ///< newest frame with enough corners, full size, B,G,R
+    cv::Mat last_stitch_image;                  ///< the preview panorama, CV_8UC3
     int last_direction = 0;  ///< direction of the last accepted frame, 0 to 4; the first one seen, even of a
                              ///< frame that is rejected later, while it is 0
     std::vector<float> last_angles = std::vector<float>(4, 90.0f);  ///< degrees, of the last measured frame
@@ -108,7 +108,8 @@ public:
     ///                     so the caller must not write them any more
     /// @param direction    the host's hint, 0 to 4; motion opposite to it is rejected. 0: any motion is welcome
     /// @param is_last_one  not 0: finish the sweep with this frame, waiting for the workers and writing the file
-    /// @returns two ints in storage of the calling thread's, overwritten by the next call: the result code (-1 to 6, see
+    /// @returns two ints in storage of the calling thread's, overwritten by the next call: the result code (-1 to 6,
+    /// see
     ///          videoStitch) and 0
     /// @throws cv::Exception and whatever else OpenCV or the start of a thread raises;
     ///         stitcher_status may be left at 1

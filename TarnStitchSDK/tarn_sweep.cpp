@@ -26,8 +26,7 @@ namespace {
 
 [[noreturn]] void refuse_as_over()
 {
-    throw sweep_error(sweep_problem::over,
-                      "this sweep is over: it was ended, or another one was begun after it");
+    throw sweep_error(sweep_problem::over, "this sweep is over: it was ended, or another one was begun after it");
 }
 
 [[noreturn]] void refuse_as_process_ends()
@@ -61,8 +60,7 @@ void enter(gate_replacement& turn)
 
 }  // namespace
 
-sweep_error::sweep_error(sweep_problem problem, const std::string& text)
-    : std::runtime_error(text), problem_(problem)
+sweep_error::sweep_error(sweep_problem problem, const std::string& text) : std::runtime_error(text), problem_(problem)
 {
 }
 
@@ -73,17 +71,15 @@ sweep::sweep(std::shared_ptr<state> held) : state_(std::move(held))
 sweep sweep::begin(sweep_options options)
 {
     if (options.most_under_way < 0) {
-        throw sweep_error(sweep_problem::bad_argument, "most_under_way is "
-                                                           + std::to_string(options.most_under_way)
-                                                           + "; it must be at least 0");
+        throw sweep_error(sweep_problem::bad_argument,
+                          "most_under_way is " + std::to_string(options.most_under_way) + "; it must be at least 0");
     }
     if (!be_ready_for_the_end_of_the_process()) {
         refuse_as_process_ends();
     }
     check_that_no_call_is_waiting("begin");
     gate_replacement turn;
-    if (const std::shared_ptr<session> old = current_session();
-        old && touches_directory(options, old->directory())) {
+    if (const std::shared_ptr<session> old = current_session(); old && touches_directory(options, old->directory())) {
         enter(turn);
         end_current_session();
     }
@@ -204,14 +200,12 @@ bool sweep::wait_for_room(int most, std::chrono::milliseconds time_out,
                           const std::function<bool(int under_way)>& while_waiting)
 {
     if (most < 0) {
-        throw sweep_error(sweep_problem::bad_argument,
-                          "most is " + std::to_string(most) + "; it must be at least 0");
+        throw sweep_error(sweep_problem::bad_argument, "most is " + std::to_string(most) + "; it must be at least 0");
     }
     stall_watch watch(status().under_way);
     while (watch.under_way() > most) {
         const bool has_to_leave = shall_give_up() && gate_pass::this_thread_is_inside();
-        if (watch.milliseconds() >= static_cast<double>(time_out.count()) || watch.has_stalled()
-            || has_to_leave) {
+        if (watch.milliseconds() >= static_cast<double>(time_out.count()) || watch.has_stalled() || has_to_leave) {
             return false;
         }
         if (while_waiting && !while_waiting(watch.under_way())) {

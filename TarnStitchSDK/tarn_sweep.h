@@ -60,9 +60,8 @@ struct frame_view {
     const void* pixels = nullptr;  ///< first byte of the top row
     int width = 0;                 ///< px, 1 to 16384
     int height = 0;                ///< px, 1 to 16384
-    std::size_t row_stride =
-        0;  ///< bytes from row to row, at least width times the bytes of a pixel; 0: no padding.
-            ///< The last row needs none behind it
+    std::size_t row_stride = 0;    ///< bytes from row to row, at least width times the bytes of a pixel; 0: no padding.
+                                   ///< The last row needs none behind it
     pixel_format format = pixel_format::rgba;
 };
 
@@ -88,9 +87,8 @@ struct key_frame {
 struct preview_view {
     cv::Mat pixels;  ///< CV_8UC3, B,G,R; empty before the first frame; its pixels never change
     bool has_outline = false;
-    corners outline{};  ///< of the frame taken last
-    bool frozen =
-        false;  ///< has reached its greatest size (preview_limit.h): the sweep goes on, it does not grow
+    corners outline{};    ///< of the frame taken last
+    bool frozen = false;  ///< has reached its greatest size (preview_limit.h): the sweep goes on, it does not grow
 };
 
 /// Where a sweep stands.
@@ -110,9 +108,12 @@ struct sweep_options {
     /// Where a private directory is made. "": the system's directory for temporary files.
     std::string private_parent;
 
-    /// Key frames that may be under way at once, that of the frame that is handed over included. 0: as many as come, for
-    /// a camera, whose frames cannot wait. For a file 1 or more: feed waits for room first, and for the workers when the
-    /// pipeline seems to have failed, since one that was waiting for its turn may bring it back; finish waits for all of
+    /// Key frames that may be under way at once, that of the frame that is handed over included. 0: as many as come,
+    /// for
+    /// a camera, whose frames cannot wait. For a file 1 or more: feed waits for room first, and for the workers when
+    /// the
+    /// pipeline seems to have failed, since one that was waiting for its turn may bring it back; finish waits for all
+    /// of
     /// them before it hands a last frame over.
     int most_under_way = 0;
     /// Called again and again while feed or finish waits for workers, with the number of key frames under way; false
@@ -137,13 +138,12 @@ enum class panorama_extent : int {
 /// The end of a sweep.
 struct panorama {
     panorama_extent extent = panorama_extent::missing;
-    reason why = reason::none;  ///< why it is not whole
-    int first_failed_key_frame =
-        0;                    ///< that could not be joined, from 1; 0 if all could. May be set though the
-                              ///< panorama goes on behind it
-    int key_frames = 0;       ///< given to workers
-    frame_answer last_frame;  ///< the answer for the last frame, if there was one
-    cv::Mat image;            ///< CV_8UC3, B,G,R, continuous; empty if missing
+    reason why = reason::none;       ///< why it is not whole
+    int first_failed_key_frame = 0;  ///< that could not be joined, from 1; 0 if all could. May be set though the
+                                     ///< panorama goes on behind it
+    int key_frames = 0;              ///< given to workers
+    frame_answer last_frame;         ///< the answer for the last frame, if there was one
+    cv::Mat image;                   ///< CV_8UC3, B,G,R, continuous; empty if missing
 
     /// The image as a JPEG, the very bytes that the library writes. Any thread. @throws sweep_error (no_panorama,
     /// no_memory)
@@ -159,10 +159,10 @@ struct panorama {
 void save_bytes(const std::string& path, const std::vector<unsigned char>& bytes);
 
 struct finish_options {
-    const frame_view* last_frame =
-        nullptr;  ///< is composed without being registered, wherever it lies; or none
+    const frame_view* last_frame = nullptr;  ///< is composed without being registered, wherever it lies; or none
     direction_code hint = direction_undecided;
-    /// Told of the key frames whose turns are over, again and again, and when the wait is over; false ends the wait, and
+    /// Told of the key frames whose turns are over, again and again, and when the wait is over; false ends the wait,
+    /// and
     /// what there is by then is the result.
     std::function<bool(int done, int key_frames)> on_progress = nullptr;
 };
@@ -194,7 +194,8 @@ private:
 class sweep {
 public:
     /// Begins a sweep and ends the one before.
-    /// @throws sweep_error (bad_argument, directory_not_empty, directory_unusable, process_ends); the sweep before goes on
+    /// @throws sweep_error (bad_argument, directory_not_empty, directory_unusable, process_ends); the sweep before goes
+    /// on
     ///         then, unless the directory was its own, or lay in that one, or held nothing else
     static sweep begin(sweep_options options = {});
 

@@ -44,8 +44,7 @@ struct figures {
     double seconds = unknown;
     double cpu_seconds = unknown;
     double megabytes = unknown;  ///< the most that was resident beyond the key frames
-    double geometry =
-        unknown;  ///< median over neighbours of the mean distance of corners, % of a frame's width
+    double geometry = unknown;   ///< median over neighbours of the mean distance of corners, % of a frame's width
     double sharpness = unknown;  ///< mean gradient, in parts of the key frames'
     int width = 0;
     int height = 0;
@@ -120,8 +119,7 @@ clip read_clip(const std::string& argument)
     const auto sweep = tarn::test::live_key_frames(frames);
     result.reached_the_end = sweep.reached_the_end;
     result.key_frames = sweep.key_frames;
-    const auto truth =
-        colon == std::string::npos ? std::vector<cv::Matx33d>() : read_truth(argument.substr(colon + 1));
+    const auto truth = colon == std::string::npos ? std::vector<cv::Matx33d>() : read_truth(argument.substr(colon + 1));
     for (const key_frame& frame : result.key_frames) {
         result.pictures.push_back(frame.image());
         if (!truth.empty()) {
@@ -131,7 +129,8 @@ clip read_clip(const std::string& argument)
     return result;
 }
 
-/// The homography from a key frame to its neighbour as a maker's picture has it. Places on a cylinder are not a homography
+/// The homography from a key frame to its neighbour as a maker's picture has it. Places on a cylinder are not a
+/// homography
 /// of the frame, so both makers are asked for cameras instead.
 using neighbour_homography = std::function<bool(int i, int j, cv::Matx33d& j_from_i)>;
 
@@ -151,14 +150,12 @@ double geometry_of(const clip& from, const neighbour_homography& found)
 }
 
 /// Our own cameras.
-void finish_cameras(const tarn::finishing::finishing_result& result, neighbour_homography& homography,
-                    cv::Size size)
+void finish_cameras(const tarn::finishing::finishing_result& result, neighbour_homography& homography, cv::Size size)
 {
     homography = [result, size](int i, int j, cv::Matx33d& j_from_i) {
         const auto& a = result.frames[static_cast<std::size_t>(i)];
         const auto& b = result.frames[static_cast<std::size_t>(j)];
-        if (a.placement == tarn::finishing::placed_by::nothing
-            || b.placement == tarn::finishing::placed_by::nothing) {
+        if (a.placement == tarn::finishing::placed_by::nothing || b.placement == tarn::finishing::placed_by::nothing) {
             return false;
         }
         const double side = std::max(size.width, size.height);
@@ -201,8 +198,10 @@ void stitcher_cameras(cv::Stitcher& stitcher, neighbour_homography& homography)
     };
 }
 
-/// Mean gradient of the picture in parts of the key frames': ghosts and misplaced frames blur, and make it less. It also
-/// depends a little on which parts are seen often, so that only large differences mean something; the joints themselves are
+/// Mean gradient of the picture in parts of the key frames': ghosts and misplaced frames blur, and make it less. It
+/// also
+/// depends a little on which parts are seen often, so that only large differences mean something; the joints themselves
+/// are
 /// for the eye (--pictures).
 void measure_sharpness(const clip& from, const cv::Mat& picture, figures& own)
 {
@@ -224,8 +223,7 @@ void measure_sharpness(const clip& from, const cv::Mat& picture, figures& own)
     own.sharpness = strength(picture) / (sum / static_cast<double>(from.pictures.size()));
 }
 
-using maker =
-    std::function<bool(const clip&, cv::Mat& picture, figures& own, neighbour_homography& homography)>;
+using maker = std::function<bool(const clip&, cv::Mat& picture, figures& own, neighbour_homography& homography)>;
 
 bool finish_clip(const clip& from, cv::Mat& picture, figures& own, neighbour_homography& homography)
 {
@@ -344,13 +342,11 @@ int main(int argc, char** argv)
         clips = {samples + "hall_slide.mp4:" + samples + "hall_slide.gt.csv", samples + "parking_pan.mp4",
                  samples + "river_pan.mp4"};
     }
-    cv::setNumThreads(
-        1);  // until the processes that are measured are on their own: one with threads cannot be forked
+    cv::setNumThreads(1);  // until the processes that are measured are on their own: one with threads cannot be forked
     const std::array<rival, 3> rivals = {{{"finishing", finish_clip},
                                           {"PANORAMA", stitcher_of(cv::Stitcher::PANORAMA)},
                                           {"SCANS", stitcher_of(cv::Stitcher::SCANS)}}};
-    std::printf(
-        "| clip | by | key frames | in the picture | s | CPU s | MB | geometry, %% | sharpness | size |\n");
+    std::printf("| clip | by | key frames | in the picture | s | CPU s | MB | geometry, %% | sharpness | size |\n");
     std::printf("| --- | --- | --: | --: | --: | --: | --: | --: | --: | --- |\n");
     bool all_whole = true;
     for (const std::string& argument : clips) {
@@ -371,18 +367,17 @@ int main(int argc, char** argv)
                 if (lengths && std::strcmp(one.name, "SCANS") == 0) {
                     continue;
                 }
-                const std::string file = pictures.empty() ? ""
-                                                          : pictures + part.name + "-" + std::to_string(count)
-                                                                + "-" + one.name + ".jpg";
+                const std::string file =
+                    pictures.empty() ? ""
+                                     : pictures + part.name + "-" + std::to_string(count) + "-" + one.name + ".jpg";
                 const figures own = in_own_process(part, one.make, threads, file);
-                std::printf("| %s | %s | %zu%s | %d | %s | %s | %s | %s | %s | %dx%d |\n", part.name.c_str(),
-                            one.name, count, part.reached_the_end ? "" : " (lost)", own.used,
-                            number(own.seconds, 2).c_str(), number(own.cpu_seconds, 2).c_str(),
-                            number(own.megabytes, 0).c_str(), number(own.geometry, 4).c_str(),
-                            number(own.sharpness, 3).c_str(), own.width, own.height);
+                std::printf("| %s | %s | %zu%s | %d | %s | %s | %s | %s | %s | %dx%d |\n", part.name.c_str(), one.name,
+                            count, part.reached_the_end ? "" : " (lost)", own.used, number(own.seconds, 2).c_str(),
+                            number(own.cpu_seconds, 2).c_str(), number(own.megabytes, 0).c_str(),
+                            number(own.geometry, 4).c_str(), number(own.sharpness, 3).c_str(), own.width, own.height);
                 std::fflush(stdout);
-                all_whole = all_whole
-                            && (std::strcmp(one.name, "finishing") != 0 || own.used == static_cast<int>(count));
+                all_whole =
+                    all_whole && (std::strcmp(one.name, "finishing") != 0 || own.used == static_cast<int>(count));
             }
         }
     }

@@ -143,7 +143,7 @@ TARN_RIVALS(shrinking)
         };
     };
     for (const cv::Size size : {cv::Size(640, 480), cv::Size(1920, 1080), cv::Size(1080, 1920)}) {
-        // The plain version is the image library's.
+        // The plain version is OpenCV's.
         add_image_maker("shrink", size, shrunk_by([](const cv::Mat& image, cv::Mat& shrunk, float scale) {
                             cv::resize(image, shrunk, cv::Size(), scale, scale, cv::INTER_LINEAR_EXACT);
                         }),
@@ -242,17 +242,13 @@ TARN_RIVALS(seams)
         for (const cv::Size frame : {cv::Size(300, 533), cv::Size(1000, 1778)}) {
             const auto w = static_cast<float>(frame.width);
             const auto h = static_cast<float>(frame.height);
-            const std::vector<cv::Point2f> corners = {{0.91f * w, 0.011f * h},
-                                                      {1.93f * w, 0.04f * h},
-                                                      {1.91f * w, 1.05f * h},
-                                                      {0.93f * w, 1.03f * h}};
+            const std::vector<cv::Point2f> corners = {
+                {0.91f * w, 0.011f * h}, {1.93f * w, 0.04f * h}, {1.91f * w, 1.05f * h}, {0.93f * w, 1.03f * h}};
             const double pixels = cv::boundingRect(corners).area();
             add_in_place(
                 {"optimizeSeam", "", size_name(frame) + (dark ? " dark" : ""), 1, pixels},
                 [=](pair_inputs& inputs) { make_seam(inputs, frame, corners, dark); },
-                [corners](cv::Mat& source, cv::Mat& target) {
-                    reference::optimizeSeam(source, target, corners);
-                },
+                [corners](cv::Mat& source, cv::Mat& target) { reference::optimizeSeam(source, target, corners); },
                 [corners](cv::Mat& source, cv::Mat& target) {
                     std::vector<cv::Point2f> own = corners;
                     optimizeSeam(source, target, own);
@@ -293,7 +289,7 @@ void make_joint(pair_inputs& inputs, cv::Size size, bool dark)
     }
 }
 
-// The calls of the image library without which fill_contours cannot know the frame's content and its outline.
+// The calls of OpenCV without which fill_contours cannot know the frame's content and its outline.
 void content_and_contours(const cv::Mat& source)
 {
     cv::Mat content;
@@ -310,12 +306,9 @@ TARN_RIVALS(joints)
         for (const cv::Size size : frame_sizes()) {
             const std::vector<std::vector<cv::Point>> outline = {panorama_outline(size)};
             add_in_place(
-                {"fill_contours", "", size_name(size) + (dark ? " dark" : ""), 1,
-                 static_cast<double>(size.area())},
+                {"fill_contours", "", size_name(size) + (dark ? " dark" : ""), 1, static_cast<double>(size.area())},
                 [=](pair_inputs& inputs) { make_joint(inputs, size, dark); },
-                [outline](cv::Mat& source, cv::Mat& target) {
-                    reference::fill_contours(outline, source, target);
-                },
+                [outline](cv::Mat& source, cv::Mat& target) { reference::fill_contours(outline, source, target); },
                 [outline](cv::Mat& source, cv::Mat& target) { fill_contours(outline, source, target); },
                 content_and_contours);
         }
@@ -331,8 +324,7 @@ pixel_array plain_export(const cv::Mat& image)
     pixel_array pixels(new int[n + 2]);
     for (size_t i = 0; i < n; ++i) {
         const uchar* bytes = image.data + 3 * i;
-        pixels[i] =
-            static_cast<int>(0xFF000000U | unsigned{bytes[2]} << 16 | unsigned{bytes[1]} << 8 | bytes[0]);
+        pixels[i] = static_cast<int>(0xFF000000U | unsigned{bytes[2]} << 16 | unsigned{bytes[1]} << 8 | bytes[0]);
     }
     pixels[n] = image.cols;
     pixels[n + 1] = image.rows;
@@ -373,11 +365,9 @@ TARN_RIVALS(exports)
         const double pixels = size.area();
         tarn::bench::add({"matToBitmapArray", "plain", size_name(size), 1, pixels}, nothing_to_prove,
                          time(plain_export));
-        tarn::bench::add({"matToBitmapArray", "floor", size_name(size), 1, pixels}, nothing_to_prove,
-                         time(floor));
+        tarn::bench::add({"matToBitmapArray", "floor", size_name(size), 1, pixels}, nothing_to_prove, time(floor));
         for (const int threads : {1, 2}) {
-            tarn::bench::add({"matToBitmapArray", "library", size_name(size), threads, pixels}, proof,
-                             time(library));
+            tarn::bench::add({"matToBitmapArray", "library", size_name(size), threads, pixels}, proof, time(library));
         }
     }
 }

@@ -138,9 +138,9 @@ public:
         cv::cvtColor(small_, gray_, cv::COLOR_BGR2GRAY);
         cv::goodFeaturesToTrack(gray_, corners_, 80, 0.01, 10.0, cv::noArray(), 3, false, 0.04);
         if (!reference_.empty()) {
-            cv::calcOpticalFlowPyrLK(
-                reference_, gray_, reference_corners_, places_, found_, errors_, cv::Size(21, 21), 3,
-                cv::TermCriteria(cv::TermCriteria::COUNT + cv::TermCriteria::EPS, 30, 0.01), 0, 0.0001);
+            cv::calcOpticalFlowPyrLK(reference_, gray_, reference_corners_, places_, found_, errors_, cv::Size(21, 21),
+                                     3, cv::TermCriteria(cv::TermCriteria::COUNT + cv::TermCriteria::EPS, 30, 0.01), 0,
+                                     0.0001);
             from_.clear();
             to_.clear();
             for (size_t i = 0; i < found_.size(); ++i) {
@@ -158,8 +158,8 @@ public:
     // What a key frame needs beside that: the frame warped into its box, and the box copied twice.
     void box_of_frame()
     {
-        cv::warpPerspective(small_, warped_, cv::Matx33d::eye(), small_.size(), cv::INTER_LINEAR,
-                            cv::BORDER_CONSTANT, cv::Scalar());
+        cv::warpPerspective(small_, warped_, cv::Matx33d::eye(), small_.size(), cv::INTER_LINEAR, cv::BORDER_CONSTANT,
+                            cv::Scalar());
         warped_.copyTo(before_);
         warped_.copyTo(box_);
     }
@@ -196,11 +196,11 @@ bool agrees_with_plain_steps(const frame_round& round, bool key_frames)
     return tarn_stitcher.failed_count == 0 && timed > 0;
 }
 
-// Times what is done with the frames of one kind, in second rounds: before each, everything begins anew, and a first one
+// Times what is done with the frames of one kind, in second rounds: before each, everything begins anew, and a first
+// one
 // passes untimed.
 template <typename Begin, typename Feed>
-void time_second_rounds(benchmark::State& state, const frame_round& round, bool key_frames, Begin begin,
-                        Feed feed)
+void time_second_rounds(benchmark::State& state, const frame_round& round, bool key_frames, Begin begin, Feed feed)
 {
     const auto first_round = [&] {
         begin();
@@ -278,7 +278,8 @@ key_frame_task key_frame_after(int count, bool upwards)
     return task;
 }
 
-// How many tasks make a round in which each has left the caches when its turn comes again, if only so many bytes of each
+// How many tasks make a round in which each has left the caches when its turn comes again, if only so many bytes of
+// each
 // are touched.
 size_t tasks_in_a_round(size_t touched)
 {
@@ -302,8 +303,8 @@ std::vector<key_frame_task> key_frames_after(int count, bool upwards)
 cv::Mat composed(key_frame_task& task)
 {
     cv::Mat grown = tarn::grown_preview(task.panorama, task.size, task.old_place);
-    tarn::paste_onto_preview(task.panorama, task.old_place, grown, task.frame, task.frame_place,
-                             task.box_from_frame, task.corners);
+    tarn::paste_onto_preview(task.panorama, task.old_place, grown, task.frame, task.frame_place, task.box_from_frame,
+                             task.corners);
     static const std::vector<float> angles(4, 90.0f);
     static const std::vector<float> scales(4, 1.0f);
     tarn::launch_worker(task.frame, angles, scales, tarn::test::moving_right, 2);
@@ -401,9 +402,8 @@ void add_composition_rivals(int count, bool upwards, int threads)
     // What an image without gaps takes that grows.
     tarn::bench::add({subject, "the same in a copy of the whole", input, threads},
                      [=](benchmark::State& state) { time_boxes_in_copies(state, count, upwards); });
-    tarn::bench::add({subject, "plain steps", input, threads}, [=](benchmark::State& state) {
-        time_composition(state, count, upwards, plainly_composed);
-    });
+    tarn::bench::add({subject, "plain steps", input, threads},
+                     [=](benchmark::State& state) { time_composition(state, count, upwards, plainly_composed); });
     tarn::bench::add(
         {subject, "shipped", input, threads}, [=] { return composes_as_plainly(count, upwards); },
         [=](benchmark::State& state) { time_composition(state, count, upwards, composed); });
@@ -414,12 +414,10 @@ void add_frame_rivals(cv::Size size, bool key_frames, int threads)
     const std::string subject = key_frames ? "key frame" : "ordinary frame";
     const std::string input = tarn::bench::on_threads(size_name(size), threads);
     const double pixels = size.area();
-    tarn::bench::add({subject, "bare library calls", input, threads, pixels}, [=](benchmark::State& state) {
-        time_bare_calls(state, round_of(size, key_frames), key_frames);
-    });
-    tarn::bench::add({subject, "plain transcription", input, threads, pixels}, [=](benchmark::State& state) {
-        time_plain_steps(state, round_of(size, key_frames), key_frames);
-    });
+    tarn::bench::add({subject, "bare library calls", input, threads, pixels},
+                     [=](benchmark::State& state) { time_bare_calls(state, round_of(size, key_frames), key_frames); });
+    tarn::bench::add({subject, "plain transcription", input, threads, pixels},
+                     [=](benchmark::State& state) { time_plain_steps(state, round_of(size, key_frames), key_frames); });
     tarn::bench::add(
         {subject, "videoStitch", input, threads, pixels},
         [=] { return agrees_with_plain_steps(round_of(size, key_frames), key_frames); },

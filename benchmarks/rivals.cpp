@@ -166,8 +166,8 @@ std::vector<row> table()
             }
         }
     }
-    std::vector<row> rows = {{"subject", "input", "by", "threads", "ms", spread_heading, "least ms",
-                              "ns per pixel", "times as fast"}};
+    std::vector<row> rows = {
+        {"subject", "input", "by", "threads", "ms", spread_heading, "least ms", "ns per pixel", "times as fast"}};
     for (const std::string& name : counter_names) {
         rows[0].push_back(name);
         rows[0].push_back(name);
@@ -216,8 +216,7 @@ void write_markdown(std::ostream& out, const std::vector<row>& rows)
         return column < rows[0].size() && rows[0][column] == rows[0][column - 1] + " " + spread_heading;
     };
     for (auto begin = rows.begin() + 1; begin != rows.end();) {
-        const auto end =
-            std::find_if(begin, rows.end(), [&](const row& line) { return line[0] != (*begin)[0]; });
+        const auto end = std::find_if(begin, rows.end(), [&](const row& line) { return line[0] != (*begin)[0]; });
         std::vector<size_t> columns;
         for (size_t column = 1; column < rows[0].size(); ++column) {
             if (!is_behind_another(column)
@@ -294,8 +293,8 @@ int run_all(int argc, char* argv[])
     }
     for (const auto& which : entries()) {
         auto* const registered = benchmark::RegisterBenchmark(
-            benchmark_name(which->who).c_str(),
-            [](benchmark::State& state, entry* timed) { run(state, *timed); }, which.get());
+            benchmark_name(which->who).c_str(), [](benchmark::State& state, entry* timed) { run(state, *timed); },
+            which.get());
         registered->UseManualTime()->Unit(benchmark::kMillisecond);
         if (which->who.long_repetitions > 0) {
             registered->Iterations(1);

@@ -116,7 +116,7 @@ struct at_start {
 }  // namespace tarn::bench
 
 /// Opens the function in which a source adds its rivals.
-#define TARN_RIVALS(name)                                                                                      \
-    static void name();                                                                                        \
-    static const tarn::bench::at_start name##_at_start(name);                                                  \
+#define TARN_RIVALS(name)                                                                                              \
+    static void name();                                                                                                \
+    static const tarn::bench::at_start name##_at_start(name);                                                          \
     static void name()

@@ -136,14 +136,12 @@ constexpr double greatest_error = 2.0;  // px: more is no panorama
 
 // Mean distance of the corners of each key frame, mapped into the one before, from where they belong. `after` has
 // the frames' places in the panorama, `before` at the same index that of the one before in the same panorama.
-double pair_error(const sweep_input& input, const std::vector<int>& key_frames,
-                  const std::vector<cv::Matx33d>& before, const std::vector<cv::Matx33d>& after)
+double pair_error(const sweep_input& input, const std::vector<int>& key_frames, const std::vector<cv::Matx33d>& before,
+                  const std::vector<cv::Matx33d>& after)
 {
     double sum = 0.0;
     for (size_t i = 1; i < key_frames.size(); ++i) {
-        const auto truth_of = [&](size_t k) {
-            return input.plane_from_frame[static_cast<size_t>(key_frames[k])];
-        };
+        const auto truth_of = [&](size_t k) { return input.plane_from_frame[static_cast<size_t>(key_frames[k])]; };
         sum += tarn::test::mean_corner_error(before[i].inv() * after[i], truth_of(i - 1).inv() * truth_of(i),
                                              input.frames[0].size());
     }
@@ -174,8 +172,7 @@ void run_library(const sweep_input& input, figures& own, std::vector<int>* key_f
             sweep.wait_for_room(0);
             // A frame at the very edge has moved the panorama by as many pixels as that has grown.
             const cv::Matx33d place = cv::Matx33d(neighbour_homo);
-            const auto corners =
-                tarn::test::mapped_corners(place, tarn::test::prepared_size(input.frames[0].size()));
+            const auto corners = tarn::test::mapped_corners(place, tarn::test::prepared_size(input.frames[0].size()));
             const double left = std::min({corners[0].x, corners[1].x, corners[2].x, corners[3].x});
             const double top = std::min({corners[0].y, corners[1].y, corners[2].y, corners[3].y});
             const cv::Size growth = big_stitch_image.size() - old_size;
@@ -196,7 +193,7 @@ void run_library(const sweep_input& input, figures& own, std::vector<int>* key_f
     }
 }
 
-// The key frames alone through the image library's own stitcher, to an encoded file.
+// The key frames alone through OpenCV's own stitcher, to an encoded file.
 void run_stitcher(const sweep_input& input, cv::Stitcher::Mode mode, figures& own)
 {
     const clock_type::time_point begin = clock_type::now();
@@ -230,9 +227,8 @@ void run_stitcher(const sweep_input& input, cv::Stitcher::Mode mode, figures& ow
         cv::Mat_<double> map;
         camera.R.convertTo(map, CV_64F);
         const cv::Matx33d lens(cv::Mat_<double>(camera.K()));
-        places.push_back(mode == cv::Stitcher::SCANS
-                             ? work_from_frame.inv() * cv::Matx33d(map).inv() * work_from_frame
-                             : cv::Matx33d(map) * lens.inv() * work_from_frame);
+        places.push_back(mode == cv::Stitcher::SCANS ? work_from_frame.inv() * cv::Matx33d(map).inv() * work_from_frame
+                                                     : cv::Matx33d(map) * lens.inv() * work_from_frame);
         numbers.push_back(input.key_frames[static_cast<size_t>(stitcher->component()[i])]);
     }
     std::vector<cv::Matx33d> before_places = places;
@@ -323,11 +319,10 @@ void add_sweep(const std::string& name, const sweep_input& (*input)(), int threa
     };
     add_stitcher("cv::Stitcher PANORAMA, key frames only", cv::Stitcher::PANORAMA, threads == 1 ? 2 : 3);
     add_stitcher("cv::Stitcher SCANS, key frames only", cv::Stitcher::SCANS, 7);
-    tarn::bench::add({subject, "tarn::sweep, every frame", threaded, threads, 0.0, 9},
-                     [=](benchmark::State& state) {
-                         const sweep_input* const whole = with_key_frames();
-                         report(state, threads, [=](figures& own) { run_library(*whole, own, nullptr); });
-                     });
+    tarn::bench::add({subject, "tarn::sweep, every frame", threaded, threads, 0.0, 9}, [=](benchmark::State& state) {
+        const sweep_input* const whole = with_key_frames();
+        report(state, threads, [=](figures& own) { run_library(*whole, own, nullptr); });
+    });
 }
 
 // A sweep of so many frames, each made when it is its turn, so that only the library holds several. The time that
@@ -362,16 +357,16 @@ void run_length(const tarn::test::rendered_sweep& rendered, figures& own)
     note_usage(own);
     own.cpu_seconds -= rendering_cpu;
     own.key_frames = made.key_frames;
-    own.is_right = tarn::bench::wrote_the_panorama(sweep, made)
-                   && tarn::bench::shows_the_plane(made.image, rendered, key_frames);
+    own.is_right =
+        tarn::bench::wrote_the_panorama(sweep, made) && tarn::bench::shows_the_plane(made.image, rendered, key_frames);
     own.panorama_megabytes = static_cast<double>(made.image.total()) * 3 / 1048576.0;
 }
 
 void add_length(int length, int threads)
 {
     tarn::bench::add({"by length, ms per frame", "tarn::sweep",
-                      tarn::bench::on_threads(std::to_string(length) + " frames of 1280x720", threads), threads,
-                      0.0, std::clamp(2000 / length, 3, 7)},
+                      tarn::bench::on_threads(std::to_string(length) + " frames of 1280x720", threads), threads, 0.0,
+                      std::clamp(2000 / length, 3, 7)},
                      [=](benchmark::State& state) {
                          cv::setNumThreads(1);  // a process with threads cannot be forked
                          // The plane that is seen is made out here: it is no memory of the library's.

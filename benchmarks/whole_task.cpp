@@ -14,8 +14,7 @@ bool wrote_the_panorama(const sweep& sweep, const panorama& made)
     constexpr double greatest_loss = 10.0;  // of a byte, on average, by JPEG
     const cv::Mat written = cv::imread(sweep.directory() + "big_stitch.jpg");
     return made.extent == panorama_extent::whole && !written.empty() && written.size() == made.image.size()
-           && cv::norm(written, made.image, cv::NORM_L1)
-                  < greatest_loss * 3.0 * static_cast<double>(written.total());
+           && cv::norm(written, made.image, cv::NORM_L1) < greatest_loss * 3.0 * static_cast<double>(written.total());
 }
 
 bool shows_the_plane(const cv::Mat& panorama, const tarn::test::rendered_sweep& sweep,
@@ -27,8 +26,7 @@ bool shows_the_plane(const cv::Mat& panorama, const tarn::test::rendered_sweep& 
     std::vector<cv::Matx33d> places;
     std::vector<cv::Point2f> corners;
     for (const int number : key_frames) {
-        places.push_back(first.inv() * sweep.plane_from_frame[static_cast<size_t>(number)]
-                         * frame_from_prepared);
+        places.push_back(first.inv() * sweep.plane_from_frame[static_cast<size_t>(number)] * frame_from_prepared);
         for (const cv::Point2d& corner : tarn::test::mapped_corners(places.back(), prepared)) {
             corners.emplace_back(corner);
         }
@@ -43,8 +41,8 @@ bool shows_the_plane(const cv::Mat& panorama, const tarn::test::rendered_sweep& 
     const cv::Matx33d plane_from_panorama = first * tarn::test::canvas_shift(places, prepared).inv();
     const auto difference_at = [&](double x, double y) {
         cv::Mat scene;
-        cv::warpPerspective(sweep.plane, scene, plane_from_panorama * tarn::test::translation(x, y),
-                            panorama.size(), cv::INTER_LINEAR | cv::WARP_INVERSE_MAP);
+        cv::warpPerspective(sweep.plane, scene, plane_from_panorama * tarn::test::translation(x, y), panorama.size(),
+                            cv::INTER_LINEAR | cv::WARP_INVERSE_MAP);
         return cv::norm(scene, panorama, cv::NORM_L1);
     };
     return difference_at(0, 0) < std::min(difference_at(off, 0), difference_at(0, off));

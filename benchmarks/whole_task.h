@@ -12,7 +12,8 @@
 
 namespace tarn::bench {
 
-/// Whether the panorama is whole, and the sweep's end has left a file that decodes to a picture of its size and content.
+/// Whether the panorama is whole, and the sweep's end has left a file that decodes to a picture of its size and
+/// content.
 bool wrote_the_panorama(const sweep& sweep, const panorama& made);
 
 /// Whether the panorama has the size and the content of the plane over which the sweep goes, as far as its key frames,

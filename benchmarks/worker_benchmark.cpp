@@ -135,10 +135,8 @@ void time_stages(benchmark::State& state)
             stitch_big_image(frame, right_angles, full_size, tarn::test::moving_down, index);
             const clock_type::time_point end = clock_type::now();
             whole += milliseconds_between(begin, end);
-            hand_overs[static_cast<size_t>(index)] =
-                milliseconds_between(stages[index][worker_stage::composed], end);
-            turns[static_cast<size_t>(index)] =
-                milliseconds_between(stages[index][worker_stage::turn_taken], end);
+            hand_overs[static_cast<size_t>(index)] = milliseconds_between(stages[index][worker_stage::composed], end);
+            turns[static_cast<size_t>(index)] = milliseconds_between(stages[index][worker_stage::turn_taken], end);
         }
         tarn::worker_stage_hook = nullptr;
         if (!tarn::bench::same_pixels(tarn::look_at_pipeline().panorama, known.panorama)) {
@@ -148,10 +146,8 @@ void time_stages(benchmark::State& state)
         state.SetIterationTime(whole / 1e3);
         const int last = key_frame_count;
         state.counters["prepare"] = between(worker_stage::started, worker_stage::frame_prepared, 2, last);
-        state.counters["describe"] =
-            between(worker_stage::frame_prepared, worker_stage::frame_described, 2, last);
-        state.counters["write file"] =
-            between(worker_stage::frame_described, worker_stage::file_written, 2, last);
+        state.counters["describe"] = between(worker_stage::frame_prepared, worker_stage::frame_described, 2, last);
+        state.counters["write file"] = between(worker_stage::frame_described, worker_stage::file_written, 2, last);
         state.counters["register"] = between(worker_stage::turn_taken, worker_stage::registered, 2, last);
         state.counters["merge"] = between(worker_stage::registered, worker_stage::composed, 2, last);
         state.counters["hand over"] = tarn::bench::median({hand_overs.begin() + 2, hand_overs.end()});
@@ -194,9 +190,8 @@ void time_last_frame(benchmark::State& state)
         cv::imencode(".jpg", result.image, bytes);
         const double encode = milliseconds_between(encoding, clock_type::now());
         stage_times& last = stages[result.key_frames];
-        const double work =
-            milliseconds_between(last[worker_stage::started], last[worker_stage::file_written])
-            + milliseconds_between(last[worker_stage::turn_taken], last[worker_stage::composed]);
+        const double work = milliseconds_between(last[worker_stage::started], last[worker_stage::file_written])
+                            + milliseconds_between(last[worker_stage::turn_taken], last[worker_stage::composed]);
         const double total = milliseconds_between(begin, end);
         state.SetIterationTime(total / 1e3);
         state.counters["own work"] = work;
@@ -232,8 +227,7 @@ struct composition_task {
     cv::Mat compose() const
     {
         const auto merged = tarn::merge_frame(panorama, frame, panorama_from_frame);
-        return tarn::can_grow_in_place(panorama, *merged, 1) ? tarn::grow_in_place(panorama, *merged)
-                                                             : cv::Mat();
+        return tarn::can_grow_in_place(panorama, *merged, 1) ? tarn::grow_in_place(panorama, *merged) : cv::Mat();
     }
 };
 
@@ -260,16 +254,14 @@ void add_composition(int count, int threads)
         tarn::bench::time_frames(
             state, tasks.size(), [] {},
             [&](size_t i) {
-                kept =
-                    reference::compose(tasks[i].panorama, tasks[i].frame, tasks[i].panorama_from_frame).image;
+                kept = reference::compose(tasks[i].panorama, tasks[i].frame, tasks[i].panorama_from_frame).image;
             });
     });
     tarn::bench::add(
         {subject, "shipped", input, threads},
         [count] {
             const composition_task task(count);
-            const cv::Mat expected =
-                reference::compose(task.panorama, task.frame, task.panorama_from_frame).image;
+            const cv::Mat expected = reference::compose(task.panorama, task.frame, task.panorama_from_frame).image;
             return tarn::bench::same_pixels(task.compose(), expected);
         },
         [count](benchmark::State& state) {
@@ -295,8 +287,7 @@ TARN_RIVALS(worker_rivals)
     for (const int threads : {1, 2}) {
         tarn::bench::add(
             {"from last frame to file, ms", "one sweep",
-             tarn::bench::on_threads("90 frames of 1920x1080 at 30 per second", threads), threads, 0.0, 9,
-             true},
+             tarn::bench::on_threads("90 frames of 1920x1080 at 30 per second", threads), threads, 0.0, 9, true},
             [] { return !camera_sweep().panorama.empty(); }, time_last_frame);
     }
 }

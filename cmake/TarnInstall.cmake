@@ -1,6 +1,6 @@
 # SPDX-License-Identifier: Apache-2.0
 #
-# Installs the library in both kinds, the headers that a host may include, and what CMake and pkg-config need to
+# Installs the library static and shared, the headers that a host may include, and what CMake and pkg-config need to
 # find them. Everything is found from where it lies, so that an installed tree may be moved.
 include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)

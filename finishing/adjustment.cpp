@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Levenberg's and Marquardt's method. A residual depends on two cameras and what all share, so a link adds to few blocks
+// Levenberg's and Marquardt's method. A residual depends on two cameras and what all share, so a link adds to few
+// blocks
 // of the normal equations, and the rest of the matrix of derivatives, which is nought, is never touched.
 #include "adjustment.h"
 
@@ -40,8 +41,7 @@ std::size_t stride_of(const frame_link& link)
 
 double robust_cost(double distance)
 {
-    return distance <= robust_limit ? distance * distance
-                                    : 2.0 * robust_limit * distance - robust_limit * robust_limit;
+    return distance <= robust_limit ? distance * distance : 2.0 * robust_limit * distance - robust_limit * robust_limit;
 }
 
 double cost_of(const camera_set& cameras, const std::vector<frame_link>& links)
@@ -52,9 +52,8 @@ double cost_of(const camera_set& cameras, const std::vector<frame_link>& links)
         const cv::Matx33d homography = cameras.j_from_i(link.i, link.j);
         for (std::size_t k = 0; k < link.in_i.size(); k += stride_of(link)) {
             cv::Point2d place;
-            const double distance = seen(homography, link.in_i[k], place)
-                                        ? per_side * cv::norm(place - cv::Point2d(link.in_j[k]))
-                                        : behind;
+            const double distance =
+                seen(homography, link.in_i[k], place) ? per_side * cv::norm(place - cv::Point2d(link.in_j[k])) : behind;
             sum += link.weight * robust_cost(distance);
         }
     }
@@ -100,8 +99,7 @@ public:
     }
 
     /// The homography of a link after the change of one of its parameters, counted as parameters_of does.
-    cv::Matx33d changed_homography(const camera_set& cameras, const frame_link& link, int which,
-                                   double by) const
+    cv::Matx33d changed_homography(const camera_set& cameras, const frame_link& link, int which, double by) const
     {
         camera_set two;
         two.motion = motion_;
@@ -205,8 +203,7 @@ std::vector<double> residuals_of(const camera_set& cameras, const frame_link& li
     const cv::Matx33d homography = cameras.j_from_i(link.i, link.j);
     for (std::size_t k = 0; k < link.in_i.size(); ++k) {
         cv::Point2d place;
-        result.push_back(seen(homography, link.in_i[k], place) ? cv::norm(place - cv::Point2d(link.in_j[k]))
-                                                               : 1.0);
+        result.push_back(seen(homography, link.in_i[k], place) ? cv::norm(place - cv::Point2d(link.in_j[k])) : 1.0);
     }
     return result;
 }
@@ -216,8 +213,7 @@ double median_residual(const camera_set& cameras, const std::vector<frame_link>&
     std::vector<double> all;
     for (const bool of_features : {true, false}) {
         for (const frame_link& link : links) {
-            if (cameras.placed[static_cast<std::size_t>(link.i)]
-                && cameras.placed[static_cast<std::size_t>(link.j)]
+            if (cameras.placed[static_cast<std::size_t>(link.i)] && cameras.placed[static_cast<std::size_t>(link.j)]
                 && (link.source == placed_by::features) == of_features) {
                 const std::vector<double> own = residuals_of(cameras, link);
                 all.insert(all.end(), own.begin(), own.end());

@@ -26,9 +26,9 @@ double median_residual(const camera_set& cameras, const std::vector<frame_link>&
 double adjust_cameras(camera_set& cameras, const std::vector<frame_link>& links, int fixed, int most_steps,
                       const std::function<void()>& each_step);
 
-/// Finds the motion and the cameras: all that are possible are tried, and the simplest that explains the links as well as
+/// Finds the motion and the cameras: all that are possible are tried, and the simplest that explains the links as well
+/// as
 /// any other is taken.
-camera_set find_cameras(const std::vector<frame_link>& links, int count,
-                        const std::function<void()>& each_step);
+camera_set find_cameras(const std::vector<frame_link>& links, int count, const std::function<void()>& each_step);
 
 }  // namespace tarn::finishing

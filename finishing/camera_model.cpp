@@ -127,16 +127,13 @@ cv::Matx33d changed_place(camera_motion motion, const cv::Matx33d& place, const 
         return place * rotation;
     }
     case camera_motion::sliding:
-        return place
-               * cv::Matx33d(1 + change[2], -change[3], change[0], change[3], 1 + change[2], change[1], 0, 0,
-                             1);
+        return place * cv::Matx33d(1 + change[2], -change[3], change[0], change[3], 1 + change[2], change[1], 0, 0, 1);
     case camera_motion::tilting:
-        return place
-               * cv::Matx33d(1 + change[2], change[3], change[0], change[4], 1 + change[5], change[1], 0, 0, 1);
+        return place * cv::Matx33d(1 + change[2], change[3], change[0], change[4], 1 + change[5], change[1], 0, 0, 1);
     case camera_motion::projective:
         return place
-               * cv::Matx33d(1 + change[2], change[3], change[0], change[4], 1 + change[5], change[1],
-                             change[6], change[7], 1);
+               * cv::Matx33d(1 + change[2], change[3], change[0], change[4], 1 + change[5], change[1], change[6],
+                             change[7], 1);
     case camera_motion::none:
         break;
     }

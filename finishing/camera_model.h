@@ -15,10 +15,9 @@ namespace tarn::finishing {
 /// The cameras of a sweep: one frame of reference, one motion.
 struct camera_set {
     camera_motion motion = camera_motion::none;
-    double focal = 1.0;  ///< of a turning camera, in units of the longer side; 1 for others
-    std::vector<cv::Matx33d>
-        places;                ///< world_from_camera rotations, or plane_from_frame, of centred coordinates
-    std::vector<bool> placed;  ///< those that have a place
+    double focal = 1.0;               ///< of a turning camera, in units of the longer side; 1 for others
+    std::vector<cv::Matx33d> places;  ///< world_from_camera rotations, or plane_from_frame, of centred coordinates
+    std::vector<bool> placed;         ///< those that have a place
 
     /// World or plane coordinates from centred ones, up to a factor.
     cv::Matx33d reference_from_centred(int index) const;
@@ -38,7 +37,8 @@ cv::Matx33d changed_place(camera_motion motion, const cv::Matx33d& place, const 
 /// The rotation nearest to a matrix.
 cv::Matx33d nearest_rotation(const cv::Matx33d& matrix);
 
-/// For each frame the number of the part that it belongs to: those that links join, and those that they join, and so on. A
+/// For each frame the number of the part that it belongs to: those that links join, and those that they join, and so
+/// on. A
 /// part has the number of its first frame.
 std::vector<int> joined_parts(const std::vector<frame_link>& links, int count);
 

@@ -110,7 +110,8 @@ cv::Rect moved_in(cv::Rect rectangle, const Count& empty_pixels)
 
 cv::Rect largest_full_rectangle(const cv::Mat& mask)
 {
-    // Row by row, the columns of full pixels that end there are bars, and the largest rectangle under bars is found with
+    // Row by row, the columns of full pixels that end there are bars, and the largest rectangle under bars is found
+    // with
     // a stack of those that still grow.
     cv::Rect best;
     std::vector<int> heights(static_cast<std::size_t>(mask.cols) + 1);
@@ -179,8 +180,8 @@ cv::Rect nearly_full_rectangle(const cv::Mat& mask, cv::Rect full)
     return result.area() > worth_it * full.area() ? result : full;
 }
 
-cv::Rect exact_full_rectangle(cv::Rect rectangle, const drawing_surface& surface,
-                              const std::vector<int>& frames, const std::vector<cv::Size>& sizes, int reach)
+cv::Rect exact_full_rectangle(cv::Rect rectangle, const drawing_surface& surface, const std::vector<int>& frames,
+                              const std::vector<cv::Size>& sizes, int reach)
 {
     const coverage_at_full_size coverage(surface, frames, sizes);
     const auto empty_pixels = [&](cv::Rect line) { return coverage.empty_pixels(line); };

@@ -2,7 +2,8 @@
 //
 // The logarithms of the gains are the unknowns of a sparse linear problem: cells that show the same want the same
 // brightness, neighbouring cells want neighbouring gains, and each wants to stay as it is, a little. It is solved by
-// conjugate gradients, for each colour, and again when it is known which overlaps do not fit: there something has moved.
+// conjugate gradients, for each colour, and again when it is known which overlaps do not fit: there something has
+// moved.
 #include "exposure.h"
 
 #include <algorithm>
@@ -79,8 +80,8 @@ void compare(const small_drawing& a, const small_drawing& b, const cell_grid& ce
             if (mask_a[x] == 0 || mask_b[x] == 0 || !is_usable(image_a[x]) || !is_usable(image_b[x])) {
                 continue;
             }
-            ratio_sum& sum = sums[{row_a + static_cast<int>((in_a.x + x) / cell),
-                                   row_b + static_cast<int>((in_b.x + x) / cell)}];
+            ratio_sum& sum =
+                sums[{row_a + static_cast<int>((in_a.x + x) / cell), row_b + static_cast<int>((in_b.x + x) / cell)}];
             sum.count += 1.0;
             for (int c = 0; c < colours; ++c) {
                 sum.sum[static_cast<std::size_t>(c)] += logarithm[image_a[x][c]] - logarithm[image_b[x][c]];
@@ -189,16 +190,14 @@ double block_gains::mean() const
     return (sums[0] + sums[1] + sums[2]) / colours;
 }
 
-std::vector<block_gains> balance_exposure(const std::vector<small_drawing>& drawings,
-                                          const progress_meter& progress)
+std::vector<block_gains> balance_exposure(const std::vector<small_drawing>& drawings, const progress_meter& progress)
 {
     const double cell = block_gains().cell;
     std::vector<cell_grid> grids;
     std::vector<equation> equations;
     int unknowns = 0;
     for (const small_drawing& drawing : drawings) {
-        const cell_grid grid{cells_along(drawing.place.width, cell), cells_along(drawing.place.height, cell),
-                             unknowns};
+        const cell_grid grid{cells_along(drawing.place.width, cell), cells_along(drawing.place.height, cell), unknowns};
         for (int row = 0; row < grid.rows; ++row) {
             for (int column = 0; column < grid.columns; ++column) {
                 const int own = grid.first + row * grid.columns + column;
@@ -230,8 +229,8 @@ std::vector<block_gains> balance_exposure(const std::vector<small_drawing>& draw
             double worst = 0.0;
             for (std::size_t c = 0; c < colours; ++c) {
                 const values& x = logarithms[c];
-                worst = std::max(worst, std::abs(x[static_cast<std::size_t>(e.b)]
-                                                 - x[static_cast<std::size_t>(e.a)] - e.difference[c]));
+                worst = std::max(worst, std::abs(x[static_cast<std::size_t>(e.b)] - x[static_cast<std::size_t>(e.a)]
+                                                 - e.difference[c]));
             }
             e.doubt = 1.0 / (1.0 + worst * worst / (tolerance * tolerance));
         }
@@ -263,8 +262,7 @@ void apply_gains(const block_gains& gains, cv::Mat& image, cv::Point2d first, do
 {
     // From a pixel of the image to one of the grid, whose values hold at the middles of its cells.
     const double factor = small_scale / gains.cell;
-    const cv::Matx23d grid_from_image(factor, 0, first.x / gains.cell - 0.5, 0, factor,
-                                      first.y / gains.cell - 0.5);
+    const cv::Matx23d grid_from_image(factor, 0, first.x / gains.cell - 0.5, 0, factor, first.y / gains.cell - 0.5);
     cv::Mat smooth;
     cv::warpAffine(gains.grid, smooth, grid_from_image, image.size(), cv::INTER_LINEAR | cv::WARP_INVERSE_MAP,
                    cv::BORDER_REPLICATE);

@@ -19,10 +19,10 @@ struct block_gains {
     double mean() const;
 };
 
-/// The gains of all drawings together: what overlaps becomes equal, what is one frame's own stays as it is where it can.
+/// The gains of all drawings together: what overlaps becomes equal, what is one frame's own stays as it is where it
+/// can.
 /// The time grows with the number of drawings.
-std::vector<block_gains> balance_exposure(const std::vector<small_drawing>& drawings,
-                                          const progress_meter& progress);
+std::vector<block_gains> balance_exposure(const std::vector<small_drawing>& drawings, const progress_meter& progress);
 
 /// Multiplies an image by the gains.
 /// @param image        CV_8UC3; changed in place

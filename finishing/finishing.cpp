@@ -131,8 +131,8 @@ private:
             const int i = j - 1;
             const std::optional<cv::Matx33d> motion = live_motion(i, j);
             if (parts[static_cast<std::size_t>(i)] != parts[static_cast<std::size_t>(j)] && motion) {
-                links_.push_back(align_frames(frames_[static_cast<std::size_t>(i)],
-                                              frames_[static_cast<std::size_t>(j)], *motion));
+                links_.push_back(
+                    align_frames(frames_[static_cast<std::size_t>(i)], frames_[static_cast<std::size_t>(j)], *motion));
                 links_.back().i = i;
                 links_.back().j = j;
             }
@@ -158,8 +158,7 @@ private:
     void close_loops(const std::function<void()>& each_step)
     {
         const auto by_cameras = [this](int i, int j) -> std::optional<cv::Matx33d> {
-            if (!cameras_.placed[static_cast<std::size_t>(i)]
-                || !cameras_.placed[static_cast<std::size_t>(j)]) {
+            if (!cameras_.placed[static_cast<std::size_t>(i)] || !cameras_.placed[static_cast<std::size_t>(j)]) {
                 return std::nullopt;
             }
             return cameras_.j_from_i(i, j);
@@ -205,8 +204,8 @@ private:
         }
         constexpr int around = 3;  // px
         plan.fills_gaps = options_.cropping == crop::automatic;
-        plan.owners = find_seams(plan.drawings, plan.gains,
-                                 plan.fills_gaps ? std::numeric_limits<int>::max() : around, progress_);
+        plan.owners = find_seams(plan.drawings, plan.gains, plan.fills_gaps ? std::numeric_limits<int>::max() : around,
+                                 progress_);
         const cv::Rect small_area = chosen_area(plan.owners);
         const double enlargement = surface.scale / small_surface.scale;
         const double pixels = enlargement * enlargement * small_area.area();
@@ -217,11 +216,8 @@ private:
         if (plan.area.empty()) {
             throw std::runtime_error("No rectangle is full.");
         }
-        const auto image = [this](int index) {
-            return picture_of(key_frames_[static_cast<std::size_t>(index)]);
-        };
-        blend_strips(plan, image, options_.image_cache_megabytes * 1e6, progress_, result_.picture,
-                     result_.mask);
+        const auto image = [this](int index) { return picture_of(key_frames_[static_cast<std::size_t>(index)]); };
+        blend_strips(plan, image, options_.image_cache_megabytes * 1e6, progress_, result_.picture, result_.mask);
         surface_ = plan.surface;
         area_ = plan.area;
         result_.scale = plan.frame_scale;
@@ -244,9 +240,8 @@ private:
     cv::Rect at_full_size(cv::Rect small, const picture_plan& plan) const
     {
         const double factor = 1.0 / plan.small_scale;
-        cv::Rect area(
-            cv::Point(cvFloor(small.x * factor), cvFloor(small.y * factor)),
-            cv::Point(cvCeil((small.br().x - 1) * factor) + 1, cvCeil((small.br().y - 1) * factor) + 1));
+        cv::Rect area(cv::Point(cvFloor(small.x * factor), cvFloor(small.y * factor)),
+                      cv::Point(cvCeil((small.br().x - 1) * factor) + 1, cvCeil((small.br().y - 1) * factor) + 1));
         if (options_.cropping == crop::full) {
             std::vector<int> shown;
             for (const small_drawing& drawing : plan.drawings) {
@@ -398,8 +393,8 @@ finishing_result finish(const std::vector<key_frame>& key_frames, const finishin
     } catch (const cancelled_by_host&) {
         return ended(key_frames, status::cancelled, "Cancelled.");
     } catch (const unreadable_frame& frame) {
-        finishing_result result = ended(key_frames, status::unreadable,
-                                        "Key frame " + std::to_string(frame.number) + " cannot be read.");
+        finishing_result result =
+            ended(key_frames, status::unreadable, "Key frame " + std::to_string(frame.number) + " cannot be read.");
         result.failed_number = frame.number;
         return result;
     } catch (const std::bad_alloc&) {
@@ -426,8 +421,7 @@ cv::Point2d finishing_result::picture_from_frame(int index, cv::Point2d pixel, c
     }
     surface.headings = headings;
     const cv::Matx33d centred = centred_from_pixel(frame_size);
-    return surface.from_frame(
-               index, {centred(0, 0) * pixel.x + centred(0, 2), centred(1, 1) * pixel.y + centred(1, 2)})
+    return surface.from_frame(index, {centred(0, 0) * pixel.x + centred(0, 2), centred(1, 1) * pixel.y + centred(1, 2)})
            - origin;
 }
 

@@ -48,11 +48,10 @@ bool is_plausible(const cv::Mat& homography, cv::Size size)
 cv::Mat as_seen_by(const working_frame& frame_i, const working_frame& frame_j, const cv::Matx33d& j_from_i)
 {
     cv::Mat seen;
-    cv::warpPerspective(frame_j.gray, seen, j_from_i, frame_i.gray.size(),
-                        cv::INTER_LINEAR | cv::WARP_INVERSE_MAP);
+    cv::warpPerspective(frame_j.gray, seen, j_from_i, frame_i.gray.size(), cv::INTER_LINEAR | cv::WARP_INVERSE_MAP);
     cv::Mat shown;
-    cv::warpPerspective(cv::Mat(frame_j.gray.size(), CV_8UC1, cv::Scalar(255)), shown, j_from_i,
-                        frame_i.gray.size(), cv::INTER_NEAREST | cv::WARP_INVERSE_MAP);
+    cv::warpPerspective(cv::Mat(frame_j.gray.size(), CV_8UC1, cv::Scalar(255)), shown, j_from_i, frame_i.gray.size(),
+                        cv::INTER_NEAREST | cv::WARP_INVERSE_MAP);
     cv::Scalar mean_i;
     cv::Scalar mean_j;
     cv::Scalar spread_i;
@@ -111,8 +110,8 @@ pixel_pairs follow(const working_frame& frame_i, const working_frame& frame_j, c
     std::vector<uchar> found;
     std::vector<uchar> found_back;
     cv::calcOpticalFlowPyrLK(pyramid_i, pyramid_j, from, to, found, cv::noArray(), window, levels, criteria);
-    cv::calcOpticalFlowPyrLK(pyramid_j, pyramid_i, to, back, found_back, cv::noArray(), window, levels,
-                             criteria, cv::OPTFLOW_USE_INITIAL_FLOW);
+    cv::calcOpticalFlowPyrLK(pyramid_j, pyramid_i, to, back, found_back, cv::noArray(), window, levels, criteria,
+                             cv::OPTFLOW_USE_INITIAL_FLOW);
     points in_j;
     cv::perspectiveTransform(to, in_j, j_from_i);
     for (std::size_t k = 0; k < from.size(); ++k) {
@@ -183,8 +182,7 @@ cv::Point2d centred(const cv::Point2d& pixel, cv::Size size)
     return {from_pixel(0, 0) * pixel.x + from_pixel(0, 2), from_pixel(1, 1) * pixel.y + from_pixel(1, 2)};
 }
 
-cv::Matx33d pixels_from_pixels(const working_frame& frame_i, const working_frame& frame_j,
-                               const cv::Matx33d& j_from_i)
+cv::Matx33d pixels_from_pixels(const working_frame& frame_i, const working_frame& frame_j, const cv::Matx33d& j_from_i)
 {
     return pixel_from_centred(frame_j.gray.size()) * j_from_i * centred_from_pixel(frame_i.gray.size());
 }
@@ -229,8 +227,7 @@ std::optional<frame_link> match_frames(const working_frame& frame_i, const worki
     return link;
 }
 
-frame_link align_frames(const working_frame& frame_i, const working_frame& frame_j,
-                        const cv::Matx33d& predicted)
+frame_link align_frames(const working_frame& frame_i, const working_frame& frame_j, const cv::Matx33d& predicted)
 {
     constexpr double least_likeness = 0.6;  // correlation
     constexpr double weight_of_aligned = 0.3;
@@ -253,8 +250,8 @@ frame_link align_frames(const working_frame& frame_i, const working_frame& frame
             const cv::TermCriteria criteria(cv::TermCriteria::COUNT | cv::TermCriteria::EPS, 30, 1e-4);
             // `shown` is of frame i's pixels, the function asks for what may be used of the other one; they are the
             // same but for the small motion that is looked for.
-            const double after = cv::findTransformECC(frame_i.gray, seen, rest, cv::MOTION_EUCLIDEAN, criteria,
-                                                      shown, smoothing);
+            const double after =
+                cv::findTransformECC(frame_i.gray, seen, rest, cv::MOTION_EUCLIDEAN, criteria, shown, smoothing);
             cv::Matx33d more_exact = cv::Matx33d::eye();
             for (int row = 0; row < 2; ++row) {
                 for (int column = 0; column < 3; ++column) {
@@ -262,8 +259,7 @@ frame_link align_frames(const working_frame& frame_i, const working_frame& frame
                 }
             }
             const cv::Matx33d refined = in_pixels * more_exact;
-            if (after > least_likeness && after > before
-                && is_plausible(cv::Mat(refined), frame_i.gray.size())) {
+            if (after > least_likeness && after > before && is_plausible(cv::Mat(refined), frame_i.gray.size())) {
                 link.source = placed_by::alignment;
                 link.j_from_i = centred_from_centred(frame_i, frame_j, refined);
                 link.weight = weight_of_aligned;

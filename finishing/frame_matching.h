@@ -32,7 +32,6 @@ std::optional<frame_link> match_frames(const working_frame& frame_i, const worki
 
 /// The same where no features are: the prediction, made more exact pixel by pixel if that helps, as a few points of
 /// little weight. Always finds something.
-frame_link align_frames(const working_frame& frame_i, const working_frame& frame_j,
-                        const cv::Matx33d& predicted);
+frame_link align_frames(const working_frame& frame_i, const working_frame& frame_j, const cv::Matx33d& predicted);
 
 }  // namespace tarn::finishing

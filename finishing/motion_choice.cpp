@@ -28,8 +28,7 @@ std::vector<frame_link> links_between_placed(const std::vector<frame_link>& link
 {
     std::vector<frame_link> result;
     std::copy_if(links.begin(), links.end(), std::back_inserter(result), [&](const frame_link& link) {
-        return cameras.placed[static_cast<std::size_t>(link.i)]
-               && cameras.placed[static_cast<std::size_t>(link.j)];
+        return cameras.placed[static_cast<std::size_t>(link.i)] && cameras.placed[static_cast<std::size_t>(link.j)];
     });
     return result;
 }
@@ -37,8 +36,7 @@ std::vector<frame_link> links_between_placed(const std::vector<frame_link>& link
 constexpr int most_steps = 40;
 
 /// A turning camera, begun with several focal lengths: from a wrong one the way to the right one may be closed.
-camera_set turning_cameras(const std::vector<frame_link>& links, int count,
-                           const std::function<void()>& each_step)
+camera_set turning_cameras(const std::vector<frame_link>& links, int count, const std::function<void()>& each_step)
 {
     constexpr std::array focal_lengths = {0.5, 0.7, 1.0, 1.5, 2.5, 5.0};  // in longer sides
     constexpr int first_steps = 4;
@@ -92,7 +90,8 @@ camera_set find_cameras(const std::vector<frame_link>& links, int count, const s
             residual = own;
         }
     }
-    // A homography for each explains everything, parallax and a bent lens included, so it does not count against turning.
+    // A homography for each explains everything, parallax and a bent lens included, so it does not count against
+    // turning.
     const bool turns = turning.focal < longest_focal && turning.focal > shortest_focal;
     if (turns && median_residual(turning, links) <= std::max(unseen, median_residual(tilting, links))) {
         best = turning;

@@ -70,9 +70,9 @@ std::vector<index_pair> pairs_of_neighbours(const std::vector<working_frame>& fr
     return pairs;
 }
 
-std::vector<index_pair>
-pairs_that_overlap(const std::vector<working_frame>& frames, const std::vector<index_pair>& known,
-                   const std::function<std::optional<cv::Matx33d>(int i, int j)>& j_from_i)
+std::vector<index_pair> pairs_that_overlap(const std::vector<working_frame>& frames,
+                                           const std::vector<index_pair>& known,
+                                           const std::function<std::optional<cv::Matx33d>(int i, int j)>& j_from_i)
 {
     constexpr double enough_shared = 0.35;
     constexpr std::size_t most_for_each = 2;

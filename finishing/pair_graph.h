@@ -27,8 +27,8 @@ std::vector<index_pair> pairs_of_neighbours(const std::vector<working_frame>& fr
 
 /// Further pairs that overlap: where the camera comes back, or a turn closes. For each frame its few best ones; sorted.
 /// @param j_from_i  where frame i is seen in frame j, of centred coordinates; nothing where that is unknown
-std::vector<index_pair>
-pairs_that_overlap(const std::vector<working_frame>& frames, const std::vector<index_pair>& known,
-                   const std::function<std::optional<cv::Matx33d>(int i, int j)>& j_from_i);
+std::vector<index_pair> pairs_that_overlap(const std::vector<working_frame>& frames,
+                                           const std::vector<index_pair>& known,
+                                           const std::function<std::optional<cv::Matx33d>(int i, int j)>& j_from_i);
 
 }  // namespace tarn::finishing

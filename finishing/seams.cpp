@@ -22,8 +22,7 @@ struct composite {
     cv::Mat owner;
 };
 
-void show(composite& so_far, const small_drawing& drawing, const cv::Mat& image, const cv::Mat& mask,
-          int number)
+void show(composite& so_far, const small_drawing& drawing, const cv::Mat& image, const cv::Mat& mask, int number)
 {
     const cv::Rect place = drawing.place - so_far.area.tl();
     image.copyTo(so_far.image(place), mask);
@@ -57,8 +56,7 @@ overlap divided(const cv::Mat& old_mask, const cv::Mat& new_mask)
 }
 
 /// Where the drawing is to replace what is there.
-cv::Mat cut_out(const composite& so_far, const small_drawing& drawing, const cv::Mat& image,
-                const cv::Mat& mask)
+cv::Mat cut_out(const composite& so_far, const small_drawing& drawing, const cv::Mat& image, const cv::Mat& mask)
 {
     const cv::Rect place = drawing.place - so_far.area.tl();
     const cv::Mat old_image = so_far.image(place);
@@ -118,8 +116,8 @@ void spread(cv::Mat& owner, int reach)
 
 }  // namespace
 
-ownership find_seams(const std::vector<small_drawing>& drawings, const std::vector<block_gains>& gains,
-                     int reach, const progress_meter& progress)
+ownership find_seams(const std::vector<small_drawing>& drawings, const std::vector<block_gains>& gains, int reach,
+                     const progress_meter& progress)
 {
     composite so_far;
     so_far.area = area_of(drawings);

@@ -22,7 +22,7 @@ struct ownership {
 
 /// Lays drawing after drawing on those before, each along the best cut: as many cuts as there are drawings.
 /// @param reach  px around what is seen that get an owner as well
-ownership find_seams(const std::vector<small_drawing>& drawings, const std::vector<block_gains>& gains,
-                     int reach, const progress_meter& progress);
+ownership find_seams(const std::vector<small_drawing>& drawings, const std::vector<block_gains>& gains, int reach,
+                     const progress_meter& progress);
 
 }  // namespace tarn::finishing

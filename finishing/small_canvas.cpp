@@ -21,8 +21,7 @@ drawing_surface small_surface_for(const drawing_surface& surface, const std::vec
     return surface.scaled(factor);
 }
 
-std::vector<small_drawing> draw_small(const drawing_surface& small_surface,
-                                      const std::vector<working_frame>& frames,
+std::vector<small_drawing> draw_small(const drawing_surface& small_surface, const std::vector<working_frame>& frames,
                                       std::vector<frame_report>& reports, const progress_meter& progress)
 {
     // A frame that takes so many times its own size is seen too much askew to be of use.

@@ -25,8 +25,7 @@ struct small_drawing {
 drawing_surface small_surface_for(const drawing_surface& surface, const std::vector<working_frame>& frames);
 
 /// Draws the key frames that have a place, and says of those that cannot be drawn why.
-std::vector<small_drawing> draw_small(const drawing_surface& small_surface,
-                                      const std::vector<working_frame>& frames,
+std::vector<small_drawing> draw_small(const drawing_surface& small_surface, const std::vector<working_frame>& frames,
                                       std::vector<frame_report>& reports, const progress_meter& progress);
 
 /// Takes out drawings that add nothing: of which others show all, and that leave neighbours enough in common.

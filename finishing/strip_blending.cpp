@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// A strip is blended with a margin around it. What lies farther away than the coarsest band reaches has no influence, and
+// A strip is blended with a margin around it. What lies farther away than the coarsest band reaches has no influence,
+// and
 // strips begin where that band's pixels do, so that they fit together as if there were one.
 #include "strip_blending.h"
 
@@ -144,10 +145,9 @@ private:
     cv::Rect part_of(std::size_t k, cv::Rect outer) const
     {
         const double scale = plan_.small_scale;
-        const cv::Rect small =
-            cv::Rect(cv::Point(cvFloor(outer.x * scale) - 1, cvFloor(outer.y * scale) - 1),
-                     cv::Point(cvCeil(outer.br().x * scale) + 2, cvCeil(outer.br().y * scale) + 2))
-            & owned_[k];
+        const cv::Rect small = cv::Rect(cv::Point(cvFloor(outer.x * scale) - 1, cvFloor(outer.y * scale) - 1),
+                                        cv::Point(cvCeil(outer.br().x * scale) + 2, cvCeil(outer.br().y * scale) + 2))
+                               & owned_[k];
         if (small.empty()) {
             return {};
         }
@@ -161,8 +161,7 @@ private:
         return inflated(full, margin) & outer;
     }
 
-    void feed(std::size_t k, cv::Rect part, cv::Rect outer, cv::detail::MultiBandBlender& blender,
-              cv::Mat& shown) const
+    void feed(std::size_t k, cv::Rect part, cv::Rect outer, cv::detail::MultiBandBlender& blender, cv::Mat& shown) const
     {
         const small_drawing& drawing = plan_.drawings[k];
         const cv::Mat source = images_.image(drawing.index);
@@ -171,16 +170,14 @@ private:
         const cv::Mat own = shown_part(pixels, source.size());
         cv::Mat image;
         cv::remap(source, image, pixels, cv::noArray(), cv::INTER_LINEAR, cv::BORDER_REFLECT);
-        apply_gains(plan_.gains[k], image,
-                    cv::Point2d(part.tl()) * plan_.small_scale - cv::Point2d(drawing.place.tl()),
+        apply_gains(plan_.gains[k], image, cv::Point2d(part.tl()) * plan_.small_scale - cv::Point2d(drawing.place.tl()),
                     plan_.small_scale);
 
         // Two frames may both be there along a seam by parts of a small pixel; a gap must not be.
         constexpr double owned_from = 80.0;  // of 255
         const cv::Rect around = inflated(owned_[k], 1) & plan_.owners.area;
         const double scale = plan_.small_scale;
-        const cv::Matx23d small_from_part(scale, 0, scale * part.x - around.x, 0, scale,
-                                          scale * part.y - around.y);
+        const cv::Matx23d small_from_part(scale, 0, scale * part.x - around.x, 0, scale, scale * part.y - around.y);
         cv::Mat mask;
         cv::warpAffine(owned_part(k, around), mask, small_from_part, part.size(),
                        cv::INTER_LINEAR | cv::WARP_INVERSE_MAP, cv::BORDER_REPLICATE);
@@ -202,8 +199,8 @@ private:
 
 }  // namespace
 
-void blend_strips(const picture_plan& plan, const std::function<cv::Mat(int index)>& frame_image,
-                  double cache_bytes, const progress_meter& progress, cv::Mat& picture, cv::Mat& mask)
+void blend_strips(const picture_plan& plan, const std::function<cv::Mat(int index)>& frame_image, double cache_bytes,
+                  const progress_meter& progress, cv::Mat& picture, cv::Mat& mask)
 {
     picture = cv::Mat::zeros(plan.area.size(), CV_8UC3);
     mask = cv::Mat::zeros(plan.area.size(), CV_8UC1);

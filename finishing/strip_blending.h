@@ -32,7 +32,7 @@ struct picture_plan {
 /// @param mask         the same, CV_8UC1: 255 where a key frame shows something
 /// @param frame_image  the picture of a key frame, by index
 /// @param cache_bytes  see finishing_options
-void blend_strips(const picture_plan& plan, const std::function<cv::Mat(int index)>& frame_image,
-                  double cache_bytes, const progress_meter& progress, cv::Mat& picture, cv::Mat& mask);
+void blend_strips(const picture_plan& plan, const std::function<cv::Mat(int index)>& frame_image, double cache_bytes,
+                  const progress_meter& progress, cv::Mat& picture, cv::Mat& mask);
 
 }  // namespace tarn::finishing

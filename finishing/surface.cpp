@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Every surface is a product of what a column and what a row contribute to the three coordinates of a ray, so that all of
+// Every surface is a product of what a column and what a row contribute to the three coordinates of a ray, so that all
+// of
 // them share one loop.
 #include "surface.h"
 
@@ -170,8 +171,8 @@ void drawing_surface::pixels_of_frame(int index, cv::Size image_size, cv::Rect a
                 const double px = (of_x[0] * column.x + of_y[0] * column.y + of_z[0] * column.z) / w;
                 const double py = (of_x[1] * column.x + of_y[1] * column.y + of_z[1] * column.z) / w;
                 const bool is_seen = w > 0.0 && std::abs(px) < largest && std::abs(py) < largest;
-                to[x] = is_seen ? cv::Vec2f(static_cast<float>(px), static_cast<float>(py))
-                                : cv::Vec2f(outside, outside);
+                to[x] =
+                    is_seen ? cv::Vec2f(static_cast<float>(px), static_cast<float>(py)) : cv::Vec2f(outside, outside);
             }
             if (row_behind) {
                 std::fill(to, to + area.width, cv::Vec2f(outside, outside));
@@ -198,8 +199,7 @@ cv::Mat shown_part(const cv::Mat& pixels, cv::Size image_size)
 {
     cv::Mat shown;
     // Half a pixel around is still the image's border pixel.
-    cv::inRange(pixels, cv::Scalar(-0.5, -0.5), cv::Scalar(image_size.width - 0.5, image_size.height - 0.5),
-                shown);
+    cv::inRange(pixels, cv::Scalar(-0.5, -0.5), cv::Scalar(image_size.width - 0.5, image_size.height - 0.5), shown);
     return shown;
 }
 

@@ -26,7 +26,8 @@ struct drawing_surface {
     /// What a frame covers, rounded outwards; empty for a frame that cannot be drawn.
     cv::Rect outline(int index, cv::Size frame_size) const;
 
-    /// For each pixel of `area` the pixel of a frame that it shows, CV_32FC2; far outside of the frame where it shows none.
+    /// For each pixel of `area` the pixel of a frame that it shows, CV_32FC2; far outside of the frame where it shows
+    /// none.
     /// @param image_size  of the frame, in whatever resolution
     void pixels_of_frame(int index, cv::Size image_size, cv::Rect area, cv::Mat& pixels) const;
 
@@ -34,7 +35,8 @@ struct drawing_surface {
     drawing_surface scaled(double factor) const;
 };
 
-/// Sets cameras upright, chooses what they are drawn on, and its scale, at which a key frame's centre has as many pixels
+/// Sets cameras upright, chooses what they are drawn on, and its scale, at which a key frame's centre has as many
+/// pixels
 /// as it had.
 /// @param frame_sizes  px at full resolution
 drawing_surface choose_surface(const camera_set& cameras, const std::vector<cv::Size>& frame_sizes);

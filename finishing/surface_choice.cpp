@@ -144,8 +144,8 @@ bool set_upright(camera_set& cameras, const std::vector<int>& indices)
     return upwards;
 }
 
-extent angles_seen(const drawing_surface& sphere, const std::vector<int>& indices,
-                   const std::vector<cv::Size>& sizes, bool rows)
+extent angles_seen(const drawing_surface& sphere, const std::vector<int>& indices, const std::vector<cv::Size>& sizes,
+                   bool rows)
 {
     extent result;
     for (const int index : indices) {
@@ -244,8 +244,7 @@ drawing_surface along_plane(const camera_set& cameras, const std::vector<cv::Siz
         cosine += own(0, 0) + own(1, 1);
     }
     const double turned = std::atan2(sine, cosine);
-    turn_all(surface.cameras,
-             {std::cos(turned), std::sin(turned), 0, -std::sin(turned), std::cos(turned), 0, 0, 0, 1});
+    turn_all(surface.cameras, {std::cos(turned), std::sin(turned), 0, -std::sin(turned), std::cos(turned), 0, 0, 0, 1});
     surface.scale = median(sides_of_unit);
     return surface;
 }

@@ -8,7 +8,8 @@
 // -----------
 // Pixels      x is the column, y the row, y grows downward; the centre of the top-left pixel is (0, 0).
 // Images      8 bits. In: one channel, three in B,G,R order, or four in R,G,B,A order, of any size. Out: B,G,R.
-// Placements  3 x 3, CV_64F: a pixel of the frame's copy that is at most 300 px wide (the live path's working copy) into
+// Placements  3 x 3, CV_64F: a pixel of the frame's copy that is at most 300 px wide (the live path's working copy)
+// into
 //             one frame of reference that all key frames share, such as the preview as it was at one moment.
 // Angles      radians, where the name does not say degrees.
 // Memory      pictures are asked for when they are needed and let go soon after, at most
@@ -33,10 +34,12 @@ namespace tarn::finishing {
 struct key_frame {
     /// Whatever tells the host which one it is, such as its number in the video; only passed through.
     int number = 0;
-    /// Where the live path saw it (see above); empty when it did not, and then its neighbours must have enough in common
+    /// Where the live path saw it (see above); empty when it did not, and then its neighbours must have enough in
+    /// common
     /// with it.
     cv::Mat placement;
-    /// The frame at full resolution. Called on the calling thread of finish, twice and seldom more often, in the order of
+    /// The frame at full resolution. Called on the calling thread of finish, twice and seldom more often, in the order
+    /// of
     /// the sweep if the sweep goes one way. It may read from a file. What it returns is not written to, and must not
     /// change until finish returns. An empty image, or an exception, ends finish with status::unreadable.
     std::function<cv::Mat()> image;
@@ -79,9 +82,10 @@ enum class projection {
 };
 
 enum class crop {
-    none,  ///< all that was seen, black where nothing was
-    full,  ///< the largest upright rectangle without an empty pixel
-    automatic,  ///< the largest upright rectangle with next to no empty pixels, in thin corners; those are filled with what
+    none,       ///< all that was seen, black where nothing was
+    full,       ///< the largest upright rectangle without an empty pixel
+    automatic,  ///< the largest upright rectangle with next to no empty pixels, in thin corners; those are filled with
+                ///< what
                 ///< lies beside them. None is larger by little, so that full is taken then.
 };
 
@@ -118,7 +122,8 @@ struct frame_report {
     placed_by placement = placed_by::nothing;
     left_out omitted = left_out::unplaced;
     /// How the camera saw the scene: for a turning camera the rotation world_from_camera (x right, y down, z ahead);
-    /// otherwise plane_from_frame, in both cases for coordinates of a frame from its centre, in units of its longer side.
+    /// otherwise plane_from_frame, in both cases for coordinates of a frame from its centre, in units of its longer
+    /// side.
     cv::Matx33d camera = cv::Matx33d::eye();
     double gain = 1.0;  ///< mean factor on brightness
     double residual =
@@ -143,8 +148,8 @@ struct finishing_result {
 
     camera_motion motion = camera_motion::none;
     projection drawn_on = projection::plane;
-    double focal_length = 0.0;  ///< of a turning camera, in units of a frame's longer side; 0 of others
-    double scale = 1.0;         ///< px of the picture for one of a key frame's, at its centre
+    double focal_length = 0.0;              ///< of a turning camera, in units of a frame's longer side; 0 of others
+    double scale = 1.0;                     ///< px of the picture for one of a key frame's, at its centre
     double horizontal_field_of_view = 0.0;  ///< degrees, of a turning camera's picture; 0 of others
     double vertical_field_of_view = 0.0;    ///< degrees
     double residual = -1.0;                 ///< median of all points' distances, % of a frame's longer side
@@ -165,8 +170,7 @@ struct finishing_result {
     cv::Point2d origin;
     /// Px of the picture for a radian, or for a frame's longer side; for picture_from_frame.
     double surface_scale = 1.0;
-    std::vector<double>
-        headings;  ///< of the key frames, radians, not wrapped to one turn; for picture_from_frame
+    std::vector<double> headings;  ///< of the key frames, radians, not wrapped to one turn; for picture_from_frame
 };
 
 /// Makes the picture.

@@ -43,7 +43,8 @@ cv::Matx33d centred_placement(const cv::Mat& placement, cv::Size full_size)
     return cv::Matx33d(placement) * copy_from_full * pixel_from_centred(full_size);
 }
 
-/// Brings the copies for placing to one size, where key frames differ: descriptions of features bear a change of size, but
+/// Brings the copies for placing to one size, where key frames differ: descriptions of features bear a change of size,
+/// but
 /// not well.
 void make_equally_large(std::vector<working_frame>& frames)
 {
@@ -102,8 +103,7 @@ cv::Mat picture_of(const key_frame& frame)
     }
 }
 
-std::vector<working_frame> read_working_frames(const std::vector<key_frame>& key_frames,
-                                               const progress_meter& progress)
+std::vector<working_frame> read_working_frames(const std::vector<key_frame>& key_frames, const progress_meter& progress)
 {
     std::vector<working_frame> result(key_frames.size());
     for (std::size_t i = 0; i < key_frames.size(); ++i) {

@@ -432,9 +432,7 @@ private:
                 return static_cast<host*>(user)->input_.byte() % 64 == 1 ? 0 : 1;
             };
             options.on_key_frame = &host::see_key_frame;
-            options.on_log = [](void* /*user*/, const char* text) {
-                check(text != nullptr, "a log has a text");
-            };
+            options.on_log = [](void* /*user*/, const char* text) { check(text != nullptr, "a log has a text"); };
         }
         structure<tarn_sweep_options> given(input_, options);
         given.add_faults(faults, true);
@@ -462,10 +460,8 @@ private:
 
     static void check_answer(const tarn_answer& answer)
     {
-        check(answer.code >= TARN_CODE_PIPELINE_FAILED && answer.code <= TARN_CODE_SKEWED,
-              "a code is one of -1 to 6");
-        check(answer.why >= TARN_REASON_NONE && answer.why <= TARN_REASON_NO_FRAMES,
-              "a reason is one of those");
+        check(answer.code >= TARN_CODE_PIPELINE_FAILED && answer.code <= TARN_CODE_SKEWED, "a code is one of -1 to 6");
+        check(answer.why >= TARN_REASON_NONE && answer.why <= TARN_REASON_NO_FRAMES, "a reason is one of those");
         check(answer.direction >= 0 && answer.direction <= TARN_DIRECTION_LEFT, "a direction is one of 0 to 4");
         for (const int flag : {answer.taken, answer.registered, answer.placed}) {
             check(flag == 0 || flag == 1, "a flag is 0 or 1");
@@ -498,8 +494,7 @@ private:
         answer.add_faults(faults, false);
         const std::vector<unsigned char> before = fed.bytes;
         is_to_end_ = false;
-        if (judge(tarn_sweep_feed(handle, image.pointer(), hint, answer.pointer()), faults)
-            && !answer.is_null()) {
+        if (judge(tarn_sweep_feed(handle, image.pointer(), hint, answer.pointer()), faults) && !answer.is_null()) {
             check_answer(answer.filled());
         }
         check(fed.bytes == before, "a frame is only read");
@@ -609,12 +604,9 @@ private:
         }
         if (judge(tarn_sweep_get_status(handle, status.pointer()), faults)) {
             const tarn_status told = status.filled();
-            check(told.under_way >= 0 && told.under_way <= told.key_frames,
-                  "no more is under way than there is");
-            check(std::strcmp(tarn_pipeline_name(told.pipeline), "unknown") != 0,
-                  "the pipeline's state has a name");
-            check(told.why >= TARN_REASON_NONE && told.why <= TARN_REASON_NO_FRAMES,
-                  "a reason is one of those");
+            check(told.under_way >= 0 && told.under_way <= told.key_frames, "no more is under way than there is");
+            check(std::strcmp(tarn_pipeline_name(told.pipeline), "unknown") != 0, "the pipeline's state has a name");
+            check(told.why >= TARN_REASON_NONE && told.why <= TARN_REASON_NO_FRAMES, "a reason is one of those");
         }
     }
 
@@ -633,8 +625,7 @@ private:
             faults.insert(TARN_ERROR_BAD_ARGUMENT);
         }
         const int milliseconds = input_.integer(-1, 50);
-        if (judge(tarn_sweep_wait_for_room(handle, most, milliseconds, has_place ? &has_room : nullptr),
-                  faults)) {
+        if (judge(tarn_sweep_wait_for_room(handle, most, milliseconds, has_place ? &has_room : nullptr), faults)) {
             check(has_room == 0 || has_room == 1, "a flag is 0 or 1");
         } else {
             check(has_room == 7, "a failure leaves what it was given");
@@ -717,11 +708,9 @@ private:
         if (judge(tarn_panorama_get_info(handle, info.pointer()), faults_of_info)
             && info.reaches(offsetof(tarn_panorama_info, key_frames) + sizeof(int))) {
             const tarn_panorama_info told = info.filled();
-            check(told.extent >= TARN_EXTENT_MISSING && told.extent <= TARN_EXTENT_WHOLE,
-                  "an extent is one of those");
+            check(told.extent >= TARN_EXTENT_MISSING && told.extent <= TARN_EXTENT_WHOLE, "an extent is one of those");
             check((told.extent == TARN_EXTENT_MISSING) == found->copy.empty(), "what is missing has no image");
-            check((told.extent == TARN_EXTENT_WHOLE) == (told.why == TARN_REASON_NONE),
-                  "what is not whole says why");
+            check((told.extent == TARN_EXTENT_WHOLE) == (told.why == TARN_REASON_NONE), "what is not whole says why");
         }
         structure<tarn_answer> answer(input_, tarn_answer{});
         std::set<int> faults_of_answer = faults;
@@ -768,13 +757,11 @@ private:
     void words()
     {
         const int number = input_.integer(-2147483647, 2147483647) % 64;
-        for (const char* text :
-             {tarn_code_name(number), tarn_direction_name(number), tarn_pipeline_name(number),
-              tarn_reason_name(number), tarn_result_name(number)}) {
+        for (const char* text : {tarn_code_name(number), tarn_direction_name(number), tarn_pipeline_name(number),
+                                 tarn_reason_name(number), tarn_result_name(number)}) {
             check(text != nullptr && *text != '\0', "every number has a name");
         }
-        check(tarn_code_advice(number) != nullptr && tarn_reason_advice(number) != nullptr,
-              "an advice is a text");
+        check(tarn_code_advice(number) != nullptr && tarn_reason_advice(number) != nullptr, "an advice is a text");
     }
 
     input_bytes& input_;

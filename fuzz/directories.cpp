@@ -94,8 +94,7 @@ void make_entries(input_bytes& input, int directory, std::vector<entry>& made, i
                                                              private_directory() + "work/sweep"};
             const auto target = static_cast<std::size_t>(input.byte()) % (targets.size() + 1);
             // The last kind is a link to itself.
-            succeeded =
-                symlinkat(target < targets.size() ? targets[target].c_str() : name, directory, name) == 0;
+            succeeded = symlinkat(target < targets.size() ? targets[target].c_str() : name, directory, name) == 0;
             break;
         }
         case 9:
@@ -108,8 +107,7 @@ void make_entries(input_bytes& input, int directory, std::vector<entry>& made, i
             succeeded = mknodat(directory, name, S_IFCHR | 0600, makedev(1, 3)) == 0;
             break;
         default:
-            succeeded =
-                linkat(AT_FDCWD, (private_directory() + "outside/file").c_str(), directory, name, 0) == 0;
+            succeeded = linkat(AT_FDCWD, (private_directory() + "outside/file").c_str(), directory, name, 0) == 0;
             break;
         }
         if (succeeded) {

@@ -299,12 +299,10 @@ private:
         const tarn::pipeline_snapshot pipeline = tarn::look_at_pipeline();
         check(pipeline.status == 0 || (pipeline.status >= 2 && pipeline.status <= 4), "the pipeline's status");
         // Of 8 bits, unless the first frame that a worker got was the last of its sweep, which is never registered.
-        check(pipeline.panorama.empty() || pipeline.panorama.channels() == 3,
-              "the panorama has three channels");
+        check(pipeline.panorama.empty() || pipeline.panorama.channels() == 3, "the panorama has three channels");
         kept_.push_back({pipeline.panorama, pipeline.panorama.clone()});
         while (kept_.size() > 6) {
-            check(same_image(kept_.front().shared, kept_.front().copy),
-                  "pixels that were handed out never change");
+            check(same_image(kept_.front().shared, kept_.front().copy), "pixels that were handed out never change");
             kept_.erase(kept_.begin());
         }
         check_files();

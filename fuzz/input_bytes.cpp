@@ -38,10 +38,9 @@ float input_bytes::any_float(int extent)
 {
     constexpr float nan = std::numeric_limits<float>::quiet_NaN();
     constexpr float infinity = std::numeric_limits<float>::infinity();
-    static constexpr float special[] = {nan,           infinity,       -infinity,     0.0f,           -0.0f,
-                                        2147483648.0f, -2147483648.0f, 2147483520.0f, -2147483904.0f, 1e20f,
-                                        -1e20f,        3.4e38f,        -3.4e38f,      1e-45f,         0.5f,
-                                        -0.5f};
+    static constexpr float special[] = {
+        nan,   infinity, -infinity, 0.0f,     -0.0f,  2147483648.0f, -2147483648.0f, 2147483520.0f, -2147483904.0f,
+        1e20f, -1e20f,   3.4e38f,   -3.4e38f, 1e-45f, 0.5f,          -0.5f};
     const std::uint8_t kind = byte();
     if (kind < 16) {
         return special[kind];
@@ -149,8 +148,7 @@ bool guarded_view::guards_are_untouched() const
         const std::uint8_t* end = row + pixel * static_cast<std::size_t>(buffer_.cols);
         const bool meets_view = y >= place_.y && y < place_.y + place_.height;
         const std::uint8_t* left_end = meets_view ? row + pixel * static_cast<std::size_t>(place_.x) : end;
-        const std::uint8_t* right =
-            meets_view ? left_end + pixel * static_cast<std::size_t>(place_.width) : end;
+        const std::uint8_t* right = meets_view ? left_end + pixel * static_cast<std::size_t>(place_.width) : end;
         if (!std::all_of(row, left_end, is_guard) || !std::all_of(right, end, is_guard)) {
             return false;
         }

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Each pixel kernel against its plain transcription, or against the image library's function whose result it gives in
+// Each pixel kernel against its plain transcription, or against OpenCV's function whose result it gives in
 // less time, on images that are views of larger ones: the results must agree to the last byte, and no byte outside of
 // the views may change. Where the transcription leaves the images, the definition says nothing, and the kernel must
 // only keep inside.
@@ -54,8 +54,7 @@ void check_seam(input_bytes& input)
     const cv::Mat destination = input.image(size, CV_8UC3);
     std::vector<cv::Point2f> corners = input.any_quadrilateral(size);
     std::optional<cv::Mat> expected;
-    if (std::all_of(corners.begin(), corners.end(),
-                    [](const cv::Point2f& c) { return c.y > -1e6f && c.y < 1e6f; })) {
+    if (std::all_of(corners.begin(), corners.end(), [](const cv::Point2f& c) { return c.y > -1e6f && c.y < 1e6f; })) {
         expected = unless_it_throws<cv::Mat>([&] {
             cv::Mat result = destination.clone();
             reference::optimizeSeam(source, result, corners);
@@ -123,8 +122,7 @@ void check_projection(input_bytes& input, bool sphere)
     }
     const float angle = input.flag() ? static_cast<float>(input.integer(0, 899)) / 10.0f : input.any_float(180);
     const auto expected = unless_it_throws<cv::Mat>([&] {
-        return sphere ? reference::SphericalProjection(image, angle)
-                      : reference::cylindrical_projection(image, angle);
+        return sphere ? reference::SphericalProjection(image, angle) : reference::cylindrical_projection(image, angle);
     });
     guarded_view guarded(image);
     const auto actual = unless_it_throws<cv::Mat>([&] {
@@ -278,7 +276,7 @@ void check_shrink(input_bytes& input)
         cv::resize(guarded.view(), shrunk, cv::Size(), scale, scale, cv::INTER_LINEAR_EXACT);
         return shrunk;
     });
-    check(actual.has_value() == expected.has_value(), "shrinking throws when the image library does");
+    check(actual.has_value() == expected.has_value(), "shrinking throws when OpenCV does");
     check(!expected || same_image(*expected, *actual), "shrinking");
     check(same_image(image, guarded.view()), "shrinking only reads its source");
     check(guarded.guards_are_untouched(), "shrinking stays inside");
@@ -290,9 +288,8 @@ void check_corners(input_bytes& input)
     const int type = types[input.byte() % std::size(types)];
     const cv::Mat gray = input.image(any_size(input, 120), type);
     const auto actual = unless_it_throws<std::vector<cv::Point2f>>([&] { return tarn::find_corners(gray); });
-    const auto expected =
-        unless_it_throws<std::vector<cv::Point2f>>([&] { return tarn::test::library_corners(gray); });
-    check(actual.has_value() == expected.has_value(), "corners: throws when the image library does");
+    const auto expected = unless_it_throws<std::vector<cv::Point2f>>([&] { return tarn::test::library_corners(gray); });
+    check(actual.has_value() == expected.has_value(), "corners: throws when OpenCV does");
     check(!expected || *expected == *actual, "corners");
 }
 
@@ -319,11 +316,10 @@ void check_flow(input_bytes& input)
     });
     const auto expected =
         unless_it_throws<tarn::point_flow>([&] { return tarn::test::library_flow(reference, gray, points); });
-    check(actual.has_value() == expected.has_value(), "flow: throws when the image library does");
+    check(actual.has_value() == expected.has_value(), "flow: throws when OpenCV does");
     if (actual) {
         check(actual->found == expected->found, "flow: which points are found");
-        check(std::equal(actual->places.begin(), actual->places.end(), expected->places.begin(),
-                         expected->places.end(),
+        check(std::equal(actual->places.begin(), actual->places.end(), expected->places.begin(), expected->places.end(),
                          [](const cv::Point2f& one, const cv::Point2f& other) {
                              return same_float(one.x, other.x) && same_float(one.y, other.y);
                          }),
@@ -342,8 +338,8 @@ extern "C" int LLVMFuzzerInitialize(int* /*argc*/, char*** /*argv*/)
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {
     input_bytes input(data, size);
-    run_one_of({check_seam, check_fill, check_cylinder, check_sphere, check_composition, check_export,
-                check_matching, check_shrink, check_corners, check_flow},
+    run_one_of({check_seam, check_fill, check_cylinder, check_sphere, check_composition, check_export, check_matching,
+                check_shrink, check_corners, check_flow},
                input);
     return 0;
 }

@@ -61,8 +61,7 @@ std::string description_of_tree(const std::string& path)
 {
     std::vector<std::string> lines;
     std::error_code error;
-    for (fs::recursive_directory_iterator entry(path, error), end; !error && entry != end;
-         entry.increment(error)) {
+    for (fs::recursive_directory_iterator entry(path, error), end; !error && entry != end; entry.increment(error)) {
         struct stat status {};
 
         lstat(entry->path().c_str(), &status);

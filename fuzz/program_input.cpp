@@ -27,11 +27,10 @@ constexpr std::size_t most_characters = 40;
 void check_arguments(input_bytes& input)
 {
     static const std::vector<std::string> known = {
-        "-o",      "--output",   "--preview",   "--frames",    "--turn",     "--crop",    "--step", "--fps",
-        "--start", "--end",      "--json",      "--direction", "--workers",  "--help",    "--",     "-",
-        "right",   "none",       "3",           "0:01:30",     "clip.mp4",   "-q",        "1e9",    "nan",
-        "jpg",     "--realtime", "--keep-work", "--log",       "--no-retry", "--quality", "--show", "--version",
-        ""};
+        "-o",    "--output",   "--preview",   "--frames",  "--turn",    "--crop", "--step", "--fps",      "--start",
+        "--end", "--json",     "--direction", "--workers", "--help",    "--",     "-",      "right",      "none",
+        "3",     "0:01:30",    "clip.mp4",    "-q",        "1e9",       "nan",    "jpg",    "--realtime", "--keep-work",
+        "--log", "--no-retry", "--quality",   "--show",    "--version", ""};
     std::vector<std::string> arguments = {"tarnstitch"};
     const int count = input.integer(0, 12);
     for (int i = 0; i < count; ++i) {
@@ -48,10 +47,8 @@ void check_arguments(input_bytes& input)
     }
     argv.push_back(nullptr);
     try {
-        const tarn::host::options options =
-            tarn::host::parse_options(static_cast<int>(arguments.size()), argv.data());
-        check(options.help || options.version || !options.inputs.empty(),
-              "an accepted command line has an input");
+        const tarn::host::options options = tarn::host::parse_options(static_cast<int>(arguments.size()), argv.data());
+        check(options.help || options.version || !options.inputs.empty(), "an accepted command line has an input");
         check(options.workers >= 0 && options.workers <= 16, "the number of workers is within its limits");
     } catch (const tarn::host::host_error& error) {
         const std::string message = error.what();
@@ -75,11 +72,9 @@ void check_order(input_bytes& input)
         check(!natural_less(a, a), "natural_less: no name is less than itself");
         for (const std::string& b : names) {
             check(!(natural_less(a, b) && natural_less(b, a)), "natural_less: not both ways");
-            check(natural_less(a, b) || natural_less(b, a) || a == b,
-                  "natural_less: only equal names are equal");
+            check(natural_less(a, b) || natural_less(b, a) || a == b, "natural_less: only equal names are equal");
             for (const std::string& c : names) {
-                check(!(natural_less(a, b) && natural_less(b, c)) || natural_less(a, c),
-                      "natural_less: transitive");
+                check(!(natural_less(a, b) && natural_less(b, c)) || natural_less(a, c), "natural_less: transitive");
             }
         }
     }
@@ -100,8 +95,7 @@ std::string printed(const tarn::host::numbered_name& name, int number)
 
 bool is_file_name(const std::string& name)
 {
-    return !name.empty() && name != "." && name != ".." && name.size() <= 255
-           && name.find('/') == std::string::npos;
+    return !name.empty() && name != "." && name != ".." && name.size() <= 255 && name.find('/') == std::string::npos;
 }
 
 void check_lists(input_bytes& input)

@@ -4,7 +4,7 @@
 # TarnStitch on 64-bit ARM, the processor of phones, on a machine of another architecture: builds with Debian's cross
 # compiler, runs the unit tests and stitches a sample under QEMU, and compares with what this machine computes. The
 # kernels and helpers must agree to the last bit, given equal arc tangents, and the sample's frames must get the same
-# answers; how far apart the image library's results and the pictures are is reported.
+# answers; how far apart OpenCV's results and the pictures are is reported.
 # Everything goes into build/arm64 and out/arm64; takes about half an hour on two cores. Arguments go to the tests'
 # program; a --gtest_filter of one's own takes the place of the list of tests that are left out below.
 set -euo pipefail

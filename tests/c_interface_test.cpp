@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// The C interface: every function, right and wrong; structures of older and newer hosts; handles that are none any more;
+// The C interface: every function, right and wrong; structures of older and newer hosts; handles that are none any
+// more;
 // callbacks; threads.
 #include <atomic>
 #include <cstdint>
@@ -80,11 +81,11 @@ Handle* nonsense()
 }
 
 /// A call that failed: with this result, and a text of one line that names what was wrong.
-#define EXPECT_FAILURE(call, expected, part)                                                                   \
-    do {                                                                                                       \
-        EXPECT_EQ(call, expected) << tarn_last_error();                                                        \
-        EXPECT_NE(std::string(tarn_last_error()).find(part), std::string::npos) << tarn_last_error();          \
-        EXPECT_EQ(std::string(tarn_last_error()).find('\n'), std::string::npos);                               \
+#define EXPECT_FAILURE(call, expected, part)                                                                           \
+    do {                                                                                                               \
+        EXPECT_EQ(call, expected) << tarn_last_error();                                                                \
+        EXPECT_NE(std::string(tarn_last_error()).find(part), std::string::npos) << tarn_last_error();                  \
+        EXPECT_EQ(std::string(tarn_last_error()).find('\n'), std::string::npos);                                       \
     } while (false)
 
 class c_interface : public stitcher_fixture {
@@ -115,8 +116,7 @@ protected:
     tarn_answer feed(const tarn_image& frame)
     {
         auto answer = made<tarn_answer>();
-        EXPECT_EQ(tarn_sweep_feed(sweep_, &frame, TARN_DIRECTION_UNDECIDED, &answer), TARN_OK)
-            << tarn_last_error();
+        EXPECT_EQ(tarn_sweep_feed(sweep_, &frame, TARN_DIRECTION_UNDECIDED, &answer), TARN_OK) << tarn_last_error();
         return answer;
     }
 
@@ -533,8 +533,8 @@ TEST_F(c_interface, a_handle_of_another_kind_is_none_and_is_not_freed)
     EXPECT_EQ(tarn_sweep_is_current(sweep_), 1);
     auto info = made<tarn_panorama_info>();
     EXPECT_EQ(tarn_panorama_get_info(panorama_, &info), TARN_OK);
-    EXPECT_FAILURE(tarn_panorama_get_info(reinterpret_cast<tarn_panorama*>(sweep_), &info),
-                   TARN_ERROR_NO_SUCH_HANDLE, "something else");
+    EXPECT_FAILURE(tarn_panorama_get_info(reinterpret_cast<tarn_panorama*>(sweep_), &info), TARN_ERROR_NO_SUCH_HANDLE,
+                   "something else");
 }
 
 TEST_F(c_interface, a_sweep_that_another_one_has_ended_says_so)
@@ -574,8 +574,7 @@ TEST_F(c_interface, null_where_a_pointer_is_needed)
     EXPECT_FAILURE(tarn_sweep_feed(sweep_, nullptr, 0, nullptr), TARN_ERROR_BAD_ARGUMENT, "frame is null");
     EXPECT_FAILURE(tarn_sweep_finish(sweep_, nullptr, nullptr), TARN_ERROR_BAD_ARGUMENT, "panorama is null");
     EXPECT_FAILURE(tarn_sweep_get_status(sweep_, nullptr), TARN_ERROR_BAD_ARGUMENT, "status is null");
-    EXPECT_FAILURE(tarn_sweep_wait_for_room(sweep_, 0, 0, nullptr), TARN_ERROR_BAD_ARGUMENT,
-                   "has_room is null");
+    EXPECT_FAILURE(tarn_sweep_wait_for_room(sweep_, 0, 0, nullptr), TARN_ERROR_BAD_ARGUMENT, "has_room is null");
     EXPECT_FAILURE(tarn_sweep_preview(sweep_, nullptr, nullptr), TARN_ERROR_BAD_ARGUMENT, "picture is null");
     EXPECT_FAILURE(tarn_sweep_directory(sweep_, nullptr), TARN_ERROR_BAD_ARGUMENT, "path is null");
     EXPECT_FAILURE(tarn_panorama_get_info(panorama_, nullptr), TARN_ERROR_BAD_ARGUMENT, "info is null");
@@ -627,12 +626,10 @@ TEST_F(c_interface, frames_that_are_none_are_refused_and_change_nothing)
     refuses([](tarn_image& frame) { frame.size = std::numeric_limits<std::size_t>::max(); }, "size");
     const tarn_image frame = image_of(frames_[0]);
     for (const int hint : {-1, 5, std::numeric_limits<int>::max()}) {
-        EXPECT_FAILURE(tarn_sweep_feed(sweep_, &frame, hint, nullptr), TARN_ERROR_BAD_ARGUMENT,
-                       std::to_string(hint));
+        EXPECT_FAILURE(tarn_sweep_feed(sweep_, &frame, hint, nullptr), TARN_ERROR_BAD_ARGUMENT, std::to_string(hint));
         auto options = made<tarn_finish_options>();
         options.hint = hint;
-        EXPECT_FAILURE(tarn_sweep_finish(sweep_, &options, &panorama_), TARN_ERROR_BAD_ARGUMENT,
-                       std::to_string(hint));
+        EXPECT_FAILURE(tarn_sweep_finish(sweep_, &options, &panorama_), TARN_ERROR_BAD_ARGUMENT, std::to_string(hint));
     }
     tarn_answer answer;
     answer.size = 0;
@@ -673,8 +670,8 @@ TEST_F(c_interface, an_older_host_is_told_what_it_has_members_for)
         tarn_answer answer;
     } filled;
 
-    for (const std::size_t size : {sizeof(std::size_t), 2 * sizeof(std::size_t), 4 * sizeof(std::size_t),
-                                   offsetof(tarn_answer, detail)}) {
+    for (const std::size_t size :
+         {sizeof(std::size_t), 2 * sizeof(std::size_t), 4 * sizeof(std::size_t), offsetof(tarn_answer, detail)}) {
         std::memset(&filled, 0x5A, sizeof filled);
         filled.answer.size = size;
         const tarn_image frame = image_of(frames_[0]);
@@ -684,8 +681,7 @@ TEST_F(c_interface, an_older_host_is_told_what_it_has_members_for)
             EXPECT_EQ(filled.answer.code, TARN_CODE_NORMAL);
         }
         const auto* bytes = reinterpret_cast<const unsigned char*>(&filled);
-        EXPECT_TRUE(
-            std::all_of(bytes + size, bytes + sizeof filled, [](unsigned char byte) { return byte == 0x5A; }));
+        EXPECT_TRUE(std::all_of(bytes + size, bytes + sizeof filled, [](unsigned char byte) { return byte == 0x5A; }));
     }
 }
 
@@ -905,8 +901,7 @@ TEST_F(c_interface, what_a_callback_in_another_language_throws_becomes_an_error)
     };
     begin();
     const tarn_image frame = image_of(frames_[0]);
-    EXPECT_FAILURE(tarn_sweep_feed(sweep_, &frame, 0, nullptr), TARN_ERROR_UNEXPECTED,
-                   "the host's own mistake");
+    EXPECT_FAILURE(tarn_sweep_feed(sweep_, &frame, 0, nullptr), TARN_ERROR_UNEXPECTED, "the host's own mistake");
     EXPECT_EQ(tarn_sweep_is_current(sweep_), 1);
     EXPECT_EQ(feed(image_of(frames_[1])).taken, 1);
 }
@@ -961,8 +956,7 @@ TEST_F(c_interface, a_sweep_is_freed_under_the_feet_of_those_that_use_it)
             auto answer = made<tarn_answer>();
             const tarn_result result = tarn_sweep_feed(sweep_, &image, 0, &answer);
             if (result != TARN_OK) {
-                EXPECT_TRUE(result == TARN_ERROR_NO_SUCH_HANDLE || result == TARN_ERROR_OVER)
-                    << tarn_last_error();
+                EXPECT_TRUE(result == TARN_ERROR_NO_SUCH_HANDLE || result == TARN_ERROR_OVER) << tarn_last_error();
                 return;
             }
             if (answer.why == TARN_REASON_CANCELLED) {

@@ -220,8 +220,7 @@ TEST_F(ReplacedTask, FailingWorkerOfTheOldTaskDoesNotFailTheNewOne)
         stepper.hold_at(stage, 2);
         stepper.at(stage, 2, [this] { resetStitch(directory().c_str()); });
         // Without this, the frame would fail.
-        tarn::launch_worker(cv::Mat(240, 320, CV_8UC3, cv::Scalar(90, 90, 90)), right_angles(), full_size(), 3,
-                            2);
+        tarn::launch_worker(cv::Mat(240, 320, CV_8UC3, cv::Scalar(90, 90, 90)), right_angles(), full_size(), 3, 2);
         ASSERT_TRUE(stepper.wait_until_at(stage, 2));
         stepper.at(stage, 2, nullptr);
         stepper.let_go(stage, 2);
@@ -501,8 +500,7 @@ TEST_F(DisturbedSweep, DelayedWorkersGiveTheSamePanorama)
 {
     random_input random;
     const std::vector<worker_stage> before_the_turn = {worker_stage::started, worker_stage::frame_prepared,
-                                                       worker_stage::frame_described,
-                                                       worker_stage::file_written};
+                                                       worker_stage::frame_described, worker_stage::file_written};
     const std::vector<worker_stage> anywhere = {worker_stage::started,         worker_stage::frame_prepared,
                                                 worker_stage::frame_described, worker_stage::file_written,
                                                 worker_stage::turn_taken,      worker_stage::registered,
@@ -518,8 +516,7 @@ TEST_F(DisturbedSweep, DelayedWorkersGiveTheSamePanorama)
         for (int index = 1; index < key_frames_; ++index) {
             const int later = random.integer(index + 1, key_frames_);
             const worker_stage awaited = any_of(before_the_turn);
-            delays.at(any_of(anywhere), index,
-                      [&delays, awaited, later] { delays.wait_until_at(awaited, later); });
+            delays.at(any_of(anywhere), index, [&delays, awaited, later] { delays.wait_until_at(awaited, later); });
         }
         on_worker_stage(delays.observer());
         resetStitch(directory().c_str());

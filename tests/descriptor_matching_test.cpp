@@ -29,8 +29,7 @@ matches_t matched(const cv::Mat& query, const cv::Mat& train, float conf = usual
 bool are_same(const matches_t& a, const matches_t& b)
 {
     return std::equal(a.begin(), a.end(), b.begin(), b.end(), [](const cv::DMatch& x, const cv::DMatch& y) {
-        return x.queryIdx == y.queryIdx && x.trainIdx == y.trainIdx && x.imgIdx == y.imgIdx
-               && x.distance == y.distance;
+        return x.queryIdx == y.queryIdx && x.trainIdx == y.trainIdx && x.imgIdx == y.imgIdx && x.distance == y.distance;
     });
 }
 
@@ -118,9 +117,8 @@ TEST(SingleMatch, MatchesStandInTheOrderOfTheQueryRows)
     const descriptor_sets sets = random_sets(random, 200);
     const matches_t matches = matched(sets.query, sets.train);
     EXPECT_GT(matches.size(), 30U);
-    EXPECT_TRUE(std::is_sorted(matches.begin(), matches.end(), [](const cv::DMatch& a, const cv::DMatch& b) {
-        return a.queryIdx < b.queryIdx;
-    }));
+    EXPECT_TRUE(std::is_sorted(matches.begin(), matches.end(),
+                               [](const cv::DMatch& a, const cv::DMatch& b) { return a.queryIdx < b.queryIdx; }));
 }
 
 TEST(SingleMatch, EmptyQueryGivesNoMatches)

@@ -145,10 +145,8 @@ TEST(PolygonCoverage, EqualsFillPolyAHundredMillionRowsUp)
 
 TEST(PolygonCoverage, UprightStripFromTheSmallestToTheLargestRowIsFilledAtOnce)
 {
-    EXPECT_EQ(polygon_coverage({300, 200}, {{0, smallest}, {299, smallest}, {299, largest}, {0, largest}}),
-              300 * 200);
-    EXPECT_EQ(polygon_coverage({300, 200}, {{10, smallest}, {19, smallest}, {19, largest}, {10, largest}}),
-              10 * 200);
+    EXPECT_EQ(polygon_coverage({300, 200}, {{0, smallest}, {299, smallest}, {299, largest}, {0, largest}}), 300 * 200);
+    EXPECT_EQ(polygon_coverage({300, 200}, {{10, smallest}, {19, smallest}, {19, largest}, {10, largest}}), 10 * 200);
     EXPECT_EQ(polygon_coverage({300, 200}, {{10, smallest}, {19, smallest}, {19, 99}, {10, 99}}), 10 * 100);
 }
 

@@ -32,8 +32,7 @@ TEST(ExactRoutines, ShrinkEqualsResize)
         cv::Mat actual;
         cv::resize(image, expected, cv::Size(), scale, scale, cv::INTER_LINEAR_EXACT);
         tarn::shrink(image, actual, scale);
-        ASSERT_TRUE(tarn::test::same_pixels(expected, actual))
-            << differs << "cv::resize with INTER_LINEAR_EXACT";
+        ASSERT_TRUE(tarn::test::same_pixels(expected, actual)) << differs << "cv::resize with INTER_LINEAR_EXACT";
     }
 }
 
@@ -59,8 +58,7 @@ TEST(ExactRoutines, CoverageEqualsFillPoly)
         }
         cv::Mat mask(180, 240, CV_8UC1, cv::Scalar());
         cv::fillPoly(mask, std::vector<std::vector<cv::Point>>{polygon}, cv::Scalar(1));
-        ASSERT_EQ(tarn::polygon_coverage(mask.size(), polygon), cv::countNonZero(mask))
-            << differs << "cv::fillPoly";
+        ASSERT_EQ(tarn::polygon_coverage(mask.size(), polygon), cv::countNonZero(mask)) << differs << "cv::fillPoly";
     }
 }
 

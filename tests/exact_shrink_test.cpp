@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Shrinking a frame: the image library's own result to the last byte, whatever the sizes.
+// Shrinking a frame: OpenCV's own result to the last byte, whatever the sizes.
 #include <cstddef>
 #include <new>
 #include <sys/mman.h>
@@ -59,8 +59,8 @@ TEST(Shrink, AgreesWithTheLibraryForTheSizesOfCameras)
     random_input random;
     for (const cv::Size size :
          {cv::Size(320, 240), cv::Size(480, 640), cv::Size(640, 480), cv::Size(720, 1280), cv::Size(854, 480),
-          cv::Size(1080, 1920), cv::Size(1280, 720), cv::Size(1440, 1080), cv::Size(1920, 1080),
-          cv::Size(2160, 3840), cv::Size(3840, 2160), cv::Size(4000, 3000)}) {
+          cv::Size(1080, 1920), cv::Size(1280, 720), cv::Size(1440, 1080), cv::Size(1920, 1080), cv::Size(2160, 3840),
+          cv::Size(3840, 2160), cv::Size(4000, 3000)}) {
         const cv::Mat image = random.noise(size, CV_8UC3);
         for (const int threads : {1, 2, 3}) {
             const tarn::test::thread_count only(threads);
@@ -190,8 +190,7 @@ TEST(Shrink, RaisesWhereTheLibraryDoes)
 {
     cv::Mat shrunk;
     EXPECT_THROW(tarn::shrink(cv::Mat(), shrunk, 0.5f), cv::Exception);
-    EXPECT_THROW(tarn::shrink(cv::Mat(1, 3000, CV_8UC3, cv::Scalar()), shrunk, working_scale(3000)),
-                 cv::Exception);
+    EXPECT_THROW(tarn::shrink(cv::Mat(1, 3000, CV_8UC3, cv::Scalar()), shrunk, working_scale(3000)), cv::Exception);
     EXPECT_THROW(tarn::shrink(cv::Mat(4, 400, CV_8UC3, cv::Scalar()), shrunk, 0.0f), cv::Exception);
     EXPECT_THROW(tarn::shrink(cv::Mat(4, 400, CV_32SC3, cv::Scalar()), shrunk, 0.5f), cv::Exception);
 }

@@ -546,8 +546,7 @@ TEST(FillContours, EqualsReferenceOnViewsOfAllSmallSizes)
     for (const int width : tarn::test::small_sides()) {
         for (const int height : tarn::test::small_sides()) {
             for (int repetition = 0; repetition < tarn::test::scaled_count(6, 2); ++repetition) {
-                ASSERT_NO_FATAL_FAILURE(compare_with_reference(random, {width, height}))
-                    << width << " x " << height;
+                ASSERT_NO_FATAL_FAILURE(compare_with_reference(random, {width, height})) << width << " x " << height;
             }
         }
     }

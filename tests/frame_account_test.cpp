@@ -155,8 +155,7 @@ TEST_F(FrameAccount, RejectedFrameTellsWhyAndShowsTheOneBefore)
         const frame_account& account = account_of(row.frame, row.hint);
         const int what = static_cast<int>(row.why);
         EXPECT_EQ(account.answer.why, row.why);
-        EXPECT_EQ(account.answer.code,
-                  row.why == reason::against_the_hint ? tarn::code_wrong_way : tarn::code_normal);
+        EXPECT_EQ(account.answer.code, row.why == reason::against_the_hint ? tarn::code_wrong_way : tarn::code_normal);
         EXPECT_FALSE(account.answer.taken) << what;
         EXPECT_FALSE(account.answer.placed) << what;
         EXPECT_EQ(account.answer.registered, row.registered) << what;
@@ -214,8 +213,7 @@ TEST_F(FrameAccount, FrameThatRaisesSaysWhatItWas)
     tarn_stitcher.iou_thresh = 2.0f;
     on_worker_stage([](tarn::worker_stage stage, int) {
         if (stage == tarn::worker_stage::launching) {
-            throw std::system_error(std::make_error_code(std::errc::resource_unavailable_try_again),
-                                    "no thread");
+            throw std::system_error(std::make_error_code(std::errc::resource_unavailable_try_again), "no thread");
         }
     });
     videoStitch(host_frame_from(view(5, 0)), 0, 0);
@@ -237,8 +235,7 @@ TEST(ReasonOf, TellsMemoryAndThreadsFromTheRest)
     EXPECT_EQ(tarn::reason_of(std::bad_alloc()), reason::no_memory);
     EXPECT_EQ(tarn::reason_of(cv::Exception(cv::Error::StsNoMem, "", "", "", 0)), reason::no_memory);
     EXPECT_EQ(tarn::reason_of(cv::Exception(cv::Error::StsAssert, "", "", "", 0)), reason::unusable_frame);
-    EXPECT_EQ(tarn::reason_of(std::system_error(std::make_error_code(std::errc::invalid_argument))),
-              reason::no_thread);
+    EXPECT_EQ(tarn::reason_of(std::system_error(std::make_error_code(std::errc::invalid_argument))), reason::no_thread);
     EXPECT_EQ(tarn::reason_of(std::runtime_error("")), reason::unusable_frame);
 }
 
@@ -318,9 +315,7 @@ TEST_F(Log, OfOneThreadMayGoElsewhere)
         other.join();
     }
     tarn::log_line("later");
-    EXPECT_EQ(
-        elsewhere.str().rfind("input_frame shape is 180*180, type is 16main thread: videoStitch finish", 0),
-        0U);
+    EXPECT_EQ(elsewhere.str().rfind("input_frame shape is 180*180, type is 16main thread: videoStitch finish", 0), 0U);
     EXPECT_EQ(take_output(), "other\nlater\n");
 }
 

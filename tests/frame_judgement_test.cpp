@@ -151,8 +151,7 @@ TEST(FrameJudgement, TestsComeInTheirOrder)
         for (std::size_t i = mended; i < faults.size(); ++i) {
             faults[i].second(frame);
         }
-        const reason expected =
-            faults[mended].first == reason::none ? reason::out_of_scale : faults[mended].first;
+        const reason expected = faults[mended].first == reason::none ? reason::out_of_scale : faults[mended].first;
         EXPECT_EQ(frame.judged().why, expected) << mended << " mended";
     }
     EXPECT_EQ(moving(direction_right).judged().why, reason::none);
@@ -220,11 +219,8 @@ TEST(FrameJudgement, FourPointsAreEnoughAndAllCountAsInliers)
 
 TEST(FrameJudgement, LimitOfMatches)
 {
-    const std::vector<std::tuple<int, int, bool>> rows = {{10, 10, true},
-                                                          {11, 10, false},
-                                                          {0, 10, true},
-                                                          {-1, 60, false},
-                                                          {std::numeric_limits<int>::min(), 60, false}};
+    const std::vector<std::tuple<int, int, bool>> rows = {
+        {10, 10, true}, {11, 10, false}, {0, 10, true}, {-1, 60, false}, {std::numeric_limits<int>::min(), 60, false}};
     for (const auto& [limit, pairs, passes] : rows) {
         EXPECT_EQ(is_below(limit, static_cast<std::size_t>(pairs)), !passes);
         scene frame;
@@ -267,8 +263,8 @@ TEST(FrameJudgement, HintRejectsItsOppositeOnly)
             scene frame = moving(motion);
             frame.hint = hint;
             const frame_verdict verdict = frame.judged();
-            const bool opposite = (hint == 1 && motion == 2) || (hint == 2 && motion == 1)
-                                  || (hint == 3 && motion == 4) || (hint == 4 && motion == 3);
+            const bool opposite = (hint == 1 && motion == 2) || (hint == 2 && motion == 1) || (hint == 3 && motion == 4)
+                                  || (hint == 4 && motion == 3);
             EXPECT_EQ(verdict.why, opposite ? reason::against_the_hint : reason::none) << hint << motion;
             EXPECT_EQ(verdict.move_direction, motion);
             EXPECT_EQ(frame.last_direction, motion) << "remembered, even of a rejected frame";
@@ -283,8 +279,8 @@ TEST(FrameJudgement, UndecidedMotionTakesTheLastDirection)
             scene frame;
             frame.last_direction = last;
             frame.hint = hint;
-            const bool opposite = (hint == 1 && last == 2) || (hint == 2 && last == 1)
-                                  || (hint == 3 && last == 4) || (hint == 4 && last == 3);
+            const bool opposite = (hint == 1 && last == 2) || (hint == 2 && last == 1) || (hint == 3 && last == 4)
+                                  || (hint == 4 && last == 3);
             const frame_verdict verdict = frame.judged();
             EXPECT_EQ(verdict.why, opposite ? reason::against_the_hint : reason::none) << hint << last;
             EXPECT_EQ(verdict.move_direction, last);
@@ -353,9 +349,7 @@ TEST(FrameJudgement, ShapeIsMeasuredAgainstTheLastKeyFrame)
 
     const std::vector<row> rows = {
         // The lower corners go to the right: the angle at the top left closes.
-        {leaning(0.05),
-         {90 - lean, 90 + lean, 90 - lean, 90 + lean},
-         {1, std::hypot(1, 0.05), 1, std::hypot(1, 0.05)}},
+        {leaning(0.05), {90 - lean, 90 + lean, 90 - lean, 90 + lean}, {1, std::hypot(1, 0.05), 1, std::hypot(1, 0.05)}},
         {scaled(1.1, 0.8), {90, 90, 90, 90}, {1.1, 0.8, 1.1, 0.8}},
         {onto({{0, 0}, {240, 0}, {200, 150}, {50, 150}}),
          {std::atan2(150, 50) / degree, std::atan2(150, 40) / degree, 180 - std::atan2(150, 40) / degree,
@@ -394,8 +388,7 @@ TEST(FrameJudgement, FrameLeftOfOrAboveTheOriginMovesIt)
     EXPECT_NEAR(verdict.place.base_shift.y, 3.0f, 1e-3f);
     EXPECT_EQ(frame.total_shift, cv::Point2f(1, 2) + verdict.place.base_shift);
     EXPECT_EQ(frame.last_warp_points[0], verdict.place.base_shift);
-    EXPECT_LT(cv::norm(verdict.place.H, cv::Mat::eye(3, 3, CV_64F)), 1e-3)
-        << "the frame touches the origin now";
+    EXPECT_LT(cv::norm(verdict.place.H, cv::Mat::eye(3, 3, CV_64F)), 1e-3) << "the frame touches the origin now";
     EXPECT_NEAR(verdict.place.transpose_corners[2].x, 240.0f, 1e-3f);
 }
 

@@ -190,8 +190,7 @@ TEST(FrameMerge, NoContentUnderTheFrameCopiesTheWarpedFrame)
 
 TEST(FrameMerge, GreyLevelAbove1CountsAsContent)
 {
-    const auto grown =
-        composed(plain(400, 300, cv::Scalar(2, 2, 2)), plain(200, 200, light), shift_by(100, 50));
+    const auto grown = composed(plain(400, 300, cv::Scalar(2, 2, 2)), plain(200, 200, light), shift_by(100, 50));
 
     ASSERT_TRUE(grown);
     EXPECT_EQ(grown->image.at<cv::Vec3b>(150, 200), cv::Vec3b(2, 2, 2));
@@ -323,8 +322,7 @@ TEST(FrameMerge, ViewsOfLargerImagesAreReadInsideTheirBoundsOnly)
         guarded_image panorama(random.image(cv::Size(random.integer(20, 90), random.integer(20, 90))), random);
         guarded_image frame(random.image(cv::Size(random.integer(20, 90), random.integer(20, 90))), random);
         composed(panorama.view(), frame.view(),
-                 shift_by(static_cast<double>(random.integer(-60, 60)),
-                          static_cast<double>(random.integer(-60, 60))));
+                 shift_by(static_cast<double>(random.integer(-60, 60)), static_cast<double>(random.integer(-60, 60))));
         EXPECT_TRUE(panorama.guards_are_untouched());
         EXPECT_TRUE(frame.guards_are_untouched());
     }
@@ -353,12 +351,9 @@ TEST(FrameMerge, FrameMappedToNowhereRaisesTheImageLibrarysErrorOrIsTooLarge)
 
 TEST(FrameMerge, OtherTypesThanThreeBytesRaiseAnError)
 {
-    EXPECT_THROW(tarn::merge_frame(cv::Mat(40, 60, CV_8UC4), plain(30, 20, light), shift_by(0, 0)),
-                 cv::Exception);
-    EXPECT_THROW(tarn::merge_frame(plain(60, 40, grey), cv::Mat(20, 30, CV_8UC1), shift_by(0, 0)),
-                 cv::Exception);
-    EXPECT_THROW(tarn::merge_frame(plain(60, 40, grey), cv::Mat(20, 30, CV_16UC3), shift_by(0, 0)),
-                 cv::Exception);
+    EXPECT_THROW(tarn::merge_frame(cv::Mat(40, 60, CV_8UC4), plain(30, 20, light), shift_by(0, 0)), cv::Exception);
+    EXPECT_THROW(tarn::merge_frame(plain(60, 40, grey), cv::Mat(20, 30, CV_8UC1), shift_by(0, 0)), cv::Exception);
+    EXPECT_THROW(tarn::merge_frame(plain(60, 40, grey), cv::Mat(20, 30, CV_16UC3), shift_by(0, 0)), cv::Exception);
 }
 
 TEST(GrowthInPlace, NeedsTheRoomOnEverySideToWhichThePanoramaGrows)

@@ -124,8 +124,7 @@ TEST(ProjectionChoice, ScaleIsComparedInDoublePrecision)
     }
     EXPECT_EQ(choose_projection(shape_of(0.0f, 5.0f, just_above(nearest)), 2, 2, false),
               projection_rule::switch_sphere);
-    EXPECT_EQ(choose_projection(shape_of(5.0f, 0.0f, just_above(nearest)), 3, 5, false),
-              projection_rule::cylinder);
+    EXPECT_EQ(choose_projection(shape_of(5.0f, 0.0f, just_above(nearest)), 3, 5, false), projection_rule::cylinder);
 }
 
 TEST(ProjectionChoice, CylinderNeedsMoreThanTwoDegrees)
@@ -176,8 +175,7 @@ TEST(FramePreparation, FrameIsShrunkToAThousandPixelsOfWidthAndTurnedClockwise)
 TEST(FramePreparation, FramesPixelsAreOnlyReadSquareOnesToo)
 {
     random_input random;
-    for (const cv::Size size :
-         {cv::Size(64, 64), cv::Size(64, 48), cv::Size(1000, 1000), cv::Size(1200, 1200)}) {
+    for (const cv::Size size : {cv::Size(64, 64), cv::Size(64, 48), cv::Size(1000, 1000), cv::Size(1200, 1200)}) {
         const cv::Mat frame = random.noise(size, CV_8UC3);
         const cv::Mat before = frame.clone();
         const cv::Mat prepared = tarn::shrink_and_turn(frame);
@@ -253,17 +251,14 @@ cv::Mat panorama_from_frame(const shared_state& neighbour, const tarn::described
         frame_points.emplace_back(a.x / frame.work_scale, a.y / frame.work_scale);
         neighbour_points.emplace_back(b.x / frame.work_scale, b.y / frame.work_scale);
     }
-    return neighbour.homo
-           * cv::findHomography(frame_points, neighbour_points, 8, 3.0, cv::noArray(), 2000, 0.995);
+    return neighbour.homo * cv::findHomography(frame_points, neighbour_points, 8, 3.0, cv::noArray(), 2000, 0.995);
 }
 
 // Joining without a worker or a turn: what becomes of one frame against one record.
 
 TEST(JoinFrame, FrameIsMergedOrTheReasonSaysWhyNot)
 {
-    const auto described = [](const cv::Mat& prepared) {
-        return tarn::describe(prepared, stitch_feature_finder);
-    };
+    const auto described = [](const cv::Mat& prepared) { return tarn::describe(prepared, stitch_feature_finder); };
     const cv::Mat first = tarn::shrink_and_turn(key_frame(1));
     const cv::Mat second = tarn::shrink_and_turn(key_frame(2));
     const tarn::described_frame features = described(second);
@@ -275,8 +270,7 @@ TEST(JoinFrame, FrameIsMergedOrTheReasonSaysWhyNot)
 
     tarn::neighbour_record poor = beside(in_place);
     poor.descriptors = poor.descriptors.rowRange(0, 19);
-    tarn::neighbour_record stacked =
-        beside(in_place);  // all keypoints in one place: no motion takes the frame there
+    tarn::neighbour_record stacked = beside(in_place);  // all keypoints in one place: no motion takes the frame there
     for (cv::KeyPoint& keypoint : stacked.keypoints) {
         keypoint.pt = {1.0f, 1.0f};
     }
@@ -315,8 +309,7 @@ TEST(JoinFrame, IsThatOfAPlainTranscription)
     before.homo = cv::Mat::eye(3, 3, CV_64F);
     before.keypoints = of_first.keypoints;
     before.descriptors = of_first.descriptors;
-    const reference::composition expected =
-        reference::compose(first, second, panorama_from_frame(before, of_second));
+    const reference::composition expected = reference::compose(first, second, panorama_from_frame(before, of_second));
 
     const tarn::joined_frame joined =
         tarn::join_frame({first, before.homo, of_first.keypoints, of_first.descriptors}, second, of_second);
@@ -384,9 +377,8 @@ TEST_F(Registration, TurnIsThatOfAPlainTranscriptionToTheLastBit)
         SCOPED_TRACE(index);
         const cv::Mat prepared = tarn::shrink_and_turn(key_frame(index));
         const shared_state before = look_at_shared_state();
-        const reference::composition expected =
-            reference::compose(before.panorama, prepared,
-                               panorama_from_frame(before, tarn::describe(prepared, stitch_feature_finder)));
+        const reference::composition expected = reference::compose(
+            before.panorama, prepared, panorama_from_frame(before, tarn::describe(prepared, stitch_feature_finder)));
 
         add_key_frame(index);
 
@@ -456,8 +448,8 @@ TEST_F(Registration, CornersThatCrossEachOtherFailThePipelineEvenThoughTheHomogr
     add_key_frame(1);
     // Folds the frame along x = 100: the right corners land on the left.
     neighbour_homo = (cv::Mat_<double>(3, 3) << 1, 0, 0, 0, 1, 0, -0.01, 0, 1);
-    const cv::Mat H = panorama_from_frame(
-        look_at_shared_state(), tarn::describe(tarn::shrink_and_turn(key_frame(2)), stitch_feature_finder));
+    const cv::Mat H = panorama_from_frame(look_at_shared_state(),
+                                          tarn::describe(tarn::shrink_and_turn(key_frame(2)), stitch_feature_finder));
     ASSERT_FALSE(H.empty());
     std::vector<cv::Point2f> corners = {{0, 0}, {240, 0}, {240, 320}, {0, 320}};
     cv::perspectiveTransform(corners, corners, H);
@@ -491,8 +483,7 @@ TEST_F(Registration, CornersTestedAreThoseOfThePreparedFrameNotOfItsCopy)
 class WorkerProjection : public worker_fixture {
 protected:
     /// The base panorama that a worker with the given shape makes of the key frame 1.
-    cv::Mat base_with(const std::vector<float>& angles, const std::vector<float>& scales, int direction,
-                      bool spherical)
+    cv::Mat base_with(const std::vector<float>& angles, const std::vector<float>& scales, int direction, bool spherical)
     {
         resetStitch(directory().c_str());
         SP = spherical;

@@ -72,8 +72,7 @@ protected:
         if (tarn::look_at_pipeline().status != tarn::pipeline_ready)
             return;
         record.key_frames.push_back({static_cast<int>(record.codes.size()) - 1, cv::Matx33d(neighbour_homo),
-                                     big_stitch_image.size(), tarn_stitcher.last_angles,
-                                     tarn_stitcher.last_scales});
+                                     big_stitch_image.size(), tarn_stitcher.last_angles, tarn_stitcher.last_scales});
     }
 
     sweep_record run(const rendered_sweep& sweep, int hint)
@@ -107,14 +106,13 @@ std::vector<cv::Matx33d> true_places(const std::vector<cv::Matx33d>& plane_from_
     const cv::Matx33d first_from_plane = (plane_from_frame.front() * frame_from_turned).inv();
     std::vector<cv::Matx33d> places;
     for (const key_frame& key : key_frames)
-        places.push_back(first_from_plane * plane_from_frame[static_cast<std::size_t>(key.frame)]
-                         * frame_from_turned);
+        places.push_back(first_from_plane * plane_from_frame[static_cast<std::size_t>(key.frame)] * frame_from_turned);
     return places;
 }
 
 /// How far the i-th key frame was placed from where it belongs, in parts of the frame's width.
-double placing_error(const std::vector<key_frame>& key_frames, const std::vector<cv::Matx33d>& places,
-                     std::size_t i, cv::Size frame_size)
+double placing_error(const std::vector<key_frame>& key_frames, const std::vector<cv::Matx33d>& places, std::size_t i,
+                     cv::Size frame_size)
 {
     const cv::Size prepared = prepared_size(frame_size);
     const std::vector<cv::Matx33d> so_far(places.begin(), places.begin() + static_cast<std::ptrdiff_t>(i) + 1);
@@ -142,8 +140,7 @@ cv::Mat covered_area(const std::vector<cv::Matx33d>& places, cv::Size prepared, 
 void expect_true_panorama(const rendered_sweep& sweep, const sweep_record& record)
 {
     const cv::Size prepared = prepared_size(sweep.frame_size);
-    const std::vector<cv::Matx33d> places =
-        true_places(sweep.plane_from_frame, sweep.frame_size, record.key_frames);
+    const std::vector<cv::Matx33d> places = true_places(sweep.plane_from_frame, sweep.frame_size, record.key_frames);
     for (std::size_t i = 0; i < places.size(); ++i)
         EXPECT_LT(placing_error(record.key_frames, places, i, sweep.frame_size), 0.01) << "key frame " << i + 1;
 
@@ -165,13 +162,12 @@ void expect_true_panorama(const rendered_sweep& sweep, const sweep_record& recor
     // The panorama shows the scene: it differs from the plane, seen from there, by less than a view of the plane
     // that is off by one percent of the frame's width, and by the pixel that each growth of the canvas may lose,
     // since it moves the panorama by whole pixels.
-    const cv::Matx33d plane_from_panorama = sweep.plane_from_frame.front()
-                                            * frame_from_prepared(sweep.frame_size)
-                                            * canvas_shift(places, prepared).inv();
+    const cv::Matx33d plane_from_panorama =
+        sweep.plane_from_frame.front() * frame_from_prepared(sweep.frame_size) * canvas_shift(places, prepared).inv();
     const auto difference_at = [&](double x, double y) {
         cv::Mat scene;
-        cv::warpPerspective(sweep.plane, scene, plane_from_panorama * translation(x, y),
-                            big_stitch_image.size(), cv::INTER_LINEAR | cv::WARP_INVERSE_MAP);
+        cv::warpPerspective(sweep.plane, scene, plane_from_panorama * translation(x, y), big_stitch_image.size(),
+                            cv::INTER_LINEAR | cv::WARP_INVERSE_MAP);
         cv::Mat difference;
         cv::absdiff(scene, big_stitch_image, difference);
         return cv::mean(difference, covered)[1];
@@ -199,8 +195,7 @@ TEST_P(HighResSlide, EveryKeyFrameIsWithinOnePercentOfItsPlaceAndThePanoramaIsTh
     expect_files_of(record);
     // Frames were neither bent nor shrunk on their way.
     for (std::size_t i = 1; i <= record.key_frames.size(); ++i)
-        EXPECT_EQ(cv::imread(directory() + "big_frame" + std::to_string(i) + ".jpg").size(),
-                  cv::Size(480, 640));
+        EXPECT_EQ(cv::imread(directory() + "big_frame" + std::to_string(i) + ".jpg").size(), cv::Size(480, 640));
 }
 
 TEST_P(HighResSlide, FramesWiderThan1000PixelsAreShrunkFirst)
@@ -247,8 +242,7 @@ TEST_P(HighResSlide, PanoramaOnlyGrowsAndKeepsWhatItShows)
     EXPECT_GE(record.key_frames.size(), 3U);
 }
 
-INSTANTIATE_TEST_SUITE_P(Directions, HighResSlide,
-                         testing::Values(moving_down, moving_up, moving_right, moving_left),
+INSTANTIATE_TEST_SUITE_P(Directions, HighResSlide, testing::Values(moving_down, moving_up, moving_right, moving_left),
                          [](const auto& slide_info) { return direction_name(slide_info.param); });
 
 TEST_F(HighResSweep, PanoramaIsTurnedClockwiseAgainstTheFrames)
@@ -298,10 +292,8 @@ expected_bending bending_of(const key_frame& key, int big_frame_index, int direc
 {
     const std::vector<float>& a = key.angles;
     const float mean_scale = (key.scales[0] + key.scales[1] + key.scales[2] + key.scales[3]) * 0.25f;
-    const float sideways =
-        std::max(std::fabs(90.0f - (a[0] + a[3]) / 2.0f), std::fabs(90.0f - (a[1] + a[2]) / 2.0f));
-    const float upright =
-        std::max(std::fabs(90.0f - (a[0] + a[1]) / 2.0f), std::fabs(90.0f - (a[3] + a[2]) / 2.0f));
+    const float sideways = std::max(std::fabs(90.0f - (a[0] + a[3]) / 2.0f), std::fabs(90.0f - (a[1] + a[2]) / 2.0f));
+    const float upright = std::max(std::fabs(90.0f - (a[0] + a[1]) / 2.0f), std::fabs(90.0f - (a[3] + a[2]) / 2.0f));
     if (big_frame_index == 2 && upright > 1.5f && direction == 2 && mean_scale > 0.95)
         return {bending::sphere_from_here, upright};
     if (mean_scale > 0.95 && sideways > 2.0f)
@@ -329,8 +321,7 @@ TEST_F(HighResSweep, CameraThatTurnsSidewaysIsBentOntoACylinderAndEndsWell)
             cv::rotate(sweep.frame(record.key_frames[i].frame), image, cv::ROTATE_90_CLOCKWISE);
             if (expected.rule == bending::cylinder)
                 cylindrical_projection(image, image, expected.angle);
-            EXPECT_EQ(file_bytes(directory() + "big_frame" + std::to_string(index) + ".jpg"), encoded(image))
-                << index;
+            EXPECT_EQ(file_bytes(directory() + "big_frame" + std::to_string(index) + ".jpg"), encoded(image)) << index;
             cylinders += expected.rule == bending::cylinder ? 1 : 0;
         }
         EXPECT_GE(cylinders, 2);
@@ -349,8 +340,7 @@ TEST_F(HighResSweep, CameraThatTurnsUpwardsIsSwitchedToTheSphereAndThePipelineFa
     while (tarn_stitcher.big_frame_index < 2 && number < sweep.length() - 1)
         feed(record, sweep.host_frame(number++), moving_up, false);
     ASSERT_EQ(tarn_stitcher.big_frame_index, 2);
-    const key_frame second = {
-        number - 1, cv::Matx33d::eye(), {}, tarn_stitcher.last_angles, tarn_stitcher.last_scales};
+    const key_frame second = {number - 1, cv::Matx33d::eye(), {}, tarn_stitcher.last_angles, tarn_stitcher.last_scales};
     const expected_bending expected = bending_of(second, 2, moving_up);
     ASSERT_EQ(expected.rule, bending::sphere_from_here);
 
@@ -401,8 +391,7 @@ TEST_F(HighResSweep, CameraThatTurnsDownwardsIsNotBentAndEndsWell)
         EXPECT_EQ(bending_of(record.key_frames[i], index, moving_down).rule, bending::none);
         cv::Mat image;
         cv::rotate(sweep.frame(record.key_frames[i].frame), image, cv::ROTATE_90_CLOCKWISE);
-        EXPECT_EQ(file_bytes(directory() + "big_frame" + std::to_string(index) + ".jpg"), encoded(image))
-            << index;
+        EXPECT_EQ(file_bytes(directory() + "big_frame" + std::to_string(index) + ".jpg"), encoded(image)) << index;
     }
     EXPECT_FALSE(SP);
     expect_files_of(record);
@@ -439,8 +428,7 @@ TEST_F(HighResSweep, SweepWithoutEnoughToMatchFailsAndIsAnsweredMinus1)
 class HighResTiming : public HighResSweep {
 protected:
     /// The sweep without any waiting in between; the workers run as they may.
-    std::vector<uchar> panorama_of(const rendered_sweep& sweep,
-                                   const std::function<void()>& before_the_last = nullptr)
+    std::vector<uchar> panorama_of(const rendered_sweep& sweep, const std::function<void()>& before_the_last = nullptr)
     {
         resetStitch(directory().c_str());
         for (int i = 0; i < sweep.length(); ++i) {
@@ -589,8 +577,7 @@ TEST_P(HighResSample, WholeSweepEndsWithThePanoramaInItsFile)
 }
 
 INSTANTIATE_TEST_SUITE_P(Bundled, HighResSample,
-                         testing::Values(known_sample{"parking_pan.mp4", 0.92},
-                                         known_sample{"river_pan.mp4", 2.80},
+                         testing::Values(known_sample{"parking_pan.mp4", 0.92}, known_sample{"river_pan.mp4", 2.80},
                                          known_sample{"hall_slide.mp4", 1.78}),
                          [](const auto& sample) {
                              const std::string file = sample.param.file;

@@ -109,8 +109,7 @@ std::vector<cv::Mat> frames_of_floats()
     cv::Mat plain;
     tarn::test::host_frame_from(view(4, 0)).convertTo(plain, CV_32F, 1.0 / 255);
     std::vector<cv::Mat> frames = {plain};
-    for (const float value :
-         {std::numeric_limits<float>::quiet_NaN(), std::numeric_limits<float>::infinity(), 1e30f}) {
+    for (const float value : {std::numeric_limits<float>::quiet_NaN(), std::numeric_limits<float>::infinity(), 1e30f}) {
         frames.push_back(plain.clone());
         frames.back().row(3).setTo(value);
     }
@@ -189,8 +188,7 @@ TEST_F(HostileFrame, VeryTall)
 
 TEST_F(HostileFrame, OfAnotherSizeInMidSweepIsDropped)
 {
-    for (const cv::Size size :
-         {cv::Size(180, 240), cv::Size(241, 180), cv::Size(600, 400), cv::Size(120, 90)}) {
+    for (const cv::Size size : {cv::Size(180, 240), cv::Size(241, 180), cv::Size(600, 400), cv::Size(120, 90)}) {
         const plain_live_path before(tarn_stitcher);
         EXPECT_EQ(hand_in(view(3, 0, size)), 1);
         EXPECT_EQ(tarn_stitcher.failed_count, before.failed_count);

@@ -101,17 +101,15 @@ TEST_P(AgainstPlainSteps, RandomSweepAgreesFieldByFieldToTheLastBit)
         // What a host may write.
         if (plain.frame_index > 0 && random.uniform(0, 25) == 0) {
             const uchar value = static_cast<uchar>(random.uniform(0, 256));
-            for (cv::Mat* reference :
-                 {&plain.reference_gray, &tarn_stitcher.last_check_data.scaled_gray_frame}) {
+            for (cv::Mat* reference : {&plain.reference_gray, &tarn_stitcher.last_check_data.scaled_gray_frame}) {
                 *reference = reference->clone();
                 reference->col(reference->cols / 2).setTo(value);
             }
         }
 
         cv::setNumThreads(random.uniform(1, 3));
-        const int code = random.uniform(0, 2) == 0
-                             ? videoStitch(tarn::test::host_frame_from(frame), hint, 0)[0]
-                             : tarn_stitcher.ofcheck_stitch(frame = frame.clone(), hint, 0)[0];
+        const int code = random.uniform(0, 2) == 0 ? videoStitch(tarn::test::host_frame_from(frame), hint, 0)[0]
+                                                   : tarn_stitcher.ofcheck_stitch(frame = frame.clone(), hint, 0)[0];
         EXPECT_EQ(code, plain.feed(frame, hint)) << "frame " << i;
         const cv::Mat preview = getCurrentPanoramsShowMat();
         ASSERT_TRUE(preview.empty() || preview.isContinuous());
@@ -135,8 +133,7 @@ TEST_F(LiveRegistration, PreviewOfAnotherKindIsGrownAsThePlainStepsGrowIt)
          {cv::Mat(), cv::Mat(0, 240, CV_8UC3), cv::Mat(180, 0, CV_8UC3), cv::Mat(0, 240, CV_8UC1), large,
           large(cv::Rect(10, 20, 300, 200)), cv::Mat(180, 240, CV_8UC1, cv::Scalar(90)),
           cv::Mat(180, 240, CV_8UC4, cv::Scalar::all(90)), cv::Mat(180, 240, CV_16UC3, cv::Scalar::all(300)),
-          cv::Mat(180, 240, CV_32FC3, cv::Scalar::all(7.5)),
-          cv::Mat(2000, 2000, CV_8UC4, cv::Scalar::all(9))}) {
+          cv::Mat(180, 240, CV_32FC3, cv::Scalar::all(7.5)), cv::Mat(2000, 2000, CV_8UC4, cv::Scalar::all(9))}) {
         resetStitch(directory().c_str());
         int code = 0;
         for (const int x : {0, 25}) {

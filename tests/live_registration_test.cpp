@@ -536,8 +536,7 @@ TEST_F(Motion, ImplausibleQuadrilateralFailsAndLeavesEverythingElse)
         expected.failed_count = 1;
         expected.frame_index = 2;
         expected.last_frame = frame;
-        EXPECT_EQ(expected.differences(tarn_stitcher), "")
-            << "no direction, shift, angle or scale is taken over";
+        EXPECT_EQ(expected.differences(tarn_stitcher), "") << "no direction, shift, angle or scale is taken over";
     }
 }
 
@@ -602,8 +601,7 @@ TEST_F(Motion, NonConvexFrameFailsButItsShiftAnglesAndDirectionStay)
     EXPECT_NEAR(tarn_stitcher.last_angles[0], 90.0 - std::atan(0.02) * 180 / CV_PI, 0.3);
     EXPECT_NEAR(tarn_stitcher.total_shift_x, 240.0f, 8.0f);
     EXPECT_NEAR(tarn_stitcher.total_shift_y, 185.0f, 8.0f);
-    EXPECT_EQ(tarn_stitcher.last_warp_points[0],
-              cv::Point2f(tarn_stitcher.total_shift_x, tarn_stitcher.total_shift_y));
+    EXPECT_EQ(tarn_stitcher.last_warp_points[0], cv::Point2f(tarn_stitcher.total_shift_x, tarn_stitcher.total_shift_y));
     EXPECT_TRUE(same_pixels(reference().homo, homo));
     EXPECT_EQ(tarn_stitcher.last_stitch_image.data, preview);
     EXPECT_TRUE(tarn_stitcher.last_move_distances.empty());
@@ -653,13 +651,13 @@ TEST_F(KeyFrame, OrdinaryFrameChangesNeitherPreviewNorBase)
     EXPECT_EQ(tarn_stitcher.last_stitch_image.data, preview);
     EXPECT_EQ(tarn_stitcher.last_warp_points[1], cv::Point2f(240, 0));
     EXPECT_EQ(tarn_stitcher.big_frame_index, 1);
-    EXPECT_LT(tarn::test::mean_corner_error(cv::Matx33d(reference().base_homo), tarn::test::translation(5, 4),
-                                            usual_size),
-              0.3);
+    EXPECT_LT(
+        tarn::test::mean_corner_error(cv::Matx33d(reference().base_homo), tarn::test::translation(5, 4), usual_size),
+        0.3);
     EXPECT_EQ(feed(view(10, 8)), 1);
-    EXPECT_LT(tarn::test::mean_corner_error(cv::Matx33d(reference().base_homo), tarn::test::translation(10, 8),
-                                            usual_size),
-              0.5)
+    EXPECT_LT(
+        tarn::test::mean_corner_error(cv::Matx33d(reference().base_homo), tarn::test::translation(10, 8), usual_size),
+        0.5)
         << "chained from frame to frame";
 }
 
@@ -670,12 +668,11 @@ TEST_F(KeyFrame, BaseIsTheLastKeyFrame)
     feed(view(5, 0));
     tarn_stitcher.iou_thresh = 0.7f;
     feed(view(9, 0));
-    EXPECT_LT(tarn::test::mean_corner_error(cv::Matx33d(reference().base_homo), tarn::test::translation(4, 0),
-                                            usual_size),
-              0.3);
     EXPECT_LT(
-        tarn::test::mean_corner_error(cv::Matx33d(reference().homo), tarn::test::translation(9, 0), usual_size),
-        0.5);
+        tarn::test::mean_corner_error(cv::Matx33d(reference().base_homo), tarn::test::translation(4, 0), usual_size),
+        0.3);
+    EXPECT_LT(tarn::test::mean_corner_error(cv::Matx33d(reference().homo), tarn::test::translation(9, 0), usual_size),
+              0.5);
 }
 
 TEST_F(KeyFrame, PreviewGrowsAndShowsTheScene)
@@ -728,9 +725,8 @@ TEST_F(KeyFrame, RestoresThePanoramaWhereTheFramesBoxIsBlack)
     const double c = std::cos(8 * CV_PI / 180);
     const double s = std::sin(8 * CV_PI / 180);
     tarn_stitcher.iou_thresh = 2.0f;
-    reference().homo =
-        matrix(tarn::test::translation(120, 90) * cv::Matx33d(c, -s, 0, s, c, 0, 0, 0, 1)
-               * cv::Matx33d(0.5, 0, 0, 0, 0.5, 0, 0, 0, 1) * tarn::test::translation(-120, -90));
+    reference().homo = matrix(tarn::test::translation(120, 90) * cv::Matx33d(c, -s, 0, s, c, 0, 0, 0, 1)
+                              * cv::Matx33d(0.5, 0, 0, 0, 0.5, 0, 0, 0, 1) * tarn::test::translation(-120, -90));
     const cv::Mat before = tarn_stitcher.last_stitch_image.clone();
     ASSERT_EQ(feed(view(0, 0)), 1);
     const cv::Mat& preview = tarn_stitcher.last_stitch_image;
@@ -742,8 +738,8 @@ TEST_F(KeyFrame, RestoresThePanoramaWhereTheFramesBoxIsBlack)
     for (const cv::Point2f& corner : tarn_stitcher.last_warp_points)
         corners.emplace_back(corner);
     const cv::Rect box = cv::boundingRect(corners);
-    EXPECT_TRUE(same_pixels(preview(cv::Rect(box.x + 1, box.y + 1, 4, 4)),
-                            before(cv::Rect(box.x + 1, box.y + 1, 4, 4))));
+    EXPECT_TRUE(
+        same_pixels(preview(cv::Rect(box.x + 1, box.y + 1, 4, 4)), before(cv::Rect(box.x + 1, box.y + 1, 4, 4))));
     const cv::Rect middle(110, 80, 20, 20);
     EXPECT_FALSE(same_pixels(preview(middle), before(middle))) << "the new frame itself";
 }
@@ -755,8 +751,7 @@ TEST_F(KeyFrame, WorkerThatCannotBeStartedIsAnErrorOfTheFrame)
     tarn_stitcher.iou_thresh = 2.0f;
     on_worker_stage([](tarn::worker_stage stage, int) {
         if (stage == tarn::worker_stage::launching)
-            throw std::system_error(std::make_error_code(std::errc::resource_unavailable_try_again),
-                                    "no thread");
+            throw std::system_error(std::make_error_code(std::errc::resource_unavailable_try_again), "no thread");
     });
     const cv::Mat preview = tarn_stitcher.last_stitch_image;
     EXPECT_EQ(videoStitch(tarn::test::host_frame_from(view(5, 0)), 0, 0)[0], 1);

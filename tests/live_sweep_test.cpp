@@ -91,13 +91,11 @@ std::vector<cv::Matx33d> chosen(const std::vector<cv::Matx33d>& all, const std::
 }
 
 /// Distance between where the last accepted frame was placed and where it belongs, in parts of its width.
-double placing_error(const sweep_record& record, const std::vector<cv::Matx33d>& plane_from_frame,
-                     cv::Size frame_size)
+double placing_error(const sweep_record& record, const std::vector<cv::Matx33d>& plane_from_frame, cv::Size frame_size)
 {
     const cv::Size copy = working_copy_size(frame_size);
     const std::vector<cv::Matx33d> places = chosen(true_places(plane_from_frame, frame_size), record.accepted);
-    return mean_corner_error(record.placed.back(), canvas_shift(places, copy) * places.back(), copy)
-           / copy.width;
+    return mean_corner_error(record.placed.back(), canvas_shift(places, copy) * places.back(), copy) / copy.width;
 }
 
 /// The box that frames cover, relative to the first one.
@@ -141,8 +139,7 @@ TEST_P(LiveSlide, SixtyFramesOfPureTranslationAreAllTakenAndEndWithinThreePercen
 
         // The preview covers what the key frames cover, to within as much.
         const cv::Size copy = working_copy_size(size);
-        const std::vector<cv::Matx33d> places =
-            chosen(true_places(sweep.plane_from_frame, size), record.key_frames);
+        const std::vector<cv::Matx33d> places = chosen(true_places(sweep.plane_from_frame, size), record.key_frames);
         const cv::Rect2d box = covered_box(places, copy);
         EXPECT_NEAR(record.previews.back().width, box.width, 0.03 * copy.width);
         EXPECT_NEAR(record.previews.back().height, box.height, 0.03 * copy.width);
@@ -156,8 +153,7 @@ TEST_P(LiveSlide, PreviewShowsEachPartOfTheSceneInItsPlace)
     const cv::Size size(300, 220);
     const rendered_sweep sweep = slide(size, direction, 3.3, 60);
     const sweep_record record = run(sweep, direction);
-    const std::vector<cv::Matx33d> places =
-        chosen(true_places(sweep.plane_from_frame, size), record.key_frames);
+    const std::vector<cv::Matx33d> places = chosen(true_places(sweep.plane_from_frame, size), record.key_frames);
     const cv::Rect2d box = covered_box(places, size);
     const cv::Mat preview = getCurrentPanoramsShowMat();
 
@@ -181,8 +177,8 @@ TEST_P(LiveSlide, PreviewOfASlideHasNoHole)
     // Noise tilts frames by fractions of a degree, so that a rim of some pixels may stay black.
     const cv::Mat preview = getCurrentPanoramsShowMat();
     cv::Mat black;
-    cv::inRange(preview(cv::Rect(8, 8, preview.cols - 16, preview.rows - 16)), cv::Scalar::all(0),
-                cv::Scalar::all(0), black);
+    cv::inRange(preview(cv::Rect(8, 8, preview.cols - 16, preview.rows - 16)), cv::Scalar::all(0), cv::Scalar::all(0),
+                black);
     EXPECT_EQ(cv::countNonZero(black), 0);
 }
 
@@ -322,8 +318,7 @@ TEST_P(LiveSlide, BlankWallIsAnswered0FromTheTenthFailureOnAndTheSweepRecovers)
               0.03 * size.width);
 }
 
-INSTANTIATE_TEST_SUITE_P(Directions, LiveSlide,
-                         testing::Values(moving_down, moving_up, moving_right, moving_left),
+INSTANTIATE_TEST_SUITE_P(Directions, LiveSlide, testing::Values(moving_down, moving_up, moving_right, moving_left),
                          [](const auto& slide_info) { return direction_name(slide_info.param); });
 
 TEST_F(LiveSweep, TurningCameraIsFollowedInBothDirections)
@@ -348,10 +343,9 @@ TEST_F(LiveSweep, ShakingHandDoesNotLoseTheSweep)
     cv::RNG random(99);
     for (cv::Matx33d& truth : sweep.plane_from_frame) {
         const double angle = random.uniform(-0.5, 0.5) * CV_PI / 180;
-        truth =
-            truth * translation(random.uniform(-2.0, 2.0) + 150, random.uniform(-2.0, 2.0) + 110)
-            * cv::Matx33d(std::cos(angle), -std::sin(angle), 0, std::sin(angle), std::cos(angle), 0, 0, 0, 1)
-            * translation(-150, -110);
+        truth = truth * translation(random.uniform(-2.0, 2.0) + 150, random.uniform(-2.0, 2.0) + 110)
+                * cv::Matx33d(std::cos(angle), -std::sin(angle), 0, std::sin(angle), std::cos(angle), 0, 0, 0, 1)
+                * translation(-150, -110);
     }
     const sweep_record record = run(sweep);
     EXPECT_EQ(record.accepted.size(), 60U);

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Corners and flow of the live path, which must be the image library's own to the last bit, and the work that is
+// Corners and flow of the live path, which must be OpenCV's own to the last bit, and the work that is
 // done side by side.
 #include <algorithm>
 #include <cmath>
@@ -108,8 +108,7 @@ TEST(FrameFlow, AgreesWithTheLibraryWhereverPointsGo)
     for (int i = 0; i < tarn::test::scaled_count(300, 40); ++i) {
         const cv::Size size(random.integer(8, 200), random.integer(8, 150));
         const cv::Mat reference = any_gray(random, size);
-        const cv::Mat gray =
-            random.one_in(3) ? any_gray(random, size) : gray_view(random.integer(-40, 40), 0, size);
+        const cv::Mat gray = random.one_in(3) ? any_gray(random, size) : gray_view(random.integer(-40, 40), 0, size);
         points from;
         for (int n = random.integer(1, 90); n > 0; --n) {
             from.emplace_back(random.real(-60.0f, static_cast<float>(size.width) + 60.0f),
@@ -149,8 +148,8 @@ TEST(FrameFlow, PlacesBeyondAllIntsAndNoNumbersAreLost)
     const cv::Mat reference = gray_view(0, 0);
     const cv::Mat gray = gray_view(2, 1);
     constexpr float infinity = std::numeric_limits<float>::infinity();
-    for (const float far : {1e20f, -1e20f, 2147483648.0f, -2147483904.0f, infinity, -infinity,
-                            std::numeric_limits<float>::quiet_NaN()}) {
+    for (const float far :
+         {1e20f, -1e20f, 2147483648.0f, -2147483904.0f, infinity, -infinity, std::numeric_limits<float>::quiet_NaN()}) {
         const points from = {{far, 10.0f}, {10.0f, far}, {far, far}, {80.0f, 60.0f}};
         const tarn::point_flow flow = own_flow(reference, gray, from);
         EXPECT_EQ(flow.found, (std::vector<uchar>{0, 0, 0, 1})) << far;
@@ -165,8 +164,7 @@ TEST(FrameFlow, FollowsTheReferenceWhateverBecomesOfIt)
 {
     const points from = library_corners(gray_view(0, 0));
     cv::Mat reference = gray_view(0, 0);
-    ASSERT_TRUE(
-        same_flow(library_flow(reference, gray_view(3, 1), from), own_flow(reference, gray_view(3, 1), from)));
+    ASSERT_TRUE(same_flow(library_flow(reference, gray_view(3, 1), from), own_flow(reference, gray_view(3, 1), from)));
     // The frame after becomes the reference; then an earlier one; then one that was never seen.
     for (const int x : {3, 3, 0, 9}) {
         reference = gray_view(x, x == 3 ? 1 : 0);

@@ -125,10 +125,8 @@ TEST(GetDirection, EqualsReferenceForAnyFloats)
 {
     random_input random;
     for (int i = 0; i < 100000; ++i) {
-        corners_t frame =
-            random.one_in(8) ? random.any_quadrilateral({30, 20}) : random.quadrilateral({30, 20});
-        corners_t mapped =
-            random.one_in(8) ? random.any_quadrilateral({30, 20}) : random.quadrilateral({30, 20});
+        corners_t frame = random.one_in(8) ? random.any_quadrilateral({30, 20}) : random.quadrilateral({30, 20});
+        corners_t mapped = random.one_in(8) ? random.any_quadrilateral({30, 20}) : random.quadrilateral({30, 20});
         ASSERT_EQ(get_direction(frame, mapped), reference::get_direction(frame, mapped));
     }
 }
@@ -213,16 +211,14 @@ TEST(LinePara, CoincidentPointsCountAsUpright)
 
 TEST(LinePara, NearlyUprightLineKeepsItsOwnSlope)
 {
-    EXPECT_EQ(line_through(0, 0, std::numeric_limits<float>::min(), 1).k,
-              1.0f / std::numeric_limits<float>::min());
+    EXPECT_EQ(line_through(0, 0, std::numeric_limits<float>::min(), 1).k, 1.0f / std::numeric_limits<float>::min());
 }
 
 TEST(LinePara, EqualsReferenceForAnyFloats)
 {
     random_input random;
     for (int i = 0; i < 50000; ++i) {
-        const corners_t p =
-            random.one_in(2) ? random.any_quadrilateral({300, 200}) : random.quadrilateral({300, 200});
+        const corners_t p = random.one_in(2) ? random.any_quadrilateral({300, 200}) : random.quadrilateral({300, 200});
         const LinePara expected = reference::getLinePara(p[0].x, p[0].y, p[1].x, p[1].y);
         const LinePara actual = line_through(p[0].x, p[0].y, p[1].x, p[1].y);
         ASSERT_TRUE(same_bits(expected.k, actual.k));

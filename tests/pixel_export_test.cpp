@@ -46,14 +46,13 @@ TEST(PixelExport, TwoRowsOfThreePixelsYieldSixPixelsThenThreeThenTwo)
     for (int i = 0; i < 6; ++i) {
         image.at<cv::Vec3b>(i / 3, i % 3) = cv::Vec3b(static_cast<uchar>(i), 0, 0);
     }
-    EXPECT_EQ(exported(image), (std::vector<int>{word(0xFF000000), word(0xFF000001), word(0xFF000002),
-                                                 word(0xFF000003), word(0xFF000004), word(0xFF000005), 3, 2}));
+    EXPECT_EQ(exported(image), (std::vector<int>{word(0xFF000000), word(0xFF000001), word(0xFF000002), word(0xFF000003),
+                                                 word(0xFF000004), word(0xFF000005), 3, 2}));
 }
 
 TEST(PixelExport, Bytes10And20And30YieldFF1E140A)
 {
-    EXPECT_EQ(exported(cv::Mat(1, 1, CV_8UC3, cv::Scalar(10, 20, 30))),
-              (std::vector<int>{word(0xFF1E140A), 1, 1}));
+    EXPECT_EQ(exported(cv::Mat(1, 1, CV_8UC3, cv::Scalar(10, 20, 30))), (std::vector<int>{word(0xFF1E140A), 1, 1}));
 }
 
 TEST(PixelExport, AlphaIs255ForBlackAndWhite)
@@ -93,8 +92,7 @@ TEST(PixelExport, EqualsReferenceOnLargeImagesWhateverTheNumberOfThreads)
     random_input random;
     for (const int threads : {1, 2}) {
         const tarn::test::thread_count used(threads);
-        const cv::Mat image =
-            random.noise(cv::Size(random.integer(900, 1300), random.integer(500, 700)), CV_8UC3);
+        const cv::Mat image = random.noise(cv::Size(random.integer(900, 1300), random.integer(500, 700)), CV_8UC3);
         ASSERT_EQ(exported(image), reference::matToBitmapArray(image)) << image.size() << ", " << threads;
     }
 }
@@ -112,8 +110,8 @@ TEST(PixelExport, ImageOfAnotherTypeYieldsBlackPixelsAndIsNotReadBeyondItsEnd)
 {
     for (const int type : {CV_8UC1, CV_8UC2, CV_8UC4, CV_16UC3, CV_32FC3}) {
         const std::vector<int> pixels = exported(cv::Mat(2, 3, type, cv::Scalar::all(77)));
-        EXPECT_EQ(pixels, (std::vector<int>{word(0xFF000000), word(0xFF000000), word(0xFF000000),
-                                            word(0xFF000000), word(0xFF000000), word(0xFF000000), 3, 2}))
+        EXPECT_EQ(pixels, (std::vector<int>{word(0xFF000000), word(0xFF000000), word(0xFF000000), word(0xFF000000),
+                                            word(0xFF000000), word(0xFF000000), 3, 2}))
             << "type " << type;
     }
 }

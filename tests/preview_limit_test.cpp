@@ -25,9 +25,8 @@ struct told {
 
     bool operator==(const told& other) const
     {
-        return code == other.code && taken == other.taken && key_frame == other.key_frame
-               && inliers == other.inliers && overlap == other.overlap && angles == other.angles
-               && plane_from_frame == other.plane_from_frame;
+        return code == other.code && taken == other.taken && key_frame == other.key_frame && inliers == other.inliers
+               && overlap == other.overlap && angles == other.angles && plane_from_frame == other.plane_from_frame;
     }
 };
 
@@ -53,8 +52,7 @@ protected:
             const tarn::frame_account& account = tarn::account_of_this_thread();
             const tarn::frame_answer& answer = account.answer;
             all.push_back({code, answer.taken, answer.key_frame, answer.inliers, answer.overlap,
-                           std::vector<float>(answer.angles.begin(), answer.angles.end()),
-                           account.plane_from_frame});
+                           std::vector<float>(answer.angles.begin(), answer.angles.end()), account.plane_from_frame});
             frozen.push_back(tarn::preview_is_frozen());
             sizes.push_back(getCurrentPanoramsShowMat().size());
             x += sign * step;
@@ -88,8 +86,7 @@ TEST_F(PreviewLimit, BeyondItOnlyThePreviewStands)
     for (std::size_t i = 0; i < sizes.size(); ++i) {
         EXPECT_LE(sizes[i].area(), tarn::preview_limit());
         if (!frozen[i]) {
-            EXPECT_FALSE(was_frozen) << "frame " << i
-                                     << ": a camera that comes back does not let it grow again";
+            EXPECT_FALSE(was_frozen) << "frame " << i << ": a camera that comes back does not let it grow again";
             EXPECT_EQ(sizes[i], usual_sizes[i]);
         }
         was_frozen = frozen[i];

@@ -197,8 +197,7 @@ TEST(SphericalProjection, TargetCentreSamplesTheSourceCentreExactly)
         const float angle = random.real(0.0f, 20.0f);
         const cv::Mat image = random.image(cv::Size(width, height));
         const cv::Mat buffer = whole_buffer(spherical(image, angle));
-        ASSERT_EQ(buffer.at<cv::Vec3b>(buffer.rows / 2, buffer.cols / 2),
-                  image.at<cv::Vec3b>(height / 2, width / 2))
+        ASSERT_EQ(buffer.at<cv::Vec3b>(buffer.rows / 2, buffer.cols / 2), image.at<cv::Vec3b>(height / 2, width / 2))
             << width << " x " << height << " at " << angle;
     }
 }
@@ -354,7 +353,7 @@ TEST(SphericalProjection, OtherTypesAreRefused)
     EXPECT_THROW(spherical(cv::Mat(9, 9, CV_16UC3, cv::Scalar(1)), 5.0f), cv::Exception);
 }
 
-// What a projection gives, or nothing when it raises the image library's exception.
+// What a projection gives, or nothing when it raises OpenCV's exception.
 template <typename projection>
 std::optional<cv::Mat> result_of(projection project)
 {
@@ -436,8 +435,8 @@ void compare_at_degenerate_angles(shipped_projection shipped, reference_projecti
 {
     random_input random;
     for (const float angle : degenerate_angles(random)) {
-        for (const cv::Size& size : {cv::Size(1, 1), cv::Size(17, 9), cv::Size(40, 30), cv::Size(5, 60),
-                                     cv::Size(33, 64), cv::Size(64, 33)}) {
+        for (const cv::Size& size :
+             {cv::Size(1, 1), cv::Size(17, 9), cv::Size(40, 30), cv::Size(5, 60), cv::Size(33, 64), cv::Size(64, 33)}) {
             ASSERT_NO_FATAL_FAILURE(compare_with_reference(random, size, angle, shipped, plain));
         }
     }
@@ -515,8 +514,7 @@ TEST(SphericalProjection, SourceIsNotReadBeyondItsEnd)
         std::vector<uchar> bytes(static_cast<size_t>(size.area()) * 3, 9);
         const cv::Mat image(size, CV_8UC3, bytes.data());
         const float angle = random.real(0.0f, 30.0f);
-        const std::optional<cv::Mat> expected =
-            result_of([&] { return reference::SphericalProjection(image, angle); });
+        const std::optional<cv::Mat> expected = result_of([&] { return reference::SphericalProjection(image, angle); });
         const std::optional<cv::Mat> actual = result_of([&] { return spherical(image, angle); });
         ASSERT_EQ(actual.has_value(), expected.has_value()) << size << " at " << angle;
         if (expected) {

@@ -244,8 +244,7 @@ TEST(IntersectionPoint, EqualsReferenceForAnyFloats)
 {
     random_input random;
     for (int i = 0; i < 50000; ++i) {
-        const corners_t p =
-            random.one_in(2) ? random.any_quadrilateral({300, 200}) : random.quadrilateral({300, 200});
+        const corners_t p = random.one_in(2) ? random.any_quadrilateral({300, 200}) : random.quadrilateral({300, 200});
         const cv::Point2f expected = reference::get_intersection_point(p[0], p[1], p[2], p[3]);
         const cv::Point2f actual = get_intersection_point(p[0], p[1], p[2], p[3]);
         ASSERT_TRUE(same_bits(expected.x, actual.x)) << text_of(p);

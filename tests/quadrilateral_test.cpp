@@ -404,19 +404,16 @@ TEST(AngleOfTwoVector, ResultStaysWithin180)
 TEST(AngleOfTwoVector, NanGivesNan)
 {
     EXPECT_TRUE(std::isnan(angle_between({nan, 0.0f}, {0.0f, 1.0f})));
-    EXPECT_TRUE(
-        std::isnan(angle_between({1.0f, 0.0f}, {0.0f, 1.0f}, {infinity, infinity}))
-        == std::isnan(reference::angle_of_two_vector({1.0f, 0.0f}, {0.0f, 1.0f}, {infinity, infinity})));
+    EXPECT_TRUE(std::isnan(angle_between({1.0f, 0.0f}, {0.0f, 1.0f}, {infinity, infinity}))
+                == std::isnan(reference::angle_of_two_vector({1.0f, 0.0f}, {0.0f, 1.0f}, {infinity, infinity})));
 }
 
 TEST(AngleOfTwoVector, EqualsReferenceForAnyFloats)
 {
     random_input random;
     for (int i = 0; i < 50000; ++i) {
-        corners_t p =
-            random.one_in(2) ? random.any_quadrilateral({300, 200}) : random.quadrilateral({300, 200});
-        ASSERT_TRUE(
-            same_bits(reference::angle_of_two_vector(p[0], p[1], p[2]), angle_of_two_vector(p[0], p[1], p[2])))
+        corners_t p = random.one_in(2) ? random.any_quadrilateral({300, 200}) : random.quadrilateral({300, 200});
+        ASSERT_TRUE(same_bits(reference::angle_of_two_vector(p[0], p[1], p[2]), angle_of_two_vector(p[0], p[1], p[2])))
             << text_of(p);
     }
 }

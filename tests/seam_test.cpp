@@ -180,8 +180,8 @@ TEST(OptimizeSeam, NanCornerHasNoBandAlongItsLines)
 
 TEST(OptimizeSeam, NanFirstCornerEmptiesTheBox)
 {
-    EXPECT_TRUE(same_pixels(filled(60, 60, destination_colour),
-                            seamed(60, 60, {{nan, nan}, {50, 0}, {50, 50}, {0, 50}})));
+    EXPECT_TRUE(
+        same_pixels(filled(60, 60, destination_colour), seamed(60, 60, {{nan, nan}, {50, 0}, {50, 50}, {0, 50}})));
 }
 
 TEST(OptimizeSeam, SourceAndCornersAreOnlyRead)
@@ -216,8 +216,7 @@ bool is_box_inside(const corners_t& p, cv::Size size)
     const int right = tarn::truncate_to_int(reference::max_axis({p[0].x, p[1].x, p[2].x, p[3].x}));
     const int top = tarn::truncate_to_int(reference::min_axis({p[0].y, p[1].y, p[2].y, p[3].y}));
     const int bottom = tarn::truncate_to_int(reference::max_axis({p[0].y, p[1].y, p[2].y, p[3].y}));
-    return (left >= right || top >= bottom)
-           || (left >= 0 && top >= 0 && right <= size.width && bottom <= size.height);
+    return (left >= right || top >= bottom) || (left >= 0 && top >= 0 && right <= size.width && bottom <= size.height);
 }
 
 TEST(OptimizeSeam, EqualsReferenceOnViewsOfAllSmallSizes)
@@ -228,8 +227,7 @@ TEST(OptimizeSeam, EqualsReferenceOnViewsOfAllSmallSizes)
         for (const int height : tarn::test::small_sides()) {
             for (int repetition = 0; repetition < 12; ++repetition) {
                 const cv::Size size(width, height);
-                corners_t corners =
-                    random.one_in(4) ? random.any_quadrilateral(size) : random.quadrilateral(size);
+                corners_t corners = random.one_in(4) ? random.any_quadrilateral(size) : random.quadrilateral(size);
                 move_inside(corners, size);
                 if (!is_box_inside(corners, size)) {
                     continue;
@@ -306,8 +304,7 @@ TEST(OptimizeSeam, BandsAreTheDefinitionsForAnyCorners)
         const cv::Mat result = seamed(size.width, size.height, corners);
         for (int y = 0; y < size.height; ++y) {
             for (int x = 0; x < size.width; ++x) {
-                const bool is_taken =
-                    x >= left && x < right && y >= top && y < bottom && is_on_band(corners, x, y);
+                const bool is_taken = x >= left && x < right && y >= top && y < bottom && is_on_band(corners, x, y);
                 on_band += is_taken ? 1 : 0;
                 ASSERT_EQ(result.at<cv::Vec3b>(y, x), is_taken ? source_colour : destination_colour)
                     << "(" << x << ", " << y << ")" << text_of(corners);

@@ -38,13 +38,11 @@ TEST_F(SpareFrames, FramesThatAnyoneHoldsAreNeverWritten)
     std::vector<cv::Mat> held;
     for (int x = 0; x < 12; ++x) {
         hand_in(x);
-        held.push_back(x % 3 == 2 ? tarn_stitcher.last_frame(cv::Rect(5, 5, 50, 50))
-                                  : tarn_stitcher.last_frame);
+        held.push_back(x % 3 == 2 ? tarn_stitcher.last_frame(cv::Rect(5, 5, 50, 50)) : tarn_stitcher.last_frame);
     }
     for (int x = 0; x < 12; ++x) {
         const cv::Mat frame = view(x, 0);
-        EXPECT_TRUE(
-            same_pixels(held[static_cast<std::size_t>(x)], x % 3 == 2 ? frame(cv::Rect(5, 5, 50, 50)) : frame))
+        EXPECT_TRUE(same_pixels(held[static_cast<std::size_t>(x)], x % 3 == 2 ? frame(cv::Rect(5, 5, 50, 50)) : frame))
             << x;
     }
 }

@@ -194,9 +194,8 @@ TEST_F(StitcherState, MembersStandInTheirOrderOfDeclaration)
         EXPECT_TRUE(std::less<>()(members[i - 1], members[i])) << i;
 
     const stitch_data& record = task.last_check_data;
-    const std::vector<const void*> fields = {
-        &record.scaled_gray_frame, &record.work_scale, &record.good_keypoints,
-        &record.descriptors,       &record.homo,       &record.base_homo};
+    const std::vector<const void*> fields = {&record.scaled_gray_frame, &record.work_scale, &record.good_keypoints,
+                                             &record.descriptors,       &record.homo,       &record.base_homo};
     for (std::size_t i = 1; i < fields.size(); ++i)
         EXPECT_TRUE(std::less<>()(fields[i - 1], fields[i])) << i;
 }

@@ -138,8 +138,7 @@ TEST_F(SweepBegin, DirectoryInWhichAnythingLiesIsRefused)
         ASSERT_TRUE(fs::create_directory(directory));
         const std::string entry = directory + name;
         entry.back() == '/' ? static_cast<void>(fs::create_directory(entry)) : write_file(entry);
-        const std::string text =
-            refusal(sweep_problem::directory_not_empty, [&] { sweep::begin(in(directory)); });
+        const std::string text = refusal(sweep_problem::directory_not_empty, [&] { sweep::begin(in(directory)); });
         EXPECT_NE(text.find(directory), std::string::npos) << text;
         EXPECT_NE(text.find(fs::path(name).begin()->string()), std::string::npos) << text;
         EXPECT_TRUE(fs::exists(entry));
@@ -162,8 +161,7 @@ TEST_F(SweepBegin, WhatIsNoDirectoryIsRefused)
 {
     write_file(at("file"));
     for (const char* const name : {"file", "file/", "file/below"}) {
-        const std::string text =
-            refusal(sweep_problem::directory_unusable, [&] { sweep::begin(in(at(name))); });
+        const std::string text = refusal(sweep_problem::directory_unusable, [&] { sweep::begin(in(at(name))); });
         EXPECT_NE(text.find(at(name)), std::string::npos) << text;
     }
     EXPECT_TRUE(fs::is_regular_file(at("file")));

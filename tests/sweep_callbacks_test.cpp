@@ -196,8 +196,7 @@ TEST_F(SweepCallbacks, LooksAreAnsweredAndWhatWouldWaitIsRefused)
         const frame_answer answer = sweeping->feed(view(5));
         EXPECT_EQ(answer.code, code_lost);
         EXPECT_EQ(answer.why, reason::busy);
-        EXPECT_NE(refusal(sweep_problem::bad_argument, [&] { sweeping->finish(); }).find("finish"),
-                  std::string::npos);
+        EXPECT_NE(refusal(sweep_problem::bad_argument, [&] { sweeping->finish(); }).find("finish"), std::string::npos);
         EXPECT_NE(refusal(sweep_problem::bad_argument, [&] { sweep::begin(options()); }).find("begin"),
                   std::string::npos);
     }));
@@ -220,9 +219,9 @@ TEST_F(SweepCallbacks, LogGoesToTheHostAndNowhereElse)
     sweep sweeping = sweep::begin(logging);
     sweeping.feed(view(0));
     ASSERT_EQ(logs.size(), 1U);
-    EXPECT_EQ(logs.front().rfind(
-                  "input_frame shape is 240*240, type is 16main thread: videoStitch finish, total spent", 0),
-              0U)
+    EXPECT_EQ(
+        logs.front().rfind("input_frame shape is 240*240, type is 16main thread: videoStitch finish, total spent", 0),
+        0U)
         << logs.front();
     EXPECT_EQ(logs.front().back(), '\n');
     const frame_view last = view(1);

@@ -92,8 +92,8 @@ TEST_F(SweepFeed, EveryFormatAndStrideGivesTheSamePixels)
     for (const auto& one : cases) {
         for (const int width : {320, 319, 161}) {
             for (const std::size_t padding : {0U, 1U, 13U, 320U}) {
-                SCOPED_TRACE("format " + std::to_string(static_cast<int>(one.format)) + ", "
-                             + std::to_string(width) + " px, padding " + std::to_string(padding));
+                SCOPED_TRACE("format " + std::to_string(static_cast<int>(one.format)) + ", " + std::to_string(width)
+                             + " px, padding " + std::to_string(padding));
                 const cv::Rect part(0, 0, width, 240);
                 const tight_frame frame(one.image(part), one.format, padding);
                 images_.clear();
@@ -155,9 +155,7 @@ TEST_F(SweepFeed, WhatIsNoFrameHasNoView)
         refusal(sweep_problem::bad_argument, [&] { view_of(cv::Mat(4, 4, type)); });
     }
     refusal(sweep_problem::bad_argument, [] { view_of(cv::Mat()); });
-    refusal(sweep_problem::bad_argument, [] {
-        view_of(cv::Mat(3, std::vector<int>{4, 4, 4}.data(), CV_8UC3));
-    });
+    refusal(sweep_problem::bad_argument, [] { view_of(cv::Mat(3, std::vector<int>{4, 4, 4}.data(), CV_8UC3)); });
     refusal(sweep_problem::bad_argument, [] { view_of(cv::Mat(1, 16385, CV_8UC1)); });
 }
 
@@ -189,8 +187,7 @@ TEST_F(SweepFeed, WrongArgumentsAreNamedAndTheSweepGoesOn)
         frame_view wrong = view(0);
         one.spoil(wrong);
         const auto feeding = [&] { sweeping.feed(wrong); };
-        EXPECT_NE(refusal(sweep_problem::bad_argument, feeding).find(one.named), std::string::npos)
-            << one.named;
+        EXPECT_NE(refusal(sweep_problem::bad_argument, feeding).find(one.named), std::string::npos) << one.named;
         const auto finishing = [&] { sweeping.finish({&wrong}); };
         EXPECT_NE(refusal(sweep_problem::bad_argument, finishing).find(one.named), std::string::npos);
     }
@@ -334,8 +331,7 @@ TEST_F(SweepFeed, ThreadThatCannotBeStartedIsTold)
 {
     sweep sweeping = sweep::begin(options());
     stepper.at(worker_stage::launching, 2, [] {
-        throw std::system_error(std::make_error_code(std::errc::resource_unavailable_try_again),
-                                "no more threads");
+        throw std::system_error(std::make_error_code(std::errc::resource_unavailable_try_again), "no more threads");
     });
     std::size_t i = 0;
     frame_answer answer;

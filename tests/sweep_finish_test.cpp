@@ -184,8 +184,7 @@ TEST_F(SweepFinish, FailureInTheMiddleEndsThePanoramaThere)
         sweep sweeping = sweep::begin(paced);
         for (std::size_t i = 0; i + 1 < frames().size(); ++i) {
             sweeping.feed(view(i));
-            ASSERT_TRUE(sweeping.wait_for_room(0))
-                << "so that nobody is waiting who would bring the pipeline back";
+            ASSERT_TRUE(sweeping.wait_for_room(0)) << "so that nobody is waiting who would bring the pipeline back";
         }
         const frame_view last = view(frames().size() - 1);
         const panorama result = sweeping.finish(ending_with(last));
@@ -279,9 +278,8 @@ TEST_F(SweepFinish, WorkerThatWasNeverStartedIsNotWaitedFor)
     sweep sweeping = sweep::begin(options());
     feed(sweeping, 0, 6);
     const int last_index = sweeping.status().key_frames + 1;
-    stepper.at(worker_stage::launching, last_index, [] {
-        throw std::system_error(std::make_error_code(std::errc::resource_unavailable_try_again));
-    });
+    stepper.at(worker_stage::launching, last_index,
+               [] { throw std::system_error(std::make_error_code(std::errc::resource_unavailable_try_again)); });
     const frame_view last = view(8);
     const panorama result = sweeping.finish(ending_with(last));
     expect_partial(result, reason::no_thread, last_index);

@@ -270,8 +270,7 @@ TEST_F(SweepThreads, AnyCallsInAnyOrderAreAnswered)
                 try {
                     one_call(random);
                 } catch (const sweep_error& error) {
-                    EXPECT_EQ(static_cast<int>(error.problem()), static_cast<int>(sweep_problem::over))
-                        << error.what();
+                    EXPECT_EQ(static_cast<int>(error.problem()), static_cast<int>(sweep_problem::over)) << error.what();
                     // The next thread to come here begins anew.
                     auto next = std::make_shared<sweep>(sweep::begin(options()));
                     const std::lock_guard<std::mutex> lock(handles_mutex);

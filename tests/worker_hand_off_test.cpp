@@ -46,10 +46,8 @@ protected:
     {
         std::vector<uchar> expected;
         cv::imencode(".jpg", image, expected);
-        std::ifstream file(directory() + "big_frame" + std::to_string(big_frame_index) + ".jpg",
-                           std::ios::binary);
-        const std::vector<uchar> found((std::istreambuf_iterator<char>(file)),
-                                       std::istreambuf_iterator<char>());
+        std::ifstream file(directory() + "big_frame" + std::to_string(big_frame_index) + ".jpg", std::ios::binary);
+        const std::vector<uchar> found((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
         return found == expected;
     }
 

@@ -36,8 +36,7 @@ using tarn::worker_stage;
 
 // All stages from the beginning to the turn.
 const std::vector<worker_stage> stages_before_the_turn = {worker_stage::started, worker_stage::frame_prepared,
-                                                          worker_stage::frame_described,
-                                                          worker_stage::file_written};
+                                                          worker_stage::frame_described, worker_stage::file_written};
 
 void set_status(int status)
 {
@@ -121,8 +120,7 @@ TEST_F(WorkerTurn, SecondFrameIsRegisteredComposedAndBecomesTheNeighbour)
     const tarn::described_frame described = tarn::describe(prepared_key_frame(2), stitch_feature_finder);
     EXPECT_EQ(neighbour_keypoints.size(), described.keypoints.size());
     EXPECT_TRUE(same_pixels(described.descriptors.reshape(1, 1), neighbour_descriptors.reshape(1, 1)));
-    const std::vector<worker_stage> turn = {worker_stage::turn_taken, worker_stage::registered,
-                                            worker_stage::composed};
+    const std::vector<worker_stage> turn = {worker_stage::turn_taken, worker_stage::registered, worker_stage::composed};
     std::vector<worker_stage> all = stages_before_the_turn;
     all.insert(all.end(), turn.begin(), turn.end());
     EXPECT_EQ(stepper.stages_of(2), all);
@@ -131,8 +129,8 @@ TEST_F(WorkerTurn, SecondFrameIsRegisteredComposedAndBecomesTheNeighbour)
 TEST_F(WorkerTurn, StatusIs2FromTheBeginningOfTheTurnUntilItsEnd)
 {
     std::vector<int> seen;
-    for (const worker_stage stage : {worker_stage::file_written, worker_stage::turn_taken,
-                                     worker_stage::registered, worker_stage::composed}) {
+    for (const worker_stage stage :
+         {worker_stage::file_written, worker_stage::turn_taken, worker_stage::registered, worker_stage::composed}) {
         stepper.at(stage, 2, [&seen] { seen.push_back(status_now()); });
     }
     add_key_frame(1);
@@ -366,10 +364,7 @@ TEST_F(WorkerTicket, RisesByOneForAFrameOfAnotherTypeThanThePanorama)
 {
     make_base();
     expect_way_out(
-        [] {
-            stitch_big_image(cv::Mat(240, 320, CV_8UC4, cv::Scalar::all(9)), right_angles(), full_size(), 3, 2);
-        },
-        4);
+        [] { stitch_big_image(cv::Mat(240, 320, CV_8UC4, cv::Scalar::all(9)), right_angles(), full_size(), 3, 2); }, 4);
 }
 
 TEST_F(WorkerTicket, RisesByOneForFewerThanFourAnglesOrScales)
@@ -415,9 +410,8 @@ TEST_F(WorkerTicket, RisesByOneForAStandardExceptionInEitherWait)
 
 TEST_F(WorkerTicket, OtherExceptionsThanStandardOnesAreNotCaught)
 {
-    for (const worker_stage stage :
-         {worker_stage::started, worker_stage::frame_prepared, worker_stage::frame_described,
-          worker_stage::file_written, worker_stage::turn_taken}) {
+    for (const worker_stage stage : {worker_stage::started, worker_stage::frame_prepared, worker_stage::frame_described,
+                                     worker_stage::file_written, worker_stage::turn_taken}) {
         SCOPED_TRACE(static_cast<int>(stage));
         resetStitch(directory().c_str());
         stepper.at(stage, 1, [] { throw 5; });  // NOLINT(hicpp-exception-baseclass): the point of it
@@ -476,8 +470,8 @@ TEST_F(WorkerWait, IndexNotAboveTheTicketWaitsOutTheFullTimeOutAndThenFailsThePi
         set_ticket(5);
         const stepped_time time;
 
-        expect_way_out(
-            [index] { stitch_big_image(key_frame(1), right_angles(), full_size(), moving_right, index); }, 4);
+        expect_way_out([index] { stitch_big_image(key_frame(1), right_angles(), full_size(), moving_right, index); },
+                       4);
 
         EXPECT_EQ(time.polls(), polls_of_a_full_time_out);
     }
@@ -949,9 +943,8 @@ private:
 
 TEST_F(WorkerLaunch, ThreadThatCannotBeCreatedForTheFirstFrameIsLoggedAndTheNextWorkerTimesOut)
 {
-    stepper.at(worker_stage::launching, 1, [] {
-        throw std::system_error(std::make_error_code(std::errc::resource_unavailable_try_again));
-    });
+    stepper.at(worker_stage::launching, 1,
+               [] { throw std::system_error(std::make_error_code(std::errc::resource_unavailable_try_again)); });
     expect_failed_launch(0);
     EXPECT_EQ(take_launches(), std::vector<int>({1}));
 
@@ -983,9 +976,8 @@ TEST_F(WorkerLaunch, ThreadThatCannotBeCreatedForAMiddleKeyFrameIsLoggedAndTheFr
     }
     ASSERT_TRUE(wait_for_workers());
     const cv::Mat preview = getCurrentPanoramsShowMat();
-    stepper.at(worker_stage::launching, 3, [] {
-        throw std::system_error(std::make_error_code(std::errc::resource_unavailable_try_again));
-    });
+    stepper.at(worker_stage::launching, 3,
+               [] { throw std::system_error(std::make_error_code(std::errc::resource_unavailable_try_again)); });
 
     expect_failed_launch(middle);
 
@@ -1006,9 +998,8 @@ TEST_F(WorkerLaunch, ThreadThatCannotBeCreatedForTheLastFrameIsLoggedAndNothingI
         EXPECT_GT(feed(i)[0], 0) << i;
     }
     ASSERT_TRUE(wait_for_workers());
-    stepper.at(worker_stage::launching, tarn_stitcher.big_frame_index + 1, [] {
-        throw std::system_error(std::make_error_code(std::errc::resource_unavailable_try_again));
-    });
+    stepper.at(worker_stage::launching, tarn_stitcher.big_frame_index + 1,
+               [] { throw std::system_error(std::make_error_code(std::errc::resource_unavailable_try_again)); });
     const counted_sleep no_waiting;
 
     expect_failed_launch(frames() - 1);

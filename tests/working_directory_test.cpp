@@ -19,10 +19,10 @@
 
 #include <gtest/gtest.h>
 
+#include "internal/shared_state.h"
 #include "support/directory_fixture.h"
 #include "support/stitcher_fixture.h"
 #include "tarn_stitcher.h"
-#include "internal/shared_state.h"
 #include "working_directory.h"
 
 namespace {
@@ -297,8 +297,7 @@ TEST_F(DeleteFile, MissingPathIsNoError)
 TEST_F(DeleteFile, UnusualNamesAreNamesLikeAnyOther)
 {
     const std::string top = directory("top");
-    for (const char* name :
-         {"...", "..a", ".b", " ", "with space", "line\nbreak", "-rf", "*", "\xff\xfe", "a\\b"}) {
+    for (const char* name : {"...", "..a", ".b", " ", "with space", "line\nbreak", "-rf", "*", "\xff\xfe", "a\\b"}) {
         file(std::string("top/") + name);
     }
     directory("top/.dir");

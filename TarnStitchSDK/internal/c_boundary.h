@@ -22,8 +22,7 @@
 namespace tarn {
 
 struct held_sweep final : held_thing {
-    held_sweep(sweep begun, std::string its_directory)
-        : session(std::move(begun)), directory(std::move(its_directory))
+    held_sweep(sweep begun, std::string its_directory) : session(std::move(begun)), directory(std::move(its_directory))
     {
     }
 
@@ -52,16 +51,16 @@ struct held_panorama final : held_thing {
 /// The table of all handles. Never destroyed: a thread may call while the process ends.
 handle_table& handles();
 
-/// What a handle stands for. @throws c_failure if it is null, was freed, or is of another kind; `name` is the parameter's
+/// What a handle stands for. @throws c_failure if it is null, was freed, or is of another kind; `name` is the
+/// parameter's
 template <typename Thing>
 std::shared_ptr<Thing> thing_of(const void* handle, const char* name)
 {
     std::shared_ptr<Thing> thing = handles().find<Thing>(handle);
     if (thing == nullptr) {
         throw c_failure{TARN_ERROR_NO_SUCH_HANDLE,
-                        handle == nullptr
-                            ? std::string(name) + " is null"
-                            : std::string(name) + " was freed, or is the handle of something else"};
+                        handle == nullptr ? std::string(name) + " is null"
+                                          : std::string(name) + " was freed, or is the handle of something else"};
     }
     return thing;
 }

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Three routines of OpenCV's made again for speed, each with the results of the original to the last bit: exact_shrink.cpp,
+// Three routines of OpenCV's made again for speed, each with the results of the original to the last bit:
+// exact_shrink.cpp,
 // exact_corners.cpp, exact_coverage.cpp. What they equal is OpenCV 4.6.0, and every version with which
 // tests/exact_routines_test.cpp passes; it names the version at hand when it does not.
 //

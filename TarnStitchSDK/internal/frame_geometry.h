@@ -53,10 +53,8 @@ struct bounds {
     float left_x, right_x, bottom_y, top_y;
 
     explicit bounds(const points& p)
-        : left_x(min_axis({p[0].x, p[1].x, p[2].x, p[3].x})),
-          right_x(max_axis({p[0].x, p[1].x, p[2].x, p[3].x})),
-          bottom_y(max_axis({p[0].y, p[1].y, p[2].y, p[3].y})),
-          top_y(min_axis({p[0].y, p[1].y, p[2].y, p[3].y}))
+        : left_x(min_axis({p[0].x, p[1].x, p[2].x, p[3].x})), right_x(max_axis({p[0].x, p[1].x, p[2].x, p[3].x})),
+          bottom_y(max_axis({p[0].y, p[1].y, p[2].y, p[3].y})), top_y(min_axis({p[0].y, p[1].y, p[2].y, p[3].y}))
     {
     }
 };

@@ -37,7 +37,7 @@ struct joined_frame {
 /// @param described   its features; all frames of a sweep have one size, so its scale is the neighbour's, too
 /// @param registered  called when the place is found or refused, before anything is merged; what it throws leaves
 /// @throws cv::Exception for descriptors of different types, and as merge_frame does
-joined_frame join_frame(const neighbour_record& neighbour, const cv::Mat& frame,
-                        const described_frame& described, const std::function<void()>& registered = nullptr);
+joined_frame join_frame(const neighbour_record& neighbour, const cv::Mat& frame, const described_frame& described,
+                        const std::function<void()>& registered = nullptr);
 
 }  // namespace tarn

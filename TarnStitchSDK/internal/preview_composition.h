@@ -29,8 +29,7 @@ cv::Mat grown_preview(const cv::Mat& panorama, cv::Size size, cv::Point at);
 /// @param box_from_frame       3 x 3, CV_64F
 /// @param transpose_corners    the frame's corners in `grown`
 /// @throws cv::Exception when the box does not lie inside `grown`, or the frame has not three channels
-void paste_onto_preview(const cv::Mat& panorama, cv::Point at, cv::Mat& grown, const cv::Mat& frame,
-                        cv::Rect box, const cv::Mat& box_from_frame,
-                        std::vector<cv::Point2f>& transpose_corners);
+void paste_onto_preview(const cv::Mat& panorama, cv::Point at, cv::Mat& grown, const cv::Mat& frame, cv::Rect box,
+                        const cv::Mat& box_from_frame, std::vector<cv::Point2f>& transpose_corners);
 
 }  // namespace tarn

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// A sweep at work: what tarn::sweep does once its caller is alone with the task (session_gate.h), and what everybody may
+// A sweep at work: what tarn::sweep does once its caller is alone with the task (session_gate.h), and what everybody
+// may
 // see of it meanwhile.
 #pragma once
 
@@ -15,7 +16,8 @@
 
 namespace tarn {
 
-/// Tells when workers have stopped moving. A worker waits at most twice for max_wait_seconds before it gives up, so when
+/// Tells when workers have stopped moving. A worker waits at most twice for max_wait_seconds before it gives up, so
+/// when
 /// no turn has ended for three times as long none is going to: one was never started, or waits for a base panorama
 /// that failed.
 class stall_watch {
@@ -123,9 +125,8 @@ private:
     std::atomic<bool> end_is_asked_for_{false};
 
     // Inside only.
-    std::optional<frame_answer>
-        last_frame_;         ///< the answer for the last frame, unless another one came after it
-    int written_turns_ = 0;  ///< turns that were over when the panorama was written
+    std::optional<frame_answer> last_frame_;  ///< the answer for the last frame, unless another one came after it
+    int written_turns_ = 0;                   ///< turns that were over when the panorama was written
 
     // What there is after the last call: written inside, with the mutex held.
     mutable std::mutex view_;

@@ -45,7 +45,8 @@ private:
 };
 
 /// Whether a sweep can only have its directory when that of another one is gone: it is the same one, or lies in it, or
-/// holds nothing else; whatever they are called, by their devices and inodes. The second one exists, or the answer is false.
+/// holds nothing else; whatever they are called, by their devices and inodes. The second one exists, or the answer is
+/// false.
 bool touches_directory(const sweep_options& options, const std::string& directory);
 
 }  // namespace tarn

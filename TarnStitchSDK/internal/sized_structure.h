@@ -53,8 +53,7 @@ Structure from_host(const Structure* given, const char* name)
     if (size > sizeof(Structure)
         && std::any_of(bytes + sizeof(Structure), bytes + size, [](unsigned char byte) { return byte != 0; })) {
         throw c_failure{TARN_ERROR_UNSUPPORTED,
-                        std::string(name)
-                            + " asks for something that this version does not have: " + tarn_version()};
+                        std::string(name) + " asks for something that this version does not have: " + tarn_version()};
     }
     return own;
 }

@@ -13,7 +13,8 @@ namespace tarn {
 /// that time must be its own, or never destroyed.
 class worker_in_flight {
 public:
-    /// @param construct_what_workers_use  shall construct the static objects that workers would construct at first need,
+    /// @param construct_what_workers_use  shall construct the static objects that workers would construct at first
+    /// need,
     ///                                    so that they are destroyed after the workers have been waited for. Called by
     ///                                    the first one ever
     /// @throws std::system_error when the process is ending

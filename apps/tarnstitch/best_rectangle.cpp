@@ -43,8 +43,7 @@ cv::Rect largest_full_rectangle(const cv::Mat& image)
                 left = bar.left;
                 const std::int64_t area = static_cast<std::int64_t>(bar.height) * (x - bar.left);
                 const bool better =
-                    area > best_area
-                    || (area == best_area && area > 0 && y + 1 == best.br().y && bar.left < best.x);
+                    area > best_area || (area == best_area && area > 0 && y + 1 == best.br().y && bar.left < best.x);
                 if (better) {
                     best_area = area;
                     best = cv::Rect(bar.left, y + 1 - bar.height, x - bar.left, bar.height);

@@ -45,8 +45,8 @@ cv::Mat turned(const cv::Mat& image, int quarters)
 }
 
 /// The four ways in the order of quarter turns, clockwise, with the library's codes for them.
-constexpr std::array<camera_motion, 4> round_the_clock = {camera_motion::up, camera_motion::right,
-                                                          camera_motion::down, camera_motion::left};
+constexpr std::array<camera_motion, 4> round_the_clock = {camera_motion::up, camera_motion::right, camera_motion::down,
+                                                          camera_motion::left};
 constexpr std::array<direction_code, 4> codes_round_the_clock = {direction_up, direction_right, direction_down,
                                                                  direction_left};
 

@@ -68,8 +68,7 @@ std::vector<named_value> values_of(const frame_record& frame, frame_turn turn)
     const frame_answer& answer = frame.answer;
     std::vector<named_value> values = {
         {"frame", frame.stamp.number},
-        {"seconds",
-         frame.stamp.seconds < 0.0 ? nlohmann::ordered_json() : decimal(frame.stamp.seconds, time_digits)},
+        {"seconds", frame.stamp.seconds < 0.0 ? nlohmann::ordered_json() : decimal(frame.stamp.seconds, time_digits)},
         {"code", static_cast<int>(answer.code)},
         {"name", code_key(answer.code)},
         {"taken", answer.taken},

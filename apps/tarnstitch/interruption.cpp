@@ -87,9 +87,7 @@ void leave_abortion_to_the_awaiting_thread(int)
 void say_that_it_stops()
 {
     try {
-        std::thread([] {
-            note("stopping: the panorama is being finished; Ctrl-C again ends at once");
-        }).detach();
+        std::thread([] { note("stopping: the panorama is being finished; Ctrl-C again ends at once"); }).detach();
     } catch (const std::system_error&) {
         return;  // no thread to be had: it stops without a word
     }
@@ -171,10 +169,9 @@ void watch_for_interruption()
         awaiting_thread = waiting.native_handle();
         waiting.detach();
     } catch (const std::system_error&) {
-        throw host_error(
-            exit_code::not_stitched,
-            "too few threads: the system gives none beside the first; raise the limit on processes "
-            "(ulimit -u, or the container's)");
+        throw host_error(exit_code::not_stitched,
+                         "too few threads: the system gives none beside the first; raise the limit on processes "
+                         "(ulimit -u, or the container's)");
     }
     std::signal(SIGABRT, leave_abortion_to_the_awaiting_thread);
     std::atexit(remove_at_exit);

@@ -136,8 +136,7 @@ bool output_metadata::add_to(std::vector<unsigned char>& encoded_image) const
 {
     try {
         Exiv2::LogMsg::setLevel(Exiv2::LogMsg::mute);
-        const auto image =
-            Exiv2::ImageFactory::open(encoded_image.data(), static_cast<long>(encoded_image.size()));
+        const auto image = Exiv2::ImageFactory::open(encoded_image.data(), static_cast<long>(encoded_image.size()));
         const Exiv2::AccessMode mode = image->checkMode(Exiv2::mdExif);
         if (mode != Exiv2::amWrite && mode != Exiv2::amReadWrite) {
             return true;

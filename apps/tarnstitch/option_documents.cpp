@@ -26,12 +26,10 @@ struct example {
 
 constexpr std::array examples = {
     example{"the panorama in a video, river-panorama.jpg", "tarnstitch river.mp4"},
-    example{"without black corners and without loss, from still images",
-            "tarnstitch stills/ --crop -o hall.png"},
+    example{"without black corners and without loss, from still images", "tarnstitch stills/ --crop -o hall.png"},
     example{"from the tenth to the twentieth second, every second frame",
             "tarnstitch long.mp4 --start 10 --end 0:20 --step 2"},
-    example{"why a sweep failed: one line on each frame",
-            "tarnstitch sweep.mp4 --frames sweep.csv --log sweep.log"},
+    example{"why a sweep failed: one line on each frame", "tarnstitch sweep.mp4 --frames sweep.csv --log sweep.log"},
     example{"as an application would see it, live", "tarnstitch camera:0 --end 20 --direction right --show"},
     example{"for a script", "tarnstitch -q --json sweep.mp4 -o out.jpg > summary.json"},
 };
@@ -63,9 +61,8 @@ constexpr std::array key_lines = {
     key_line{"Esc", "give up: nothing is written; closing the window does the same"},
 };
 
-constexpr const char* stopping =
-    "The first Ctrl-C ends the sweep as if the last frame had come, and what there is\n"
-    "is written. The second ends the program at once.";
+constexpr const char* stopping = "The first Ctrl-C ends the sweep as if the last frame had come, and what there is\n"
+                                 "is written. The second ends the program at once.";
 
 std::vector<std::string> split(const std::string& text, char separator)
 {
@@ -126,8 +123,7 @@ std::string alternatives(const char* words)
 std::string help_text()
 {
     constexpr std::size_t column = 26;
-    std::string text =
-        "usage: tarnstitch [options] INPUT...\nStitches the frames of a camera sweep into a panorama.\n";
+    std::string text = "usage: tarnstitch [options] INPUT...\nStitches the frames of a camera sweep into a panorama.\n";
     std::string topic;
     for (const option_row& row : option_table()) {
         if (row.topic != topic) {
@@ -162,8 +158,8 @@ std::string help_text()
 
 std::string version_text()
 {
-    return std::string("tarnstitch ") + TARNSTITCH_VERSION + "\nTarnStitch library " + TARNSTITCH_VERSION
-           + "\nOpenCV " + cv::getVersionString() + "\n";
+    return std::string("tarnstitch ") + TARNSTITCH_VERSION + "\nTarnStitch library " + TARNSTITCH_VERSION + "\nOpenCV "
+           + cv::getVersionString() + "\n";
 }
 
 std::string manual_page()
@@ -222,8 +218,8 @@ std::string bash_completion()
             action = "return";
             break;
         case value_kind::words:
-            action = "mapfile -t COMPREPLY < <(compgen -W '" + std::string(row.choices)
-                     + "' -- \"$current\")\n      return";
+            action =
+                "mapfile -t COMPREPLY < <(compgen -W '" + std::string(row.choices) + "' -- \"$current\")\n      return";
             break;
         case value_kind::directory:
             action = "compopt -o filenames\n      mapfile -t COMPREPLY < <(compgen -d -- \"$current\")\n      "
@@ -277,9 +273,8 @@ complete -F _tarnstitch tarnstitch
 
 std::string zsh_completion()
 {
-    std::string text =
-        "#compdef tarnstitch\n# zsh completion for tarnstitch, made from its table of options.\n\n"
-        "_arguments -s -S \\\n";
+    std::string text = "#compdef tarnstitch\n# zsh completion for tarnstitch, made from its table of options.\n\n"
+                       "_arguments -s -S \\\n";
     for (const option_row& row : option_table()) {
         std::string action;
         switch (row.kind) {

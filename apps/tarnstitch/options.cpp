@@ -65,8 +65,8 @@ int whole_number(const std::string& name, const std::string& text, int least, in
     const char* const end = text.data() + text.size();
     const std::from_chars_result result = std::from_chars(text.data(), end, number);
     if (result.ec != std::errc() || result.ptr != end || number < least || number > most) {
-        fail(name + " is a whole number from " + std::to_string(least) + " to " + std::to_string(most)
-             + ", not " + shown(text));
+        fail(name + " is a whole number from " + std::to_string(least) + " to " + std::to_string(most) + ", not "
+             + shown(text));
     }
     return number;
 }
@@ -144,21 +144,19 @@ const std::vector<bound_row>& bound_table()
     constexpr const char* screen = "On the screen";
     constexpr const char* about = "About";
     constexpr int most_quality = 100;
-    constexpr int most_pixels = 1'000'000'000;  // more is beyond the image library's own limit
+    constexpr int most_pixels = 1'000'000'000;  // more is beyond OpenCV's own limit
     static const std::vector<bound_row> table = {
         {{input, "INPUT", "", value_kind::file, "",
           "a video file; a camera (camera:0 or /dev/video0); a numbered image\n"
           "sequence (frame%04d.png); a directory of images; or several images.\n"
           "Images are taken in natural order, frame2 before frame10"},
          read_input},
-        {{input, "--start", "TIME", value_kind::text, "",
-          "begin at TIME: seconds or h:mm:ss (videos and cameras)"},
+        {{input, "--start", "TIME", value_kind::text, "", "begin at TIME: seconds or h:mm:ss (videos and cameras)"},
          read_time<&frame_selection::start>},
         {{input, "--end", "TIME", value_kind::text, "", "end at TIME; with a camera, after so long"},
          read_time<&frame_selection::end>},
         {{input, "--step", "N", value_kind::text, "", "take every N-th frame"}, read_step},
-        {{input, "--fps", "RATE", value_kind::text, "",
-          "take at most RATE frames of each second (videos and cameras)"},
+        {{input, "--fps", "RATE", value_kind::text, "", "take at most RATE frames of each second (videos and cameras)"},
          read_rate},
         {{input, "--max-pixels", "N", value_kind::text, "",
           "refuse pictures of more pixels, before they take memory (default:\n"
@@ -170,8 +168,7 @@ const std::vector<bound_row>& bound_table()
           ".tif without loss (default: the input's name + \"-panorama.jpg\", in the\n"
           "current directory)"},
          read_path<&options::output>},
-        {{outputs, "--quality", "N", value_kind::text, "",
-          "quality of a JPEG panorama, 1 to 100 (default: 95)"},
+        {{outputs, "--quality", "N", value_kind::text, "", "quality of a JPEG panorama, 1 to 100 (default: 95)"},
          read_number<&options::quality, 1, most_quality>},
         {{outputs, "--crop", "", value_kind::none, "",
           "cut the panorama to the largest upright rectangle without empty\n"
@@ -187,11 +184,9 @@ const std::vector<bound_row>& bound_table()
         {{outputs, "--keep-work", "DIR", value_kind::directory, "",
           "copy the library's working files (each key frame, the panorama) to DIR"},
          read_path<&options::keep_work>},
-        {{outputs, "--json", "", value_kind::none, "",
-          "a summary of the run on standard output, as one JSON object"},
+        {{outputs, "--json", "", value_kind::none, "", "a summary of the run on standard output, as one JSON object"},
          set_flag<&options::json_summary>},
-        {{outputs, "--log", "FILE", value_kind::file, "",
-          "the library's own log lines (default: they are dropped)"},
+        {{outputs, "--log", "FILE", value_kind::file, "", "the library's own log lines (default: they are dropped)"},
          read_path<&options::log>},
 
         {{orientation, "--turn", "WAY", value_kind::words, "auto ccw cw none",
@@ -199,8 +194,8 @@ const std::vector<bound_row>& bound_table()
           "(counter-clockwise), cw (clockwise) or none. What is written is upright\n"
           "in any case, but some sweeps can be stitched one way only. auto, the\n"
           "default, is what the camera recorded where the file tells, else ccw"},
-         read_word<&options::turn, turn_choice::automatic, turn_choice::counter_clockwise,
-                   turn_choice::clockwise, turn_choice::none>},
+         read_word<&options::turn, turn_choice::automatic, turn_choice::counter_clockwise, turn_choice::clockwise,
+                   turn_choice::none>},
         {{orientation, "--direction", "WAY", value_kind::words, "right left up down none",
           "how the camera moves in the picture: right, left, up, down or none;\n"
           "motion the opposite way is then rejected (default: none)"},
@@ -222,13 +217,11 @@ const std::vector<bound_row>& bound_table()
           "a window with the growing preview and the outline of the current\n"
           "frame, green while frames are taken, red when one is rejected"},
          set_flag<&options::show>},
-        {{screen, "-q,--quiet", "", value_kind::none, "",
-          "no progress, notes or summary; errors are still told"},
+        {{screen, "-q,--quiet", "", value_kind::none, "", "no progress, notes or summary; errors are still told"},
          set_flag<&options::quiet>},
 
         {{about, "-h,--help", "", value_kind::none, "", "show this text"}, set_flag<&options::help>},
-        {{about, "--version", "", value_kind::none, "",
-          "show the versions of tarnstitch, its library and OpenCV"},
+        {{about, "--version", "", value_kind::none, "", "show the versions of tarnstitch, its library and OpenCV"},
          set_flag<&options::version>},
     };
     return table;
@@ -326,8 +319,7 @@ options parse_options(int argc, const char* const* argv)
     }
     for (const bound_row& bound : bound_table()) {
         const std::string name = long_name(bound.row);
-        for (const std::string& text :
-             is_positional(bound.row) ? inputs_of(app) : app.get_option(name)->results()) {
+        for (const std::string& text : is_positional(bound.row) ? inputs_of(app) : app.get_option(name)->results()) {
             bound.read(bound.row, result.as_written(name), text, result);
         }
     }

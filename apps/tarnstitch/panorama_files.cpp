@@ -98,8 +98,7 @@ void remove_working_files(const fs::path& directory)
     std::error_code error;
     for (const fs::directory_entry& entry : fs::directory_iterator(directory, error)) {
         std::error_code ignored;
-        if (is_working_name(entry.path().filename().string())
-            && !fs::is_directory(entry.symlink_status(ignored))) {
+        if (is_working_name(entry.path().filename().string()) && !fs::is_directory(entry.symlink_status(ignored))) {
             earlier.push_back(entry.path());
         }
     }
@@ -139,8 +138,7 @@ panorama_files::panorama_files(const options& asked)
       partial_preview_(asked.preview.empty() ? "" : with_addition(asked.preview, "-partial"))
 {
     if (!is_jpeg_name(panorama_) && !is_lossless_name(panorama_)) {
-        fail("cannot write " + panorama_
-             + ": the panorama's name must end in .jpg, .jpeg, .png, .tif or .tiff");
+        fail("cannot write " + panorama_ + ": the panorama's name must end in .jpg, .jpeg, .png, .tif or .tiff");
     }
     if (!asked.preview.empty()) {
         const cv::Mat small_image(2, 2, CV_8UC3, cv::Scalar::all(0));
@@ -171,10 +169,9 @@ void panorama_files::check_names() const
         const fs::path place = canonical_place(outputs[i].file);
         if (!asked_.keep_work.empty() && is_working_name(place.filename().string())
             && same_place(place.parent_path().string(), kept_directory())) {
-            throw host_error(exit_code::usage,
-                             outputs[i].what + " needs another name: in " + asked_.keep_work + ", "
-                                 + place.filename().string()
-                                 + " is the name of a working file that --keep-work puts there");
+            throw host_error(exit_code::usage, outputs[i].what + " needs another name: in " + asked_.keep_work + ", "
+                                                   + place.filename().string()
+                                                   + " is the name of a working file that --keep-work puts there");
         }
     }
 }
@@ -249,8 +246,7 @@ void panorama_files::check_places() const
     }
 }
 
-written_files panorama_files::write(const sweep_result& result, frame_turn turn,
-                                    const output_metadata& metadata) const
+written_files panorama_files::write(const sweep_result& result, frame_turn turn, const output_metadata& metadata) const
 {
     written_files written;
     if (!result.panorama.empty()) {
@@ -262,8 +258,8 @@ written_files panorama_files::write(const sweep_result& result, frame_turn turn,
     return written;
 }
 
-void panorama_files::write_panorama(const sweep_result& result, frame_turn turn,
-                                    const output_metadata& metadata, written_files& written) const
+void panorama_files::write_panorama(const sweep_result& result, frame_turn turn, const output_metadata& metadata,
+                                    written_files& written) const
 {
     const bool whole = result.outcome == sweep_outcome::complete;
     const std::string& name = whole ? panorama_ : partial_;
@@ -288,8 +284,7 @@ void panorama_files::write_panorama(const sweep_result& result, frame_turn turn,
     // The library's own file, unless it is not quite what is wanted.
     const bool as_it_is = is_jpeg_name(name) && asked_.quality == 0 && !result.panorama_file.empty()
                           && image.data == result.panorama.data && image.size() == result.panorama.size();
-    if (write_noting(name, as_it_is ? result.panorama_file : encoded(name, image, asked_.quality), metadata,
-                     written)) {
+    if (write_noting(name, as_it_is ? result.panorama_file : encoded(name, image, asked_.quality), metadata, written)) {
         written.panorama = {name, image.size()};
         written.whole = whole;
     }
@@ -322,8 +317,7 @@ void panorama_files::keep_working_files(const std::string& from, const sweep_res
     for (const fs::directory_entry& entry : fs::directory_iterator(from, error)) {
         const fs::path target = fs::path(asked_.keep_work) / entry.path().filename();
         std::ifstream file(entry.path(), std::ios::binary);
-        write_whole_file(target.string(),
-                         {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()});
+        write_whole_file(target.string(), {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()});
         frames += is_working_frame_name(target.filename().string()) ? 1 : 0;
         panorama = panorama || target.filename() == working_panorama;
     }

@@ -47,10 +47,9 @@ std::string time_between(double earlier, double time)
 /// The first turn of those there are that has not been tried: with every other one features are found anew.
 std::string untried_turn(const std::vector<frame_turn>& tried)
 {
-    constexpr std::array<std::pair<frame_turn, const char*>, 3> turns = {
-        {{frame_turn::none, "--turn none"},
-         {frame_turn::counter_clockwise, "--turn ccw"},
-         {frame_turn::clockwise, "--turn cw"}}};
+    constexpr std::array<std::pair<frame_turn, const char*>, 3> turns = {{{frame_turn::none, "--turn none"},
+                                                                          {frame_turn::counter_clockwise, "--turn ccw"},
+                                                                          {frame_turn::clockwise, "--turn cw"}}};
     for (const auto& [turn, option] : turns) {
         if (std::find(tried.begin(), tried.end(), turn) == tried.end()) {
             return option;
@@ -72,11 +71,10 @@ std::string help_by_codes(const sweep_result& result)
         advice{code_skewed, "the frames are skewed: hold the camera level, turn it about one axis only"},
         advice{code_very_few_details, "there is too little to see: more texture, more light"},
         advice{code_few_details, "there is little to see: more texture, more light"},
-        advice{code_lost,
-               "frames did not fit to what was before: overlap more, come back to where the panorama ends"},
+        advice{code_lost, "frames did not fit to what was before: overlap more, come back to where the panorama ends"},
     };
-    const auto* const met = std::find_if(
-        all.begin(), all.end(), [&result](const advice& one) { return many_with_code(result, one.code); });
+    const auto* const met =
+        std::find_if(all.begin(), all.end(), [&result](const advice& one) { return many_with_code(result, one.code); });
     return met == all.end() ? "" : met->help;
 }
 
@@ -101,9 +99,8 @@ std::string help_for(const sweep_result& result, const tried_ways& tried)
         return help;
     }
     if (result.fitted_seconds >= 0.0 && result.failed_seconds > result.fitted_seconds) {
-        add("--end " + time_between(result.fitted_seconds, result.misfit_seconds)
-            + " for the part before, --start " + time_between(result.fitted_seconds, result.failed_seconds)
-            + " for the part after");
+        add("--end " + time_between(result.fitted_seconds, result.misfit_seconds) + " for the part before, --start "
+            + time_between(result.fitted_seconds, result.failed_seconds) + " for the part after");
     } else if (result.frames > 1 && tried.thinning.empty()) {
         add("smaller steps between the pictures");
     }
@@ -148,9 +145,8 @@ std::vector<std::string> notes_on(const sweep_result& result, const tried_ways& 
         return {result.input_error + what_is_left};
     case sweep_outcome::pipeline_failed:
         notes = {"stitching failed at frame " + std::to_string(result.broken_at_frame) + ": "
-                 + (result.failed_key_frame > 0
-                        ? failed_key_frame(result) + " could not be joined to the panorama"
-                        : "the panorama could not be finished")
+                 + (result.failed_key_frame > 0 ? failed_key_frame(result) + " could not be joined to the panorama"
+                                                : "the panorama could not be finished")
                  + because(result.why) + what_is_left};
         if (const std::string help = help_for(result, tried); !help.empty()) {
             notes.push_back(help);
@@ -174,8 +170,7 @@ std::vector<std::string> notes_on(const sweep_result& result, const tried_ways& 
 std::string summary_line(const sweep_result& result, const written_files& written, const lost_frames& lost,
                          double seconds)
 {
-    std::string line =
-        counted(result.frames, "frame", "frames") + ", " + std::to_string(result.taken) + " taken";
+    std::string line = counted(result.frames, "frame", "frames") + ", " + std::to_string(result.taken) + " taken";
     if (lost.unreadable > 0) {
         line += ", " + std::to_string(lost.unreadable) + " unreadable";
     }

@@ -19,7 +19,7 @@ std::string code_key(answer_code code);
 /// What has been tried already, and is not to be advised.
 struct tried_ways {
     std::vector<frame_turn> turns;  ///< of the frames, try by try
-    std::string thinning;  ///< options by which frames were left out, "--step and --fps"; "" if there are none
+    std::string thinning;           ///< options by which frames were left out, "--step and --fps"; "" if there are none
 };
 
 /// What a user should know about a sweep beside the summary, a line for each: where and why it broke and what may

@@ -65,8 +65,8 @@ void check_threads(int needed)
             all.start_one();
         } catch (const std::system_error&) {
             throw host_error(exit_code::not_stitched,
-                             "too few threads: a run takes " + std::to_string(needed)
-                                 + " more, and the system gives " + std::to_string(started)
+                             "too few threads: a run takes " + std::to_string(needed) + " more, and the system gives "
+                                 + std::to_string(started)
                                  + "; raise the limit on processes (ulimit -u, or the container's)");
         }
     }
@@ -87,8 +87,7 @@ void check_descriptors(int needed)
     if (error == EMFILE || error == ENFILE) {
         throw host_error(exit_code::not_stitched, "too few files may be open at once: a run takes "
                                                       + std::to_string(needed) + " more, and the system gives "
-                                                      + std::to_string(taken.size())
-                                                      + "; raise the limit (ulimit -n)");
+                                                      + std::to_string(taken.size()) + "; raise the limit (ulimit -n)");
     }
 }
 
@@ -96,7 +95,8 @@ void check_descriptors(int needed)
 
 void check_resources(int workers)
 {
-    // The input, an output beside its temporary file, a working file of each of two workers, OpenCV's and the decoder's own.
+    // The input, an output beside its temporary file, a working file of each of two workers, OpenCV's and the decoder's
+    // own.
     constexpr int descriptors = 8;
     check_descriptors(descriptors);
     // The decoder's threads, OpenCV's beside the caller's, the workers, and one that reads ahead.

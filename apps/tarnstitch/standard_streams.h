@@ -17,7 +17,8 @@ bool has_standard_output();
 /// Whether a path leads to where standard output goes. Not asked while one is silenced.
 bool is_standard_output(const std::string& file);
 
-/// Writes "tarnstitch: " and `text` as one line on standard error, made printable (terminal/printable_text.h), so that it
+/// Writes "tarnstitch: " and `text` as one line on standard error, made printable (terminal/printable_text.h), so that
+/// it
 /// stays one line whatever a file's name holds. Any thread.
 void say(const std::string& text);
 

@@ -130,8 +130,7 @@ private:
         attempt made;
         made.turn = turn;
         constexpr std::size_t frames_ahead = 2;
-        frame_feed feed(std::move(source), asked_.selection, turn, looked_at_,
-                        asked_.realtime ? 0 : frames_ahead);
+        frame_feed feed(std::move(source), asked_.selection, turn, looked_at_, asked_.realtime ? 0 : frames_ahead);
         sweep_settings settings;
         if (!asked_.keep_work.empty()) {
             settings.kept_files = made.kept_files = new_directory_for_kept_files();
@@ -184,8 +183,7 @@ private:
             attempt second = make_attempt(open(), turn);
             const bool stopped = stop_asked_for() != stop_kind::none;
             first.second_interrupted = second.second_interrupted = stop_asked_for() == stop_kind::interrupted;
-            return second_is_better(first.result, second.result, stopped) ? std::move(second)
-                                                                          : std::move(first);
+            return second_is_better(first.result, second.result, stopped) ? std::move(second) : std::move(first);
         } catch (const host_error& error) {
             first.second_interrupted = stop_asked_for() == stop_kind::interrupted;
             first.notes.push_back(std::string("the second try could not be made: ") + error.what());
@@ -303,15 +301,12 @@ void check_summary_place(const options& asked)
     if (!has_standard_output()) {
         throw host_error(exit_code::output_failed, "cannot write the summary to standard output: it is closed");
     }
-    const std::array<std::pair<const char*, const std::string&>, 4> outputs = {{{"--output", asked.output},
-                                                                                {"--preview", asked.preview},
-                                                                                {"--frames", asked.frames},
-                                                                                {"--log", asked.log}}};
+    const std::array<std::pair<const char*, const std::string&>, 4> outputs = {
+        {{"--output", asked.output}, {"--preview", asked.preview}, {"--frames", asked.frames}, {"--log", asked.log}}};
     for (const auto& [option, file] : outputs) {
         if (!file.empty() && is_standard_output(file)) {
-            throw host_error(exit_code::usage, "--json and " + asked.as_written(option)
-                                                   + " cannot both write to " + file
-                                                   + ": standard output is the summary's");
+            throw host_error(exit_code::usage, "--json and " + asked.as_written(option) + " cannot both write to "
+                                                   + file + ": standard output is the summary's");
         }
     }
 }

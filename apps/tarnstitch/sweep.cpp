@@ -225,8 +225,7 @@ private:
         }
         if (status.first_failed_key_frame > 0
             && static_cast<std::size_t>(result_.failed_key_frame) <= key_stamps_.size()) {
-            const key_frame_stamps& failed =
-                key_stamps_[static_cast<std::size_t>(result_.failed_key_frame) - 1];
+            const key_frame_stamps& failed = key_stamps_[static_cast<std::size_t>(result_.failed_key_frame) - 1];
             result_.failed_frame = failed.own.number;
             result_.failed_seconds = failed.own.seconds;
             result_.fitted_seconds = failed.last_fitted.seconds;

@@ -92,9 +92,8 @@ struct sweep_result {
     /// That of the first frame handed over after the last one that fitted; the failed one's at the latest.
     double misfit_seconds = -1.0;
 
-    cv::Mat preview;  ///< CV_8UC3, as the library's frames are turned
-    cv::Mat
-        panorama;  ///< CV_8UC3, as the library turns it; whole if complete, else as far as it got; may be empty
+    cv::Mat preview;   ///< CV_8UC3, as the library's frames are turned
+    cv::Mat panorama;  ///< CV_8UC3, as the library turns it; whole if complete, else as far as it got; may be empty
     std::vector<unsigned char> panorama_file;  ///< the same as the library's JPEG
 };
 

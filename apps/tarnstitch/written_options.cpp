@@ -118,8 +118,7 @@ private:
             const std::string name = {'-', argument[i]};
             const option_row* const row = row_named(name);
             if (row == nullptr) {
-                complain(unknown(i == 1 ? argument
-                                        : std::string(name).append(" (in ").append(argument).append(")")));
+                complain(unknown(i == 1 ? argument : std::string(name).append(" (in ").append(argument).append(")")));
                 return;
             }
             if (row->kind != value_kind::none && i + 1 < argument.size()) {
@@ -164,8 +163,8 @@ private:
 
     static std::string without_value(const option_row& row, const std::string& name)
     {
-        return name + " needs a value: "
-               + (row.kind == value_kind::words ? listed(row.choices) : name + " " + row.value);
+        return name
+               + " needs a value: " + (row.kind == value_kind::words ? listed(row.choices) : name + " " + row.value);
     }
 
     std::vector<std::string> arguments_;
@@ -177,8 +176,8 @@ private:
 const option_row* row_named(const std::string& name)
 {
     const std::vector<option_row>& table = option_table();
-    const auto found = std::find_if(table.begin(), table.end(),
-                                    [&name](const option_row& row) { return has_name(row, name); });
+    const auto found =
+        std::find_if(table.begin(), table.end(), [&name](const option_row& row) { return has_name(row, name); });
     return found == table.end() || is_positional(*found) ? nullptr : &*found;
 }
 

@@ -144,9 +144,7 @@ void write_angles()
 
     const angle angles[] = {
         {"angle_of_two_vector",
-         [](std::vector<cv::Point2f>& corners) {
-             return angle_of_two_vector(corners[0], corners[1], corners[2]);
-         }},
+         [](std::vector<cv::Point2f>& corners) { return angle_of_two_vector(corners[0], corners[1], corners[2]); }},
         {"calc_hangle", [](std::vector<cv::Point2f>& corners) { return calc_hangle(corners); }},
         {"calc_vangle", [](std::vector<cv::Point2f>& corners) { return calc_vangle(corners); }},
         {"calc_angle", [](std::vector<cv::Point2f>& corners) { return calc_angle(corners); }},

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// What the image library computes for a sweep, stage by stage, on frames of a sample.
+// What OpenCV computes for a sweep, stage by stage, on frames of a sample.
 #include <opencv2/calib3d.hpp>
 #include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
@@ -102,8 +102,7 @@ void write_worker_stages(const cv::Mat& first, const cv::Mat& second)
 
     const cv::Mat shifted = (cv::Mat_<double>(3, 3) << 1.0, 0.01, 100.5, -0.01, 1.0, 20.25, 1e-6, 0.0, 1.0);
     const auto merged = merge_frame(prepared, shrink_and_turn(second), shifted);
-    write_library("composed",
-                  merged ? image_values(grow_in_new_storage(prepared, *merged)) : std::vector<double>());
+    write_library("composed", merged ? image_values(grow_in_new_storage(prepared, *merged)) : std::vector<double>());
 }
 
 }  // namespace

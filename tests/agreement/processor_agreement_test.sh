@@ -2,7 +2,7 @@
 # SPDX-License-Identifier: Apache-2.0
 #
 # Two runs on one processor agree in every line; a changed digest, a missing line and no record at all are noticed,
-# a changed value of the image library is reported and forgiven.
+# a changed value of OpenCV is reported and forgiven.
 # usage: processor_agreement_test.sh PROGRAM DIRECTORY
 set -euo pipefail
 

@@ -209,8 +209,8 @@ bool compare_images(const std::string& one, const std::string& other, int tolera
     const auto bytes = static_cast<double>(apart.total());
     const double equal = bytes - cv::countNonZero(apart);
     std::cout << first.cols << " x " << first.rows << " and " << second.cols << " x " << second.rows << ": "
-              << 100.0 * equal / bytes << " % of the bytes are equal, the mean difference is "
-              << cv::mean(apart)[0] << ", the largest " << largest << '\n';
+              << 100.0 * equal / bytes << " % of the bytes are equal, the mean difference is " << cv::mean(apart)[0]
+              << ", the largest " << largest << '\n';
     return std::abs(first.cols - second.cols) <= tolerance && std::abs(first.rows - second.rows) <= tolerance;
 }
 

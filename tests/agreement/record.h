@@ -5,7 +5,7 @@
 //   exact NAME DIGEST        must be the same on every processor
 //   close NAME VALUE…        angles in degrees that depend on the C library's arc tangent: may differ by a few last
 //                            bits of a single-precision number
-//   library NAME VALUE…      depends on the image library, or on whether a last bit of the C library's arc tangent
+//   library NAME VALUE…      depends on OpenCV, or on whether a last bit of the C library's arc tangent
 //                            moves a pixel: may differ, and is only reported
 #pragma once
 
@@ -53,7 +53,7 @@ void write_kernel_digests();
 /// @returns whether all could be written
 bool write_frames(const std::string& directory);
 
-/// The stages of the live path and of a worker that are the image library's, on frames that write_frames wrote. A
+/// The stages of the live path and of a worker that are OpenCV's, on frames that write_frames wrote. A
 /// stage's input is what the stage before gave on the same processor.
 /// @returns whether the frames can be read
 bool write_library_stages(const std::string& directory);

@@ -46,14 +46,12 @@ static int find(void* library, const char* name, void* pointer)
 static int find_all(void* library)
 {
     return find(library, "tarn_version", &tarn.version) && find(library, "tarn_last_error", &tarn.last_error)
-           && find(library, "tarn_reason_name", &tarn.reason_name)
-           && find(library, "tarn_sweep_begin", &tarn.begin) && find(library, "tarn_sweep_feed", &tarn.feed)
-           && find(library, "tarn_sweep_preview", &tarn.preview)
+           && find(library, "tarn_reason_name", &tarn.reason_name) && find(library, "tarn_sweep_begin", &tarn.begin)
+           && find(library, "tarn_sweep_feed", &tarn.feed) && find(library, "tarn_sweep_preview", &tarn.preview)
            && find(library, "tarn_sweep_finish", &tarn.finish)
            && find(library, "tarn_panorama_get_info", &tarn.get_info)
            && find(library, "tarn_panorama_view", &tarn.panorama_view)
-           && find(library, "tarn_panorama_jpeg", &tarn.jpeg)
-           && find(library, "tarn_picture_view", &tarn.picture_view)
+           && find(library, "tarn_panorama_jpeg", &tarn.jpeg) && find(library, "tarn_picture_view", &tarn.picture_view)
            && find(library, "tarn_sweep_free", &tarn.sweep_free)
            && find(library, "tarn_picture_free", &tarn.picture_free)
            && find(library, "tarn_panorama_free", &tarn.panorama_free);
@@ -64,8 +62,7 @@ static void draw(unsigned char* pixels, int shift)
 {
     for (int y = 0; y < frame_height; ++y) {
         for (int x = 0; x < frame_width; ++x) {
-            const unsigned long block =
-                (unsigned long)((x + shift) / 13) * 7919ul + (unsigned long)(y / 11) * 104729ul;
+            const unsigned long block = (unsigned long)((x + shift) / 13) * 7919ul + (unsigned long)(y / 11) * 104729ul;
             const unsigned long mixed = ((block * 2654435761ul) & 0xffffffffu) >> 13;
             pixels[y * frame_width + x] = (unsigned char)(40 + mixed % 200);
         }

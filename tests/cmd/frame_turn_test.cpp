@@ -15,8 +15,7 @@ using namespace tarn::host;
 namespace {
 
 constexpr std::array all_turns = {frame_turn::counter_clockwise, frame_turn::clockwise, frame_turn::none};
-constexpr std::array all_motions = {camera_motion::right, camera_motion::left, camera_motion::up,
-                                    camera_motion::down};
+constexpr std::array all_motions = {camera_motion::right, camera_motion::left, camera_motion::up, camera_motion::down};
 
 class FrameTurn : public testing::TestWithParam<frame_turn> {};
 
@@ -120,8 +119,7 @@ TEST_P(FrameTurn, PanoramaComesBackUprightThoughTheLibraryTurnsIt)
     const cv::Mat upright = random_image(5, 7, CV_8UC3);
     cv::Mat panorama;
     cv::rotate(frame_for_library(upright, GetParam()), panorama, cv::ROTATE_90_CLOCKWISE);
-    EXPECT_TRUE(
-        are_same(panorama_for_viewer(panorama, GetParam()), frame_for_library(upright, frame_turn::none)));
+    EXPECT_TRUE(are_same(panorama_for_viewer(panorama, GetParam()), frame_for_library(upright, frame_turn::none)));
     EXPECT_TRUE(panorama_for_viewer(cv::Mat(), GetParam()).empty());
 }
 

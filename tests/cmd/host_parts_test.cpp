@@ -62,8 +62,7 @@ protected:
 
     std::size_t entries() const
     {
-        return static_cast<std::size_t>(
-            std::distance(fs::directory_iterator(directory_), fs::directory_iterator()));
+        return static_cast<std::size_t>(std::distance(fs::directory_iterator(directory_), fs::directory_iterator()));
     }
 };
 
@@ -281,8 +280,8 @@ TEST(NumberedName, AnythingElseIsNoPattern)
 
 TEST_F(NumberedImages, ComeByRisingNumberWithGapsAndMoreDigitsThanTheWidth)
 {
-    for (const char* name : {"f0002.png", "f0010.png", "f0001.png", "f9999.png", "f10000.png", "f1.png",
-                             "f00003.png", "f0004.jpg", "g0005.png", "f00a6.png", "f.png", "f-007.png"}) {
+    for (const char* name : {"f0002.png", "f0010.png", "f0001.png", "f9999.png", "f10000.png", "f1.png", "f00003.png",
+                             "f0004.jpg", "g0005.png", "f00a6.png", "f.png", "f-007.png"}) {
         put(name);
     }
     numbered_name name;
@@ -310,13 +309,11 @@ TEST_F(NumberedImages, MissingDirectoryIsAnInputError)
 
 TEST_F(DirectoryImages, AreVisibleImagesInNaturalOrder)
 {
-    for (const char* name :
-         {"2.JPG", "10.png", "1.Tiff", ".3.jpg", "._4.jpg", "notes.txt", "clip.mp4", "5", "jpg"}) {
+    for (const char* name : {"2.JPG", "10.png", "1.Tiff", ".3.jpg", "._4.jpg", "notes.txt", "clip.mp4", "5", "jpg"}) {
         put(name);
     }
     fs::create_directory(at("6.jpg"));
-    EXPECT_EQ(names(images_in_directory(directory_.string())),
-              (std::vector<std::string>{"1.Tiff", "2.JPG", "10.png"}));
+    EXPECT_EQ(names(images_in_directory(directory_.string())), (std::vector<std::string>{"1.Tiff", "2.JPG", "10.png"}));
 }
 
 TEST_F(InputName, IsTheStemOfAFileAndTheWholeNameOfADirectory)
@@ -404,9 +401,8 @@ TEST_F(OutputFile, PlacesThatCannotBeWrittenAreRefused)
     put("file");
     fs::create_directory(at("dir.jpg"));
     ASSERT_EQ(mkfifo(at("pipe.jpg").c_str(), 0600), 0);
-    for (const std::string& place :
-         {std::string(), at("dir.jpg"), at("none/a.jpg"), at("file/a.jpg"), at("pipe.jpg"), at("new/"),
-          at(std::string(300, 'n') + ".jpg"), std::string("/proc/a.jpg")}) {
+    for (const std::string& place : {std::string(), at("dir.jpg"), at("none/a.jpg"), at("file/a.jpg"), at("pipe.jpg"),
+                                     at("new/"), at(std::string(300, 'n') + ".jpg"), std::string("/proc/a.jpg")}) {
         EXPECT_THROW(check_output_place(place), host_error) << place;
     }
     EXPECT_EQ(entries(), 3U);
@@ -500,12 +496,11 @@ TEST(StandardStreamsDeathTest, MessageIsOneLineWhateverIsInIt)
 
 TEST(Options, AllAreRead)
 {
-    const options all =
-        parsed({"1.png",      "2.png",      "--start",   "1:30",     "--end",  "1:00:00.5",   "--step",
-                "3",          "--fps",      "12.5",      "-o",       "a.jpg",  "--quality",   "80",
-                "--crop",     "--preview",  "b.png",     "--frames", "c.csv",  "--keep-work", "d",
-                "--json",     "--log",      "e",         "--turn",   "cw",     "--direction", "left",
-                "--no-retry", "--realtime", "--workers", "3",        "--show", "-q"});
+    const options all = parsed({"1.png",      "2.png",      "--start",   "1:30",     "--end",  "1:00:00.5",   "--step",
+                                "3",          "--fps",      "12.5",      "-o",       "a.jpg",  "--quality",   "80",
+                                "--crop",     "--preview",  "b.png",     "--frames", "c.csv",  "--keep-work", "d",
+                                "--json",     "--log",      "e",         "--turn",   "cw",     "--direction", "left",
+                                "--no-retry", "--realtime", "--workers", "3",        "--show", "-q"});
     EXPECT_EQ(all.inputs, (std::vector<std::string>{"1.png", "2.png"}));
     EXPECT_EQ(all.selection.start, 90.0);
     EXPECT_EQ(all.selection.end, 3600.5);

@@ -113,8 +113,7 @@ private:
 /// A slide to the right; every third or so of its frames is a key frame.
 std::vector<cv::Mat> pictures_of_a_slide(int length)
 {
-    const tarn::test::rendered_sweep sweep =
-        tarn::test::slide({480, 360}, tarn::test::moving_right, 48.0, length);
+    const tarn::test::rendered_sweep sweep = tarn::test::slide({480, 360}, tarn::test::moving_right, 48.0, length);
     std::vector<cv::Mat> pictures;
     for (int index = 0; index < length; ++index) {
         pictures.push_back(sweep.frame(index));
@@ -217,9 +216,7 @@ TEST_F(HostSweep, SlowLastWorkerIsWaitedFor)
     });
     int waits = 0;
     steps told;
-    told.frame_comes = [&](int number) {
-        *last_index = number == length ? tarn_stitcher.big_frame_index + 1 : 0;
-    };
+    told.frame_comes = [&](int number) { *last_index = number == length ? tarn_stitcher.big_frame_index + 1 : 0; };
     told.sweep_waits = [&](int key_frames) {
         if (*last_index != 0 && tarn_stitcher.big_frame_index == *last_index) {
             EXPECT_EQ(key_frames, 1);
@@ -283,9 +280,7 @@ TEST_F(HostSweep, FailureOfTheLastWorkerIsSeenThoughTheLibraryAnswersNormal)
         }
     });
     steps told;
-    told.frame_comes = [&](int number) {
-        *last_index = number == length ? tarn_stitcher.big_frame_index + 1 : 0;
-    };
+    told.frame_comes = [&](int number) { *last_index = number == length ? tarn_stitcher.big_frame_index + 1 : 0; };
     const sweep_result result = sweep_through(pictures_of_a_slide(length), 2, told);
     EXPECT_EQ(result.outcome, sweep_outcome::pipeline_failed);
     EXPECT_EQ(result.broken_at_frame, length);
@@ -307,9 +302,7 @@ TEST_F(HostSweep, PanoramaThatIsNotThereThoughNoWorkerFailedBreaksTheSweep)
         }
     });
     steps told;
-    told.frame_comes = [&](int number) {
-        *last_index = number == length ? tarn_stitcher.big_frame_index + 1 : 0;
-    };
+    told.frame_comes = [&](int number) { *last_index = number == length ? tarn_stitcher.big_frame_index + 1 : 0; };
     told.sweep_waits = [&](int) {
         if (*last_index != 0 && tarn_stitcher.big_frame_index == *last_index) {
             tarn::store_release(big_frame_num, *last_index + 1);
@@ -459,8 +452,8 @@ TEST_F(HostSweepDeathTest, StopWhileItWaitsMakesTheFrameTheLastOne)
     EXPECT_EXIT(
         {
             const sweep_result result = stopped_while_it_waits(stop_kind::interrupted);
-            const bool ended = result.outcome == sweep_outcome::complete && result.frames == 2
-                               && result.taken == 2 && result.last_frame == 2 && result.key_frames == 2
+            const bool ended = result.outcome == sweep_outcome::complete && result.frames == 2 && result.taken == 2
+                               && result.last_frame == 2 && result.key_frames == 2
                                && is_jpeg_of(result.panorama_file, result.panorama.size());
             std::_Exit(ended ? EXIT_SUCCESS : EXIT_FAILURE);
         },
@@ -534,6 +527,5 @@ TEST_F(HostSweep, UnreadablePicturesAreLeftOutAtBothEnds)
     EXPECT_EQ(last, (std::vector<bool>{false, false, false, false, false, true}));
     EXPECT_EQ(feed.unreadable(), 2);
     EXPECT_EQ(feed.early_end(), "");
-    EXPECT_THROW(frame_feed(std::make_unique<picture_list>(std::vector<cv::Mat>(3)), {}, frame_turn::none),
-                 host_error);
+    EXPECT_THROW(frame_feed(std::make_unique<picture_list>(std::vector<cv::Mat>(3)), {}, frame_turn::none), host_error);
 }

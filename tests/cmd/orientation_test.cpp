@@ -161,8 +161,7 @@ TEST_P(Orientation, PanoramasAreUprightAndTheDirectionIsTheViewers)
     const cv::Mat preview = preview_for_viewer(result.preview, turn());
     EXPECT_EQ(preview.cols > preview.rows, level) << preview.size();
     cv::Mat first = pictures.front();
-    const double scale =
-        (level ? preview.rows : preview.cols) / static_cast<double>(level ? first.rows : first.cols);
+    const double scale = (level ? preview.rows : preview.cols) / static_cast<double>(level ? first.rows : first.cols);
     cv::resize(first, first, cv::Size(), scale, scale, cv::INTER_AREA);
     EXPECT_GT(found_in(preview, first), least);
 }
@@ -171,8 +170,7 @@ TEST_P(Orientation, ShiftIsTheViewersWhicheverWayTheFramesAreTurned)
 {
     ASSERT_EQ(sweep_with_hint(motion()).outcome, sweep_outcome::complete);
     constexpr double preview_frame_width = 300.0;
-    const double scale =
-        preview_frame_width / (turn() == frame_turn::none ? frame_size.width : frame_size.height);
+    const double scale = preview_frame_width / (turn() == frame_turn::none ? frame_size.width : frame_size.height);
     double travelled = 0.0;  // since the last key frame
     int between_key_frames = 0;
     ASSERT_EQ(recorder.all.size(), static_cast<std::size_t>(length));
@@ -183,11 +181,9 @@ TEST_P(Orientation, ShiftIsTheViewersWhicheverWayTheFramesAreTurned)
         between_key_frames += frame.answer.key_frame > 0 ? 0 : 1;
         const nlohmann::json line = nlohmann::json::parse(frame_as_json(frame, turn()));
         constexpr double registration = 3.0;  // px
-        EXPECT_NEAR(line["shift_x"].get<double>(), motion() == camera_motion::left ? travelled : 0.0,
-                    registration)
+        EXPECT_NEAR(line["shift_x"].get<double>(), motion() == camera_motion::left ? travelled : 0.0, registration)
             << index;
-        EXPECT_NEAR(line["shift_y"].get<double>(), motion() == camera_motion::up ? travelled : 0.0,
-                    registration)
+        EXPECT_NEAR(line["shift_y"].get<double>(), motion() == camera_motion::up ? travelled : 0.0, registration)
             << index;
     }
     EXPECT_GT(between_key_frames, 0);
@@ -205,9 +201,8 @@ TEST_P(Orientation, OppositeHintRejectsTheMotionAndOneAcrossDoesNot)
     EXPECT_EQ(wrong_way(sweep_with_hint(across)), 0);
 }
 
-INSTANTIATE_TEST_SUITE_P(All, Orientation,
-                         testing::Combine(testing::Values(camera_motion::right, camera_motion::left,
-                                                          camera_motion::up, camera_motion::down),
-                                          testing::Values(frame_turn::counter_clockwise, frame_turn::clockwise,
-                                                          frame_turn::none)),
-                         name_of);
+INSTANTIATE_TEST_SUITE_P(
+    All, Orientation,
+    testing::Combine(testing::Values(camera_motion::right, camera_motion::left, camera_motion::up, camera_motion::down),
+                     testing::Values(frame_turn::counter_clockwise, frame_turn::clockwise, frame_turn::none)),
+    name_of);

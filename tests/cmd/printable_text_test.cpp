@@ -30,8 +30,7 @@ TEST(PrintableText, HasNoControlCharacters)
 
 TEST(PrintableText, HasNothingThatTurnsTheDirectionOfWriting)
 {
-    EXPECT_EQ("????????????",
-              printable("\u061c\u200e\u200f\u202a\u202b\u202c\u202d\u202e\u2066\u2067\u2068\u2069"));
+    EXPECT_EQ("????????????", printable("\u061c\u200e\u200f\u202a\u202b\u202c\u202d\u202e\u2066\u2067\u2068\u2069"));
     EXPECT_EQ("a?gpj.exe", printable("a\u202egpj.exe"));
 }
 

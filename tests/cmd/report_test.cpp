@@ -83,14 +83,12 @@ TEST(Report, BrokenSweepSaysWhereAndWhatIsLeft)
     result.failed_key_frame = 4;
     result.failed_frame = 41;
     ASSERT_EQ(notes_on(result, both_ways, "x-partial.jpg").size(), 2U);
-    EXPECT_EQ(
-        notes_on(result, both_ways, "x-partial.jpg")[0],
-        "stitching failed at frame 57: key frame 4 (frame 41) could not be joined to the panorama; what was "
-        "composed until then is in x-partial.jpg");
-    EXPECT_EQ(
-        notes_on(result, both_ways, "")[0],
-        "stitching failed at frame 57: key frame 4 (frame 41) could not be joined to the panorama; nothing of "
-        "a panorama is left");
+    EXPECT_EQ(notes_on(result, both_ways, "x-partial.jpg")[0],
+              "stitching failed at frame 57: key frame 4 (frame 41) could not be joined to the panorama; what was "
+              "composed until then is in x-partial.jpg");
+    EXPECT_EQ(notes_on(result, both_ways, "")[0],
+              "stitching failed at frame 57: key frame 4 (frame 41) could not be joined to the panorama; nothing of "
+              "a panorama is left");
 }
 
 TEST(Report, BrokenSweepSaysWhyInTheLibrarysWords)
@@ -102,21 +100,18 @@ TEST(Report, BrokenSweepSaysWhyInTheLibrarysWords)
     result.failed_key_frame = 4;
     result.failed_frame = 57;
     result.why = tarn::reason::too_few_matches;
-    EXPECT_EQ(
-        notes_on(result, both_ways, "")[0],
-        "stitching failed at frame 57: key frame 4 (frame 57) could not be joined to the panorama: too few "
-        "matches; nothing of a panorama is left");
+    EXPECT_EQ(notes_on(result, both_ways, "")[0],
+              "stitching failed at frame 57: key frame 4 (frame 57) could not be joined to the panorama: too few "
+              "matches; nothing of a panorama is left");
     result.failed_key_frame = 0;
     result.why = tarn::reason::timed_out;
-    EXPECT_EQ(
-        notes_on(result, both_ways, "x-partial.jpg")[0],
-        "stitching failed at frame 57: the panorama could not be finished: the wait for the workers was too "
-        "long; what was composed until then is in x-partial.jpg");
+    EXPECT_EQ(notes_on(result, both_ways, "x-partial.jpg")[0],
+              "stitching failed at frame 57: the panorama could not be finished: the wait for the workers was too "
+              "long; what was composed until then is in x-partial.jpg");
     // That it failed has been said.
     result.why = tarn::reason::pipeline_failed;
-    EXPECT_EQ(
-        notes_on(result, both_ways, "")[0],
-        "stitching failed at frame 57: the panorama could not be finished; nothing of a panorama is left");
+    EXPECT_EQ(notes_on(result, both_ways, "")[0],
+              "stitching failed at frame 57: the panorama could not be finished; nothing of a panorama is left");
 }
 
 TEST(Summary, FailureHasItsReasonAsTextAndAsNumber)
@@ -147,14 +142,12 @@ TEST(Report, BrokenSweepSaysWhatMayHelp)
     result.fitted_seconds = 1.6;
     result.misfit_seconds = 1.0 + 2.0 / 3.0;
     result.failed_seconds = 3.4;
-    EXPECT_EQ(help(),
-              "what may help: --end 1.66 for the part before, --start 3.40 for the part after; or --turn none");
+    EXPECT_EQ(help(), "what may help: --end 1.66 for the part before, --start 3.40 for the part after; or --turn none");
     // 240 a second
     result.fitted_seconds = 387.0 / 240.0;
     result.misfit_seconds = result.failed_seconds = 388.0 / 240.0;
-    EXPECT_EQ(
-        help(),
-        "what may help: --end 1.616 for the part before, --start 1.616 for the part after; or --turn none");
+    EXPECT_EQ(help(),
+              "what may help: --end 1.616 for the part before, --start 1.616 for the part after; or --turn none");
     for (const auto& [code, words] :
          std::vector<std::pair<tarn::answer_code, std::string>>{{tarn::code_lost, "overlap"},
                                                                 {tarn::code_few_details, "little to see"},
@@ -177,15 +170,13 @@ TEST(Report, NothingIsAdvisedThatWasDoneOrCannotBe)
     result.outcome = sweep_outcome::pipeline_failed;
     result.frames = 100;
     const auto help = [&result](const tried_ways& tried) { return notes_on(result, tried, "").back(); };
-    EXPECT_EQ(help({{frame_turn::none}, ""}),
-              "what may help: smaller steps between the pictures; or --turn ccw");
+    EXPECT_EQ(help({{frame_turn::none}, ""}), "what may help: smaller steps between the pictures; or --turn ccw");
     EXPECT_EQ(help({{frame_turn::none, frame_turn::counter_clockwise}, ""}),
               "what may help: smaller steps between the pictures; or --turn cw");
     result.frames = 1;
     EXPECT_EQ(help(both_ways), "what may help: --turn none");
     EXPECT_EQ(
-        notes_on(result, {{frame_turn::none, frame_turn::counter_clockwise, frame_turn::clockwise}, ""}, "")
-            .size(),
+        notes_on(result, {{frame_turn::none, frame_turn::counter_clockwise, frame_turn::clockwise}, ""}, "").size(),
         1U);
 }
 
@@ -195,8 +186,7 @@ TEST(Report, FramesThatWereLeftOutAreAdvisedFirst)
     result.outcome = sweep_outcome::pipeline_failed;
     result.frames = 100;
     const tried_ways every_third = {both_ways.turns, "--step"};
-    EXPECT_EQ(notes_on(result, every_third, "").back(),
-              "what may help: all frames, without --step; or --turn none");
+    EXPECT_EQ(notes_on(result, every_third, "").back(), "what may help: all frames, without --step; or --turn none");
     result.by_code[tarn::code_few_details] = 100;
     EXPECT_EQ(notes_on(result, every_third, "").back(),
               "what may help: all frames, without --step; or there is little to see: more texture, more light");
@@ -265,10 +255,9 @@ TEST(Report, CompleteSweepThatLostAKeyFrameSaysSo)
     EXPECT_EQ(notes_on(result, both_ways, "")[0],
               "the panorama is without key frame 3 (frame 20), which could not be joined");
     result.why = tarn::reason::no_homography;
-    EXPECT_EQ(
-        notes_on(result, both_ways, "")[0],
-        "the panorama is without key frame 3 (frame 20), which could not be joined: the matches agree on no "
-        "motion");
+    EXPECT_EQ(notes_on(result, both_ways, "")[0],
+              "the panorama is without key frame 3 (frame 20), which could not be joined: the matches agree on no "
+              "motion");
 }
 
 TEST(Progress, BarHoldsWhatTheWidthAllows)
@@ -309,8 +298,7 @@ TEST(Progress, LineSaysTheSameAndWhatIsWaitedFor)
     state.waiting_for = 2;
     EXPECT_EQ(progress_line(state), "frame 120 of 240, 60 frames/s, 0:02 left, 5 key frames, waiting for 2");
     state.seconds = 7200.0;
-    EXPECT_EQ(progress_line(state),
-              "frame 120 of 240, 0.0 frames/s, 2:00:00 left, 5 key frames, waiting for 2");
+    EXPECT_EQ(progress_line(state), "frame 120 of 240, 0.0 frames/s, 2:00:00 left, 5 key frames, waiting for 2");
 }
 
 TEST(FramesFile, NameDecidesTheFormat)
@@ -328,8 +316,7 @@ TEST(FramesFile, LinesAreInTheViewersOrientation)
     frame.answer.code = tarn::code_too_fast;
     frame.answer.taken = true;
     frame.answer.key_frame = 7;
-    frame.answer.direction =
-        tarn::direction_up;  // in frames turned counter-clockwise: to the right for the viewer
+    frame.answer.direction = tarn::direction_up;  // in frames turned counter-clockwise: to the right for the viewer
     frame.answer.registered = true;
     frame.answer.move_distance = 12.3456f;
     frame.answer.angles = {90.5f, 91.5f, 92.5f, 93.5f};

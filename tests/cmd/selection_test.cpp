@@ -80,8 +80,8 @@ TEST(FrameSelection, TimesAreSecondsMinutesOrHours)
     EXPECT_EQ(parse_time("1:30"), 90.0);
     EXPECT_EQ(parse_time("1:02:03.25"), 3723.25);
     EXPECT_EQ(parse_time("100:00:00"), 360000.0);
-    for (const char* const text : {"", ":", "1:", ":1", "1:60", "1:2:3:4", "1.5:00", "-1", "+1", "1e3", "1.",
-                                   ".5", "nan", "1 ", "9999999999", "1:00:60", "later"}) {
+    for (const char* const text : {"", ":", "1:", ":1", "1:60", "1:2:3:4", "1.5:00", "-1", "+1", "1e3", "1.", ".5",
+                                   "nan", "1 ", "9999999999", "1:00:60", "later"}) {
         EXPECT_LT(parse_time(text), 0.0) << text;
     }
 }
@@ -152,8 +152,7 @@ TEST(FrameFeed, SelectionOutsideTheInputIsAnInputError)
         selection.start = start;
         selection.end = end;
         try {
-            const frame_feed feed(std::make_unique<picture_list>(pictures(20), 10.0), selection,
-                                  frame_turn::none);
+            const frame_feed feed(std::make_unique<picture_list>(pictures(20), 10.0), selection, frame_turn::none);
         } catch (const host_error& error) {
             EXPECT_EQ(error.code(), exit_code::input_failed);
             return error.what();
@@ -162,8 +161,7 @@ TEST(FrameFeed, SelectionOutsideTheInputIsAnInputError)
     };
     EXPECT_NE(error_of(3.0, -1.0).find("ends before --start: its last frame is at 1.90 s"), std::string::npos)
         << error_of(3.0, -1.0);
-    EXPECT_NE(error_of(0.51, 0.59).find("lies between --start and --end"), std::string::npos)
-        << error_of(0.51, 0.59);
+    EXPECT_NE(error_of(0.51, 0.59).find("lies between --start and --end"), std::string::npos) << error_of(0.51, 0.59);
 }
 
 TEST(FrameFeedDeathTest, StopEndsTheSearchForTheNextFrame)
@@ -187,8 +185,7 @@ TEST(FrameFeedDeathTest, StopEndsTheSearchForTheNextFrame)
         {
             frame_selection selection;
             selection.step = 10;
-            frame_feed feed(std::make_unique<stopping_list>(pictures(20), 10.0, 3), selection,
-                            frame_turn::none);
+            frame_feed feed(std::make_unique<stopping_list>(pictures(20), 10.0, 3), selection, frame_turn::none);
             feed_frame frame;
             const bool last = feed.next(frame) && frame.last && feed.pictures() == 3;
             std::_Exit(last && feed.early_end().empty() ? EXIT_SUCCESS : EXIT_FAILURE);
@@ -210,8 +207,7 @@ TEST(RealtimeFeedDeathTest, StopMakesTheNextFrameComeAtOnce)
     EXPECT_EXIT(
         {
             constexpr double one_in_an_hour = 1.0 / 3600.0;
-            frame_feed feed(std::make_unique<stopping_list>(pictures(20), one_in_an_hour, 3), {},
-                            frame_turn::none);
+            frame_feed feed(std::make_unique<stopping_list>(pictures(20), one_in_an_hour, 3), {}, frame_turn::none);
             realtime_feed realtime(feed);
             feed_frame frame;
             const bool came = realtime.next(frame) && realtime.next(frame) && frame.stamp.number == 2;
@@ -244,8 +240,7 @@ TEST(RealtimeFeed, CameraSetsThePaceItself)
     // By their time stamps these frames would take most of a day.
     constexpr double one_in_an_hour = 1.0 / 3600.0;
     constexpr int length = 20;
-    frame_feed feed(std::make_unique<picture_list>(pictures(length), one_in_an_hour, true), {},
-                    frame_turn::none);
+    frame_feed feed(std::make_unique<picture_list>(pictures(length), one_in_an_hour, true), {}, frame_turn::none);
     EXPECT_EQ(feed.expected(), 0);
     realtime_feed realtime(feed);
     feed_frame frame;

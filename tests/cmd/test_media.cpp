@@ -108,8 +108,7 @@ void slide(const arguments& given)
     const int count = std::stoi(given.at(1));
     const cv::Size window(std::stoi(given.at(2)), std::stoi(given.at(3)));
     const int step = std::stoi(given.at(4));
-    const cv::Mat picture =
-        textured({window.width + step * (count - 1), window.height}, std::stoi(given.at(5)));
+    const cv::Mat picture = textured({window.width + step * (count - 1), window.height}, std::stoi(given.at(5)));
     for (int index = 0; index < count; ++index) {
         write_image(numbered(given.at(0), index + 1), picture(cv::Rect(cv::Point(index * step, 0), window)));
     }
@@ -118,8 +117,7 @@ void slide(const arguments& given)
 /// flat FILE WIDTH HEIGHT: a picture of one colour.
 void flat(const arguments& given)
 {
-    write_image(given.at(0),
-                cv::Mat(std::stoi(given.at(2)), std::stoi(given.at(1)), CV_8UC3, cv::Scalar(90, 120, 60)));
+    write_image(given.at(0), cv::Mat(std::stoi(given.at(2)), std::stoi(given.at(1)), CV_8UC3, cv::Scalar(90, 120, 60)));
 }
 
 /// size IMAGE: prints its size, "640x480".
@@ -179,11 +177,10 @@ void exif(const arguments& given)
 {
     const byte_vector image = read_bytes(given.at(0));
     const auto orientation = static_cast<unsigned char>(std::stoi(given.at(2)));
-    const byte_vector block = {
-        0xff, 0xe1,        0x00, 0x22, 'E',  'x',  'i',  'f',  0x00, 0x00,
-        'M',  'M',         0x00, 0x2a, 0x00, 0x00, 0x00, 0x08,              // offset of the directory
-        0x00, 0x01,        0x01, 0x12, 0x00, 0x03, 0x00, 0x00, 0x00, 0x01,  // one entry, 16 bits
-        0x00, orientation, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00};
+    const byte_vector block = {0xff, 0xe1,        0x00, 0x22, 'E',  'x',  'i',  'f',  0x00, 0x00,
+                               'M',  'M',         0x00, 0x2a, 0x00, 0x00, 0x00, 0x08,  // offset of the directory
+                               0x00, 0x01,        0x01, 0x12, 0x00, 0x03, 0x00, 0x00, 0x00, 0x01,  // one entry, 16 bits
+                               0x00, orientation, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00};
     byte_vector result(image.begin(), image.begin() + 2);
     result.insert(result.end(), block.begin(), block.end());
     // The encoder's own application block comes first in some readers' eyes, so it goes.
@@ -300,7 +297,8 @@ void vary(const arguments& given)
     write_bytes(given.at(1), video);
 }
 
-/// edit IN OUT DURATION BEGIN [DURATION BEGIN]...: an MP4 with such a list of edits instead of its own: how long, in the
+/// edit IN OUT DURATION BEGIN [DURATION BEGIN]...: an MP4 with such a list of edits instead of its own: how long, in
+/// the
 /// movie's units of time, and from when, in the video's.
 void edit(const arguments& given)
 {
@@ -344,8 +342,7 @@ void noise(const arguments& given)
 {
     byte_vector bytes(std::stoul(given.at(1)));
     std::mt19937 random(1);
-    std::generate(bytes.begin(), bytes.end(),
-                  [&random] { return static_cast<unsigned char>(random() & 0xff); });
+    std::generate(bytes.begin(), bytes.end(), [&random] { return static_cast<unsigned char>(random() & 0xff); });
     write_bytes(given.at(0), bytes);
 }
 
@@ -354,8 +351,7 @@ void damage(const arguments& given)
 {
     byte_vector bytes = read_bytes(given.at(0));
     const auto middle = bytes.begin() + static_cast<std::ptrdiff_t>(bytes.size() / 2);
-    std::fill(middle, middle + static_cast<std::ptrdiff_t>(bytes.size() / 20),
-              static_cast<unsigned char>(0x5a));
+    std::fill(middle, middle + static_cast<std::ptrdiff_t>(bytes.size() / 20), static_cast<unsigned char>(0x5a));
     write_bytes(given.at(1), bytes);
 }
 
@@ -389,8 +385,7 @@ void coloured(const arguments& given)
 
 cv::VideoWriter open_writer(const std::string& path, double rate, const cv::Size& frame_size)
 {
-    cv::VideoWriter writer(path, cv::CAP_OPENCV_MJPEG, cv::VideoWriter::fourcc('M', 'J', 'P', 'G'), rate,
-                           frame_size);
+    cv::VideoWriter writer(path, cv::CAP_OPENCV_MJPEG, cv::VideoWriter::fourcc('M', 'J', 'P', 'G'), rate, frame_size);
     if (!writer.isOpened()) {
         throw std::runtime_error("cannot write " + path);
     }
@@ -486,11 +481,10 @@ void repeat(const arguments& given)
 int main(int argc, char** argv)
 {
     const std::map<std::string, void (*)(const arguments&)> commands = {
-        {"frames", frames}, {"slide", slide},   {"flat", flat},     {"size", size},
-        {"turn", turn},     {"rotate", rotate}, {"exif", exif},     {"matrix", matrix},
-        {"noise", noise},   {"damage", damage}, {"same", same},     {"empty", empty},
-        {"video", video},   {"swing", swing},   {"spoil", spoil},   {"coloured", coloured},
-        {"vary", vary},     {"edit", edit},     {"repeat", repeat}, {"void", overwrite_sample},
+        {"frames", frames},     {"slide", slide}, {"flat", flat},     {"size", size},     {"turn", turn},
+        {"rotate", rotate},     {"exif", exif},   {"matrix", matrix}, {"noise", noise},   {"damage", damage},
+        {"same", same},         {"empty", empty}, {"video", video},   {"swing", swing},   {"spoil", spoil},
+        {"coloured", coloured}, {"vary", vary},   {"edit", edit},     {"repeat", repeat}, {"void", overwrite_sample},
     };
     try {
         const arguments given(argv + std::min(argc, 2), argv + argc);

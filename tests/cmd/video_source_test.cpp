@@ -56,8 +56,7 @@ std::string md5_of(const cv::Mat& image)
 }
 
 /// All that a source gives, from a moment on.
-std::vector<shown_picture> pictures_of(const std::string& file, double start = 0.0,
-                                       frame_turn turn = frame_turn::none)
+std::vector<shown_picture> pictures_of(const std::string& file, double start = 0.0, frame_turn turn = frame_turn::none)
 {
     const std::unique_ptr<frame_source> source = open_video(file, enough_pixels);
     std::vector<shown_picture> pictures;
@@ -157,12 +156,10 @@ protected:
             steps.erase(0, more ? end + 2 : end);
             const std::size_t input = step.find('|');
             if (input != std::string::npos) {
-                step = step.substr(0, input) + " -f lavfi -i testsrc2=s=322x242:r=25:d=2 "
-                       + step.substr(input + 1);
+                step = step.substr(0, input) + " -f lavfi -i testsrc2=s=322x242:r=25:d=2 " + step.substr(input + 1);
             }
             if (std::system(
-                    ("cd '" + directory + "' && ffmpeg -nostdin -hide_banner -loglevel error -y " + step)
-                        .c_str())
+                    ("cd '" + directory + "' && ffmpeg -nostdin -hide_banner -loglevel error -y " + step).c_str())
                 != 0) {
                 return false;
             }
@@ -210,10 +207,8 @@ INSTANTIATE_TEST_SUITE_P(
         kind{"h264", "a.mp4", x264}, kind{"h264_without_b_frames", "a.mp4", "|-c:v libx264 -bf 0 -g 12 a.mp4"},
         kind{"h264_open_gop", "a.mkv",
              "|-c:v libx264 -pix_fmt yuv420p -x264-params open-gop=1:keyint=12:bframes=3 a.mkv"},
-        kind{"trimmed_begin", "b.mp4",
-             "|-c:v libx264 -g 12 -pix_fmt yuv420p a.mp4; -ss 0.3 -i a.mp4 -c copy b.mp4"},
-        kind{"trimmed_end", "b.mp4",
-             "|-c:v libx264 -g 12 -pix_fmt yuv420p a.mp4; -i a.mp4 -t 1.7 -c copy b.mp4"},
+        kind{"trimmed_begin", "b.mp4", "|-c:v libx264 -g 12 -pix_fmt yuv420p a.mp4; -ss 0.3 -i a.mp4 -c copy b.mp4"},
+        kind{"trimmed_end", "b.mp4", "|-c:v libx264 -g 12 -pix_fmt yuv420p a.mp4; -i a.mp4 -t 1.7 -c copy b.mp4"},
         kind{"empty_edit", "b.mp4",
              "|-c:v libx264 -g 12 -pix_fmt yuv420p a.mp4; -itsoffset 0.5 -i a.mp4 -c copy -avoid_negative_ts "
              "disabled "
@@ -221,25 +216,19 @@ INSTANTIATE_TEST_SUITE_P(
         kind{"negative_times", "b.mp4",
              "|-c:v libx264 -g 12 -pix_fmt yuv420p a.mp4; -i a.mp4 -c copy -movflags negative_cts_offsets "
              "b.mp4"},
-        kind{"varying_rate", "a.mp4",
-             "|-vf select='lt(mod(n\\,7)\\,4)' -fps_mode vfr -c:v libx264 -g 12 a.mp4"},
-        kind{"fragmented", "a.mp4",
-             "|-c:v libx264 -g 12 -movflags frag_keyframe+empty_moov+default_base_moof a.mp4"},
+        kind{"varying_rate", "a.mp4", "|-vf select='lt(mod(n\\,7)\\,4)' -fps_mode vfr -c:v libx264 -g 12 a.mp4"},
+        kind{"fragmented", "a.mp4", "|-c:v libx264 -g 12 -movflags frag_keyframe+empty_moov+default_base_moof a.mp4"},
         kind{"mov", "a.mov", "|-c:v libx264 -g 12 -pix_fmt yuv420p a.mov"},
         kind{"mkv", "a.mkv", "|-c:v libx264 -g 12 -pix_fmt yuv420p a.mkv"},
         kind{"vp8", "a.webm", "|-c:v libvpx -auto-alt-ref 1 -lag-in-frames 16 -g 12 -pix_fmt yuv420p a.webm"},
         kind{"vp9", "a.webm", "|-c:v libvpx-vp9 -cpu-used 8 -g 12 -pix_fmt yuv420p a.webm"},
-        kind{"av1", "a.mp4",
-             "|-t 1.6 -c:v libaom-av1 -cpu-used 8 -usage realtime -g 12 -pix_fmt yuv420p a.mp4"},
-        kind{"hevc", "a.mp4",
-             "|-c:v libx265 -x265-params log-level=none:keyint=12 -pix_fmt yuv420p -tag:v hvc1 a.mp4"},
-        kind{"hevc_10_bit", "a.mkv",
-             "|-c:v libx265 -x265-params log-level=none:keyint=12 -pix_fmt yuv420p10le a.mkv"},
+        kind{"av1", "a.mp4", "|-t 1.6 -c:v libaom-av1 -cpu-used 8 -usage realtime -g 12 -pix_fmt yuv420p a.mp4"},
+        kind{"hevc", "a.mp4", "|-c:v libx265 -x265-params log-level=none:keyint=12 -pix_fmt yuv420p -tag:v hvc1 a.mp4"},
+        kind{"hevc_10_bit", "a.mkv", "|-c:v libx265 -x265-params log-level=none:keyint=12 -pix_fmt yuv420p10le a.mkv"},
         kind{"mpeg4_in_avi", "a.avi", "|-c:v mpeg4 -bf 2 -g 12 a.avi"},
         kind{"mjpeg_in_avi", "a.avi", "|-c:v mjpeg a.avi"}, kind{"mjpeg_in_mov", "a.mov", "|-c:v mjpeg a.mov"},
         kind{"mpeg_ts", "a.ts", "|-c:v libx264 -g 12 -pix_fmt yuv420p a.ts"},
-        kind{"interlaced_ts", "a.ts",
-             "|-vf crop=320:240 -c:v libx264 -flags +ilme+ildct -g 12 -pix_fmt yuv420p a.ts"},
+        kind{"interlaced_ts", "a.ts", "|-vf crop=320:240 -c:v libx264 -flags +ilme+ildct -g 12 -pix_fmt yuv420p a.ts"},
         kind{"mpeg2_ps", "a.mpg", "|-c:v mpeg2video -bf 2 -g 12 a.mpg"},
         kind{"prores", "a.mov", "|-t 0.8 -c:v prores -pix_fmt yuv422p10le a.mov"},
         kind{"h264_raw", "a.h264", "|-c:v libx264 -bf 0 -g 12 -pix_fmt yuv420p a.h264"},
@@ -256,8 +245,7 @@ INSTANTIATE_TEST_SUITE_P(
 
 TEST_F(Video, IsTurnedAndMirroredAsItsDisplayMatrixSays)
 {
-    ASSERT_TRUE(
-        run("-f lavfi -i testsrc2=s=322x242:r=25:d=0.2 -c:v libx264 -pix_fmt yuv420p '" + at("a.mp4") + "'"));
+    ASSERT_TRUE(run("-f lavfi -i testsrc2=s=322x242:r=25:d=0.2 -c:v libx264 -pix_fmt yuv420p '" + at("a.mp4") + "'"));
     std::ifstream stream(at("a.mp4"), std::ios::binary);
     std::string movie{std::istreambuf_iterator<char>(stream), {}};
     constexpr std::size_t matrix_offset = 44;  // in a track header of version 0, behind its name

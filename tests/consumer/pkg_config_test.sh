@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: Apache-2.0
 #
-# A compiler and pkg-config are enough to build against the installed library, in either kind.
+# A compiler and pkg-config are enough to build against the installed library, static or shared.
 # usage: pkg_config_test.sh PREFIX KIND DIRECTORY
 # shellcheck source=tests/consumer/lib.sh
 source "$(dirname "${BASH_SOURCE[0]}")/lib.sh"

@@ -78,12 +78,12 @@ inline void require(bool holds, const std::string& what)
 
 /// Runs `body` (a callable) in a fresh process, which is this test started again up to here, and fails unless it comes
 /// to its end. What the body changes in its process ends with it. For tests of this fixture, whose TearDown it calls.
-#define TARN_EXPECT_IN_OWN_PROCESS(body)                                                                       \
-    GTEST_FLAG_SET(death_test_style, "threadsafe");                                                            \
-    EXPECT_EXIT(                                                                                               \
-        {                                                                                                      \
-            (body)();                                                                                          \
-            TearDown();                                                                                        \
-            std::_Exit(0);                                                                                     \
-        },                                                                                                     \
+#define TARN_EXPECT_IN_OWN_PROCESS(body)                                                                               \
+    GTEST_FLAG_SET(death_test_style, "threadsafe");                                                                    \
+    EXPECT_EXIT(                                                                                                       \
+        {                                                                                                              \
+            (body)();                                                                                                  \
+            TearDown();                                                                                                \
+            std::_Exit(0);                                                                                             \
+        },                                                                                                             \
         ::testing::ExitedWithCode(0), "")

@@ -75,8 +75,7 @@ TEST_F(LittleMemory, SweepIsAnsweredWithWhateverRoomThereIs)
         std::cout.rdbuf(nullptr);  // the fixture's stream takes memory of its own
         const std::vector<unsigned char> undisturbed = whole_sweep(directory());
         require(!undisturbed.empty(), "a sweep with room");
-        for (const rlim_t room :
-             {0UL, 1UL, 2UL, 3UL, 4UL, 6UL, 8UL, 12UL, 16UL, 24UL, 32UL, 48UL, 64UL, 96UL, 128UL}) {
+        for (const rlim_t room : {0UL, 1UL, 2UL, 3UL, 4UL, 6UL, 8UL, 12UL, 16UL, 24UL, 32UL, 48UL, 64UL, 96UL, 128UL}) {
             resetStitch(directory().c_str());
             {
                 max_wait_seconds = 1;  // for workers that were never started

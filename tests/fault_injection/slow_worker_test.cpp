@@ -56,8 +56,7 @@ TEST_F(SlowWorker, TurnThatOutlastsTheNextWorkersWaitEndsTheSweepAndKeepsThePrev
 {
     for (const worker_stage stage :
          {worker_stage::started, worker_stage::frame_prepared, worker_stage::frame_described,
-          worker_stage::file_written, worker_stage::turn_taken, worker_stage::registered,
-          worker_stage::composed}) {
+          worker_stage::file_written, worker_stage::turn_taken, worker_stage::registered, worker_stage::composed}) {
         SCOPED_TRACE(static_cast<int>(stage));
         resetStitch(directory().c_str());
         const int visits = stepper.times_at(stage, 2);
@@ -88,9 +87,8 @@ TEST_F(SlowWorker, ThreadThatCannotBeStartedForTheFirstThirdOrLastKeyFrameCostsT
     for (const int index : {1, 3, key_frames_}) {
         SCOPED_TRACE(index);
         resetStitch(directory().c_str());
-        stepper.at(worker_stage::launching, index, [] {
-            throw std::system_error(std::make_error_code(std::errc::resource_unavailable_try_again));
-        });
+        stepper.at(worker_stage::launching, index,
+                   [] { throw std::system_error(std::make_error_code(std::errc::resource_unavailable_try_again)); });
         tarn::store_release(max_wait_seconds, 0);
         cv::Mat preview;
         for (std::size_t i = 0; i < frames().size(); ++i) {

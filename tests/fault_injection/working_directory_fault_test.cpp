@@ -194,8 +194,7 @@ TEST_F(WorkingDirectoryFault, ReadableDirectoryOfAnotherUserLeavesTheSweepGoingO
         resetStitch(directory().c_str());
         sweep_goes_on();
         require(seteuid(0) == 0, "root again");
-        require(entries_of(directory()) == std::vector<std::string>({"precious"}),
-                "nothing is touched or written");
+        require(entries_of(directory()) == std::vector<std::string>({"precious"}), "nothing is touched or written");
     });
 }
 
@@ -203,9 +202,8 @@ TEST_F(WorkingDirectoryFault, DifficultNamesAreNamesLikeAnyOther)
 {
     const std::vector<unsigned char> expected = whole_sweep(directory());
     ASSERT_FALSE(expected.empty());
-    for (const char* name :
-         {"with space", " ", "it's \"quoted\"", "Überblick – 日本 🏔", "line\nbreak", "$HOME `id` *",
-          "%s%n%04d", "-rf", "back\\slash", "\xff\xfe\x80", "a.jpg", "..."}) {
+    for (const char* name : {"with space", " ", "it's \"quoted\"", "Überblick – 日本 🏔", "line\nbreak",
+                             "$HOME `id` *", "%s%n%04d", "-rf", "back\\slash", "\xff\xfe\x80", "a.jpg", "..."}) {
         SCOPED_TRACE(name);
         const std::string path = root() + name + "/";
         fs::create_directory(path);

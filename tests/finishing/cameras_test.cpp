@@ -48,8 +48,7 @@ camera_set turning_truth(int count, double degrees, double focal)
     truth.motion = camera_motion::turning;
     truth.focal = focal;
     for (int i = 0; i < count; ++i) {
-        truth.places.push_back(
-            tarn::test::panorama_room::rotation(i * degrees * CV_PI / 180, 0.05 * std::sin(i)));
+        truth.places.push_back(tarn::test::panorama_room::rotation(i * degrees * CV_PI / 180, 0.05 * std::sin(i)));
     }
     truth.placed.assign(truth.places.size(), true);
     return truth;

@@ -21,8 +21,8 @@ int largest_area(const cv::Mat& mask)
         for (int left = 0; left < mask.cols; ++left) {
             for (int bottom = top + 1; bottom <= mask.rows; ++bottom) {
                 for (int right = left + 1; right <= mask.cols; ++right) {
-                    const int full = sums.at<int>(bottom, right) - sums.at<int>(top, right)
-                                     - sums.at<int>(bottom, left) + sums.at<int>(top, left);
+                    const int full = sums.at<int>(bottom, right) - sums.at<int>(top, right) - sums.at<int>(bottom, left)
+                                     + sums.at<int>(top, left);
                     if (full == (bottom - top) * (right - left)) {
                         best = std::max(best, full);
                     }

@@ -34,8 +34,7 @@ TEST(FinishingExposure, OverlapsBecomeEquallyBright)
     const auto gains = balance_exposure(drawings, progress_meter(silent));
     ASSERT_EQ(gains.size(), drawings.size());
     for (std::size_t k = 1; k < drawings.size(); ++k) {
-        EXPECT_NEAR(gains[k].mean() * brightness[k] / (gains[k - 1].mean() * brightness[k - 1]), 1.0, 0.03)
-            << k;
+        EXPECT_NEAR(gains[k].mean() * brightness[k] / (gains[k - 1].mean() * brightness[k - 1]), 1.0, 0.03) << k;
     }
 }
 

@@ -87,8 +87,8 @@ double mean_error(const finishing::finishing_result& result, const rendered_swee
         const auto number = static_cast<std::size_t>(key_frames[i].number);
         for (const cv::Point2d part : {cv::Point2d(0.1, 0.1), {0.9, 0.1}, {0.5, 0.5}, {0.1, 0.9}, {0.9, 0.9}}) {
             const cv::Point2d pixel(part.x * size.width, part.y * size.height);
-            const cv::Vec3d place = sweep.plane_from_frame[0].inv() * sweep.plane_from_frame[number]
-                                    * cv::Vec3d(pixel.x, pixel.y, 1.0);
+            const cv::Vec3d place =
+                sweep.plane_from_frame[0].inv() * sweep.plane_from_frame[number] * cv::Vec3d(pixel.x, pixel.y, 1.0);
             truth.emplace_back(cv::Point2d(place[0] / place[2], place[1] / place[2]));
             found.emplace_back(result.picture_from_frame(static_cast<int>(i), pixel, size));
         }

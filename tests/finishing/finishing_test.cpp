@@ -71,8 +71,7 @@ TEST(FinishingPicture, ThePictureShowsTheSceneAsItIs)
     // The plane as the picture should show it.
     const cv::Point2d origin = result.picture_from_frame(0, {0, 0}, small_frame);
     cv::Mat truth;
-    cv::warpPerspective(sweep.plane, truth,
-                        sweep.plane_from_frame[0] * tarn::test::translation(-origin.x, -origin.y),
+    cv::warpPerspective(sweep.plane, truth, sweep.plane_from_frame[0] * tarn::test::translation(-origin.x, -origin.y),
                         result.picture.size(), cv::INTER_LINEAR | cv::WARP_INVERSE_MAP);
     cv::Mat shifted;
     cv::warpPerspective(sweep.plane, shifted,
@@ -98,8 +97,7 @@ TEST(FinishingPicture, ATurnIsRecognisedWithItsFocalLength)
     EXPECT_EQ(result.drawn_on, projection::cylinder);
     ASSERT_TRUE(result.viewers.known);
     EXPECT_EQ(result.viewers.projection_type, "cylindrical");
-    EXPECT_NEAR(result.viewers.full_size.width, 360.0 / result.horizontal_field_of_view * result.picture.cols,
-                1.0);
+    EXPECT_NEAR(result.viewers.full_size.width, 360.0 / result.horizontal_field_of_view * result.picture.cols, 1.0);
     EXPECT_EQ(result.viewers.cropped_area.size(), result.picture.size());
     EXPECT_EQ(result.viewers.cropped_area & cv::Rect(cv::Point(), result.viewers.full_size),
               result.viewers.cropped_area);
@@ -179,8 +177,7 @@ TEST(FinishingPicture, AFrameThatNothingJoinsIsLeftOutAndNamed)
 
 TEST(FinishingPicture, FramesThatAddNothingAreLeftOut)
 {
-    const rendered_sweep sweep =
-        tarn::test::slide_there_and_back(small_frame, tarn::test::moving_right, 15.0, 20, 20);
+    const rendered_sweep sweep = tarn::test::slide_there_and_back(small_frame, tarn::test::moving_right, 15.0, 20, 20);
     const auto key_frames = key_frames_of(sweep, 2);
     const finishing_result result = finish(key_frames);
     ASSERT_EQ(result.outcome, status::ok);
@@ -226,8 +223,7 @@ TEST(FinishingPicture, ExposureStepsVanish)
 
 TEST(FinishingPicture, TheBytesAreTheSameWhateverTheNumberOfThreads)
 {
-    const auto key_frames =
-        key_frames_of(tarn::test::turn(small_frame, tarn::test::moving_right, 350.0, 3.0, 9), 1);
+    const auto key_frames = key_frames_of(tarn::test::turn(small_frame, tarn::test::moving_right, 350.0, 3.0, 9), 1);
     const int before = cv::getNumThreads();
     cv::setNumThreads(1);
     cv::theRNG().state = 1;
@@ -304,8 +300,7 @@ TEST(FinishingInput, FramesMayBeGrayOrHostFrames)
     cv::cvtColor(picture, gray, cv::COLOR_BGR2GRAY);
     EXPECT_EQ(finish({still(0, gray)}).outcome, status::ok);
     EXPECT_EQ(finish({still(0, cv::Mat(gray.size(), CV_32F, cv::Scalar(0)))}).outcome, status::unreadable);
-    EXPECT_EQ(finish({still(0, cv::Mat(gray.size(), CV_8UC2, cv::Scalar::all(0)))}).outcome,
-              status::unreadable);
+    EXPECT_EQ(finish({still(0, cv::Mat(gray.size(), CV_8UC2, cv::Scalar::all(0)))}).outcome, status::unreadable);
 }
 
 TEST(FinishingInput, FramesOfUnequalSizeAreJoined)

@@ -70,8 +70,8 @@ TEST(FinishingPairs, TheyAreFewHoweverManyFramesShowTheSame)
     const int count = 60;
     const auto frames = frames_at(std::vector<double>(count, 0.0));
     const auto known = pairs_of_neighbours(frames);
-    const auto found = pairs_that_overlap(
-        frames, known, [](int, int) { return std::optional<cv::Matx33d>(cv::Matx33d::eye()); });
+    const auto found =
+        pairs_that_overlap(frames, known, [](int, int) { return std::optional<cv::Matx33d>(cv::Matx33d::eye()); });
     EXPECT_LE(known.size() + found.size(), 4U * count);
 }
 

@@ -45,8 +45,8 @@ TEST(FinishingSurface, APixelOfTheSurfaceShowsThePixelThatIsDrawnThere)
                     continue;
                 }
                 ++inside;
-                const cv::Point2d back = surface.from_frame(
-                    0, {centred(0, 0) * p[0] + centred(0, 2), centred(1, 1) * p[1] + centred(1, 2)});
+                const cv::Point2d back =
+                    surface.from_frame(0, {centred(0, 0) * p[0] + centred(0, 2), centred(1, 1) * p[1] + centred(1, 2)});
                 EXPECT_NEAR(back.x, outline.x + x, 0.01) << name_of(kind);
                 EXPECT_NEAR(back.y, outline.y + y, 0.01) << name_of(kind);
             }

@@ -167,8 +167,7 @@ int tarn::check_globals_are_usable()
             checkerboard.at<unsigned char>(y, x) = static_cast<unsigned char>((x / 20 + y / 20) % 2 * 255);
         }
     }
-    stitch_feature_finder->detectAndCompute(checkerboard, cv::noArray(), neighbour_keypoints,
-                                            neighbour_descriptors);
+    stitch_feature_finder->detectAndCompute(checkerboard, cv::noArray(), neighbour_keypoints, neighbour_descriptors);
     check(!neighbour_keypoints.empty(), "stitch_feature_finder finds the corners of a checkerboard");
     check(neighbour_descriptors.rows == static_cast<int>(neighbour_keypoints.size()), "and describes them");
     big_stitch_image = checkerboard;

@@ -50,7 +50,7 @@ namespace {
 const std::vector<float> full_size = {1.0f, 1.0f, 1.0f, 1.0f};
 const std::vector<float> right_angles = {90.0f, 90.0f, 90.0f, 90.0f};
 
-/// A frame of a slide over coloured blocks, made without the image library's help, so that it is the workers who
+/// A frame of a slide over coloured blocks, made without OpenCV's help, so that it is the workers who
 /// first need what the library constructs late.
 cv::Mat key_frame(int index)
 {

@@ -310,8 +310,7 @@ void sweep_until(int frames)
 extern "C" ssize_t write(int descriptor, const void* bytes, size_t count)
 {
     struct stat status = {};
-    if (writers_get_stuck && descriptor > STDERR_FILENO && fstat(descriptor, &status) == 0
-        && S_ISREG(status.st_mode)) {
+    if (writers_get_stuck && descriptor > STDERR_FILENO && fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode)) {
         tell_that_a_writer_is_stuck();
         char none = 0;
         [[maybe_unused]] const ssize_t end = read(stuck_until_closed[0], &none, 1);

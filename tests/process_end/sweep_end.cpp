@@ -20,11 +20,10 @@
 #include <unistd.h>
 #include <vector>
 
+#include "internal/shared_state.h"
 #include "internal/worker_pool.h"
 #include "support/counted_sleep.h"
 #include "support/rendered_sweep.h"
-#include "internal/shared_state.h"
-#include "internal/worker_pool.h"
 #include "tarn_sweep.h"
 
 namespace {
@@ -108,8 +107,7 @@ void call_until_the_end(const Call& call)
         try {
             ends = call();
         } catch (const tarn::sweep_error& error) {
-            if (error.problem() != tarn::sweep_problem::process_ends
-                && error.problem() != tarn::sweep_problem::over) {
+            if (error.problem() != tarn::sweep_problem::process_ends && error.problem() != tarn::sweep_problem::over) {
                 give_up(error.what());
             }
             ends = true;

@@ -47,15 +47,14 @@ composition compose(const cv::Mat& big_stitch_image, const cv::Mat& frame, const
     if (stitch_width > 10000.0f || stitch_height > 10000.0f) {
         return {true, cv::Mat(), cv::Mat()};
     }
-    cv::Mat stitch_image =
-        cv::Mat::zeros(truncate_to_int(stitch_height), truncate_to_int(stitch_width), CV_8UC3);
-    const cv::Rect old_place(truncate_to_int(base_shift_x), truncate_to_int(base_shift_y),
-                             big_stitch_image.cols, big_stitch_image.rows);
+    cv::Mat stitch_image = cv::Mat::zeros(truncate_to_int(stitch_height), truncate_to_int(stitch_width), CV_8UC3);
+    const cv::Rect old_place(truncate_to_int(base_shift_x), truncate_to_int(base_shift_y), big_stitch_image.cols,
+                             big_stitch_image.rows);
     big_stitch_image.copyTo(stitch_image(old_place));
 
     // What it shows under the frame's bounding box.
-    const cv::Rect frame_place(truncate_to_int(left_x), truncate_to_int(top_y),
-                               truncate_to_int(right_x - left_x), truncate_to_int(bottom_y - top_y));
+    const cv::Rect frame_place(truncate_to_int(left_x), truncate_to_int(top_y), truncate_to_int(right_x - left_x),
+                               truncate_to_int(bottom_y - top_y));
     cv::Mat shift_stitch_image = stitch_image(frame_place).clone();
     cv::Mat tmp_gray;
     cv::Mat tmp_binary;
@@ -77,8 +76,8 @@ composition compose(const cv::Mat& big_stitch_image, const cv::Mat& frame, const
     const cv::Mat warp_shift = (cv::Mat_<double>(3, 3) << 1.0, 0, -left_x, 0, 1.0, -top_y, 0, 0, 1.0);
     const cv::Mat warpH = warp_shift * H;
     cv::Mat shift_frame_warp;
-    cv::warpPerspective(frame, shift_frame_warp, warpH, frame_place.size(), cv::INTER_LINEAR,
-                        cv::BORDER_CONSTANT, cv::Scalar());
+    cv::warpPerspective(frame, shift_frame_warp, warpH, frame_place.size(), cv::INTER_LINEAR, cv::BORDER_CONSTANT,
+                        cv::Scalar());
     if (contours.empty()) {
         shift_frame_warp.copyTo(shift_stitch_image);
     } else {

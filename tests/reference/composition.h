@@ -17,7 +17,7 @@ struct composition {
 /// @param big_stitch_image  the panorama so far, CV_8UC3; read only
 /// @param frame             the prepared frame, CV_8UC3; read only
 /// @param H                 the frame into the panorama, 3 x 3, CV_64F; read only
-/// @throws cv::Exception where the image library does
+/// @throws cv::Exception where OpenCV does
 composition compose(const cv::Mat& big_stitch_image, const cv::Mat& frame, const cv::Mat& H);
 
 }  // namespace reference

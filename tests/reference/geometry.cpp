@@ -69,7 +69,7 @@ float calc_angle(const std::vector<cv::Point2f>& conners)
 bool is_convex(const std::vector<cv::Point2f>& corners)
 {
     if (corners.empty()) {
-        return false;  // the image library's own answer to an empty contour is an exception
+        return false;  // OpenCV's own answer to an empty contour is an exception
     }
     std::vector<cv::Point2f> contour;
     for (size_t i = 0; i < corners.size(); ++i) {
@@ -78,8 +78,7 @@ bool is_convex(const std::vector<cv::Point2f>& corners)
     return cv::isContourConvex(contour);
 }
 
-bool is_good_homo(const std::vector<cv::Point2f>& corners, const cv::Mat& frame, float area_thresh,
-                  float angle_thresh)
+bool is_good_homo(const std::vector<cv::Point2f>& corners, const cv::Mat& frame, float area_thresh, float angle_thresh)
 {
     if (corners.empty()) {
         return false;
@@ -96,8 +95,7 @@ bool is_good_homo(const std::vector<cv::Point2f>& corners, const cv::Mat& frame,
     if (angle > angle_thresh || angle2 > angle_thresh) {
         return false;
     }
-    const auto frame_area =
-        static_cast<float>(static_cast<double>(frame.cols) * static_cast<double>(frame.rows));
+    const auto frame_area = static_cast<float>(static_cast<double>(frame.cols) * static_cast<double>(frame.rows));
     cv::Mat mask = cv::Mat::zeros(frame.rows, frame.cols, CV_8UC1);
     const std::vector<std::vector<cv::Point>> contours = {contour};
     cv::fillPoly(mask, contours, cv::Scalar(1), 8, 0, cv::Point(0, 0));
@@ -130,15 +128,15 @@ float single_box_iou(const std::vector<cv::Point2f>& pts1, const std::vector<cv:
     const int xmax1 = truncate_to_int(max_axis({pts1[0].x, pts1[1].x, pts1[2].x, pts1[3].x}));
     const int ymax1 = truncate_to_int(max_axis({pts1[0].y, pts1[1].y, pts1[2].y, pts1[3].y}));
     const int ymin1 = truncate_to_int(min_axis({pts1[0].y, pts1[1].y, pts1[2].y, pts1[3].y}));
-    const float area1 = static_cast<float>(wrapping_difference(xmax1, xmin1))
-                        * static_cast<float>(wrapping_difference(ymax1, ymin1));
+    const float area1 =
+        static_cast<float>(wrapping_difference(xmax1, xmin1)) * static_cast<float>(wrapping_difference(ymax1, ymin1));
 
     const int xmin2 = truncate_to_int(min_axis({pts2[0].x, pts2[1].x, pts2[2].x, pts2[3].x}));
     const int xmax2 = truncate_to_int(max_axis({pts2[0].x, pts2[1].x, pts2[2].x, pts2[3].x}));
     const int ymax2 = truncate_to_int(max_axis({pts2[0].y, pts2[1].y, pts2[2].y, pts2[3].y}));
     const int ymin2 = truncate_to_int(min_axis({pts2[0].y, pts2[1].y, pts2[2].y, pts2[3].y}));
-    const float area2 = static_cast<float>(wrapping_difference(xmax2, xmin2))
-                        * static_cast<float>(wrapping_difference(ymax2, ymin2));
+    const float area2 =
+        static_cast<float>(wrapping_difference(xmax2, xmin2)) * static_cast<float>(wrapping_difference(ymax2, ymin2));
 
     const int inter_xmin = xmin1 > xmin2 ? xmin1 : xmin2;
     const int inter_xmax = xmax1 < xmax2 ? xmax1 : xmax2;
@@ -199,8 +197,7 @@ int get_direction(const std::vector<cv::Point2f>& f, const std::vector<cv::Point
     return direction;
 }
 
-float get_move_distance(const std::vector<cv::Point2f>& frame_center,
-                        const std::vector<cv::Point2f>& transpose_center)
+float get_move_distance(const std::vector<cv::Point2f>& frame_center, const std::vector<cv::Point2f>& transpose_center)
 {
     const float dx = frame_center[0].x - transpose_center[0].x;
     const float dy = frame_center[0].y - transpose_center[0].y;

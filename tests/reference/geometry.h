@@ -25,8 +25,7 @@ float calc_vangle(const std::vector<cv::Point2f>& conners);
 float calc_angle(const std::vector<cv::Point2f>& conners);
 bool is_convex(const std::vector<cv::Point2f>& corners);
 /// Slow for corners far above the frame: seconds at a thousand million pixels.
-bool is_good_homo(const std::vector<cv::Point2f>& corners, const cv::Mat& frame, float area_thresh,
-                  float angle_thresh);
+bool is_good_homo(const std::vector<cv::Point2f>& corners, const cv::Mat& frame, float area_thresh, float angle_thresh);
 float angle_of_two_vector(const cv::Point2f& pt1, const cv::Point2f& pt2, const cv::Point2f& c);
 
 float single_box_iou(const std::vector<cv::Point2f>& pts1, const std::vector<cv::Point2f>& pts2);
@@ -34,10 +33,8 @@ float cross(const cv::Point2f& a, const cv::Point2f& b, const cv::Point2f& c);
 cv::Point2f get_intersection_point(const cv::Point2f& a, const cv::Point2f& b, const cv::Point2f& c,
                                    const cv::Point2f& d);
 
-int get_direction(const std::vector<cv::Point2f>& frame_corners,
-                  const std::vector<cv::Point2f>& transpose_corners);
-float get_move_distance(const std::vector<cv::Point2f>& frame_center,
-                        const std::vector<cv::Point2f>& transpose_center);
+int get_direction(const std::vector<cv::Point2f>& frame_corners, const std::vector<cv::Point2f>& transpose_corners);
+float get_move_distance(const std::vector<cv::Point2f>& frame_center, const std::vector<cv::Point2f>& transpose_center);
 LinePara getLinePara(float x1, float y1, float x2, float y2);
 float point_2_line(float k, float b, float k2, float x, float y);
 

@@ -66,8 +66,7 @@ std::vector<int> matToBitmapArray(const cv::Mat& image)
     return result;
 }
 
-void optimizeSeam(const cv::Mat& last_img, cv::Mat& stitched_image,
-                  const std::vector<cv::Point2f>& transpose_corners)
+void optimizeSeam(const cv::Mat& last_img, cv::Mat& stitched_image, const std::vector<cv::Point2f>& transpose_corners)
 {
     const float thresh = 10;
     const auto& p = transpose_corners;
@@ -123,8 +122,7 @@ void fill_contours(const std::vector<std::vector<cv::Point>>& target_contours, c
     cv::threshold(source_gray, tmp_binary, 1.0, 255.0, cv::THRESH_BINARY);
     std::vector<std::vector<cv::Point>> source_contours;
     std::vector<cv::Vec4i> hierarchy;
-    cv::findContours(tmp_binary, source_contours, hierarchy, cv::RETR_EXTERNAL, cv::CHAIN_APPROX_NONE,
-                     cv::Point(0, 0));
+    cv::findContours(tmp_binary, source_contours, hierarchy, cv::RETR_EXTERNAL, cv::CHAIN_APPROX_NONE, cv::Point(0, 0));
     size_t max_count = 0;
     size_t max_index = 0;
     for (size_t i = 0; i < source_contours.size(); ++i) {
@@ -253,8 +251,7 @@ cv::Mat cylindrical_projection(const cv::Mat& img, float angle)
     const auto w = static_cast<float>(img.cols);
     const auto h = static_cast<float>(img.rows);
     cv::Mat map_img = cv::Mat::zeros(img.rows, img.cols, CV_8UC3);
-    const auto f =
-        static_cast<float>(std::cos(static_cast<double>(angle) * pi / 180) * static_cast<double>(w + w));
+    const auto f = static_cast<float>(std::cos(static_cast<double>(angle) * pi / 180) * static_cast<double>(w + w));
     const float cx = 0.5f * w;
     const float cy = 0.5f * h;
     int max_col = 0;
@@ -297,10 +294,8 @@ cv::Mat SphericalProjection(const cv::Mat& imgMat, float angle)
         for (int x = 0; x < destImgMat.cols; ++x) {
             const float ddx = static_cast<float>(x) - static_cast<float>(w / 2);
             const float ddx2 = ddx * ddx;
-            const double length =
-                r * r / std::sqrt(r * r - static_cast<double>(ddx2) - static_cast<double>(ddy2));
-            const auto point_x =
-                static_cast<float>(std::sin(static_cast<double>(ddx) / r) * length + imgMat.cols / 2);
+            const double length = r * r / std::sqrt(r * r - static_cast<double>(ddx2) - static_cast<double>(ddy2));
+            const auto point_x = static_cast<float>(std::sin(static_cast<double>(ddx) / r) * length + imgMat.cols / 2);
             const auto point_y = static_cast<float>(sine_y * length + imgMat.rows / 2);
             const int tx = tarn::truncate_to_int(point_x);
             const int ty = tarn::truncate_to_int(point_y);

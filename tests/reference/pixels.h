@@ -14,8 +14,7 @@ namespace reference {
 /// The pixels as 0xFFRRGGBB, row by row, then the width and the height.
 std::vector<int> matToBitmapArray(const cv::Mat& image);
 
-void optimizeSeam(const cv::Mat& last_img, cv::Mat& stitched_image,
-                  const std::vector<cv::Point2f>& transpose_corners);
+void optimizeSeam(const cv::Mat& last_img, cv::Mat& stitched_image, const std::vector<cv::Point2f>& transpose_corners);
 
 void fill_contours(const std::vector<std::vector<cv::Point>>& target_contours, const cv::Mat& source_image,
                    cv::Mat& target_image);

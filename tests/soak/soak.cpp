@@ -46,9 +46,8 @@ namespace {
 namespace fs = std::filesystem;
 using namespace tarn::test;  // NOLINT(google-build-using-namespace): the tests' own helpers
 
-constexpr double memory_margin =
-    40.0;                       // MiB that allocators and stacks may keep beyond the level after warming up
-constexpr int warming_up = 20;  // rounds at most, after which the level is taken
+constexpr double memory_margin = 40.0;  // MiB that allocators and stacks may keep beyond the level after warming up
+constexpr int warming_up = 20;          // rounds at most, after which the level is taken
 const cv::Size frame_size(320, 240);
 
 /// A wait that takes longer means a thread that will never end. Slow builds on a busy machine stay far below.
@@ -147,8 +146,7 @@ public:
         last_ = settled_resources(level_);
         greatest_ = std::max(greatest_, last_.resident);
         course_.push_back(last_.resident);
-        require(last_.threads <= level_.threads,
-                "threads are back: " + text_of(last_) + ", were " + text_of(level_));
+        require(last_.threads <= level_.threads, "threads are back: " + text_of(last_) + ", were " + text_of(level_));
         require(last_.descriptors <= level_.descriptors,
                 "descriptors are back: " + text_of(last_) + ", were " + text_of(level_));
 #ifndef TARN_SANITIZED  // sanitizers keep freed memory for a while
@@ -203,11 +201,11 @@ std::string whole_sweep(const std::vector<cv::Mat>& frames, const std::string& d
     wait_for_workers();
     std::string bytes = panorama_bytes();
     const tarn::pipeline_snapshot pipeline = tarn::look_at_pipeline();
-    require(!bytes.empty(),
-            "the sweep has a panorama: status " + std::to_string(pipeline.status) + ", "
-                + std::to_string(pipeline.turns_over) + " of " + std::to_string(tarn_stitcher.big_frame_index)
-                + " turns over, first failure " + std::to_string(pipeline.first_failed_frame) + ", path \""
-                + getCurrentPanoramaShow() + "\", directory " + (fs::exists(directory) ? "there" : "gone"));
+    require(!bytes.empty(), "the sweep has a panorama: status " + std::to_string(pipeline.status) + ", "
+                                + std::to_string(pipeline.turns_over) + " of "
+                                + std::to_string(tarn_stitcher.big_frame_index) + " turns over, first failure "
+                                + std::to_string(pipeline.first_failed_frame) + ", path \"" + getCurrentPanoramaShow()
+                                + "\", directory " + (fs::exists(directory) ? "there" : "gone"));
     return bytes;
 }
 
@@ -238,8 +236,8 @@ void cancel(int count)
         }
         held.after_round();
     }
-    std::printf("%d sweeps cancelled, %d whole ones between them, all with the undisturbed one's bytes\n",
-                count, whole);
+    std::printf("%d sweeps cancelled, %d whole ones between them, all with the undisturbed one's bytes\n", count,
+                whole);
     held.report();
 }
 
@@ -259,8 +257,7 @@ void sweeps(int count)
 
 double median(std::vector<double> values)
 {
-    std::nth_element(values.begin(), values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2),
-                     values.end());
+    std::nth_element(values.begin(), values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2), values.end());
     return values[values.size() / 2];
 }
 
@@ -302,9 +299,8 @@ void one_sweep(int count, const std::vector<cv::Mat>& frames, bool may_fail)
         require(!panorama_bytes().empty(), "the sweep has a panorama");
     }
     const cv::Mat panorama = tarn::look_at_pipeline().panorama;
-    std::printf(
-        "%zu frames, %d key frames, preview at most %d x %d, panorama %d x %d\ncodes:", milliseconds.size(),
-        tarn_stitcher.big_frame_index, preview.width, preview.height, panorama.cols, panorama.rows);
+    std::printf("%zu frames, %d key frames, preview at most %d x %d, panorama %d x %d\ncodes:", milliseconds.size(),
+                tarn_stitcher.big_frame_index, preview.width, preview.height, panorama.cols, panorama.rows);
     for (const auto& [code, times] : codes) {
         std::printf("  %d: %d times", code, times);
     }
@@ -323,8 +319,7 @@ std::vector<cv::Mat> swaying(double reach, int length)
     sweep.plane_from_frame.clear();
     for (int i = 0; i < length; ++i) {
         const double phase = 2.0 * CV_PI * i / length;
-        sweep.plane_from_frame.push_back(middle
-                                         * translation(reach * std::sin(phase), 0.2 * std::sin(3.0 * phase)));
+        sweep.plane_from_frame.push_back(middle * translation(reach * std::sin(phase), 0.2 * std::sin(3.0 * phase)));
     }
     return host_frames(sweep);
 }

@@ -18,8 +18,7 @@ point_flow library_flow(const cv::Mat& reference, const cv::Mat& gray, const std
     point_flow flow;
     std::vector<float> errors;
     cv::calcOpticalFlowPyrLK(reference, gray, from, flow.places, flow.found, errors, cv::Size(21, 21), 3,
-                             cv::TermCriteria(cv::TermCriteria::COUNT + cv::TermCriteria::EPS, 30, 0.01), 0,
-                             0.0001);
+                             cv::TermCriteria(cv::TermCriteria::COUNT + cv::TermCriteria::EPS, 30, 0.01), 0, 0.0001);
     return flow;
 }
 

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Corners and optical flow as the image library gives them in one call each: what find_corners and frame_flow must agree
+// Corners and optical flow as OpenCV gives them in one call each: what find_corners and frame_flow must
+// agree
 // with.
 #pragma once
 

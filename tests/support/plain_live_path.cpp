@@ -23,9 +23,9 @@ float length_over(const cv::Point2f& a, const cv::Point2f& b, int side)
 {
     const float dx = a.x - b.x;
     const float dy = a.y - b.y;
-    return static_cast<float>(std::sqrt(static_cast<double>(dx) * static_cast<double>(dx)
-                                        + static_cast<double>(dy) * static_cast<double>(dy))
-                              / static_cast<double>(side));
+    return static_cast<float>(
+        std::sqrt(static_cast<double>(dx) * static_cast<double>(dx) + static_cast<double>(dy) * static_cast<double>(dy))
+        / static_cast<double>(side));
 }
 
 cv::Mat translated(double x, double y)
@@ -63,16 +63,13 @@ plain_live_path::plain_live_path(const TarnStitcher& task)
     : stitcher_status(task.stitcher_status), failed_count(task.failed_count), failed_thresh(task.failed_thresh),
       last_move_distances(task.last_move_distances), iou_thresh(task.iou_thresh), area_thresh(task.area_thresh),
       angle_thresh(task.angle_thresh), inline_thresh(task.inline_thresh), matches_thresh(task.matches_thresh),
-      frame_index(task.frame_index), last_warp_points(task.last_warp_points),
-      big_frame_index(task.big_frame_index), total_shift_x(task.total_shift_x),
-      total_shift_y(task.total_shift_y), last_frame(task.last_frame.clone()),
+      frame_index(task.frame_index), last_warp_points(task.last_warp_points), big_frame_index(task.big_frame_index),
+      total_shift_x(task.total_shift_x), total_shift_y(task.total_shift_y), last_frame(task.last_frame.clone()),
       last_stitch_image(task.last_stitch_image.clone()), last_direction(task.last_direction),
       last_angles(task.last_angles), last_scales(task.last_scales),
       reference_gray(task.last_check_data.scaled_gray_frame.clone()),
-      reference_work_scale(task.last_check_data.work_scale),
-      reference_keypoints(task.last_check_data.good_keypoints),
-      reference_homo(task.last_check_data.homo.clone()),
-      reference_base_homo(task.last_check_data.base_homo.clone())
+      reference_work_scale(task.last_check_data.work_scale), reference_keypoints(task.last_check_data.good_keypoints),
+      reference_homo(task.last_check_data.homo.clone()), reference_base_homo(task.last_check_data.base_homo.clone())
 {
 }
 
@@ -131,8 +128,7 @@ int plain_live_path::register_frame(cv::Mat input_frame, int direction)
     const float work_scale =
         static_cast<float>(static_cast<double>(scaled_gray_frame.rows) / static_cast<double>(frame.rows));
     points frame_good_keypoints;
-    cv::goodFeaturesToTrack(scaled_gray_frame, frame_good_keypoints, 80, 0.01, 10.0, cv::noArray(), 3, false,
-                            0.04);
+    cv::goodFeaturesToTrack(scaled_gray_frame, frame_good_keypoints, 80, 0.01, 10.0, cv::noArray(), 3, false, 0.04);
     if (matches_thresh < 0 || frame_good_keypoints.size() < static_cast<std::size_t>(matches_thresh))
         return reject(result);
     frame_index = frame_index + 1;
@@ -160,9 +156,9 @@ int plain_live_path::register_frame(cv::Mat input_frame, int direction)
     points frame_points;
     std::vector<uchar> vstatus;
     std::vector<float> verror;
-    cv::calcOpticalFlowPyrLK(
-        reference_gray, scaled_gray_frame, last_frame_points, frame_points, vstatus, verror, cv::Size(21, 21),
-        3, cv::TermCriteria(cv::TermCriteria::COUNT + cv::TermCriteria::EPS, 30, 0.01), 0, 0.0001);
+    cv::calcOpticalFlowPyrLK(reference_gray, scaled_gray_frame, last_frame_points, frame_points, vstatus, verror,
+                             cv::Size(21, 21), 3,
+                             cv::TermCriteria(cv::TermCriteria::COUNT + cv::TermCriteria::EPS, 30, 0.01), 0, 0.0001);
     points neighbour_points;
     points matched_frame_points;
     for (std::size_t i = 0; i < vstatus.size(); ++i) {
@@ -216,11 +212,9 @@ int plain_live_path::register_frame(cv::Mat input_frame, int direction)
     const std::vector<float> angles = {a0, a1, a2, a3};
     last_angles = angles;
     const std::vector<float> scales = {length_over(p[0], p[1], frame.cols), length_over(p[1], p[2], frame.rows),
-                                       length_over(p[2], p[3], frame.cols),
-                                       length_over(p[3], p[0], frame.rows)};
+                                       length_over(p[2], p[3], frame.cols), length_over(p[3], p[0], frame.rows)};
     last_scales = scales;
-    maxa =
-        max_axis({std::fabs(a0 - 90.0f), std::fabs(a1 - 90.0f), std::fabs(a2 - 90.0f), std::fabs(a3 - 90.0f)});
+    maxa = max_axis({std::fabs(a0 - 90.0f), std::fabs(a1 - 90.0f), std::fabs(a2 - 90.0f), std::fabs(a3 - 90.0f)});
     iou = single_box_iou(frame_corners, transpose_corners);
 
     H = reference_homo * H;
@@ -265,23 +259,20 @@ int plain_live_path::register_frame(cv::Mat input_frame, int direction)
         hand_offs.push_back({last_frame, angles, scales, last_direction, big_frame_index});
     }
     if (key_frame) {
-        cv::Mat stitch_image(truncate_to_int(stitch_height), truncate_to_int(stitch_width), CV_8UC3,
-                             cv::Scalar());
-        last_stitch_image.copyTo(
-            stitch_image(cv::Rect(truncate_to_int(total_shift_x), truncate_to_int(total_shift_y),
-                                  last_stitch_image.cols, last_stitch_image.rows)));
+        cv::Mat stitch_image(truncate_to_int(stitch_height), truncate_to_int(stitch_width), CV_8UC3, cv::Scalar());
+        last_stitch_image.copyTo(stitch_image(cv::Rect(truncate_to_int(total_shift_x), truncate_to_int(total_shift_y),
+                                                       last_stitch_image.cols, last_stitch_image.rows)));
         total_shift_x = 0;
         total_shift_y = 0;
         cv::Mat warpH = H.clone();
         warpH = translated(-left_x, -top_y) * warpH;
         cv::Mat scaled_image_warp;
         cv::warpPerspective(frame, scaled_image_warp, warpH,
-                            cv::Size(truncate_to_int(warp_width), truncate_to_int(warp_height)),
-                            cv::INTER_LINEAR, cv::BORDER_CONSTANT, cv::Scalar());
+                            cv::Size(truncate_to_int(warp_width), truncate_to_int(warp_height)), cv::INTER_LINEAR,
+                            cv::BORDER_CONSTANT, cv::Scalar());
         cv::Mat last_shift_img = stitch_image.clone();
-        scaled_image_warp.copyTo(
-            stitch_image(cv::Rect(truncate_to_int(left_x), truncate_to_int(top_y), truncate_to_int(warp_width),
-                                  truncate_to_int(warp_height))));
+        scaled_image_warp.copyTo(stitch_image(cv::Rect(truncate_to_int(left_x), truncate_to_int(top_y),
+                                                       truncate_to_int(warp_width), truncate_to_int(warp_height))));
         optimizeSeam(last_shift_img, stitch_image, transpose_corners);
         last_stitch_image = stitch_image;
         base_H = translated(0, 0);
@@ -337,11 +328,9 @@ std::string plain_live_path::differences(const TarnStitcher& task) const
     compare("last_direction", last_direction == task.last_direction);
     compare("last_angles", same_bytes(last_angles, task.last_angles));
     compare("last_scales", same_bytes(last_scales, task.last_scales));
-    compare("last_check_data.scaled_gray_frame",
-            same_bytes(reference_gray, task.last_check_data.scaled_gray_frame));
+    compare("last_check_data.scaled_gray_frame", same_bytes(reference_gray, task.last_check_data.scaled_gray_frame));
     compare("last_check_data.work_scale", same_bytes(reference_work_scale, task.last_check_data.work_scale));
-    compare("last_check_data.good_keypoints",
-            same_bytes(reference_keypoints, task.last_check_data.good_keypoints));
+    compare("last_check_data.good_keypoints", same_bytes(reference_keypoints, task.last_check_data.good_keypoints));
     compare("last_check_data.homo", same_bytes(reference_homo, task.last_check_data.homo));
     compare("last_check_data.base_homo", same_bytes(reference_base_homo, task.last_check_data.base_homo));
     return names;

@@ -29,7 +29,7 @@ public:
     explicit plain_live_path(const TarnStitcher& task);
 
     /// What videoStitch does with a frame that is not the last one, B,G,R here: the result code. An error of
-    /// the image library leaves the code before.
+    /// OpenCV leaves the code before.
     int feed(const cv::Mat& frame, int direction);
 
     /// The same from what the host hands in, R,G,B,A: with the copy and the conversion that this takes.

@@ -180,9 +180,9 @@ cv::Mat random_input::image(cv::Size size)
 guarded_image::guarded_image(const cv::Mat& content, random_input& random)
     : place_{random.integer(1, 19), random.integer(1, 3), content.cols, content.rows}
 {
-    buffer_ = random.noise(
-        {place_.x + place_.width + random.integer(1, 19), place_.y + place_.height + random.integer(1, 3)},
-        content.type());
+    buffer_ =
+        random.noise({place_.x + place_.width + random.integer(1, 19), place_.y + place_.height + random.integer(1, 3)},
+                     content.type());
     untouched_ = buffer_.clone();
     view_ = buffer_(place_);
     content.copyTo(view_);

@@ -191,10 +191,8 @@ rendered_sweep turn(cv::Size frame_size, int direction, double focal, double deg
     sweep.plane = textured_plane(level ? cv::Size(round_up(2 * reach), round_up(2 * spread))
                                        : cv::Size(round_up(2 * spread), round_up(2 * reach)));
     sweep.frame_size = frame_size;
-    const cv::Matx33d frame_from_rays(focal, 0, frame_size.width / 2.0, 0, focal, frame_size.height / 2.0, 0, 0,
-                                      1);
-    const cv::Matx33d plane_from_rays(focal, 0, sweep.plane.cols / 2.0, 0, focal, sweep.plane.rows / 2.0, 0, 0,
-                                      1);
+    const cv::Matx33d frame_from_rays(focal, 0, frame_size.width / 2.0, 0, focal, frame_size.height / 2.0, 0, 0, 1);
+    const cv::Matx33d plane_from_rays(focal, 0, sweep.plane.cols / 2.0, 0, focal, sweep.plane.rows / 2.0, 0, 0, 1);
     const double sense = direction == moving_right || direction == moving_down ? 1.0 : -1.0;
     for (int i = 0; i < length; ++i) {
         const double angle = sense * (i * degrees * degree - half_turn);

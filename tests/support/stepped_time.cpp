@@ -54,13 +54,12 @@ bool stepped_time::all_polls_took(unsigned microseconds) const
 
 }  // namespace tarn::test
 
-// Found before the image library's by every call in this program and in the libraries that it loads.
+// Found before OpenCV's by every call in this program and in the libraries that it loads.
 std::int64_t cv::getTickCount()
 {
     if (tarn::test::stepping != nullptr) {
         return tarn::test::stepping->ticks();
     }
-    static const auto in_the_library =
-        reinterpret_cast<std::int64_t (*)()>(dlsym(RTLD_NEXT, "_ZN2cv12getTickCountEv"));
+    static const auto in_the_library = reinterpret_cast<std::int64_t (*)()>(dlsym(RTLD_NEXT, "_ZN2cv12getTickCountEv"));
     return in_the_library();
 }

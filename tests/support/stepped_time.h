@@ -18,7 +18,7 @@ constexpr int polls_of_a_full_time_out = 2001;
 
 /// While one lives, the clock of the library's waits stands still on the thread that made it, but for its sleeps:
 /// each returns at once and moves the clock on by its length. So waits of any length are stepped through poll by
-/// poll, in no time. (The test program defines cv::getTickCount itself, in front of the image library's.)
+/// poll, in no time. (The test program defines cv::getTickCount itself, in front of OpenCV's.)
 class stepped_time {
 public:
     /// `during` is called in each sleep with its number, 1 for the first, when the clock has been moved on.

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Lets a test step in where the image library allocates the memory of an image: to make it fail there, or to do
+// Lets a test step in where OpenCV allocates the memory of an image: to make it fail there, or to do
 // something at that very moment.
 #pragma once
 
@@ -17,8 +17,7 @@ class watched_allocations : public cv::MatAllocator {
 public:
     /// Calls `action` before the allocation with this number, counted from 1; on the thread that allocates, and
     /// once at most. What it throws is what the allocation throws.
-    watched_allocations(int number, std::function<void()> action)
-        : remaining_(number), action_(std::move(action))
+    watched_allocations(int number, std::function<void()> action) : remaining_(number), action_(std::move(action))
     {
         cv::Mat::setDefaultAllocator(this);
     }
@@ -60,7 +59,7 @@ private:
     std::function<void()> action_;
 };
 
-/// An action that fails as the image library does for want of memory.
+/// An action that fails as OpenCV does for want of memory.
 inline void run_out_of_memory()
 {
     CV_Error(cv::Error::StsNoMem, "memory is short");

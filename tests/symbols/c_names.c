@@ -77,7 +77,6 @@ int main(void)
     used.panorama_free(NULL);
     wrong += used.sweep_is_current(NULL);
     wrong += used.version_number() != TARN_VERSION_NUMBER;
-    printf("version %s, %s: %s\n", used.version(), used.result_name(TARN_ERROR_NO_SUCH_HANDLE),
-           used.last_error());
+    printf("version %s, %s: %s\n", used.version(), used.result_name(TARN_ERROR_NO_SUCH_HANDLE), used.last_error());
     return wrong;
 }

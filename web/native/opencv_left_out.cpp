@@ -147,8 +147,8 @@ void setParameters(Ptr<Model>&, EstimationMethod, const UsacParams&, bool)
     left_out();
 }
 
-bool run(const Ptr<const Model>&, InputArray, InputArray, int, Ptr<RansacOutput>&, InputArray, InputArray,
-         InputArray, InputArray)
+bool run(const Ptr<const Model>&, InputArray, InputArray, int, Ptr<RansacOutput>&, InputArray, InputArray, InputArray,
+         InputArray)
 {
     left_out();
 }

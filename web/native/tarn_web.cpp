@@ -47,8 +47,7 @@ int channels_of(int format)
 cv::Mat image_of(const tarn_image& view)
 {
     // The image is only read; OpenCV has no other way to say so.
-    return {view.height, view.width, CV_8UC(channels_of(view.format)), const_cast<void*>(view.pixels),
-            view.row_stride};
+    return {view.height, view.width, CV_8UC(channels_of(view.format)), const_cast<void*>(view.pixels), view.row_stride};
 }
 
 // A frame as the library takes it; its pixels are null if memory is short.
@@ -101,8 +100,7 @@ const char* tarn_web_layout()
     static const std::string text = [] {
         std::string json;
         const auto open = [&json](const char* structure, std::size_t size) {
-            json += (json.empty() ? "{\"" : "},\"") + std::string(structure)
-                    + "\":{\"size\":" + std::to_string(size);
+            json += (json.empty() ? "{\"" : "},\"") + std::string(structure) + "\":{\"size\":" + std::to_string(size);
         };
         const auto member = [&json](const char* name, std::size_t offset) {
             json += ",\"" + std::string(name) + "\":" + std::to_string(offset);
@@ -164,8 +162,8 @@ tarn_result tarn_web_begin(tarn_sweep** sweep)
 
 /// tarn_sweep_feed.
 /// @param upright  the frame is the right way up, not lying on its side
-tarn_result tarn_web_feed(tarn_sweep* sweep, const void* pixels, int width, int height, int row_stride,
-                          int format, int upright, int hint, tarn_answer* answer)
+tarn_result tarn_web_feed(tarn_sweep* sweep, const void* pixels, int width, int height, int row_stride, int format,
+                          int upright, int hint, tarn_answer* answer)
 {
     fed_frame = lying_frame(pixels, width, height, row_stride, format, upright != 0);
     if (fed_frame.pixels == nullptr) {
@@ -176,8 +174,7 @@ tarn_result tarn_web_feed(tarn_sweep* sweep, const void* pixels, int width, int 
 }
 
 /// tarn_sweep_preview, with a view of the pixels; the picture is null, and the view empty, before the first frame.
-tarn_result tarn_web_preview(tarn_sweep* sweep, tarn_picture** picture, tarn_preview_info* info,
-                             tarn_image* view)
+tarn_result tarn_web_preview(tarn_sweep* sweep, tarn_picture** picture, tarn_preview_info* info, tarn_image* view)
 {
     TARN_INIT(*info);
     TARN_INIT(*view);

@@ -76,11 +76,10 @@ int main(int argc, char* argv[])
             return 1;
         }
         ends_open = answer.taken != 0 && answer.key_frame == 0;
-        lines << "{\"codeNumber\":" << answer.code << ",\"whyNumber\":" << answer.why
-              << ",\"taken\":" << answer.taken << ",\"keyFrame\":" << answer.key_frame
-              << ",\"keyFrames\":" << answer.key_frames << ",\"registered\":" << answer.registered
-              << ",\"directionNumber\":" << answer.direction << ",\"moveDistance\":" << answer.move_distance
-              << ",\"cornersFound\":" << answer.corners_found
+        lines << "{\"codeNumber\":" << answer.code << ",\"whyNumber\":" << answer.why << ",\"taken\":" << answer.taken
+              << ",\"keyFrame\":" << answer.key_frame << ",\"keyFrames\":" << answer.key_frames
+              << ",\"registered\":" << answer.registered << ",\"directionNumber\":" << answer.direction
+              << ",\"moveDistance\":" << answer.move_distance << ",\"cornersFound\":" << answer.corners_found
               << ",\"cornersTracked\":" << answer.corners_tracked << ",\"inliers\":" << answer.inliers
               << ",\"overlap\":" << answer.overlap << ",\"placed\":" << answer.placed;
         write_four(lines, "outline", answer.outline, 8);
@@ -91,16 +90,14 @@ int main(int argc, char* argv[])
     tarn_picture* preview = nullptr;
     tarn_image view;
     TARN_INIT(view);
-    if (tarn_sweep_preview(sweep, &preview, nullptr) == TARN_OK
-        && tarn_picture_view(preview, &view) == TARN_OK) {
+    if (tarn_sweep_preview(sweep, &preview, nullptr) == TARN_OK && tarn_picture_view(preview, &view) == TARN_OK) {
         write_pixels(out + ".preview", view);
     }
     tarn_panorama* panorama = nullptr;
     tarn_finish_options finish;
     TARN_INIT(finish);
     finish.last_frame = ends_open ? &frame : nullptr;
-    if (tarn_sweep_finish(sweep, &finish, &panorama) == TARN_OK
-        && tarn_panorama_view(panorama, &view) == TARN_OK) {
+    if (tarn_sweep_finish(sweep, &finish, &panorama) == TARN_OK && tarn_panorama_view(panorama, &view) == TARN_OK) {
         write_pixels(out + ".panorama", view);
     }
     tarn_picture_free(preview);

@@ -44,8 +44,8 @@ cv::Mat picture_of(frame_source& source, frame_turn turn)
 
 frame_feed::frame_feed(std::unique_ptr<frame_source> source, const frame_selection& selection, frame_turn turn,
                        int looked_at, std::size_t ahead)
-    : source_(std::move(source)), selector_(selection), turn_(turn), looked_at_(looked_at),
-      facts_(source_->facts()), expected_(selector_.expected(facts_.announced, facts_.rate)), most_ready_(ahead)
+    : source_(std::move(source)), selector_(selection), turn_(turn), looked_at_(looked_at), facts_(source_->facts()),
+      expected_(selector_.expected(facts_.announced, facts_.rate)), most_ready_(ahead)
 {
     source_->skip_to(selection.start);
     take_step();
@@ -200,10 +200,9 @@ void frame_feed::read_frame(step& now)
 std::string frame_feed::damage() const
 {
     const int count = ahead_.passed_over;
-    return count == 0
-               ? ""
-               : std::to_string(count) + (count == 1 ? " frame of " : " frames of ") + facts().files.front()
-                     + " cannot be decoded and " + (count == 1 ? "is" : "are") + " left out";
+    return count == 0 ? ""
+                      : std::to_string(count) + (count == 1 ? " frame of " : " frames of ") + facts().files.front()
+                            + " cannot be decoded and " + (count == 1 ? "is" : "are") + " left out";
 }
 
 std::string frame_feed::early_end() const
@@ -214,8 +213,8 @@ std::string frame_feed::early_end() const
     if (!ahead_.ended || pictures() >= share_expected * announced) {
         return "";
     }
-    return facts().files.front() + " ends at frame " + std::to_string(pictures()) + " of "
-           + std::to_string(announced) + "; it may have been cut short";
+    return facts().files.front() + " ends at frame " + std::to_string(pictures()) + " of " + std::to_string(announced)
+           + "; it may have been cut short";
 }
 
 }  // namespace tarn::host

@@ -26,8 +26,7 @@ struct source_facts {
     bool rereadable = false;         ///< whether opening it again gives the same pictures
     /// The turn that gives the library what the camera's sensor recorded, where the file tells.
     frame_turn as_recorded = frame_turn::counter_clockwise;
-    std::optional<std::int64_t>
-        recorded;  ///< when, in seconds since the beginning of 1970, UTC; a video may tell
+    std::optional<std::int64_t> recorded;  ///< when, in seconds since the beginning of 1970, UTC; a video may tell
 };
 
 /// Pictures one after the other, each read when it is asked for, so that memory does not grow with the input.

@@ -66,8 +66,8 @@ std::vector<std::string> file_names_in(const std::string& directory)
     }
     if (error) {
         throw host_error(exit_code::input_failed, "cannot read the directory "
-                                                      + (directory.empty() ? std::string(".") : directory)
-                                                      + ": " + error.message());
+                                                      + (directory.empty() ? std::string(".") : directory) + ": "
+                                                      + error.message());
     }
     return names;
 }
@@ -80,13 +80,11 @@ std::string joined(const std::string& directory, const std::string& name)
 /// The number in a file's name, as its digits, if the file belongs to the sequence; else nothing.
 std::string_view number_in(std::string_view file, const numbered_name& name)
 {
-    if (file.size() <= name.before.size() + name.after.size()
-        || file.substr(0, name.before.size()) != name.before
+    if (file.size() <= name.before.size() + name.after.size() || file.substr(0, name.before.size()) != name.before
         || file.substr(file.size() - name.after.size()) != name.after) {
         return {};
     }
-    std::string_view number =
-        file.substr(name.before.size(), file.size() - name.before.size() - name.after.size());
+    std::string_view number = file.substr(name.before.size(), file.size() - name.before.size() - name.after.size());
     if (number.size() < name.width) {
         return {};
     }
@@ -151,10 +149,9 @@ bool has_image_ending(const std::string& name)
 std::vector<std::string> images_in_directory(const std::string& directory)
 {
     std::vector<std::string> names = file_names_in(directory);
-    names.erase(
-        std::remove_if(names.begin(), names.end(),
-                       [](const std::string& name) { return name.front() == '.' || !has_image_ending(name); }),
-        names.end());
+    names.erase(std::remove_if(names.begin(), names.end(),
+                               [](const std::string& name) { return name.front() == '.' || !has_image_ending(name); }),
+                names.end());
     std::sort(names.begin(), names.end(), natural_less);
     for (std::string& name : names) {
         name = joined(directory, name);

@@ -67,7 +67,7 @@ public:
             if (error.code == cv::Error::StsNoMem) {
                 throw;
             }
-            return {};  // a size beyond the image library's limits, a broken header
+            return {};  // a size beyond OpenCV's limits, a broken header
         }
     }
 

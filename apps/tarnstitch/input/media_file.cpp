@@ -107,8 +107,7 @@ const std::int32_t* display_matrix(const AVStream& stream)
         stream.codecpar->coded_side_data, stream.codecpar->nb_coded_side_data, AV_PKT_DATA_DISPLAYMATRIX);
     return data != nullptr ? reinterpret_cast<const std::int32_t*>(data->data) : nullptr;
 #else
-    return reinterpret_cast<const std::int32_t*>(
-        av_stream_get_side_data(&stream, AV_PKT_DATA_DISPLAYMATRIX, nullptr));
+    return reinterpret_cast<const std::int32_t*>(av_stream_get_side_data(&stream, AV_PKT_DATA_DISPLAYMATRIX, nullptr));
 #endif
 }
 
@@ -136,8 +135,7 @@ std::unique_ptr<media_file> media_file::open(const std::string& file, int max_pi
         return nullptr;
     }
     if (av_match_list(format->name, lists, ',') != 0) {
-        fail(file + " is a list of other files (" + format->name
-             + "), which is not followed: name a video itself");
+        fail(file + " is a list of other files (" + format->name + "), which is not followed: name a video itself");
     }
     if (av_match_list(format->name, formats, ',') == 0) {
         return nullptr;
@@ -210,8 +208,7 @@ picture_orientation media_file::orientation() const
     }
     // A point (x, y), with y downward, is shown at (a x + c y, b x + d y).
     const auto sign = [](std::int32_t value) { return value > 0 ? 1 : (value < 0 ? -1 : 0); };
-    const std::array<int, 4> shown = {sign(matrix[0]), sign(matrix[1]), sign(matrix[3]),
-                                      sign(matrix[4])};  // a b c d
+    const std::array<int, 4> shown = {sign(matrix[0]), sign(matrix[1]), sign(matrix[3]), sign(matrix[4])};  // a b c d
     static constexpr std::array<std::array<int, 4>, 8> known = {{{1, 0, 0, 1},
                                                                  {0, 1, -1, 0},
                                                                  {-1, 0, 0, -1},

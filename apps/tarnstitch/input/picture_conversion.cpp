@@ -26,10 +26,8 @@ cv::Mat turned(const cv::Mat& image, picture_orientation how)
         std::ptrdiff_t begin, down, across;
     };
 
-    const walk walks[] = {{left, row, column},
-                          {bottom + left, column, -row},
-                          {bottom + right, -row, -column},
-                          {right, -column, row}};
+    const walk walks[] = {
+        {left, row, column}, {bottom + left, column, -row}, {bottom + right, -row, -column}, {right, -column, row}};
     const walk& way = walks[how.quarter_turns];
     using pixel = cv::Vec4b;
     const pixel* const from = image.ptr<pixel>() + way.begin;
@@ -54,9 +52,9 @@ cv::Mat turned(const cv::Mat& image, picture_orientation how)
 bool picture_converter::prepare(const AVFrame& picture)
 {
     const SwsContext* const before = scaler_.get();
-    scaler_.reset(sws_getCachedContext(
-        scaler_.release(), picture.width, picture.height, static_cast<AVPixelFormat>(picture.format),
-        picture.width, picture.height, AV_PIX_FMT_RGBA, SWS_BICUBIC, nullptr, nullptr, nullptr));
+    scaler_.reset(sws_getCachedContext(scaler_.release(), picture.width, picture.height,
+                                       static_cast<AVPixelFormat>(picture.format), picture.width, picture.height,
+                                       AV_PIX_FMT_RGBA, SWS_BICUBIC, nullptr, nullptr, nullptr));
     if (!scaler_) {
         return false;
     }
@@ -73,14 +71,12 @@ bool picture_converter::prepare(const AVFrame& picture)
     int contrast = 0;
     int saturation = 0;
     // Where the stream does not say, BT.601 and what the pixel format implies.
-    if (sws_getColorspaceDetails(scaler_.get(), &coefficients, &range, &table, &result_range, &brightness,
-                                 &contrast, &saturation)
+    if (sws_getColorspaceDetails(scaler_.get(), &coefficients, &range, &table, &result_range, &brightness, &contrast,
+                                 &saturation)
         >= 0) {
-        const int* const meant =
-            sws_getCoefficients(colours_ == AVCOL_SPC_UNSPECIFIED ? SWS_CS_DEFAULT : colours_);
+        const int* const meant = sws_getCoefficients(colours_ == AVCOL_SPC_UNSPECIFIED ? SWS_CS_DEFAULT : colours_);
         range = range_ == AVCOL_RANGE_UNSPECIFIED ? range : (range_ == AVCOL_RANGE_JPEG ? 1 : 0);
-        sws_setColorspaceDetails(scaler_.get(), meant, range, meant, result_range, brightness, contrast,
-                                 saturation);
+        sws_setColorspaceDetails(scaler_.get(), meant, range, meant, result_range, brightness, contrast, saturation);
     }
     return true;
 }
@@ -96,8 +92,7 @@ cv::Mat picture_converter::convert(const AVFrame& picture, picture_orientation s
     const cv::Mat image = whole.colRange(0, picture.width);
     unsigned char* const planes[] = {whole.data, nullptr, nullptr, nullptr};
     const int steps[] = {static_cast<int>(whole.step), 0, 0, 0};
-    if (sws_scale(scaler_.get(), picture.data, picture.linesize, 0, picture.height, planes, steps)
-        != picture.height) {
+    if (sws_scale(scaler_.get(), picture.data, picture.linesize, 0, picture.height, planes, steps) != picture.height) {
         return {};
     }
     shown.quarter_turns = (shown.quarter_turns + quarters_of(turn)) % 4;

@@ -32,8 +32,8 @@ frame_turn turn_as_recorded(int quarter_turns)
 class video_source : public frame_source {
 public:
     video_source(std::unique_ptr<media_file> file, const std::string& path, int max_pixels)
-        : file_(std::move(file)), path_(path), max_pixels_(max_pixels),
-          decoder_(std::in_place, *file_, max_pixels), shown_(file_->orientation())
+        : file_(std::move(file)), path_(path), max_pixels_(max_pixels), decoder_(std::in_place, *file_, max_pixels),
+          shown_(file_->orientation())
     {
         facts_.files = {path};
         facts_.has_times = true;
@@ -63,8 +63,7 @@ public:
         }
         constexpr double furthest = 1e9;  // s, beyond all recordings
         const auto target =
-            begin.time
-            + static_cast<std::int64_t>(std::min(seconds, furthest) / av_q2d(file_->stream().time_base));
+            begin.time + static_cast<std::int64_t>(std::min(seconds, furthest) / av_q2d(file_->stream().time_base));
         if (const std::optional<int> before = file_->seek(target)) {
             decoder_->resume(*before);
         } else {
@@ -126,7 +125,8 @@ private:
         return seconds;
     }
 
-    /// Goes to the last key picture before a time without the help of an index: all packets are read, and none before it
+    /// Goes to the last key picture before a time without the help of an index: all packets are read, and none before
+    /// it
     /// decoded.
     void skip_by_reading(std::int64_t target)
     {
@@ -134,19 +134,16 @@ private:
         if (!anew) {
             throw host_error(exit_code::input_failed, path_ + " cannot be read again from its beginning");
         }
-        constexpr std::size_t most_held = std::size_t{256}
-                                          << 20;  // bytes, far more than lie between two key pictures
-        std::deque<media_handle<AVPacket>> held;  // from the last key picture on
+        constexpr std::size_t most_held = std::size_t{256} << 20;  // bytes, far more than lie between two key pictures
+        std::deque<media_handle<AVPacket>> held;                   // from the last key picture on
         std::size_t size = 0;
         int before = 0;
         int pictures = 0;
         media_handle<AVPacket> packet(av_packet_alloc());
         while (packet && anew->read(*packet)) {
             // What is decoded after the moment is shown after it. The first times may not be known.
-            const bool past =
-                packet->pts == AV_NOPTS_VALUE || (packet->dts != AV_NOPTS_VALUE && packet->dts > target);
-            if (packet->pts <= target && packet->pts != AV_NOPTS_VALUE
-                && (packet->flags & AV_PKT_FLAG_KEY) != 0) {
+            const bool past = packet->pts == AV_NOPTS_VALUE || (packet->dts != AV_NOPTS_VALUE && packet->dts > target);
+            if (packet->pts <= target && packet->pts != AV_NOPTS_VALUE && (packet->flags & AV_PKT_FLAG_KEY) != 0) {
                 held.clear();
                 size = 0;
                 before = pictures;

@@ -18,9 +18,7 @@ struct decoded {
 
 decoded character_at(const std::string& text, std::size_t at)
 {
-    const auto byte = [&text](std::size_t i) {
-        return i < text.size() ? static_cast<unsigned char>(text[i]) : 0U;
-    };
+    const auto byte = [&text](std::size_t i) { return i < text.size() ? static_cast<unsigned char>(text[i]) : 0U; };
     const std::uint32_t first = byte(at);
     if (first < 0x80) {
         return {first, 1};
@@ -45,8 +43,8 @@ bool is_obeyed(std::uint32_t c)
 {
     const bool control = c < 0x20 || (c >= 0x7f && c < 0xa0);
     const bool line_or_paragraph_end = c == 0x2028 || c == 0x2029;
-    const bool direction_mark = c == 0x061c || c == 0x200e || c == 0x200f || (c >= 0x202a && c <= 0x202e)
-                                || (c >= 0x2066 && c <= 0x2069);
+    const bool direction_mark =
+        c == 0x061c || c == 0x200e || c == 0x200f || (c >= 0x202a && c <= 0x202e) || (c >= 0x2066 && c <= 0x2069);
     return control || line_or_paragraph_end || direction_mark;
 }
 

@@ -49,8 +49,8 @@ void cancel(JNIEnv* env, jclass, jlong name)
     });
 }
 
-jobject feed(JNIEnv* env, jclass, jlong name, jobject pixels, jint width, jint height, jint row_stride,
-             jint format, jint hint)
+jobject feed(JNIEnv* env, jclass, jlong name, jobject pixels, jint width, jint height, jint row_stride, jint format,
+             jint hint)
 {
     return answer(env, jobject{nullptr}, [&] {
         const tarn::frame_view frame = frame_from(env, pixels, width, height, row_stride, format);
@@ -58,8 +58,8 @@ jobject feed(JNIEnv* env, jclass, jlong name, jobject pixels, jint width, jint h
     });
 }
 
-jobject finish(JNIEnv* env, jclass, jlong name, jobject pixels, jint width, jint height, jint row_stride,
-               jint format, jint hint, jobject progress)
+jobject finish(JNIEnv* env, jclass, jlong name, jobject pixels, jint width, jint height, jint row_stride, jint format,
+               jint hint, jobject progress)
 {
     return answer(env, jobject{nullptr}, [&] {
         tarn::finish_options options;
@@ -70,8 +70,7 @@ jobject finish(JNIEnv* env, jclass, jlong name, jobject pixels, jint width, jint
         }
         options.hint = static_cast<tarn::direction_code>(hint);
         options.on_progress = [env, progress](int done, int key_frames) {
-            return !is_interrupted(env)
-                   && (progress == nullptr || report_progress(env, progress, done, key_frames));
+            return !is_interrupted(env) && (progress == nullptr || report_progress(env, progress, done, key_frames));
         };
         return java_panorama(env, existing(name)->finish(options), pixels != nullptr);
     });
@@ -138,8 +137,7 @@ void register_natives(JNIEnv* env)
         native("begin", "([B[B)J", begin),
         native("cancel", "(J)V", cancel),
         native("feed", "(JLjava/nio/ByteBuffer;IIIII)Lorg/tarnstitch/FrameAnswer;", feed),
-        native("finish", "(JLjava/nio/ByteBuffer;IIIIILorg/tarnstitch/Progress;)Lorg/tarnstitch/Panorama;",
-               finish),
+        native("finish", "(JLjava/nio/ByteBuffer;IIIIILorg/tarnstitch/Progress;)Lorg/tarnstitch/Panorama;", finish),
         native("status", "(J)Lorg/tarnstitch/SweepStatus;", status),
         native("waitForRoom", "(JI)Z", wait_for_room),
         native("preview", "(J)Lorg/tarnstitch/Preview;", preview),

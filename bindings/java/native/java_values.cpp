@@ -69,8 +69,7 @@ java_class constructed(JNIEnv* env, const char* name, const char* signature)
 jsize array_length(std::size_t length)
 {
     if (length > static_cast<std::size_t>(std::numeric_limits<jsize>::max())) {
-        throw java_exception(out_of_memory_error,
-                             std::to_string(length) + " elements do not fit into an array");
+        throw java_exception(out_of_memory_error, std::to_string(length) + " elements do not fit into an array");
     }
     return static_cast<jsize>(length);
 }
@@ -111,30 +110,28 @@ void look_classes_up(JNIEnv* env)
     const local_ref<jclass> progress(env, env->FindClass("org/tarnstitch/Progress"));
     classes.on_progress = checked(env->GetMethodID(progress.get(), "onProgress", "(II)Z"));
     classes.thread = class_named(env, "java/lang/Thread");
-    classes.current_thread =
-        checked(env->GetStaticMethodID(classes.thread, "currentThread", "()Ljava/lang/Thread;"));
+    classes.current_thread = checked(env->GetStaticMethodID(classes.thread, "currentThread", "()Ljava/lang/Thread;"));
     classes.is_interrupted = checked(env->GetMethodID(classes.thread, "isInterrupted", "()Z"));
 }
 
 frame_view frame_from(JNIEnv* env, jobject pixels, jint width, jint height, jint row_stride, jint format)
 {
     if (row_stride < 0) {
-        throw java_exception(illegal_argument_exception, "the frame's row_stride is "
-                                                             + std::to_string(row_stride)
-                                                             + "; it must be at least 0");
+        throw java_exception(illegal_argument_exception,
+                             "the frame's row_stride is " + std::to_string(row_stride) + "; it must be at least 0");
     }
     const jlong capacity = env->GetDirectBufferCapacity(pixels);
     if (capacity < 0) {
         throw java_exception(illegal_argument_exception,
                              "the frame's buffer is not direct; ByteBuffer.allocateDirect makes one");
     }
-    const frame_view frame{env->GetDirectBufferAddress(pixels), width, height,
-                           static_cast<std::size_t>(row_stride), static_cast<pixel_format>(format)};
+    const frame_view frame{env->GetDirectBufferAddress(pixels), width, height, static_cast<std::size_t>(row_stride),
+                           static_cast<pixel_format>(format)};
     const std::size_t needed = size_in_bytes(frame);
     if (static_cast<std::uint64_t>(capacity) < needed) {
-        throw java_exception(illegal_argument_exception,
-                             "the frame's buffer has a capacity of " + std::to_string(capacity)
-                                 + " bytes; the frame has " + std::to_string(needed));
+        throw java_exception(illegal_argument_exception, "the frame's buffer has a capacity of "
+                                                             + std::to_string(capacity) + " bytes; the frame has "
+                                                             + std::to_string(needed));
     }
     return frame;
 }
@@ -170,12 +167,11 @@ jobject java_answer(JNIEnv* env, const frame_answer& answer)
     const local_ref<jfloatArray> angles(env, java_floats(env, answer.angles.data(), answer.angles.size()));
     const local_ref<jfloatArray> scales(env, java_floats(env, answer.scales.data(), answer.scales.size()));
     const java_class& type = known().answer;
-    return checked(env->NewObject(type.type, type.constructor, static_cast<jint>(answer.code),
-                                  static_cast<jint>(answer.why), detail.get(), java_bool(answer.taken),
-                                  answer.key_frame, answer.key_frames, java_bool(answer.registered),
-                                  static_cast<jint>(answer.direction), answer.move_distance,
-                                  answer.corners_found, answer.corners_tracked, answer.inliers, answer.overlap,
-                                  outline.get(), angles.get(), scales.get(), answer.milliseconds));
+    return checked(env->NewObject(
+        type.type, type.constructor, static_cast<jint>(answer.code), static_cast<jint>(answer.why), detail.get(),
+        java_bool(answer.taken), answer.key_frame, answer.key_frames, java_bool(answer.registered),
+        static_cast<jint>(answer.direction), answer.move_distance, answer.corners_found, answer.corners_tracked,
+        answer.inliers, answer.overlap, outline.get(), angles.get(), scales.get(), answer.milliseconds));
 }
 
 jobject java_panorama(JNIEnv* env, const panorama& result, bool had_last_frame)
@@ -189,9 +185,8 @@ jobject java_panorama(JNIEnv* env, const panorama& result, bool had_last_frame)
     const jobject last_frame = had_last_frame ? java_answer(env, result.last_frame) : nullptr;
     const java_class& type = known().panorama;
     return checked(env->NewObject(type.type, type.constructor, static_cast<jint>(result.extent),
-                                  static_cast<jint>(result.why), result.first_failed_key_frame,
-                                  result.key_frames, last_frame, jpeg.get(), result.image.cols,
-                                  result.image.rows));
+                                  static_cast<jint>(result.why), result.first_failed_key_frame, result.key_frames,
+                                  last_frame, jpeg.get(), result.image.cols, result.image.rows));
 }
 
 jobject java_status(JNIEnv* env, const sweep_status& status)
@@ -211,8 +206,8 @@ jobject java_preview(JNIEnv* env, const preview_view& preview)
     env->SetIntArrayRegion(pixels.get(), 0, length, packed.get());
     const local_ref<jfloatArray> outline(env, java_outline(env, preview.has_outline, preview.outline));
     const java_class& type = known().preview;
-    return checked(env->NewObject(type.type, type.constructor, pixels.get(), preview.pixels.cols,
-                                  preview.pixels.rows, outline.get(), java_bool(preview.frozen)));
+    return checked(env->NewObject(type.type, type.constructor, pixels.get(), preview.pixels.cols, preview.pixels.rows,
+                                  outline.get(), java_bool(preview.frozen)));
 }
 
 bool report_progress(JNIEnv* env, jobject progress, int done, int key_frames)

@@ -67,7 +67,7 @@ public final class FrameAnswer {
     }
 
     /**
-     * What the image library said of an {@linkplain Reason#UNUSABLE_FRAME unusable frame}.
+     * What OpenCV said of an {@linkplain Reason#UNUSABLE_FRAME unusable frame}.
      *
      * @return empty for any other, never null
      */
