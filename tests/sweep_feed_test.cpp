@@ -351,6 +351,8 @@ TEST_F(SweepFeed, LackOfMemoryIsTold)
 {
     sweep sweeping = sweep::begin(options());
     feed(sweeping, 0, 2);
+    ASSERT_TRUE(sweeping.wait_for_room(0));  // workers allocate, too
+    ASSERT_TRUE(wait_for_workers());
     int failures = 0;
     for (int number = 1; number < 60; ++number) {
         const watched_allocations scarce(number, run_out_of_memory);

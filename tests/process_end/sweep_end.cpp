@@ -20,6 +20,7 @@
 #include <unistd.h>
 #include <vector>
 
+#include "internal/worker_pool.h"
 #include "support/counted_sleep.h"
 #include "support/rendered_sweep.h"
 #include "internal/shared_state.h"
