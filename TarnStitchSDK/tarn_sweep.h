@@ -59,8 +59,9 @@ struct frame_view {
     const void* pixels = nullptr;  ///< first byte of the top row
     int width = 0;                 ///< px, 1 to 16384
     int height = 0;                ///< px, 1 to 16384
-    std::size_t row_stride = 0;    ///< bytes from row to row, at least width times the bytes of a pixel; 0: no padding.
-                                   ///< The last row needs none behind it
+    std::size_t row_stride =
+        0;  ///< bytes from row to row, at least width times the bytes of a pixel; 0: no padding.
+            ///< The last row needs none behind it
     pixel_format format = pixel_format::rgba;
 };
 
@@ -69,27 +70,28 @@ frame_view view_of(const cv::Mat& image);
 
 /// A frame that was given to a worker, for a host that wants to do something with it later.
 struct key_frame {
-    cv::Mat image;           ///< full size, CV_8UC3, B,G,R; shared with the workers: never write it
-    int number = 0;          ///< 1, 2, 3, … in the sweep
-    bool placed = false;     ///< false for a last frame, which is composed without being registered live
+    cv::Mat image;        ///< full size, CV_8UC3, B,G,R; shared with the workers: never write it
+    int number = 0;       ///< 1, 2, 3, … in the sweep
+    bool placed = false;  ///< false for a last frame, which is composed without being registered live
     /// The frame, scaled to `working_size`, into the plane of the sweep's first frame, scaled likewise. Fixed for the
     /// whole sweep, however the preview grows.
     cv::Matx33d plane_from_frame = cv::Matx33d::eye();
-    cv::Size working_size;   ///< of the live path's copy: at most 300 px wide
+    cv::Size working_size;  ///< of the live path's copy: at most 300 px wide
 };
 
 /// The preview panorama.
 struct preview_view {
-    cv::Mat pixels;          ///< CV_8UC3, B,G,R; empty before the first frame; its pixels never change
+    cv::Mat pixels;  ///< CV_8UC3, B,G,R; empty before the first frame; its pixels never change
     bool has_outline = false;
-    corners outline{};       ///< of the frame taken last
-    bool frozen = false;     ///< has reached its greatest size: registration and the panorama go on, it does not grow
+    corners outline{};  ///< of the frame taken last
+    bool frozen =
+        false;  ///< has reached its greatest size: registration and the panorama go on, it does not grow
 };
 
 /// Where a sweep stands.
 struct sweep_status {
-    int key_frames = 0;              ///< given to workers so far
-    int under_way = 0;               ///< of these, those whose turn is not over
+    int key_frames = 0;  ///< given to workers so far
+    int under_way = 0;   ///< of these, those whose turn is not over
     pipeline_state pipeline = pipeline_empty;
     int first_failed_key_frame = 0;  ///< that could not be joined, from 1; 0 if all could
     reason why = reason::none;       ///< why it could not
@@ -130,12 +132,13 @@ enum class panorama_extent : int {
 /// The end of a sweep.
 struct panorama {
     panorama_extent extent = panorama_extent::missing;
-    reason why = reason::none;       ///< why it is not whole
-    int first_failed_key_frame = 0;  ///< that could not be joined, from 1; 0 if all could. May be set though the
-                                     ///< panorama goes on behind it
-    int key_frames = 0;              ///< given to workers
-    frame_answer last_frame;         ///< the answer for the last frame, if there was one
-    cv::Mat image;                   ///< CV_8UC3, B,G,R, continuous; empty if missing
+    reason why = reason::none;  ///< why it is not whole
+    int first_failed_key_frame =
+        0;                    ///< that could not be joined, from 1; 0 if all could. May be set though the
+                              ///< panorama goes on behind it
+    int key_frames = 0;       ///< given to workers
+    frame_answer last_frame;  ///< the answer for the last frame, if there was one
+    cv::Mat image;            ///< CV_8UC3, B,G,R, continuous; empty if missing
 
     /// The image as a JPEG, the very bytes that the library writes. Any thread. @throws sweep_error (no_panorama,
     /// no_memory)
@@ -147,7 +150,8 @@ struct panorama {
 };
 
 struct finish_options {
-    const frame_view* last_frame = nullptr;  ///< is composed without being registered, wherever it lies; or none
+    const frame_view* last_frame =
+        nullptr;  ///< is composed without being registered, wherever it lies; or none
     direction_code hint = direction_undecided;
     /// Told of the key frames whose turns are over, again and again, and when the wait is over; false ends the wait, and
     /// what there is by then is the result.
@@ -155,10 +159,10 @@ struct finish_options {
 };
 
 enum class sweep_problem : int {
-    bad_argument = 1,         ///< the text names the argument and its value
-    over = 2,                 ///< the sweep was finished with, cancelled, or another one was begun after it
+    bad_argument = 1,  ///< the text names the argument and its value
+    over = 2,          ///< the sweep was finished with, cancelled, or another one was begun after it
     directory_not_empty = 3,
-    directory_unusable = 4,   ///< cannot be made, or not be read and written; or is one that nobody may empty
+    directory_unusable = 4,  ///< cannot be made, or not be read and written; or is one that nobody may empty
     no_panorama = 5,
     no_memory = 6,
     disk = 7,

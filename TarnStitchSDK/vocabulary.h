@@ -60,28 +60,28 @@ enum live_state : int {
 enum class reason : int {
     none = 0,
 
-    busy = 1,                 ///< another call was inside
-    pipeline_failed = 2,      ///< the panorama had failed before
-    too_few_corners = 3,      ///< the frame shows fewer corners than matches_thresh
-    too_few_tracked = 4,      ///< fewer of the reference's corners were found again
-    implausible_shape = 5,    ///< the frame, mapped, is no plausible view (is_good_homo)
-    too_few_inliers = 6,      ///< too small a share of the points agrees on one motion (inline_thresh)
-    against_the_hint = 7,     ///< the camera goes the other way
-    not_convex = 8,           ///< the frame, mapped into the preview, is no convex quadrilateral
-    out_of_scale = 9,         ///< a side of it is shorter than 2 px or longer than 4000 px
-    unusable_frame = 10,      ///< no pixels, a type that is not read, or an error of OpenCV
+    busy = 1,               ///< another call was inside
+    pipeline_failed = 2,    ///< the panorama had failed before
+    too_few_corners = 3,    ///< the frame shows fewer corners than matches_thresh
+    too_few_tracked = 4,    ///< fewer of the reference's corners were found again
+    implausible_shape = 5,  ///< the frame, mapped, is no plausible view (is_good_homo)
+    too_few_inliers = 6,    ///< too small a share of the points agrees on one motion (inline_thresh)
+    against_the_hint = 7,   ///< the camera goes the other way
+    not_convex = 8,         ///< the frame, mapped into the preview, is no convex quadrilateral
+    out_of_scale = 9,       ///< a side of it is shorter than 2 px or longer than 4000 px
+    unusable_frame = 10,    ///< no pixels, a type that is not read, or an error of OpenCV
 
-    too_few_matches = 11,     ///< a key frame has fewer than 20 matches with the one before
-    no_homography = 12,       ///< its matches agree on no motion
-    shape_refused = 13,       ///< mapped into the panorama, it is no convex quadrilateral
-    too_large = 14,           ///< the panorama would exceed 10000 px
-    timed_out = 15,           ///< a turn did not come within max_wait_seconds
+    too_few_matches = 11,  ///< a key frame has fewer than 20 matches with the one before
+    no_homography = 12,    ///< its matches agree on no motion
+    shape_refused = 13,    ///< mapped into the panorama, it is no convex quadrilateral
+    too_large = 14,        ///< the panorama would exceed 10000 px
+    timed_out = 15,        ///< a turn did not come within max_wait_seconds
     no_memory = 16,
-    no_thread = 17,           ///< no thread could be started
-    disk = 18,                ///< a file or directory could not be written
+    no_thread = 17,  ///< no thread could be started
+    disk = 18,       ///< a file or directory could not be written
     cancelled = 19,
     process_ends = 20,
-    no_frames = 21,           ///< nothing was handed over that a panorama could be made of
+    no_frames = 21,  ///< nothing was handed over that a panorama could be made of
 };
 
 /// A name in lower case, as "few details"; "unknown" for a value that has none. Static storage, any thread; so are the
@@ -89,7 +89,7 @@ enum class reason : int {
 const char* name_of(answer_code code);
 const char* name_of(direction_code direction);  ///< as "to the right"; "undecided"
 const char* name_of(pipeline_state state);
-const char* name_of(reason why);                ///< a short clause, as "too few matches"
+const char* name_of(reason why);  ///< a short clause, as "too few matches"
 
 /// What to tell the user, as "hold the device level"; "" where there is nothing to do.
 const char* advice_for(answer_code code);

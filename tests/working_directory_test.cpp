@@ -19,10 +19,10 @@
 
 #include <gtest/gtest.h>
 
+#include "internal/shared_state.h"
 #include "support/directory_fixture.h"
 #include "support/stitcher_fixture.h"
 #include "tarn_stitcher.h"
-#include "internal/shared_state.h"
 #include "working_directory.h"
 
 namespace {

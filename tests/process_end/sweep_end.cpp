@@ -20,11 +20,10 @@
 #include <unistd.h>
 #include <vector>
 
+#include "internal/shared_state.h"
 #include "internal/worker_pool.h"
 #include "support/counted_sleep.h"
 #include "support/rendered_sweep.h"
-#include "internal/shared_state.h"
-#include "internal/worker_pool.h"
 #include "tarn_sweep.h"
 
 namespace {
