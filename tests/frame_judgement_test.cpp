@@ -504,7 +504,7 @@ TEST(FrameJudgement, SpeedIsTheMeanOverAFullWindow)
         {2, {30}, 30, code_normal, {30, 30}},
         {2, {30, 30}, 30, code_too_fast, {30, 30}},
         {2, {1000, 20}, 0, code_normal, {20, 0}},  // exactly 10; the oldest goes before the mean is taken
-        {2, {0, 20.01f}, 0, code_too_fast, {20.01f, 0}},
+        {2, {0, 20.00001f}, 0, code_too_fast, {20.00001f, 0}},
         {2, {30, 30, 30, 30}, 0, code_too_fast, {30, 30, 30, 0}},  // only one leaves a window that is too long
         {0, {}, 30, code_normal, {}},                              // judges nothing
         {-5, {}, 30, code_normal, {}},
