@@ -7,6 +7,9 @@ set -euo pipefail
 source "$(dirname "${BASH_SOURCE[0]}")/lib/common.sh"
 
 need_packages "${build_packages[@]}" "${test_packages[@]}"
+if [[ " $* " == *" -DTARN_BUILD_BENCHMARKS=ON "* ]]; then
+  need_packages "${benchmark_packages[@]}"
+fi
 java=$(java_option)
 
 say "Building TarnStitch and its tests"
