@@ -6,6 +6,8 @@
 
 #include <opencv2/imgproc.hpp>
 
+#include "vocabulary.h"
+
 namespace tarn {
 
 namespace {
@@ -40,7 +42,7 @@ projection_rule choose_projection(const frame_shape& shape, int direction, int b
     constexpr float sphere_above = 1.5f;    // degrees
     constexpr float cylinder_above = 2.0f;  // degrees
     const bool keeps_its_size = shape.mean_scale > least_scale;
-    if (big_frame_index == 2 && shape.min_v_angle > sphere_above && direction == 2 && keeps_its_size) {
+    if (big_frame_index == 2 && shape.min_v_angle > sphere_above && direction == direction_up && keeps_its_size) {
         return projection_rule::switch_sphere;
     }
     if (spherical) {

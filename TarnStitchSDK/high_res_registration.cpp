@@ -55,7 +55,7 @@ cv::Mat register_frame(const neighbour_record& neighbour, cv::Size frame_size, c
         refused = reason::no_homography;
         return {};
     }
-    const cv::Mat panorama_from_frame = neighbour.homo * neighbour_from_frame;
+    cv::Mat panorama_from_frame = neighbour.homo * neighbour_from_frame;
     if (!is_convex(mapped(corners_of(frame_size), panorama_from_frame))) {
         refused = reason::shape_refused;
     }

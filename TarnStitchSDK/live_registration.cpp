@@ -316,7 +316,8 @@ int* TarnStitcher::ofcheck_stitch(cv::Mat& input_frame, const int direction, con
         return end_sweep(*this, stitch_result, input_frame, direction);
     }
     const auto members = try_to_lock_members();
-    const int status = load_acquire(stitcher_status);
+    // Whoever is at the members is registering, or about to.
+    const int status = members ? load_acquire(stitcher_status) : int{live_registering};
     if (!members || status == live_registering) {
         log_line("check: The stitcher is still running other function!", status);
         return drop(stitch_result, code_lost, reason::busy);

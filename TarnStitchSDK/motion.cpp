@@ -3,6 +3,8 @@
 
 #include <cmath>
 
+#include "vocabulary.h"
+
 namespace {
 
 // Mean shifts closer together than this leave the direction undecided.
@@ -20,15 +22,15 @@ int get_direction(std::vector<cv::Point2f>& frame_corners, std::vector<cv::Point
     const float dx = ((t[0].x - f[0].x) + (t[1].x - f[1].x) + (t[2].x - f[2].x) + (t[3].x - f[3].x)) * 0.25f;
     const float dy = ((t[0].y - f[0].y) + (t[1].y - f[1].y) + (t[2].y - f[2].y) + (t[3].y - f[3].y)) * 0.25f;
 
-    int direction = 0;
+    int direction = tarn::direction_undecided;
     if (std::fabs(dx) > std::fabs(dy)) {
-        direction = dx > 0.0f ? 3 : 4;
+        direction = dx > 0.0f ? tarn::direction_right : tarn::direction_left;
     } else {
-        direction = dy > 0.0f ? 1 : 2;
+        direction = dy > 0.0f ? tarn::direction_down : tarn::direction_up;
     }
     // The magnitudes are compared, not the components: a diagonal motion is undecided however fast it is.
     if (std::fabs(std::fabs(dx) - std::fabs(dy)) < undecided_below) {
-        direction = 0;
+        direction = tarn::direction_undecided;
     }
     return direction;
 }

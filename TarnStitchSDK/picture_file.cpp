@@ -67,8 +67,7 @@ bool write_all(int descriptor, const std::vector<unsigned char>& bytes)
 
 // A new file beside `path`, open for writing, whose name is put into `name`. The name is no longer than the shortest
 // one that is written here: where that one fits into the limits of the system, this one does. Its mode is what the
-// umask
-// leaves of 0666, which mkostemp does not give.
+// umask leaves of 0666, which mkostemp does not give.
 int open_new_file_beside(const std::string& path, std::string& name)
 {
     constexpr char letters[] = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789";

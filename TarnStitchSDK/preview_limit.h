@@ -24,8 +24,7 @@ void set_preview_limit(std::int64_t pixels);
 std::int64_t preview_limit();
 
 /// Whether a key frame of the current task could not be laid onto the preview for its size. Any thread; never waits for
-/// a
-/// frame.
+/// a frame.
 bool preview_is_frozen();
 
 }  // namespace tarn

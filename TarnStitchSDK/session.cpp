@@ -78,12 +78,18 @@ session::session(sweep_options options, std::string directory)
 
 void session::start()
 {
+    const task_generation before = current_generation();
     resetStitch(directory_.c_str());
-    // The library reports nothing: without memory, or without the directory, the old task is still in place.
+    // The library reports nothing. Without memory, or without the directory, the old task goes on; where its directory
+    // or its members could not be had in time it has ended, and is still in place.
     const bool is_in_place = [this] {
         const auto members = lock_members();
-        return tarn_stitcher.local_path == directory_;
+        return tarn_stitcher.local_path == directory_ && load_acquire(big_stitch_status) != tarn::pipeline_failed;
     }();
+    if (!is_in_place && current_generation() != before) {
+        throw sweep_error(sweep_problem::directory_unusable,
+                          "no sweep can be begun: a file of the one before is still being written");
+    }
     if (!is_in_place) {
         throw sweep_error(sweep_problem::no_memory, "no sweep can be begun: memory is short");
     }

@@ -157,7 +157,7 @@ std::string parent_for_private(const std::string& asked_for)
         return asked_for;
     }
     std::error_code error;
-    const std::string parent = fs::temp_directory_path(error).string();
+    std::string parent = fs::temp_directory_path(error).string();
     if (error) {
         throw sweep_error(sweep_problem::directory_unusable,
                           "there is no directory for temporary files: " + error.message());

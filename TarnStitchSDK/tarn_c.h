@@ -38,15 +38,13 @@
 // becomes of a frame or of the panorama is no failure but a value, in tarn_answer and tarn_panorama_info.
 //
 // One at a time: the library works on one sweep per process. Beginning another one ends the one before, wherever it
-// was;
-// its functions then answer TARN_ERROR_OVER, and its handle is freed all the same. Panoramas and pictures outlive their
-// sweep.
+// was; its functions then answer TARN_ERROR_OVER, and its handle is freed all the same. Panoramas and pictures outlive
+// their sweep.
 //
 // Threads: every function may be called from any thread at any time.
 //   tarn_sweep_feed            while another call is inside, or somebody waits to begin or to cancel: not taken, at
-//   once;
-//                              TARN_CODE_LOST, TARN_REASON_BUSY, or TARN_CODE_PIPELINE_FAILED where that has failed
-//                              anyway
+//                              once; TARN_CODE_LOST, TARN_REASON_BUSY, or TARN_CODE_PIPELINE_FAILED where that has
+//                              failed anyway
 //   tarn_sweep_finish          waits for the call inside, then has its turn
 //   tarn_sweep_begin, tarn_sweep_cancel, tarn_sweep_free
 //                              wait for the call inside; one that waits for workers is told to give up first
@@ -54,20 +52,16 @@
 // A handle may be freed while another thread's call uses it: that call ends in order.
 //
 // Callbacks run on the thread of the call that they were given to, which goes on when they return. Their first
-// parameter
-// is what the host gave as `user`. What they are handed by address is theirs until they return. They may call
-// everything
-// but tarn_sweep_begin, tarn_sweep_feed and tarn_sweep_finish, which answer TARN_ERROR_IN_CALLBACK; tarn_sweep_cancel
-// and
-// tarn_sweep_free take effect when the call returns.
+// parameter is what the host gave as `user`. What they are handed by address is theirs until they return. They may call
+// everything but tarn_sweep_begin, tarn_sweep_feed and tarn_sweep_finish, which answer TARN_ERROR_IN_CALLBACK;
+// tarn_sweep_cancel and tarn_sweep_free take effect when the call returns.
 //
 // Waits: every one is bounded.
 //
 // Texts are UTF-8 or what a path was given as, and end with a NUL. Flags are 0 or 1.
 //
 // Coordinates: x is the column, y the row, y grows downward; (0, 0) is the centre of the top-left pixel. Corners come
-// as
-// x, y of the top-left, top-right, bottom-right and bottom-left one. Frames are taken as the sensor of a device held
+// as x, y of the top-left, top-right, bottom-right and bottom-left one. Frames are taken as the sensor of a device held
 // upright delivers them, lying on their side: the panorama is turned by 90 degrees clockwise against the frames, the
 // preview is not.
 //
@@ -256,18 +250,15 @@ typedef struct tarn_sweep_options {
     const char* private_parent;
     void* user;  ///< handed to the callbacks
     /// Called again and again while tarn_sweep_feed or tarn_sweep_finish waits for workers, with the number of key
-    /// frames
-    /// under way; 0 ends the wait: the frame is not handed over, a finish gives what there is.
+    /// frames under way; 0 ends the wait: the frame is not handed over, a finish gives what there is.
     int (*while_waiting)(void* user, int under_way);
     /// Is given each key frame as it goes to its worker, before the call returns.
     void (*on_key_frame)(void* user, const tarn_key_frame* key_frame);
     /// Is given the log of each call. Null: nothing is written. Standard output stays untouched.
     void (*on_log)(void* user, const char* text);
     /// Key frames that may be under way at once, that of the frame that is handed over included. 0: as many as come,
-    /// for
-    /// a camera, whose frames cannot wait. For a file 1 or more: tarn_sweep_feed waits for room first, and for the
-    /// workers
-    /// when the pipeline seems to have failed, since one that was waiting for its turn may bring it back;
+    /// for a camera, whose frames cannot wait. For a file 1 or more: tarn_sweep_feed waits for room first, and for the
+    /// workers when the pipeline seems to have failed, since one that was waiting for its turn may bring it back;
     /// tarn_sweep_finish waits for all of them before it hands a last frame over.
     int most_under_way;
 } tarn_sweep_options;
@@ -329,7 +320,7 @@ typedef struct tarn_finish_options {
 enum tarn_extent {
     TARN_EXTENT_MISSING = 0,  ///< there is none
     TARN_EXTENT_PARTIAL = 1,  ///< it ends where a key frame could not be joined, or the wait was ended
-    TARN_EXTENT_WHOLE = 2     ///< all of it
+    TARN_EXTENT_WHOLE = 2     ///< it reaches to the end of the sweep; see first_failed_key_frame
 };
 
 /// What there is to know of a panorama beside its pixels.

@@ -2,6 +2,7 @@
 #include "tarn_stitch_jni.h"
 
 #include <chrono>
+#include <cstdint>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <utility>
@@ -27,8 +28,11 @@ tarn::recursive_lock wait_while_busy(int total_sleep)
 {
     while (true) {
         auto members = tarn::try_to_lock_members();
-        const int status = tarn::load_acquire(tarn_stitcher.stitcher_status);
-        const bool busy = !members || status == tarn::live_registering || status == tarn::live_busy;
+        bool busy = !members;
+        if (members) {  // the status is looked at under the lock: another reset replaces the members as a whole
+            const int status = tarn::load_acquire(tarn_stitcher.stitcher_status);
+            busy = status == tarn::live_registering || status == tarn::live_busy;
+        }
         if (!busy || total_sleep > longest_sum) {
             return members;
         }
@@ -64,9 +68,13 @@ int resetStitch(const char* input_path)
         const std::string _local_path = input_path == nullptr ? "" : input_path;
         const clock::time_point begun = clock::now();
         // Held throughout, so that no worker of the old task puts a file into a directory just emptied.
-        const auto no_file_is_written = tarn::lock_directory_until(begun + microseconds(longest_sum + one_sleep));
+        auto no_file_is_written = tarn::lock_directory_until(begun);
+        std::int64_t waited = 0;  // µs; a lock that is free takes none away from the sleeps
+        if (!no_file_is_written) {
+            no_file_is_written = tarn::lock_directory_until(begun + microseconds(longest_sum + one_sleep));
+            waited = std::chrono::duration_cast<microseconds>(clock::now() - begun).count();
+        }
         if (no_file_is_written) {
-            const auto waited = std::chrono::duration_cast<microseconds>(clock::now() - begun).count();
             if (const auto members = wait_while_busy(static_cast<int>(waited))) {
                 start_task(_local_path);
                 return 1;

@@ -32,9 +32,8 @@ extern TarnStitcher tarn_stitcher;
 /// missing, else empties it.
 ///
 /// Waits for 1.1 seconds at most, all in all: for a worker that is just writing its file, for a frame that another
-/// thread
-/// has inside, and where a task is marked busy without a frame. If the file or the frame takes longer - a disk does not
-/// answer, a thread has been stopped - no new task can begin: the old one stays in place, but has ended. Its
+/// thread has inside, and where a task is marked busy without a frame. If the file or the frame takes longer - a disk
+/// does not answer, a thread has been stopped - no new task can begin: the old one stays in place, but has ended. Its
 /// workers leave, its frames are answered -1, "start again", and so does the host with another reset. What cannot be
 /// bounded is a disk that does not answer while the directories themselves are emptied, removed or made.
 ///

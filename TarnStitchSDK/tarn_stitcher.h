@@ -109,8 +109,7 @@ public:
     /// @param direction    the host's hint, 0 to 4; motion opposite to it is rejected. 0: any motion is welcome
     /// @param is_last_one  not 0: finish the sweep with this frame, waiting for the workers and writing the file
     /// @returns two ints in storage of the calling thread's, overwritten by the next call: the result code (-1 to 6,
-    /// see
-    ///          videoStitch) and 0
+    ///          see videoStitch) and 0
     /// @throws cv::Exception and whatever else OpenCV or the start of a thread raises;
     ///         stitcher_status may be left at 1
     int* ofcheck_stitch(cv::Mat& input_frame, const int direction, const int is_last_one);

@@ -255,12 +255,7 @@ std::vector<unsigned char> panorama::jpeg() const
 
 void panorama::save(const std::string& path) const
 {
-    if (image.empty()) {
-        throw sweep_error(sweep_problem::no_panorama, "there is no panorama");
-    }
-    if (!write_jpeg(path, image)) {
-        throw sweep_error(sweep_problem::disk, "the panorama cannot be written to " + path);
-    }
+    save_bytes(path, jpeg());
 }
 
 void save_bytes(const std::string& path, const std::vector<unsigned char>& bytes)

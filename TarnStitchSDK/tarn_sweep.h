@@ -109,12 +109,9 @@ struct sweep_options {
     std::string private_parent;
 
     /// Key frames that may be under way at once, that of the frame that is handed over included. 0: as many as come,
-    /// for
-    /// a camera, whose frames cannot wait. For a file 1 or more: feed waits for room first, and for the workers when
-    /// the
-    /// pipeline seems to have failed, since one that was waiting for its turn may bring it back; finish waits for all
-    /// of
-    /// them before it hands a last frame over.
+    /// for a camera, whose frames cannot wait. For a file 1 or more: feed waits for room first, and for the workers
+    /// when the pipeline seems to have failed, since one that was waiting for its turn may bring it back; finish waits
+    /// for all of them before it hands a last frame over.
     int most_under_way = 0;
     /// Called again and again while feed or finish waits for workers, with the number of key frames under way; false
     /// ends the wait: the frame is not handed over, a finish gives what there is.
@@ -132,7 +129,7 @@ struct sweep_options {
 enum class panorama_extent : int {
     missing = 0,  ///< there is none
     partial = 1,  ///< it ends where a key frame could not be joined, or the wait was ended
-    whole = 2,
+    whole = 2,  ///< it reaches to the end of the sweep; a key frame on the way may be missing (first_failed_key_frame)
 };
 
 /// The end of a sweep.
@@ -162,8 +159,7 @@ struct finish_options {
     const frame_view* last_frame = nullptr;  ///< is composed without being registered, wherever it lies; or none
     direction_code hint = direction_undecided;
     /// Told of the key frames whose turns are over, again and again, and when the wait is over; false ends the wait,
-    /// and
-    /// what there is by then is the result.
+    /// and what there is by then is the result.
     std::function<bool(int done, int key_frames)> on_progress = nullptr;
 };
 
@@ -195,8 +191,7 @@ class sweep {
 public:
     /// Begins a sweep and ends the one before.
     /// @throws sweep_error (bad_argument, directory_not_empty, directory_unusable, process_ends); the sweep before goes
-    /// on
-    ///         then, unless the directory was its own, or lay in that one, or held nothing else
+    ///         on then, unless the directory was its own, or lay in that one, or held nothing else
     static sweep begin(sweep_options options = {});
 
     /// Ends the sweep as cancel does.

@@ -130,8 +130,7 @@ clip read_clip(const std::string& argument)
 }
 
 /// The homography from a key frame to its neighbour as a maker's picture has it. Places on a cylinder are not a
-/// homography
-/// of the frame, so both makers are asked for cameras instead.
+/// homography of the frame, so both makers are asked for cameras instead.
 using neighbour_homography = std::function<bool(int i, int j, cv::Matx33d& j_from_i)>;
 
 double geometry_of(const clip& from, const neighbour_homography& found)
@@ -199,10 +198,8 @@ void stitcher_cameras(cv::Stitcher& stitcher, neighbour_homography& homography)
 }
 
 /// Mean gradient of the picture in parts of the key frames': ghosts and misplaced frames blur, and make it less. It
-/// also
-/// depends a little on which parts are seen often, so that only large differences mean something; the joints themselves
-/// are
-/// for the eye (--pictures).
+/// also depends a little on which parts are seen often, so that only large differences mean something; the joints
+/// themselves are for the eye (--pictures).
 void measure_sharpness(const clip& from, const cv::Mat& picture, figures& own)
 {
     const auto strength = [](const cv::Mat& image) {

@@ -197,8 +197,7 @@ bool agrees_with_plain_steps(const frame_round& round, bool key_frames)
 }
 
 // Times what is done with the frames of one kind, in second rounds: before each, everything begins anew, and a first
-// one
-// passes untimed.
+// one passes untimed.
 template <typename Begin, typename Feed>
 void time_second_rounds(benchmark::State& state, const frame_round& round, bool key_frames, Begin begin, Feed feed)
 {
@@ -279,8 +278,7 @@ key_frame_task key_frame_after(int count, bool upwards)
 }
 
 // How many tasks make a round in which each has left the caches when its turn comes again, if only so many bytes of
-// each
-// are touched.
+// each are touched.
 size_t tasks_in_a_round(size_t touched)
 {
     return beyond_caches / touched + 1;

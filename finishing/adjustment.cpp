@@ -1,8 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // Levenberg's and Marquardt's method. A residual depends on two cameras and what all share, so a link adds to few
-// blocks
-// of the normal equations, and the rest of the matrix of derivatives, which is nought, is never touched.
+// blocks of the normal equations, and the rest of the matrix of derivatives, which is nought, is never touched.
 #include "adjustment.h"
 
 #include <algorithm>

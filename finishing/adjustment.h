@@ -27,8 +27,7 @@ double adjust_cameras(camera_set& cameras, const std::vector<frame_link>& links,
                       const std::function<void()>& each_step);
 
 /// Finds the motion and the cameras: all that are possible are tried, and the simplest that explains the links as well
-/// as
-/// any other is taken.
+/// as any other is taken.
 camera_set find_cameras(const std::vector<frame_link>& links, int count, const std::function<void()>& each_step);
 
 }  // namespace tarn::finishing

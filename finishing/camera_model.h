@@ -38,8 +38,7 @@ cv::Matx33d changed_place(camera_motion motion, const cv::Matx33d& place, const 
 cv::Matx33d nearest_rotation(const cv::Matx33d& matrix);
 
 /// For each frame the number of the part that it belongs to: those that links join, and those that they join, and so
-/// on. A
-/// part has the number of its first frame.
+/// on. A part has the number of its first frame.
 std::vector<int> joined_parts(const std::vector<frame_link>& links, int count);
 
 /// Places the cameras along the links, from one in the middle of the largest part that hangs together: the best links

@@ -111,8 +111,7 @@ cv::Rect moved_in(cv::Rect rectangle, const Count& empty_pixels)
 cv::Rect largest_full_rectangle(const cv::Mat& mask)
 {
     // Row by row, the columns of full pixels that end there are bars, and the largest rectangle under bars is found
-    // with
-    // a stack of those that still grow.
+    // with a stack of those that still grow.
     cv::Rect best;
     std::vector<int> heights(static_cast<std::size_t>(mask.cols) + 1);
     std::vector<std::pair<int, int>> growing;  // first column and height

@@ -20,8 +20,7 @@ struct block_gains {
 };
 
 /// The gains of all drawings together: what overlaps becomes equal, what is one frame's own stays as it is where it
-/// can.
-/// The time grows with the number of drawings.
+/// can. The time grows with the number of drawings.
 std::vector<block_gains> balance_exposure(const std::vector<small_drawing>& drawings, const progress_meter& progress);
 
 /// Multiplies an image by the gains.

@@ -1,8 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // A strip is blended with a margin around it. What lies farther away than the coarsest band reaches has no influence,
-// and
-// strips begin where that band's pixels do, so that they fit together as if there were one.
+// and strips begin where that band's pixels do, so that they fit together as if there were one.
 #include "strip_blending.h"
 
 #include <algorithm>

@@ -1,8 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // Every surface is a product of what a column and what a row contribute to the three coordinates of a ray, so that all
-// of
-// them share one loop.
+// of them share one loop.
 #include "surface.h"
 
 #include <algorithm>

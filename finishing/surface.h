@@ -36,8 +36,7 @@ struct drawing_surface {
 };
 
 /// Sets cameras upright, chooses what they are drawn on, and its scale, at which a key frame's centre has as many
-/// pixels
-/// as it had.
+/// pixels as it had.
 /// @param frame_sizes  px at full resolution
 drawing_surface choose_surface(const camera_set& cameras, const std::vector<cv::Size>& frame_sizes);
 

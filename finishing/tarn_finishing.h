@@ -9,8 +9,7 @@
 // Pixels      x is the column, y the row, y grows downward; the centre of the top-left pixel is (0, 0).
 // Images      8 bits. In: one channel, three in B,G,R order, or four in R,G,B,A order, of any size. Out: B,G,R.
 // Placements  3 x 3, CV_64F: a pixel of the frame's copy that is at most 300 px wide (the live path's working copy)
-// into
-//             one frame of reference that all key frames share, such as the preview as it was at one moment.
+//             into one frame of reference that all key frames share, such as the preview as it was at one moment.
 // Angles      radians, where the name does not say degrees.
 // Memory      pictures are asked for when they are needed and let go soon after, at most
 //             finishing_options::image_cache_megabytes of them at a time; cv::Mat headers share pixels.
@@ -35,12 +34,10 @@ struct key_frame {
     /// Whatever tells the host which one it is, such as its number in the video; only passed through.
     int number = 0;
     /// Where the live path saw it (see above); empty when it did not, and then its neighbours must have enough in
-    /// common
-    /// with it.
+    /// common with it.
     cv::Mat placement;
     /// The frame at full resolution. Called on the calling thread of finish, twice and seldom more often, in the order
-    /// of
-    /// the sweep if the sweep goes one way. It may read from a file. What it returns is not written to, and must not
+    /// of the sweep if the sweep goes one way. It may read from a file. What it returns is not written to, and must not
     /// change until finish returns. An empty image, or an exception, ends finish with status::unreadable.
     std::function<cv::Mat()> image;
 };

@@ -44,8 +44,7 @@ cv::Matx33d centred_placement(const cv::Mat& placement, cv::Size full_size)
 }
 
 /// Brings the copies for placing to one size, where key frames differ: descriptions of features bear a change of size,
-/// but
-/// not well.
+/// but not well.
 void make_equally_large(std::vector<working_frame>& frames)
 {
     const auto longer_side = [](const cv::Mat& image) { return std::max(image.cols, image.rows); };

@@ -1,10 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // What the command-line host makes of a file that may be a video. Either it is refused with a host_error, or is none,
-// or
-// gives pictures: in order, each of a size that was allowed, and of the stretch that was asked for with the same
-// numbers
-// however it is reached.
+// or gives pictures: in order, each of a size that was allowed, and of the stretch that was asked for with the same
+// numbers however it is reached.
 #include <cstdio>
 #include <memory>
 #include <string>

@@ -1,8 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // The C interface: every function, right and wrong; structures of older and newer hosts; handles that are none any
-// more;
-// callbacks; threads.
+// more; callbacks; threads.
 #include <atomic>
 #include <cstdint>
 #include <cstring>

@@ -12,8 +12,7 @@ class TarnStitcher;
 namespace tarn {
 
 /// The first half of what ofcheck_stitch does with a last frame: gives it to a worker. Leaves the waiting and the
-/// writing
-/// (finish_panorama) to the caller. The account of this thread tells of it.
+/// writing (finish_panorama) to the caller. The account of this thread tells of it.
 /// @param frame  as that of ofcheck_stitch
 /// @returns code_normal, or code_pipeline_failed when the pipeline has failed, and the frame was dropped
 /// @throws as ofcheck_stitch

@@ -1,8 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // A sweep at work: what tarn::sweep does once its caller is alone with the task (session_gate.h), and what everybody
-// may
-// see of it meanwhile.
+// may see of it meanwhile.
 #pragma once
 
 #include <atomic>
@@ -17,8 +16,7 @@
 namespace tarn {
 
 /// Tells when workers have stopped moving. A worker waits at most twice for max_wait_seconds before it gives up, so
-/// when
-/// no turn has ended for three times as long none is going to: one was never started, or waits for a base panorama
+/// when no turn has ended for three times as long none is going to: one was never started, or waits for a base panorama
 /// that failed.
 class stall_watch {
 public:
@@ -116,7 +114,6 @@ private:
     wait_end hand_over_last(const finish_options& options);
     panorama collect(wait_end waited);
     reason why_not_whole(wait_end waited, const panorama& result, bool works) const;
-    void give_key_frame_out(const frame_answer& answer, const cv::Mat& image);
     void show(const frame_answer& answer);
 
     const sweep_options options_;

@@ -26,6 +26,7 @@
 //   spare        spare_frames.cpp     the images that are kept to be used again            while one is made
 //   pyramids     live_tracking.h      of one frame's flow: who makes what it derives       while they are made
 //   queue        worker_queue.cpp     workers that wait for a thread of the host's         for moments
+//   encoding     c_boundary.h         a panorama's JPEG, which is made when it is asked for   while it is made
 //   handles      handle_table.h       what handles of the C interface stand for            for moments
 //
 // Each task has a generation. Constructing a TarnStitcher raises it, and a worker carries the one that it was

@@ -14,9 +14,8 @@ namespace tarn {
 class worker_in_flight {
 public:
     /// @param construct_what_workers_use  shall construct the static objects that workers would construct at first
-    /// need,
-    ///                                    so that they are destroyed after the workers have been waited for. Called by
-    ///                                    the first one ever
+    ///                                    need, so that they are destroyed after the workers have been waited for.
+    ///                                    Called by the first one ever
     /// @throws std::system_error when the process is ending
     explicit worker_in_flight(void (*construct_what_workers_use)());
     ~worker_in_flight();

@@ -18,8 +18,7 @@ bool has_standard_output();
 bool is_standard_output(const std::string& file);
 
 /// Writes "tarnstitch: " and `text` as one line on standard error, made printable (terminal/printable_text.h), so that
-/// it
-/// stays one line whatever a file's name holds. Any thread.
+/// it stays one line whatever a file's name holds. Any thread.
 void say(const std::string& text);
 
 /// The same for what is no error: nothing once the program is to be quiet. Any thread.

@@ -298,8 +298,7 @@ void vary(const arguments& given)
 }
 
 /// edit IN OUT DURATION BEGIN [DURATION BEGIN]...: an MP4 with such a list of edits instead of its own: how long, in
-/// the
-/// movie's units of time, and from when, in the video's.
+/// the movie's units of time, and from when, in the video's.
 void edit(const arguments& given)
 {
     byte_vector video = read_bytes(given.at(0));

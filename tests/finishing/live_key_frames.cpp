@@ -79,8 +79,7 @@ public:
         cv::Point2d moved(tarn_stitcher.total_shift_x - owed_.x, tarn_stitcher.total_shift_y - owed_.y);
         if (is_key_frame && !reference_.empty()) {
             // The preview has grown, by what it owed before and by what this frame needed. Only a frame that lies at
-            // its
-            // very edge has moved it.
+            // its very edge has moved it.
             const cv::Matx33d place(tarn_stitcher.last_check_data.homo);
             const auto corners = mapped_corners(place, tarn_stitcher.last_check_data.scaled_gray_frame.size());
             const double left = std::min(corners[0].x, corners[3].x);

@@ -20,8 +20,7 @@ struct live_sweep {
 
 /// Hands the frames, CV_8UC3, B,G,R, to the live path, one after the other, and takes down which of them become key
 /// frames and where it places them. Their placements are all in the preview as it was at the first. The last frame that
-/// was
-/// taken is the last key frame. Starts a task of its own and ends it; the workers are of no interest and may fail.
+/// was taken is the last key frame. Starts a task of its own and ends it; the workers are of no interest and may fail.
 live_sweep live_key_frames(const std::vector<cv::Mat>& frames);
 
 }  // namespace tarn::test

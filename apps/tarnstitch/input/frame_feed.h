@@ -1,8 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // The input's pictures made into the library's frames, read ahead: by one, so that the last one is known as such, and
-// by
-// some more in a thread, so that decoding goes on while frames are stitched.
+// by some more in a thread, so that decoding goes on while frames are stitched.
 #pragma once
 
 #include <condition_variable>
@@ -47,8 +46,7 @@ public:
 };
 
 /// Reads a source to its end, or to that of the part selected. What it says of the input so far is what led to the
-/// frame
-/// behind the one given last, however far the thread is.
+/// frame behind the one given last, however far the thread is.
 class frame_feed : public sweep_input {
 public:
     /// Reads the first frame, so that an input without any fails before the work starts.

@@ -44,8 +44,7 @@ public:
     std::optional<std::int64_t> recording_time() const;
 
     /// Goes on to the next packet of the stream. One without content stands where the picture before is to be shown
-    /// once
-    /// more, in a file whose pictures have numbers and no times.
+    /// once more, in a file whose pictures have numbers and no times.
     /// @returns false at the end of the file, or of what can be read of it
     bool read(AVPacket& packet);
 

@@ -126,8 +126,7 @@ private:
     }
 
     /// Goes to the last key picture before a time without the help of an index: all packets are read, and none before
-    /// it
-    /// decoded.
+    /// it decoded.
     void skip_by_reading(std::int64_t target)
     {
         std::unique_ptr<media_file> anew = media_file::open(path_, max_pixels_);
