@@ -49,7 +49,7 @@ for wanted in 0.9 1.9 2.0; do
   refuses "$wanted CONFIG REQUIRED" "compatible with requested version \"$wanted\""
 done
 refuses "CONFIG REQUIRED COMPONENTS cylinder" \
-  "TarnStitch has no component cylinder; its components are shared, static, program."
+  "TarnStitch has no component cylinder; its components are shared, static, program"
 # In a project that is configured once more, for another prefix, nothing is left of the first one.
 cp -a "$prefix" "$directory/without_program"
 rm "$directory/without_program/bin/tarnstitch"
