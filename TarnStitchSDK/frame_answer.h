@@ -16,9 +16,9 @@ using corners = std::array<cv::Point2f, 4>;  ///< top-left, top-right, bottom-ri
 
 /// What became of one frame. Everything is in the frames' own orientation.
 struct frame_answer {
-    answer_code code = code_normal;
-    reason why = reason::none;  ///< why it was not taken
-    std::string detail;         ///< what OpenCV said of an unusable frame; else ""
+    answer_code code = code_normal;  ///< what videoStitch would answer
+    reason why = reason::none;       ///< why it was not taken
+    std::string detail;              ///< what OpenCV said of an unusable frame; else ""
 
     bool taken = false;  ///< registered, or composed: the panorama and the sweep go on from it
     int key_frame = 0;   ///< its number among the key frames, from 1, if it was given to a worker; else 0

@@ -62,7 +62,7 @@ struct frame_view {
     int height = 0;                ///< px, 1 to 16384
     std::size_t row_stride = 0;    ///< bytes from row to row, at least width times the bytes of a pixel; 0: no padding.
                                    ///< The last row needs none behind it
-    pixel_format format = pixel_format::rgba;
+    pixel_format format = pixel_format::rgba;  ///< how its bytes lie
 };
 
 /// An 8-bit image of 4 channels (R,G,B,A), 3 (B,G,R) or 1 as a frame. @throws sweep_error (bad_argument) otherwise
@@ -85,21 +85,22 @@ struct key_frame {
 
 /// The preview panorama.
 struct preview_view {
-    cv::Mat pixels;  ///< CV_8UC3, B,G,R; empty before the first frame; its pixels never change
-    bool has_outline = false;
-    corners outline{};    ///< of the frame taken last
-    bool frozen = false;  ///< has reached its greatest size (preview_limit.h): the sweep goes on, it does not grow
+    cv::Mat pixels;            ///< CV_8UC3, B,G,R; empty before the first frame; its pixels never change
+    bool has_outline = false;  ///< whether there is an outline
+    corners outline{};         ///< of the frame taken last
+    bool frozen = false;       ///< has reached its greatest size (preview_limit.h): the sweep goes on, it does not grow
 };
 
 /// Where a sweep stands.
 struct sweep_status {
-    int key_frames = 0;  ///< given to workers so far
-    int under_way = 0;   ///< of these, those whose turn is not over
-    pipeline_state pipeline = pipeline_empty;
-    int first_failed_key_frame = 0;  ///< that could not be joined, from 1; 0 if all could
-    reason why = reason::none;       ///< why it could not
+    int key_frames = 0;                        ///< given to workers so far
+    int under_way = 0;                         ///< of these, those whose turn is not over
+    pipeline_state pipeline = pipeline_empty;  ///< what the workers are at
+    int first_failed_key_frame = 0;            ///< that could not be joined, from 1; 0 if all could
+    reason why = reason::none;                 ///< why it could not
 };
 
+/// What a sweep begins with.
 struct sweep_options {
     /// Where the sweep keeps its files until it ends, when it removes them and the directory. "": a private directory,
     /// made and removed by the sweep. Otherwise one that is empty or missing; a missing one is made, parents included,
@@ -134,8 +135,8 @@ enum class panorama_extent : int {
 
 /// The end of a sweep.
 struct panorama {
-    panorama_extent extent = panorama_extent::missing;
-    reason why = reason::none;       ///< why it is not whole
+    panorama_extent extent = panorama_extent::missing;  ///< how much of the sweep it holds
+    reason why = reason::none;                          ///< why it is not whole
     int first_failed_key_frame = 0;  ///< that could not be joined, from 1; 0 if all could. May be set though the
                                      ///< panorama goes on behind it
     int key_frames = 0;              ///< given to workers
@@ -155,14 +156,16 @@ struct panorama {
 /// @throws sweep_error (no_memory, disk)
 void save_bytes(const std::string& path, const std::vector<unsigned char>& bytes);
 
+/// How a sweep is to be ended.
 struct finish_options {
-    const frame_view* last_frame = nullptr;  ///< is composed without being registered, wherever it lies; or none
-    direction_code hint = direction_undecided;
+    const frame_view* last_frame = nullptr;     ///< is composed without being registered, wherever it lies; or none
+    direction_code hint = direction_undecided;  ///< the direction of the sweep, for the last frame
     /// Told of the key frames whose turns are over, again and again, and when the wait is over; false ends the wait,
     /// and what there is by then is the result.
     std::function<bool(int done, int key_frames)> on_progress = nullptr;
 };
 
+/// The kinds of sweep_error.
 enum class sweep_problem : int {
     bad_argument = 1,  ///< the text names the argument and its value
     over = 2,          ///< the sweep was finished with, cancelled, or another one was begun after it
@@ -174,10 +177,14 @@ enum class sweep_problem : int {
     process_ends = 8,
 };
 
+/// What is thrown for a wrong argument, a sweep that is over, a directory or a file.
 class sweep_error : public std::runtime_error {
 public:
+    /// @param problem  which kind of failure it is
+    /// @param text     what(): one line that names what is wrong
     sweep_error(sweep_problem problem, const std::string& text);
 
+    /// Which kind of failure it is.
     sweep_problem problem() const noexcept
     {
         return problem_;
@@ -187,6 +194,7 @@ private:
     sweep_problem problem_;
 };
 
+/// A sweep: the handle by which a host holds it. Moving one is the owner's thread's business.
 class sweep {
 public:
     /// Begins a sweep and ends the one before.
@@ -196,13 +204,14 @@ public:
 
     /// Ends the sweep as cancel does.
     ~sweep();
-    sweep(sweep&& other) noexcept;
+    sweep(sweep&& other) noexcept;             ///< leaves `other` without a sweep
     sweep& operator=(sweep&& other) noexcept;  ///< ends the sweep that it held
     sweep(const sweep&) = delete;
     sweep& operator=(const sweep&) = delete;
 
     /// Registers one frame, in typically a few milliseconds. All frames of a sweep should have one size.
-    /// @param hint  the direction in which the camera is meant to move; motion against it is rejected
+    /// @param frame  only read, and not needed any more when the call returns
+    /// @param hint   the direction in which the camera is meant to move; motion against it is rejected
     /// @throws sweep_error (over, bad_argument)
     frame_answer feed(const frame_view& frame, direction_code hint = direction_undecided);
 
@@ -230,6 +239,7 @@ public:
     bool wait_for_room(int most, std::chrono::milliseconds time_out = std::chrono::milliseconds::max(),
                        const std::function<bool(int under_way)>& while_waiting = {});
 
+    /// The preview panorama after the last call that has returned, and where the frame taken last lies in it.
     preview_view preview() const;
 
     /// The directory in which the sweep keeps its files, with a "/" at its end.

@@ -21,8 +21,8 @@ enum answer_code : int {
     code_skewed = 6,            ///< taken, but skewed
 };
 
-constexpr answer_code lowest_code = code_pipeline_failed;
-constexpr answer_code highest_code = code_skewed;
+constexpr answer_code lowest_code = code_pipeline_failed;  ///< all codes lie between this one
+constexpr answer_code highest_code = code_skewed;          ///< and this one
 
 /// What a code alone says about its frame. A code that leaves it open is told apart by frame_answer::taken.
 enum class frame_fate { taken, rejected, either };
@@ -37,7 +37,7 @@ enum direction_code : int {
     direction_left = 4,
 };
 
-constexpr direction_code last_direction_code = direction_left;
+constexpr direction_code last_direction_code = direction_left;  ///< directions are 0 to this one
 
 /// Values of big_stitch_status (high_res_worker.h has their meaning in full); 1 is never used.
 enum pipeline_state : int {
@@ -88,8 +88,8 @@ enum class reason : int {
 /// other texts.
 const char* name_of(answer_code code);
 const char* name_of(direction_code direction);  ///< as "to the right"; "undecided"
-const char* name_of(pipeline_state state);
-const char* name_of(reason why);  ///< a short clause, as "too few matches"
+const char* name_of(pipeline_state state);      ///< as "busy"
+const char* name_of(reason why);                ///< a short clause, as "too few matches"
 
 /// What to tell the user, as "hold the device level"; "" where there is nothing to do.
 const char* advice_for(answer_code code);
@@ -97,6 +97,7 @@ const char* advice_for(answer_code code);
 /// What would help against it, as "more texture, more light"; "" where nothing does.
 const char* advice_for(reason why);
 
+/// What a code alone says about its frame.
 frame_fate fate_of(answer_code code);
 
 /// Whether a host may pass the value as a hint: 0 to 4.
