@@ -150,6 +150,7 @@ void drawing_surface::pixels_of_frame(int index, cv::Size image_size, cv::Rect a
     const bool around_columns = kind == projection::cylinder || kind == projection::sphere;
     const bool around_rows = kind == projection::turned_cylinder;
     std::vector<three> columns;
+    columns.reserve(static_cast<std::size_t>(area.width));
     for (int x = 0; x < area.width; ++x) {
         columns.push_back(of_column(kind, (area.x + x) / scale));
     }

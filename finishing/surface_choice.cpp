@@ -187,6 +187,7 @@ drawing_surface around_turning(const camera_set& cameras, const std::vector<cv::
             own = exchanged_axes * own * exchanged_axes;
         }
         std::vector<cv::Size> turned_sizes;
+        turned_sizes.reserve(sizes.size());
         for (const cv::Size& size : sizes) {
             turned_sizes.emplace_back(size.height, size.width);
         }
