@@ -156,7 +156,7 @@ protected:
             steps.erase(0, more ? end + 2 : end);
             const std::size_t input = step.find('|');
             if (input != std::string::npos) {
-                step = step.substr(0, input) + " -f lavfi -i testsrc2=s=322x242:r=25:d=2 " + step.substr(input + 1);
+                step.replace(input, 1, " -f lavfi -i testsrc2=s=322x242:r=25:d=2 ");
             }
             if (std::system(
                     ("cd '" + directory + "' && ffmpeg -nostdin -hide_banner -loglevel error -y " + step).c_str())

@@ -18,7 +18,7 @@ std::vector<finishing::key_frame> key_frames_of(const rendered_sweep& sweep, int
         const cv::Matx33d place = translation(off, -off / 2) * sweep.plane_from_frame[0].inv()
                                   * sweep.plane_from_frame[index] * frame_from_working_copy(sweep.frame_size);
         const cv::Mat picture = sweep.frame(i);
-        result.push_back({i, cv::Mat(place), [picture] { return picture; }});
+        result.push_back({i, cv::Mat(place), [picture]() -> cv::Mat { return cv::Mat(picture); }});
     }
     return result;
 }
@@ -72,7 +72,7 @@ std::vector<finishing::key_frame> panorama_room::sweep(int count, double degrees
     std::vector<finishing::key_frame> result;
     for (int i = 0; i < count; ++i) {
         const cv::Mat picture = frame(rotation((i - (count - 1) / 2.0) * degrees * CV_PI / 180, tilt));
-        result.push_back({i, cv::Mat(), [picture] { return picture; }});
+        result.push_back({i, cv::Mat(), [picture]() -> cv::Mat { return cv::Mat(picture); }});
     }
     return result;
 }

@@ -114,7 +114,7 @@ live_sweep live_key_frames(const std::vector<cv::Mat>& frames)
     cv::Matx33d last_place;
     const auto add = [&](int number, const cv::Matx33d& place) {
         const cv::Mat picture = frames[static_cast<std::size_t>(number)];
-        result.key_frames.push_back({number, cv::Mat(place), [picture] { return picture; }});
+        result.key_frames.push_back({number, cv::Mat(place), [picture]() -> cv::Mat { return cv::Mat(picture); }});
     };
     for (std::size_t i = 0; i < frames.size(); ++i) {
         const int key_frames_before = tarn_stitcher.big_frame_index;
