@@ -43,7 +43,7 @@ bool same_bytes(const cv::Mat& a, const cv::Mat& b)
 
 key_frame still(int number, const cv::Mat& picture)
 {
-    return {number, cv::Mat(), [picture] { return picture; }};
+    return {number, cv::Mat(), [picture]() -> cv::Mat { return cv::Mat(picture); }};
 }
 
 TEST(FinishingPicture, ASlideIsRecognisedAndEveryPointLiesWhereItBelongs)
@@ -153,7 +153,7 @@ TEST(FinishingPicture, AFrameWithoutFeaturesStandsWhereTheLivePathSawIt)
     auto key_frames = key_frames_of(sweep, 4);
     const cv::Mat fog(small_frame, CV_8UC3, cv::Scalar::all(128));
     // At the end, where nothing goes past it.
-    key_frames.back().image = [fog] { return fog; };
+    key_frames.back().image = [fog]() -> cv::Mat { return cv::Mat(fog); };
     const finishing_result result = finish(key_frames);
     ASSERT_EQ(result.outcome, status::ok) << result.explanation;
     EXPECT_EQ(result.frames.back().placement, placed_by::live_motion);
@@ -207,7 +207,7 @@ TEST(FinishingPicture, ExposureStepsVanish)
     auto key_frames = key_frames_of(sweep, 4);
     for (std::size_t i = 0; i < key_frames.size(); ++i) {
         cv::Mat picture = key_frames[i].image() * (i % 2 == 0 ? 0.7 : 1.0);
-        key_frames[i].image = [picture] { return picture; };
+        key_frames[i].image = [picture]() -> cv::Mat { return cv::Mat(picture); };
     }
     const finishing_result result = finish(key_frames);
     ASSERT_EQ(result.outcome, status::ok);
@@ -243,7 +243,7 @@ TEST(FinishingPicture, CropNoneShowsAllAndAutomaticNoLessThanFull)
     // A hand that is not steady.
     for (int i = 0; i < 5; ++i) {
         const cv::Mat picture = room.frame(panorama_room::rotation((i - 2) * 0.25, i % 2 == 0 ? 0.03 : -0.03));
-        key_frames[static_cast<std::size_t>(i)].image = [picture] { return picture; };
+        key_frames[static_cast<std::size_t>(i)].image = [picture]() -> cv::Mat { return cv::Mat(picture); };
     }
     finishing_options options;
     const finishing_result full = finish(key_frames, options);
@@ -309,7 +309,7 @@ TEST(FinishingInput, FramesOfUnequalSizeAreJoined)
     auto key_frames = key_frames_of(sweep, 4);
     cv::Mat larger;
     cv::resize(key_frames[2].image(), larger, cv::Size(), 2.0, 2.0, cv::INTER_CUBIC);
-    key_frames[2].image = [larger] { return larger; };
+    key_frames[2].image = [larger]() -> cv::Mat { return cv::Mat(larger); };
     key_frames[2].placement.release();
     const finishing_result result = finish(key_frames);
     ASSERT_EQ(result.outcome, status::ok) << result.explanation;
@@ -323,7 +323,7 @@ TEST(FinishingInput, BlackFramesGiveABlackPicture)
     const cv::Mat black = cv::Mat::zeros(small_frame, CV_8UC3);
     auto key_frames = key_frames_of(short_slide(), 4);
     for (key_frame& frame : key_frames) {
-        frame.image = [black] { return black; };
+        frame.image = [black]() -> cv::Mat { return cv::Mat(black); };
     }
     const finishing_result result = finish(key_frames);
     ASSERT_EQ(result.outcome, status::ok) << result.explanation;
