@@ -26,7 +26,7 @@ for preset in "${presets[@]}"; do
   if [[ $preset == tsan ]]; then
     # The program's scripts about options, messages and files meet no other threads than those about whole sweeps,
     # which stay, as do the tests of its parts.
-    left_out=(--exclude-regex '^cmd\.(bad_inputs|bad_outputs|documents|exit_code_.*|input_errors|long_input|options|output_errors|outputs|resources|terminal|usage)$')
+    left_out=(--exclude-regex '^cmd\.(bad_inputs|bad_outputs|documents|exit_code_.*|input_errors|long_input|options|output_errors|outputs|terminal|usage)$')
   fi
   ctest --preset "$preset" --parallel "$jobs" "${left_out[@]}"
 done
