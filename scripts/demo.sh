@@ -11,7 +11,7 @@ sample=parking_pan
 need_packages "${build_packages[@]}"
 
 say "Building TarnStitch"
-configure release -DTARN_BUILD_TESTS=OFF
+configure release -DTARN_BUILD_TESTS=OFF -DTARN_BUILD_BENCHMARKS=OFF
 build release --target tarnstitch
 
 say "Stitching samples/$sample.mp4"

@@ -158,9 +158,9 @@ protected:
             if (input != std::string::npos) {
                 step.replace(input, 1, " -f lavfi -i testsrc2=s=322x242:r=25:d=2 ");
             }
-            if (std::system(
-                    ("cd '" + directory + "' && ffmpeg -nostdin -hide_banner -loglevel error -y " + step).c_str())
-                != 0) {
+            std::string command = "cd '";
+            command.append(directory).append("' && ffmpeg -nostdin -hide_banner -loglevel error -y ").append(step);
+            if (std::system(command.c_str()) != 0) {
                 return false;
             }
         }
