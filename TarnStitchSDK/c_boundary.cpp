@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cstring>
 #include <iterator>
+#include <pthread.h>
 
 namespace tarn {
 
@@ -59,6 +60,10 @@ void copy_corners(const corners& from, float* to)
 handle_table& handles()
 {
     static auto& table = *new handle_table;
+    // A process that is forked off finds the table whole, and open.
+    static const int ready_for_forks =
+        pthread_atfork([] { table.lock(); }, [] { table.unlock(); }, [] { table.unlock(); });
+    static_cast<void>(ready_for_forks);
     return table;
 }
 

@@ -10,12 +10,12 @@
 
 namespace tarn {
 
-bool finish_panorama(TarnStitcher& task, int last_big_frame_index, task_generation generation)
+panorama_write write_panorama(TarnStitcher& task, int last_big_frame_index, task_generation generation)
 {
-    const wait_clock clock;
+    wait_clock clock;
     const int entry_status = load_acquire(big_stitch_status);
     if (entry_status == pipeline_failed) {
-        return false;
+        return panorama_write::pipeline_has_failed;
     }
     while (load_acquire(big_frame_num) < last_big_frame_index) {
         if (clock.has_run_out() || generation != current_generation()) {
@@ -31,15 +31,21 @@ bool finish_panorama(TarnStitcher& task, int last_big_frame_index, task_generati
         const auto lock = lock_handover();
         if (generation != current_generation() || big_frame_num != last_big_frame_index
             || big_stitch_status != pipeline_ready) {
-            return true;  // nothing to write; the path tells, not the result. By design.
+            return panorama_write::nothing_to_write;
         }
         panorama = big_stitch_image;
         _img_path = big_local_path + "big_stitch.jpg";
     }
-    write_jpeg(_img_path, panorama);
+    const bool is_written = write_jpeg(_img_path, panorama);
     const auto lock = lock_handover();
-    task.big_stitch_image_path = _img_path;
-    return true;
+    task.big_stitch_image_path = _img_path;  // of a file that could not be written, too. By design.
+    return is_written ? panorama_write::written : panorama_write::file_failed;
+}
+
+bool finish_panorama(TarnStitcher& task, int last_big_frame_index, task_generation generation)
+{
+    // With nothing to write it is true all the same: the path tells, not the result. By design.
+    return write_panorama(task, last_big_frame_index, generation) != panorama_write::pipeline_has_failed;
 }
 
 }  // namespace tarn

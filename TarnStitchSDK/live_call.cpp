@@ -16,6 +16,13 @@ std::int64_t begin_live_call()
     return cv::getTickCount();
 }
 
+void note_refused_live_call()
+{
+    frame_answer& answer = account_of_this_thread().answer;
+    answer.code = code_pipeline_failed;
+    answer.why = reason::process_ends;
+}
+
 void note_failed_live_call(const std::exception& error)
 {
     log_line("stitch: When checkimage encounter an error", error.what());

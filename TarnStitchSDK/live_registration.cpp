@@ -35,7 +35,6 @@ public:
     // first frame, which has none.
     live_frame(const cv::Mat& input_frame, const stitch_data& reference, bool is_first)
     {
-        constexpr int working_width = 300;  // px
         constexpr int by_width = 1;
         image_resize(input_frame, frame, working_width, by_width);
         to_gray(frame, scaled_gray_frame);

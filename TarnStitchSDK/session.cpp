@@ -8,6 +8,7 @@
 #include <unistd.h>
 #include <utility>
 
+#include "internal/final_image.h"
 #include "internal/frame_account.h"
 #include "internal/frame_intake.h"
 #include "internal/live_call.h"
@@ -35,34 +36,31 @@ cv::Mat continuous(const cv::Mat& image)
     }
 }
 
-double seconds_since(std::int64_t ticks)
-{
-    return static_cast<double>(cv::getTickCount() - ticks) / cv::getTickFrequency();
-}
-
 }  // namespace
 
-stall_watch::stall_watch(int under_way) : under_way_(under_way), made_(cv::getTickCount()), last_move_(made_)
+stall_watch::stall_watch(int under_way) : under_way_(under_way), made_(cv::getTickCount())
 {
 }
 
 void stall_watch::look(int under_way)
 {
-    if (under_way != under_way_) {
-        under_way_ = under_way;
-        last_move_ = cv::getTickCount();
+    since_last_move_.look();
+    if (under_way < under_way_) {
+        since_last_move_ = {};
     }
+    under_way_ = under_way;
 }
 
 bool stall_watch::has_stalled() const
 {
     constexpr double waits = 3.0;
-    return seconds_since(last_move_) > waits * static_cast<double>(load_acquire(max_wait_seconds));
+    return since_last_move_.seconds() > waits * static_cast<double>(load_acquire(max_wait_seconds));
 }
 
 double stall_watch::milliseconds() const
 {
-    return seconds_since(made_) * 1000.0;
+    constexpr double milliseconds_of_a_second = 1000.0;
+    return static_cast<double>(cv::getTickCount() - made_) / cv::getTickFrequency() * milliseconds_of_a_second;
 }
 
 void sleep_between_looks()
@@ -86,7 +84,7 @@ void session::start()
         const auto members = lock_members();
         return tarn_stitcher.local_path == directory_ && load_acquire(big_stitch_status) != tarn::pipeline_failed;
     }();
-    if (!is_in_place && current_generation() != before) {
+    if (!is_in_place && current_generation() != before) {  // tarn_stitch_jni.h: a file or a frame took too long
         throw sweep_error(sweep_problem::directory_unusable,
                           "no sweep can be begun: a file of the one before is still being written");
     }
@@ -100,9 +98,15 @@ void session::start()
     generation_ = current_generation();
 }
 
+void session::note_abandoned()
+{
+    abandoned_at_ = current_generation();
+}
+
 void session::end() noexcept
 {
-    if (!has_its_task()) {
+    const bool is_in_place = has_its_task() || abandoned_at_ == current_generation();
+    if (!is_in_place || getpid() != process_) {
         return;
     }
     resetStitch("");
@@ -151,7 +155,7 @@ preview_view session::preview() const
     const std::lock_guard<std::mutex> lock(view_);
     preview_view result;
     result.pixels = preview_;
-    result.frozen = preview_is_frozen();
+    result.frozen = frozen_;
     result.has_outline = has_outline_;
     if (has_outline_) {
         result.outline = newest_.outline;
@@ -164,6 +168,7 @@ void session::show(const frame_answer& answer)
     cv::Mat preview = getCurrentPanoramsShowMat();
     const std::lock_guard<std::mutex> lock(view_);
     newest_ = answer;
+    frozen_ = preview_is_frozen();
     cv::swap(preview_, preview);
     has_outline_ = has_outline_ || answer.placed;
     // A number that was given out though no worker could be started for it.
@@ -219,15 +224,6 @@ session::wait_end session::hold_back(int workers)
     return wait_for_workers(workers - 1, true, nullptr);
 }
 
-// Waits until no key frame is under way. Only then is a failure final: a worker that was already waiting for its turn
-// takes it all the same, and its success brings the pipeline back.
-// Says whether the pipeline works.
-bool session::settles()
-{
-    return wait_for_workers(0, false, nullptr) == wait_end::reached
-           && load_acquire(big_stitch_status) != pipeline_failed;
-}
-
 // ------------------------------------------------------------------------------------------------------ frames
 
 frame_answer session::not_handed_over(wait_end why) const
@@ -245,7 +241,7 @@ frame_answer session::register_frame(const frame_view& frame, direction_code hin
     std::ostream nowhere(nullptr);
     cv::Mat image;
     bool has_begun = false;
-    double milliseconds = 0.0;
+    std::optional<double> milliseconds;
     {
         const log_redirection to_the_host(options_.on_log ? text : nowhere);
         milliseconds = call_live_path([&] {
@@ -258,6 +254,9 @@ frame_answer session::register_frame(const frame_view& frame, direction_code hin
             }
         });
     }
+    if (!milliseconds) {
+        return not_handed_over(code_lost, reason::process_ends);
+    }
     const frame_account account = account_of_this_thread();
     frame_answer answer = account.answer;
     if (!has_begun) {
@@ -265,7 +264,7 @@ frame_answer session::register_frame(const frame_view& frame, direction_code hin
         answer.detail = account.answer.detail;
     }
     answer.key_frames = std::max(answer.key_frames, key_frames_);
-    answer.milliseconds = milliseconds;
+    answer.milliseconds = *milliseconds;
     show(answer);
     if (is_last) {
         last_frame_ = answer;
@@ -286,16 +285,22 @@ frame_answer session::register_frame(const frame_view& frame, direction_code hin
     return answer;
 }
 
-frame_answer session::hand_over(const frame_view& frame, direction_code hint, bool is_last)
+// Registers a frame; once more, when it was dropped and the pipeline has come back. A camera's frames cannot wait for
+// that, but the last one waits anyway. A failure is final only when no key frame is under way: a worker that was
+// already waiting for its turn takes it all the same, and its success brings the pipeline back.
+session::wait_end session::hand_over(const frame_view& frame, direction_code hint, bool is_last,
+                                     const progress& on_progress, frame_answer& answer)
 {
-    frame_answer answer = register_frame(frame, hint, is_last);
-    // A frame that is dropped may be handed over again when the pipeline has come back. A camera's cannot wait, but the
-    // last one waits anyway.
-    const bool may_wait = is_last || options_.most_under_way > 0;
-    if (answer.code == code_pipeline_failed && answer.key_frame == 0 && may_wait && settles()) {
+    answer = register_frame(frame, hint, is_last);
+    const bool is_dropped = answer.code == code_pipeline_failed && answer.key_frame == 0;
+    if (!is_dropped || (!is_last && options_.most_under_way == 0)) {
+        return wait_end::reached;
+    }
+    const wait_end waited = wait_for_workers(0, false, on_progress);
+    if (waited == wait_end::reached && load_acquire(big_stitch_status) != pipeline_failed) {
         answer = register_frame(frame, hint, is_last);
     }
-    return answer;
+    return waited;
 }
 
 frame_answer session::feed(const frame_view& frame, direction_code hint)
@@ -307,7 +312,9 @@ frame_answer session::feed(const frame_view& frame, direction_code hint)
         }
     }
     last_frame_.reset();
-    return hand_over(frame, hint, false);
+    frame_answer answer;
+    hand_over(frame, hint, false, nullptr, answer);
+    return answer;
 }
 
 // -------------------------------------------------------------------------------------------------- the panorama
@@ -322,8 +329,8 @@ session::wait_end session::hand_over_last(const finish_options& options)
             return room;
         }
     }
-    hand_over(*options.last_frame, options.hint, true);
-    return wait_end::reached;
+    frame_answer answer;
+    return hand_over(*options.last_frame, options.hint, true, options.on_progress, answer);
 }
 
 panorama session::finish(const finish_options& options)
@@ -376,12 +383,16 @@ panorama session::collect(wait_end waited)
     const bool works = pipeline.status == pipeline_ready;
     const bool whole = waited == wait_end::reached && works && pipeline.turns_over == result.key_frames
                        && (!last_frame_ || last_frame_->taken);
-    if (whole && written_turns_ != pipeline.turns_over) {
-        tarn_stitcher.get_big_image(result.key_frames);
+    if (whole && written_turns_ != pipeline.turns_over
+        && write_panorama(tarn_stitcher, result.key_frames, generation_) == panorama_write::written) {
         written_turns_ = pipeline.turns_over;
     }
     if (!whole) {
         result.why = why_not_whole(waited, result, works);
+    } else if (written_turns_ == pipeline.turns_over) {
+        result.file = getCurrentPanoramaShow();
+    } else {
+        result.why = reason::disk;
     }
     if (!pipeline.panorama.empty()) {
         result.extent = whole ? panorama_extent::whole : panorama_extent::partial;

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "internal/session_directory.h"
 
-#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -104,8 +103,9 @@ bool holds(const identity& outer, std::string inner)
     }
 }
 
-// The name of something that lies in a directory; none if it is empty, or cannot be read: `error` then says why.
-std::optional<std::string> any_entry(const std::string& directory, int& error)
+// The name of something that lies in a directory and is not called `but`; none if there is nothing, or if it cannot be
+// read: `error` then says why.
+std::optional<std::string> any_entry(const std::string& directory, int& error, const std::string& but = "")
 {
     struct close_it {
         void operator()(DIR* stream) const
@@ -121,7 +121,7 @@ std::optional<std::string> any_entry(const std::string& directory, int& error)
     }
     errno = 0;
     while (const dirent* entry = readdir(stream.get())) {
-        if (std::strcmp(entry->d_name, ".") != 0 && std::strcmp(entry->d_name, "..") != 0) {
+        if (std::strcmp(entry->d_name, ".") != 0 && std::strcmp(entry->d_name, "..") != 0 && entry->d_name != but) {
             return entry->d_name;
         }
     }
@@ -138,10 +138,8 @@ bool has_nothing_beside(const std::string& directory, const std::string& below)
         return false;
     }
     const std::string entry = path.substr(top.size(), path.find('/', top.size()) - top.size());
-    std::error_code error;
-    const fs::directory_iterator entries(top, error);
-    return std::all_of(fs::begin(entries), fs::end(entries),
-                       [&entry](const fs::directory_entry& one) { return one.path().filename() == entry; });
+    int error = 0;
+    return !any_entry(top, error, entry) && error == 0;
 }
 
 void check_text(const char* name, const std::string& path)

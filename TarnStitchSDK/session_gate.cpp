@@ -4,6 +4,7 @@
 #include <atomic>
 #include <condition_variable>
 #include <mutex>
+#include <pthread.h>
 #include <system_error>
 #include <thread>
 #include <unistd.h>
@@ -32,10 +33,21 @@ struct gate {
     std::atomic<bool> process_ends{false};
 };
 
+std::atomic<gate*>& place_of_gate()
+{
+    static std::atomic<gate*> one{new gate};
+    return one;
+}
+
 gate& the_gate()
 {
-    static auto& one = *new gate;
-    return one;
+    return *place_of_gate();
+}
+
+// In a process that was forked off nobody is inside, and there is no session; that of the parent is over here.
+void make_gate_anew()
+{
+    place_of_gate() = new gate;
 }
 
 bool is_over(const gate& g, const session* asking)
@@ -83,8 +95,7 @@ public:
             const std::lock_guard<std::mutex> lock(g.mutex);
             last.swap(g.current);
         }
-        // A process that was forked off has no part in its parent's files.
-        if (last && getpid() == process_) {
+        if (last) {
             last->end();
         }
     }
@@ -97,8 +108,6 @@ private:
         const std::lock_guard<std::mutex> lock(g.mutex);
         return (g.occupied && g.inside != std::this_thread::get_id()) || g.looks > 0;
     }
-
-    pid_t process_ = getpid();
 };
 
 }  // namespace
@@ -244,6 +253,8 @@ bool be_ready_for_the_end_of_the_process()
     } catch (const std::system_error&) {
         return false;
     }
+    static const int ready_for_forks = pthread_atfork(nullptr, nullptr, make_gate_anew);
+    static_cast<void>(ready_for_forks);
     static const closed_in_the_end before_the_workers_are_waited_for;
     return true;
 }

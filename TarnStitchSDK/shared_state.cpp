@@ -23,13 +23,36 @@ struct all_locks {
     std::mutex handover;
 };
 
-all_locks& locks()
+// A pointer, so that a process that was forked off can leave behind those that nobody will open.
+std::atomic<all_locks*>& place_of_locks()
 {
-    static auto& all = *new all_locks;
+    static std::atomic<all_locks*> all{new all_locks};
     return all;
 }
 
+all_locks& locks()
+{
+    return *place_of_locks();
+}
+
+// Polled: a wait with a time-out is one that not every tool that watches threads knows.
+recursive_lock lock_until(std::recursive_mutex& mutex, std::chrono::steady_clock::time_point deadline)
+{
+    constexpr auto poll = std::chrono::milliseconds(5);
+    recursive_lock lock(mutex, std::try_to_lock);
+    while (!lock && std::chrono::steady_clock::now() < deadline) {
+        std::this_thread::sleep_for(poll);
+        lock.try_lock();
+    }
+    return lock;
+}
+
 }  // namespace
+
+void make_locks_anew()
+{
+    place_of_locks() = new all_locks;
+}
 
 task_generation current_generation()
 {
@@ -50,14 +73,7 @@ recursive_lock lock_directory()
 
 recursive_lock lock_directory_until(std::chrono::steady_clock::time_point deadline)
 {
-    // Polled: a wait with a time-out is one that not every tool that watches threads knows.
-    constexpr auto poll = std::chrono::milliseconds(5);
-    recursive_lock lock(locks().directory, std::try_to_lock);
-    while (!lock && std::chrono::steady_clock::now() < deadline) {
-        std::this_thread::sleep_for(poll);
-        lock.try_lock();
-    }
-    return lock;
+    return lock_until(locks().directory, deadline);
 }
 
 recursive_lock lock_members()
@@ -68,6 +84,11 @@ recursive_lock lock_members()
 recursive_lock try_to_lock_members()
 {
     return {locks().members, std::try_to_lock};
+}
+
+recursive_lock lock_members_until(std::chrono::steady_clock::time_point deadline)
+{
+    return lock_until(locks().members, deadline);
 }
 
 std::unique_lock<std::mutex> lock_handover()

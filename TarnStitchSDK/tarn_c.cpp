@@ -173,11 +173,11 @@ tarn_result tarn_sweep_preview(tarn_sweep* sweep, tarn_picture** picture, tarn_p
             size_of_host(info, "info");
         }
         const preview_view preview = held->session.preview();
-        if (info != nullptr) {
-            tell(preview, info);
-        }
         if (!preview.pixels.empty()) {
             *picture = handle_of<tarn_picture>(std::make_shared<held_picture>(preview.pixels));
+        }
+        if (info != nullptr) {
+            tell(preview, info);
         }
     });
 }

@@ -9,6 +9,7 @@
 
 #include <opencv2/imgproc.hpp>
 
+#include "internal/forked_process.h"
 #include "internal/live_call.h"
 #include "internal/shared_state.h"
 #include "internal/spare_frames.h"
@@ -20,10 +21,12 @@ TarnStitcher tarn_stitcher("");
 namespace {
 
 constexpr int one_sleep = 100000;     // µs
+constexpr int short_sleep = 5000;     // µs
 constexpr int longest_sum = 1000000;  // µs; exceeded by the eleventh sleep
 
 // Waits while a frame is inside the task, for at most 11 sleeps less what has been waited for already; then the caller
-// goes on regardless. The lock is not held (false) when another thread is still at the members.
+// goes on regardless. The lock is not held (false) when another thread is still at the members; one that hands over
+// frame after frame leaves them for moments only, so that they are looked for more often.
 tarn::recursive_lock wait_while_busy(int total_sleep)
 {
     while (true) {
@@ -36,11 +39,12 @@ tarn::recursive_lock wait_while_busy(int total_sleep)
         if (!busy || total_sleep > longest_sum) {
             return members;
         }
+        const int sleep = members ? one_sleep : short_sleep;
         if (members) {
             members.unlock();
         }
-        usleep(one_sleep);
-        total_sleep += one_sleep;
+        usleep(sleep);
+        total_sleep += sleep;
     }
 }
 
@@ -64,6 +68,9 @@ int resetStitch(const char* input_path)
 {
     using std::chrono::microseconds;
     using clock = std::chrono::steady_clock;
+    if (tarn::is_forked_process()) {
+        return 1;
+    }
     try {
         const std::string _local_path = input_path == nullptr ? "" : input_path;
         const clock::time_point begun = clock::now();
@@ -90,7 +97,7 @@ int resetStitch(const char* input_path)
 int* videoStitch(cv::Mat mat, int direction, int is_last_one)
 {
     static int buf[2] = {0, 0};  // keeps the result of the frame before when this one raises an error
-    tarn::call_live_path([&] {
+    const auto spent = tarn::call_live_path([&] {
         // Floats that are huge or no numbers at all would lead the worker's feature detector out of its images.
         CV_Assert(mat.depth() != CV_32F);
         // Never the host's own pixels, nor any that are still in use: the worker and the task keep this image.
@@ -103,6 +110,10 @@ int* videoStitch(cv::Mat mat, int direction, int is_last_one)
         tarn::store_release(buf[0], stitch_result[0]);
         tarn::store_release(buf[1], stitch_result[1]);
     });
+    if (!spent) {
+        tarn::store_release(buf[0], tarn::code_pipeline_failed);
+        tarn::store_release(buf[1], 0);
+    }
     return buf;
 }
 

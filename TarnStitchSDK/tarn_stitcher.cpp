@@ -6,6 +6,7 @@
 #include <unistd.h>
 #include <utility>
 
+#include "internal/forked_process.h"
 #include "internal/preview_growth.h"
 #include "internal/shared_state.h"
 #include "internal/spare_frames.h"
@@ -35,6 +36,9 @@ TarnStitcher::TarnStitcher(std::string input_path) : local_path(std::move(input_
 
 void TarnStitcher::remove_local_path()
 {
+    if (tarn::is_forked_process()) {
+        return;  // it is the parent's
+    }
     const auto no_file_is_written = tarn::lock_directory();
     if (isFloderexit(local_path.c_str())) {
         deleteFile(local_path.c_str());

@@ -8,6 +8,7 @@
 
 #include <opencv2/imgcodecs.hpp>
 
+#include "internal/forked_process.h"
 #include "internal/frame_account.h"
 #include "internal/frame_intake.h"
 #include "internal/picture_file.h"
@@ -74,6 +75,10 @@ sweep sweep::begin(sweep_options options)
         throw sweep_error(sweep_problem::bad_argument,
                           "most_under_way is " + std::to_string(options.most_under_way) + "; it must be at least 0");
     }
+    if (is_forked_process()) {
+        throw sweep_error(sweep_problem::process_ends,
+                          "no sweep can be begun: this process was forked off from one that had begun to sweep");
+    }
     if (!be_ready_for_the_end_of_the_process()) {
         refuse_as_process_ends();
     }
@@ -86,7 +91,15 @@ sweep sweep::begin(sweep_options options)
     session_directory directory(options);
     enter(turn);
     auto fresh = std::make_shared<state>(std::move(options), directory.path());
-    fresh->start();  // and with it the old one, with its files, ends
+    const std::shared_ptr<session> old = current_session();
+    try {
+        fresh->start();  // and with it the old one, with its files, ends
+    } catch (const sweep_error&) {
+        if (old && !old->has_its_task()) {
+            old->note_abandoned();
+        }
+        throw;
+    }
     directory.keep();
     set_current_session(fresh);
     return sweep(std::move(fresh));

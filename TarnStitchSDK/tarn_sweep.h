@@ -136,12 +136,15 @@ enum class panorama_extent : int {
 /// The end of a sweep.
 struct panorama {
     panorama_extent extent = panorama_extent::missing;  ///< how much of the sweep it holds
-    reason why = reason::none;                          ///< why it is not whole
+    reason why = reason::none;                          ///< why it is not whole; of a whole one reason::disk
+                                                        ///< where its file could not be written
     int first_failed_key_frame = 0;  ///< that could not be joined, from 1; 0 if all could. May be set though the
                                      ///< panorama goes on behind it
     int key_frames = 0;              ///< given to workers
     frame_answer last_frame;         ///< the answer for the last frame, if there was one
     cv::Mat image;                   ///< CV_8UC3, B,G,R, continuous; empty if missing
+    std::string file;                ///< its JPEG in the sweep's directory, which goes with the sweep; "" if it is not
+                                     ///< whole or the file could not be written
 
     /// The image as a JPEG, the very bytes that the library writes. Any thread. @throws sweep_error (no_panorama,
     /// no_memory)

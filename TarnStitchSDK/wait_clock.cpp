@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "internal/wait_clock.h"
 
+#include <algorithm>
+
 #include <opencv2/core.hpp>
 
 #include "internal/worker_queue.h"
@@ -9,17 +11,30 @@
 
 namespace tarn {
 
-wait_clock::wait_clock() : start_(cv::getTickCount())
+running_time::running_time() : last_look_(cv::getTickCount())
 {
 }
 
-bool wait_clock::has_run_out() const
+void running_time::look()
+{
+    constexpr double longest = 0.1;  // s
+    const std::int64_t now = cv::getTickCount();
+    ticks_ += std::min(now - last_look_, static_cast<std::int64_t>(longest * cv::getTickFrequency()));
+    last_look_ = now;
+}
+
+double running_time::seconds() const
+{
+    return static_cast<double>(ticks_) / cv::getTickFrequency();
+}
+
+bool wait_clock::has_run_out()
 {
     if (is_queued_worker()) {
         return true;  // what it waits for cannot come before it ends
     }
-    const double elapsed = static_cast<double>(cv::getTickCount() - start_) / cv::getTickFrequency();
-    return elapsed > static_cast<double>(load_acquire(max_wait_seconds));
+    waited_.look();
+    return waited_.seconds() > static_cast<double>(load_acquire(max_wait_seconds));
 }
 
 }  // namespace tarn

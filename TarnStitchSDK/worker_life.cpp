@@ -159,9 +159,9 @@ private:
     // Both waits: true when the awaited state was seen, false after a time-out, which ends the pipeline.
     bool wait_until_idle()
     {
-        const wait_clock clock;
+        wait_clock clock;
         while (load_acquire(big_stitch_status) == pipeline_busy) {
-            if (clock.has_run_out()) {
+            if (clock.has_run_out() && load_acquire(big_stitch_status) == pipeline_busy) {
                 give_up();
                 return false;
             }
@@ -173,9 +173,9 @@ private:
 
     bool wait_for_ticket()
     {
-        const wait_clock clock;
+        wait_clock clock;
         while (load_acquire(big_frame_num) + 1 != index_) {
-            if (clock.has_run_out()) {
+            if (clock.has_run_out() && load_acquire(big_frame_num) + 1 != index_) {
                 give_up();
                 return false;
             }

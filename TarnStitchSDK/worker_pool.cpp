@@ -2,9 +2,11 @@
 #include "internal/worker_pool.h"
 
 #include <atomic>
+#include <pthread.h>
 #include <system_error>
 #include <unistd.h>
 
+#include "internal/forked_process.h"
 #include "internal/shared_state.h"
 
 namespace tarn {
@@ -13,7 +15,9 @@ namespace {
 
 // Constant-initialised, so that it is there before any static object is constructed.
 std::atomic<int> in_flight{0};
+std::atomic<int> frames_inside{0};
 std::atomic<bool> process_ends{false};
+thread_local int frames_of_this_thread = 0;
 
 // Destroyed at the end of the process before everything that was constructed when the first worker was launched,
 // the shared variables among it. Static objects that are constructed after it are destroyed before it, with
@@ -21,6 +25,8 @@ std::atomic<bool> process_ends{false};
 struct end_of_process {
     explicit end_of_process(void (*construct_what_workers_use)())
     {
+        be_ready_for_forks();
+        pthread_atfork(nullptr, nullptr, admit_nobody);
         construct_what_workers_use();
     }
 
@@ -30,20 +36,39 @@ struct end_of_process {
         begin_task();                          // and who is in flight belongs to a replaced task from now on
         constexpr int longest_wait = 2000000;  // µs
         constexpr int poll = 1000;             // µs
-        for (int waited = 0; in_flight.load() > 0 && waited < longest_wait; waited += poll) {
+        for (int waited = 0; others_are_at_work() && waited < longest_wait; waited += poll) {
             usleep(poll);
         }
     }
 
     end_of_process(const end_of_process&) = delete;
     end_of_process& operator=(const end_of_process&) = delete;
+
+private:
+    // In a process that was forked off: its end is that of one without a library.
+    static void admit_nobody()
+    {
+        process_ends = true;
+        in_flight = 0;
+        frames_inside = frames_of_this_thread;
+    }
+
+    static bool others_are_at_work()
+    {
+        return in_flight.load() > 0 || frames_inside.load() > frames_of_this_thread;
+    }
 };
+
+void arrange_for_the_end(void (*construct_what_workers_use)())
+{
+    static const end_of_process stop_workers_first(construct_what_workers_use);
+}
 
 }  // namespace
 
 worker_in_flight::worker_in_flight(void (*construct_what_workers_use)()) : counted_(true)
 {
-    static const end_of_process stop_workers_first(construct_what_workers_use);
+    arrange_for_the_end(construct_what_workers_use);
     ++in_flight;
     if (process_ends) {
         --in_flight;
@@ -66,6 +91,23 @@ worker_in_flight::~worker_in_flight()
 int workers_in_flight()
 {
     return in_flight.load();
+}
+
+frame_inside::frame_inside(void (*construct_what_workers_use)())
+{
+    if (!process_ends) {
+        arrange_for_the_end(construct_what_workers_use);
+    }
+    // Counted first: whoever ends the process says so first and counts then.
+    ++frames_inside;
+    ++frames_of_this_thread;
+    admitted_ = !process_ends;
+}
+
+frame_inside::~frame_inside()
+{
+    --frames_of_this_thread;
+    --frames_inside;
 }
 
 }  // namespace tarn

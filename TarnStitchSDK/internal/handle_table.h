@@ -30,7 +30,8 @@ public:
         do {
             ++newest_;
         } while (newest_ == 0 || things_.count(newest_) != 0);
-        things_.emplace(newest_, std::move(thing));
+        // In two steps: where memory is short the thing must not be destroyed in here.
+        things_[newest_] = std::move(thing);
         return reinterpret_cast<void*>(newest_);
     }
 
@@ -57,6 +58,18 @@ public:
             things_.erase(found);
         }
         return thing;
+    }
+
+    // For the thread that forks, while it does.
+
+    void lock()
+    {
+        mutex_.lock();
+    }
+
+    void unlock()
+    {
+        mutex_.unlock();
     }
 
 private:

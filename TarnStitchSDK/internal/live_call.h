@@ -5,22 +5,34 @@
 
 #include <cstdint>
 #include <exception>
+#include <optional>
+
+#include "worker_life.h"
+#include "worker_pool.h"
 
 namespace tarn {
 
 /// The parts of call_live_path that do not depend on the work.
 std::int64_t begin_live_call();
+void note_refused_live_call();
 void note_failed_live_call(const std::exception& error);
 double end_live_call(std::int64_t begun);
 
 /// Does `work`, which hands a frame to the live path. What it throws is logged, noted in the account of this thread
 /// (frame_account.h), and leaves the stitcher ready for the next frame. Logs the time spent.
-/// @returns that time, in milliseconds
+/// @returns that time, in milliseconds; none where the process is ending, or was forked off: nothing is done then, and
+///          the account says that the frame was refused
 template <typename Work>
-double call_live_path(const Work& work)
+std::optional<double> call_live_path(const Work& work)
 {
     const std::int64_t begun = begin_live_call();
+    std::optional<frame_inside> inside;  // until all is noted and logged
     try {
+        inside.emplace(construct_what_workers_use);
+        if (!inside->is_admitted()) {
+            note_refused_live_call();
+            return std::nullopt;
+        }
         work();
     } catch (const std::exception& error) {
         note_failed_live_call(error);

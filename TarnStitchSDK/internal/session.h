@@ -9,9 +9,11 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <unistd.h>
 
 #include "shared_state.h"
 #include "tarn_sweep.h"
+#include "wait_clock.h"
 
 namespace tarn {
 
@@ -32,13 +34,13 @@ public:
         return under_way_;
     }
 
-    /// Since it was made.
+    /// Since it was made, the time in which the process did not run included.
     double milliseconds() const;
 
 private:
     int under_way_;
     std::int64_t made_;
-    std::int64_t last_move_;
+    running_time since_last_move_;
 };
 
 /// Sleeps between two looks at the workers.
@@ -87,7 +89,12 @@ public:
     /// @throws sweep_error
     void start();
 
-    /// Ends its task, if that is still in place, and removes its files.
+    /// Tells the session that its task has ended, though it is still in place with its files, since no other one could
+    /// take its place in time.
+    void note_abandoned();
+
+    /// Ends its task, if that is still in place, and removes its files. In a process that was forked off it does
+    /// nothing: the files are the parent's.
     void end() noexcept;
 
     frame_answer feed(const frame_view& frame, direction_code hint);
@@ -106,10 +113,9 @@ private:
     int under_way() const;
     wait_end wait_for_workers(int most, bool also_until_failure, const progress& on_progress);
     wait_end hold_back(int workers);
-    bool settles();
-
     frame_answer register_frame(const frame_view& frame, direction_code hint, bool is_last);
-    frame_answer hand_over(const frame_view& frame, direction_code hint, bool is_last);
+    wait_end hand_over(const frame_view& frame, direction_code hint, bool is_last, const progress& on_progress,
+                       frame_answer& answer);
     frame_answer not_handed_over(wait_end why) const;
     wait_end hand_over_last(const finish_options& options);
     panorama collect(wait_end waited);
@@ -118,17 +124,20 @@ private:
 
     const sweep_options options_;
     const std::string directory_;
+    const pid_t process_ = getpid();
     std::atomic<task_generation> generation_{0};
+    std::atomic<task_generation> abandoned_at_{0};  ///< the generation since which nothing can come of it; 0 if it can
     std::atomic<bool> end_is_asked_for_{false};
 
     // Inside only.
     std::optional<frame_answer> last_frame_;  ///< the answer for the last frame, unless another one came after it
-    int written_turns_ = 0;                   ///< turns that were over when the panorama was written
+    int written_turns_ = 0;                   ///< turns that were over when the panorama's file was written
 
     // What there is after the last call: written inside, with the mutex held.
     mutable std::mutex view_;
     frame_answer newest_;
     cv::Mat preview_;
+    bool frozen_ = false;
     bool has_outline_ = false;
     int key_frames_ = 0;
     int never_started_ = 0;        ///< key frames for which there was no worker

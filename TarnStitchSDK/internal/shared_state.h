@@ -73,12 +73,18 @@ recursive_lock lock_members();
 /// The same, or a lock that is not held (false) when another thread is at the members.
 recursive_lock try_to_lock_members();
 
+/// The same, or not held (false) when it cannot be had by then.
+recursive_lock lock_members_until(std::chrono::steady_clock::time_point deadline);
+
 /// For the host's threads, whose calls always belong to the current task.
 std::unique_lock<std::mutex> lock_handover();
 
 /// The same for a worker, when `generation` is current; throws task_replaced otherwise. While the lock lives the task
 /// cannot be replaced.
 std::unique_lock<std::mutex> lock_handover(task_generation generation);
+
+/// For a process that was just forked off: leaves all locks behind, with whoever held them, and takes new ones.
+void make_locks_anew();
 
 /// Raises the generation, so that all workers in flight are of a replaced task, and returns the hand-over lock, for
 /// the constructor to reset what they shared.

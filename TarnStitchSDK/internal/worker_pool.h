@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Workers in flight: their number, and the end of the process while there are some. What they do is none of its
-// business.
+// Who is at work in the library - workers in flight, host's threads with a frame - and the end of the process while
+// somebody is. What they do is none of its business.
 #pragma once
 
 namespace tarn {
@@ -10,7 +10,8 @@ namespace tarn {
 ///
 /// The first one ever also arranges for the end of the process: before anything that workers use is destroyed,
 /// they are told to stop, and those in flight are waited for, for two seconds at most. What a worker uses beyond
-/// that time must be its own, or never destroyed.
+/// that time must be its own, or never destroyed. And for forks: in a process that is forked off nobody is at work, and
+/// nobody is admitted any more.
 class worker_in_flight {
 public:
     /// @param construct_what_workers_use  shall construct the static objects that workers would construct at first
@@ -30,5 +31,26 @@ private:
 
 /// Number of workers, of any generation, that were launched and have not yet finished.
 int workers_in_flight();
+
+/// A frame of a host's thread, inside while it lives. The first one ever arranges for the end of the process as the
+/// first worker does. That end waits for frames as it does for workers, but for one of the thread that ends the
+/// process: no waiting would bring it out.
+class frame_inside {
+public:
+    /// @param construct_what_workers_use  as for worker_in_flight; frames use the same
+    explicit frame_inside(void (*construct_what_workers_use)());
+    ~frame_inside();
+    frame_inside(const frame_inside&) = delete;
+    frame_inside& operator=(const frame_inside&) = delete;
+
+    /// False once the process is ending: what a frame uses may be gone.
+    bool is_admitted() const
+    {
+        return admitted_;
+    }
+
+private:
+    bool admitted_;
+};
 
 }  // namespace tarn

@@ -20,6 +20,7 @@
 #include "frames_file.h"
 #include "host_error.h"
 #include "output_file.h"
+#include "scratch_directory.h"
 
 namespace fs = std::filesystem;
 
@@ -94,15 +95,11 @@ bool is_working_name(const std::string& name)
 /// Removes what an earlier run has kept, so that the files in the directory are of one sweep.
 void remove_working_files(const fs::path& directory)
 {
-    std::vector<fs::path> earlier;
-    std::error_code error;
-    for (const fs::directory_entry& entry : fs::directory_iterator(directory, error)) {
-        std::error_code ignored;
-        if (is_working_name(entry.path().filename().string()) && !fs::is_directory(entry.symlink_status(ignored))) {
-            earlier.push_back(entry.path());
+    for (const fs::path& file : entries_of(directory)) {
+        std::error_code error;
+        if (!is_working_name(file.filename().string()) || fs::is_directory(fs::symlink_status(file, error))) {
+            continue;
         }
-    }
-    for (const fs::path& file : earlier) {
         if (!fs::remove(file, error) && error) {
             fail("cannot remove " + file.string() + " of an earlier run: " + error.message());
         }
@@ -314,9 +311,9 @@ void panorama_files::keep_working_files(const std::string& from, const sweep_res
     remove_working_files(asked_.keep_work);
     int frames = 0;
     bool panorama = false;
-    for (const fs::directory_entry& entry : fs::directory_iterator(from, error)) {
-        const fs::path target = fs::path(asked_.keep_work) / entry.path().filename();
-        std::ifstream file(entry.path(), std::ios::binary);
+    for (const fs::path& kept : entries_of(from)) {
+        const fs::path target = fs::path(asked_.keep_work) / kept.filename();
+        std::ifstream file(kept, std::ios::binary);
         write_whole_file(target.string(), {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()});
         frames += is_working_frame_name(target.filename().string()) ? 1 : 0;
         panorama = panorama || target.filename() == working_panorama;

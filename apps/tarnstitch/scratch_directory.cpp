@@ -43,4 +43,15 @@ scratch_directory::~scratch_directory()
     hold.keep_when_interrupted(made);
 }
 
+std::vector<std::filesystem::path> entries_of(const std::filesystem::path& directory)
+{
+    std::vector<std::filesystem::path> paths;
+    std::error_code error;
+    std::filesystem::directory_iterator entry(directory, error);
+    for (; !error && entry != std::filesystem::directory_iterator(); entry.increment(error)) {
+        paths.push_back(entry->path());
+    }
+    return paths;
+}
+
 }  // namespace tarn::host

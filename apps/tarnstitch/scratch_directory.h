@@ -1,9 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// A private temporary directory.
+// A private temporary directory, and what lies in a directory.
 #pragma once
 
+#include <filesystem>
 #include <string>
+#include <vector>
 
 namespace tarn::host {
 
@@ -29,5 +31,9 @@ public:
 private:
     std::string path_;
 };
+
+/// The paths of what lies in a directory, as far as it can be read; in no order. Listed before it is returned, so that
+/// the caller may move or remove what it names.
+std::vector<std::filesystem::path> entries_of(const std::filesystem::path& directory);
 
 }  // namespace tarn::host

@@ -13,6 +13,7 @@
 #include "host_error.h"
 #include "interruption.h"
 #include "scratch_directory.h"
+#include "working_copy.h"
 
 namespace tarn::host {
 
@@ -54,8 +55,9 @@ private:
             hold.remove_when_interrupted(directory_);
             return begun;
         } catch (const sweep_error& error) {
-            throw host_error(exit_code::output_failed,
-                             std::string("cannot make a temporary directory: ") + error.what());
+            const bool is_about_directory = error.problem() == sweep_problem::directory_unusable;
+            throw host_error(exit_code::output_failed, (is_about_directory ? "cannot make a temporary directory: " : "")
+                                                           + std::string(error.what()));
         }
     }
 
@@ -246,14 +248,9 @@ private:
         if (!result_.preview.empty() || last_frame_.empty()) {
             return;
         }
-        constexpr int preview_frame_width = 300;
-        cv::cvtColor(last_frame_, result_.preview, cv::COLOR_RGBA2BGR);
-        if (result_.preview.cols > preview_frame_width) {
-            const double scale = static_cast<double>(preview_frame_width) / result_.preview.cols;
-            cv::Mat small;
-            cv::resize(result_.preview, small, cv::Size(), scale, scale, cv::INTER_LINEAR_EXACT);
-            result_.preview = small;
-        }
+        cv::Mat colours;
+        cv::cvtColor(last_frame_, colours, cv::COLOR_RGBA2BGR);
+        image_resize(colours, result_.preview, working_width, 1);
     }
 
     /// Moves the working files out before the session removes them with their directory. What cannot be moved shows
@@ -265,9 +262,8 @@ private:
             return;
         }
         std::error_code error;
-        for (const fs::directory_entry& entry : fs::directory_iterator(session_->directory(), error)) {
-            std::error_code ignored;
-            fs::rename(entry.path(), fs::path(settings_.kept_files) / entry.path().filename(), ignored);
+        for (const fs::path& file : entries_of(session_->directory())) {
+            fs::rename(file, fs::path(settings_.kept_files) / file.filename(), error);
         }
     }
 

@@ -104,7 +104,7 @@ void look_classes_up(JNIEnv* env)
 {
     java_classes& classes = known();
     classes.answer = constructed(env, "org/tarnstitch/FrameAnswer", "(IILjava/lang/String;ZIIZIFIIIF[F[F[FD)V");
-    classes.panorama = constructed(env, "org/tarnstitch/Panorama", "(IIIILorg/tarnstitch/FrameAnswer;[BII)V");
+    classes.panorama = constructed(env, "org/tarnstitch/Panorama", "(IIIILorg/tarnstitch/FrameAnswer;[BII[B)V");
     classes.status = constructed(env, "org/tarnstitch/SweepStatus", "(IIZII)V");
     classes.preview = constructed(env, "org/tarnstitch/Preview", "([III[FZ)V");
     const local_ref<jclass> progress(env, env->FindClass("org/tarnstitch/Progress"));
@@ -181,12 +181,13 @@ jobject java_panorama(JNIEnv* env, const panorama& result, bool had_last_frame)
         encoded = result.jpeg();
     }
     const local_ref<jbyteArray> jpeg(env, java_bytes(env, encoded.data(), encoded.size()));
+    const local_ref<jbyteArray> file(env, java_bytes(env, result.file.data(), result.file.size()));
     // Deleted by the virtual machine when the native method returns; null is allowed here.
     const jobject last_frame = had_last_frame ? java_answer(env, result.last_frame) : nullptr;
     const java_class& type = known().panorama;
     return checked(env->NewObject(type.type, type.constructor, static_cast<jint>(result.extent),
                                   static_cast<jint>(result.why), result.first_failed_key_frame, result.key_frames,
-                                  last_frame, jpeg.get(), result.image.cols, result.image.rows));
+                                  last_frame, jpeg.get(), result.image.cols, result.image.rows, file.get()));
 }
 
 jobject java_status(JNIEnv* env, const sweep_status& status)

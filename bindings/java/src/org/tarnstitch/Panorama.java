@@ -32,9 +32,10 @@ public final class Panorama {
     private final byte[] jpeg;
     private final int width;
     private final int height;
+    private final byte[] file;
 
     Panorama(int extent, int why, int firstFailedKeyFrame, int keyFrames, FrameAnswer lastFrame, byte[] jpeg,
-            int width, int height) {
+            int width, int height, byte[] file) {
         this.extent = Extent.values()[extent];
         this.why = Reason.of(why);
         this.firstFailedKeyFrame = firstFailedKeyFrame;
@@ -43,6 +44,7 @@ public final class Panorama {
         this.jpeg = jpeg;
         this.width = width;
         this.height = height;
+        this.file = file;
     }
 
     /**
@@ -66,7 +68,8 @@ public final class Panorama {
     /**
      * Why the panorama is not whole.
      *
-     * @return {@link Reason#NONE} if it is; never null
+     * @return {@link Reason#NONE} if it is, or {@link Reason#DISK} where the file in the working directory could not be
+     *     written though it is; never null
      */
     public Reason why() {
         return why;
@@ -137,6 +140,11 @@ public final class Panorama {
      */
     public void writeTo(Path file) throws IOException {
         NativeCalls.write(PathBytes.of(file), existing());
+    }
+
+    /** Where the library has written it in the working directory; empty if it has not. */
+    byte[] file() {
+        return file;
     }
 
     private byte[] existing() {

@@ -135,8 +135,9 @@ public final class TarnStitch implements AutoCloseable {
     }
 
     /**
-     * Waits for the workers and hands the panorama out, which ends with the last key frame. May be called again, when no frame came after the first time:
-     * the answer is the same. A frame that is fed afterwards goes on with the sweep.
+     * Waits for the workers and hands the panorama out, which ends with the last key frame. May be called again: when
+     * no frame came after the first time, the answer is the same. A frame that is fed afterwards goes on with the
+     * sweep.
      *
      * @return the panorama, or why there is none; never null
      * @throws IllegalStateException if the sweep is over
@@ -202,8 +203,7 @@ public final class TarnStitch implements AutoCloseable {
             return feed(frame, hint).result();
         }
         Panorama result = finishWith(frame, hint, null);
-        boolean whole = result.extent() == Panorama.Extent.WHOLE;
-        panorama = whole ? PathBytes.toPath(NativeCalls.directory(sweep)).resolve("big_stitch.jpg") : null;
+        panorama = result.file().length > 0 ? PathBytes.toPath(result.file()) : null;
         return result.lastFrame().get().result();
     }
 
