@@ -3,8 +3,11 @@
 
 #include <atomic>
 #include <chrono>
+#include <csignal>
+#include <cstdlib>
 #include <mutex>
 #include <pthread.h>
+#include <unistd.h>
 #include <utility>
 
 #include "internal/shared_state.h"
@@ -45,9 +48,22 @@ void in_the_parent()
     const std::unique_lock<std::mutex> handover = std::move(held().handover);
 }
 
+// The status with which the child exits.
+volatile std::sig_atomic_t exit_status = 0;
+
+#ifdef __GLIBC__
+void note_exit_status(int status, void* /*unused*/)
+{
+    exit_status = status;
+}
+#endif
+
 void in_the_child()
 {
     is_forked = true;
+#ifdef __GLIBC__
+    on_exit(note_exit_status, nullptr);
+#endif
     held().members.release();
     held().handover.release();
     make_locks_anew();
@@ -60,6 +76,19 @@ void be_ready_for_forks()
 {
     static const int arranged = pthread_atfork(before_the_fork, in_the_parent, in_the_child);
     static_cast<void>(arranged);  // fails without memory only, as the fork will
+}
+
+void bound_the_end_of_a_forked_process()
+{
+    constexpr unsigned longest_end = 2;  // s
+    struct sigaction end_now = {};
+    end_now.sa_handler = [](int /*unused*/) { _exit(exit_status); };
+    sigaction(SIGALRM, &end_now, nullptr);
+    sigset_t alarms;
+    sigemptyset(&alarms);
+    sigaddset(&alarms, SIGALRM);
+    pthread_sigmask(SIG_UNBLOCK, &alarms, nullptr);
+    alarm(longest_end);
 }
 
 bool is_forked_process()

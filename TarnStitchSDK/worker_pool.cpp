@@ -32,6 +32,10 @@ struct end_of_process {
 
     ~end_of_process()
     {
+        if (is_forked_process()) {
+            bound_the_end_of_a_forked_process();
+            return;
+        }
         process_ends = true;                   // nobody is launched any more,
         begin_task();                          // and who is in flight belongs to a replaced task from now on
         constexpr int longest_wait = 2000000;  // µs

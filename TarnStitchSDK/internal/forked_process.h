@@ -17,4 +17,10 @@ void be_ready_for_forks();
 /// Whether the process was forked off after that.
 bool is_forked_process();
 
+/// For the end of such a process, when it comes to the exit handlers of OpenCV's that were registered by the library's
+/// first call: these, and destructors of OpenCV's, take locks that a thread of the parent's may have had when it was
+/// copied. It happens to one child in thousands; after two seconds that one ends without them, with the exit status
+/// that it was given. Takes SIGALRM.
+void bound_the_end_of_a_forked_process();
+
 }  // namespace tarn
