@@ -139,6 +139,26 @@ TEST_F(FinalImage, GivesUpAfterMoreThanTheTimeOutReturnsTrueAndLeavesThePath)
     expect_no_file();
 }
 
+TEST_F(FinalImage, ProcessThatIsStoppedMeanwhileStillWaitsForTheWorker)
+{
+    set_pipeline(2, 4);
+    max_wait_seconds = usual_wait;
+    stepped_time* clock = nullptr;
+    stepped_time time([&clock](int poll) {
+        if (poll == 100) {
+            clock->pass(22.0);
+        } else if (poll == 300) {
+            set_pipeline(3, 5);
+        }
+    });
+    clock = &time;
+
+    EXPECT_TRUE(tarn_stitcher.get_big_image(5));
+
+    EXPECT_EQ(time.polls(), 300);
+    expect_file();
+}
+
 TEST_F(FinalImage, WorkerDoneAtTheVeryLastPollIsStillWritten)
 {
     set_pipeline(2, 4);

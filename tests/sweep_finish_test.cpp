@@ -62,6 +62,26 @@ TEST_F(SweepFinish, WithoutALastFrameTheKeyFramesAreThePanorama)
     EXPECT_EQ(std::string(getCurrentPanoramaShow()), sweeping.directory() + "big_stitch.jpg");
 }
 
+TEST_F(SweepFinish, FileThatCannotBeWrittenIsSaidAndTriedAgain)
+{
+    sweep sweeping = sweep::begin(options());
+    feed(sweeping, 0, 6);
+    const std::string file = sweeping.directory() + "big_stitch.jpg";
+    fs::create_directories(file + "/occupied");
+    const panorama without = sweeping.finish();
+    EXPECT_EQ(without.extent, panorama_extent::whole) << "the picture itself is there";
+    EXPECT_EQ(without.why, reason::disk);
+    EXPECT_EQ(without.file, "");
+    EXPECT_FALSE(without.jpeg().empty());
+
+    fs::remove_all(file);
+    const panorama with = sweeping.finish();
+    EXPECT_EQ(with.extent, panorama_extent::whole);
+    EXPECT_EQ(with.why, reason::none);
+    EXPECT_EQ(with.file, file);
+    EXPECT_TRUE(with.jpeg() == bytes_of(file));
+}
+
 TEST_F(SweepFinish, LastFrameIsComposedWhereverItLies)
 {
     sweep sweeping = sweep::begin(options());
@@ -323,6 +343,39 @@ TEST_F(SweepFinish, DeclinedWaitGivesWhatThereIs)
     const panorama whole = sweeping.finish();
     EXPECT_EQ(whole.extent, panorama_extent::whole);
     EXPECT_EQ(whole.last_frame.key_frame, 3);
+}
+
+TEST_F(SweepFinish, WaitForAnotherTryOfTheLastFrameMayBeDeclined)
+{
+    sweep sweeping = sweep::begin(options());
+    tarn_stitcher.iou_thresh = 0.9f;  // so that the third key frame still overlaps with the first
+    stepper.at(worker_stage::registered, 2, run_out_of_memory);
+    stepper.hold_at(worker_stage::turn_taken, 2);
+    stepper.hold_at(worker_stage::file_written, 3);
+    const std::size_t next = feed_until_key_frame(sweeping, 3);
+    ASSERT_TRUE(stepper.wait_until_at(worker_stage::file_written, 3));
+    stepper.let_go(worker_stage::turn_taken, 2);
+    ASSERT_TRUE(wait_for_turns(2));
+    ASSERT_EQ(sweeping.status().pipeline, pipeline_failed);
+
+    int asked = 0;
+    finish_options impatient;
+    impatient.on_progress = [&asked](int, int) {
+        ++asked;
+        return false;
+    };
+    const frame_view last = view(next);
+    impatient.last_frame = &last;
+    const panorama part = sweeping.finish(impatient);
+    EXPECT_EQ(asked, 1);
+    EXPECT_EQ(part.why, reason::cancelled);
+    EXPECT_EQ(part.last_frame.code, code_pipeline_failed);
+    EXPECT_FALSE(part.last_frame.taken);
+
+    stepper.let_go(worker_stage::file_written, 3);
+    const panorama whole = sweeping.finish(ending_with(last));
+    EXPECT_EQ(whole.extent, panorama_extent::whole) << "worker 3 has brought the pipeline back";
+    EXPECT_TRUE(whole.last_frame.taken);
 }
 
 // ----------------------------------------------------------------------------------------------------- handing out

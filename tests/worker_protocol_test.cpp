@@ -525,6 +525,48 @@ TEST_F(WorkerWait, TimeSpentBeforeAWaitDoesNotCount)
     EXPECT_EQ(big_frame_num, 2);
 }
 
+TEST_F(WorkerWait, TimeInWhichTheProcessIsStoppedDoesNotCount)
+{
+    make_base();
+    set_status(2);
+    set_ticket(0);
+    constexpr double a_night = 8.0 * 3600.0;  // s
+    stepped_time* clock = nullptr;
+    stepped_time time([&clock](int poll) {
+        if (poll == 5 || poll == 25) {
+            clock->pass(a_night);
+        } else if (poll == 20) {
+            set_status(3);
+        } else if (poll == 40) {
+            set_ticket(1);
+        }
+    });
+    clock = &time;
+
+    add_key_frame(2);
+
+    EXPECT_EQ(time.polls(), 40);
+    EXPECT_EQ(big_stitch_status, 3);
+    EXPECT_EQ(big_frame_num, 2);
+}
+
+TEST_F(WorkerWait, AStopCountsForATenthOfASecond)
+{
+    constexpr int polls_of_a_tenth = 10;
+    constexpr int stops = 100;
+    stepped_time* clock = nullptr;
+    stepped_time time([&clock](int poll) {
+        if (poll <= stops) {
+            clock->pass(3600.0);
+        }
+    });
+    clock = &time;
+
+    expect_way_out([] { add_key_frame(2); }, 4);
+
+    EXPECT_EQ(time.polls(), polls_of_a_full_time_out - stops * (polls_of_a_tenth - 1));
+}
+
 TEST_F(WorkerWait, HostMayShortenTheTimeOutDuringAWait)
 {
     const stepped_time time([](int poll) {
