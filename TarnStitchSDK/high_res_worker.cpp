@@ -5,6 +5,7 @@
 
 #include "internal/worker_life.h"
 #include "module_globals.h"
+#include "shared_access.h"
 
 void stitch_big_image(cv::Mat frame, std::vector<float> angles, std::vector<float> scales, int direction,
                       int big_frame_index)
@@ -14,6 +15,11 @@ void stitch_big_image(cv::Mat frame, std::vector<float> angles, std::vector<floa
 }
 
 namespace tarn {
+
+void set_max_wait_seconds(int seconds)
+{
+    store_release(max_wait_seconds, seconds);
+}
 
 pipeline_snapshot look_at_pipeline()
 {

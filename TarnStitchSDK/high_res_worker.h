@@ -78,4 +78,9 @@ struct pipeline_snapshot {
 /// their way. The panorama is empty before the first turn is over.
 pipeline_snapshot look_at_pipeline();
 
+/// Sets max_wait_seconds, also while workers wait or a frame is inside, which go by it from then on; assigning to the
+/// variable is for moments without either. Any thread.
+/// @param seconds  as the variable; 0 or less: no wait is longer than one poll
+void set_max_wait_seconds(int seconds);
+
 }  // namespace tarn

@@ -58,7 +58,8 @@ inline float big_work_scale = 0.0f;
 /// The working directory as the workers see it; file names are appended directly.
 inline std::string big_local_path;
 
-/// Seconds after which a wait for a worker's turn gives up. The host may change it; a new task does not.
+/// Seconds after which a wait for a worker's turn gives up. The host may change it, in mid-sweep by
+/// tarn::set_max_wait_seconds; a new task does not.
 inline int max_wait_seconds = 20;
 
 #pragma GCC visibility pop

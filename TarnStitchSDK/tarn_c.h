@@ -105,7 +105,7 @@ enum tarn_error {
     TARN_ERROR_NO_PANORAMA = 5,          ///< there is none; tarn_panorama_get_info says why
     TARN_ERROR_NO_MEMORY = 6,            ///< memory is short
     TARN_ERROR_DISK = 7,                 ///< a file could not be written
-    TARN_ERROR_PROCESS_ENDS = 8,         ///< the process is ending
+    TARN_ERROR_PROCESS_ENDS = 8,         ///< so it is, or was forked off, or another copy of the library has the task
     TARN_ERROR_NO_SUCH_HANDLE = 100,     ///< a handle is null, was freed, or is none of the kind that is asked for
     TARN_ERROR_UNSUPPORTED = 101,        ///< a structure asks for what only a newer library has
     TARN_ERROR_IN_CALLBACK = 102,        ///< a call from a callback that could only wait for itself
@@ -172,7 +172,7 @@ enum tarn_reason {
     TARN_REASON_NO_THREAD = 17,         ///< no thread could be started
     TARN_REASON_DISK = 18,              ///< a file or directory could not be written
     TARN_REASON_CANCELLED = 19,         ///< the sweep was cancelled, or a callback ended the wait
-    TARN_REASON_PROCESS_ENDS = 20,      ///< the process is ending
+    TARN_REASON_PROCESS_ENDS = 20,      ///< so it is, or was forked off, or another copy of the library has the task
     TARN_REASON_NO_FRAMES = 21          ///< nothing was handed over that a panorama could be made of
 };
 

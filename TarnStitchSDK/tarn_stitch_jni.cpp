@@ -3,20 +3,22 @@
 
 #include <chrono>
 #include <cstdint>
+#include <cstdlib>
+#include <fcntl.h>
+#include <memory>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <utility>
+#include <vector>
 
 #include <opencv2/imgproc.hpp>
 
-#include "internal/forked_process.h"
+#include "internal/directory_identity.h"
 #include "internal/live_call.h"
 #include "internal/shared_state.h"
 #include "internal/spare_frames.h"
-
-// The variables that its constructor resets are inline variables of a header included above, so they are
-// constructed before it whatever the order in which the objects are linked.
-TarnStitcher tarn_stitcher("");
+#include "internal/worker_life.h"
+#include "internal/worker_pool.h"
 
 namespace {
 
@@ -48,13 +50,50 @@ tarn::recursive_lock wait_while_busy(int total_sleep)
     }
 }
 
+constexpr mode_t owner_may_write = 0200;  // exactly this mode
+
+// Removes the old directory and makes it anew. Where the process would be locked out of the new one, as an ordinary
+// user is, it gets the mode that the old one had.
+void replace_directory(const std::string& path)
+{
+    struct stat before {};
+
+    const std::unique_ptr<char, decltype(&std::free)> place(realpath(path.c_str(), nullptr), &std::free);
+    const bool is_known = place && stat(place.get(), &before) == 0;
+    tarn_stitcher.remove_local_path();
+    if (is_known && mkdir(place.get(), owner_may_write) == 0
+        && faccessat(AT_FDCWD, place.get(), R_OK | W_OK | X_OK, AT_EACCESS) != 0) {
+        constexpr mode_t permissions = 07777;
+        chmod(place.get(), before.st_mode & permissions);
+    }
+}
+
+// Removes the directory of the task that is replaced. Paths are compared byte for byte, by design, so that another
+// spelling of the same directory makes it anew. One that lies around the new task's stays, emptied, with all that are on
+// the way to that one.
+void leave_directory(const std::string& _local_path)
+{
+    const std::string& old_path = tarn_stitcher.local_path;
+    const std::vector<tarn::directory_identity> way = tarn::directories_towards(_local_path);
+    switch (tarn::how_directories_lie(old_path, _local_path, way)) {
+    case tarn::directories_lie::apart:
+        tarn_stitcher.remove_local_path();
+        break;
+    case tarn::directories_lie::as_one:
+        replace_directory(old_path);
+        break;
+    case tarn::directories_lie::new_inside_old:
+        tarn::empty_directory_but(old_path.c_str(), way);
+        break;
+    }
+}
+
 // Replaces the task. The old one stays in place when the new directory cannot be had.
 void start_task(const std::string& _local_path)
 {
     if (_local_path != tarn_stitcher.local_path) {
-        tarn_stitcher.remove_local_path();
+        leave_directory(_local_path);
     }
-    constexpr mode_t owner_may_write = 0200;  // exactly this mode
     if (_local_path.empty() || isFloderexit(_local_path.c_str()) || mkdir(_local_path.c_str(), owner_may_write) == 0) {
         TarnStitcher fresh(_local_path);
         const auto nobody_looks = tarn::lock_handover();
@@ -68,10 +107,11 @@ int resetStitch(const char* input_path)
 {
     using std::chrono::microseconds;
     using clock = std::chrono::steady_clock;
-    if (tarn::is_forked_process()) {
-        return 1;
-    }
     try {
+        const tarn::call_inside call(tarn::construct_what_workers_use);
+        if (!call.is_admitted()) {
+            return 1;
+        }
         const std::string _local_path = input_path == nullptr ? "" : input_path;
         const clock::time_point begun = clock::now();
         // Held throughout, so that no worker of the old task puts a file into a directory just emptied.
@@ -119,6 +159,10 @@ int* videoStitch(cv::Mat mat, int direction, int is_last_one)
 
 const char* getCurrentPanoramaShow()
 {
+    const tarn::call_inside call(nullptr);
+    if (!call.may_look()) {
+        return "";
+    }
     const auto lock = tarn::lock_handover();
     return tarn_stitcher.big_stitch_image_path.c_str();
 }
@@ -128,6 +172,10 @@ const char* getTestCurrentPanoramaShow()
     // A copy of the calling thread's own: a worker may replace the string at any moment, and with it the characters.
     static thread_local std::string shown_path;
     try {
+        const tarn::call_inside call(nullptr);
+        if (!call.may_look()) {
+            return "";
+        }
         const auto lock = tarn::lock_handover();
         shown_path = test_image_path;
     } catch (const std::exception&) {
@@ -138,6 +186,10 @@ const char* getTestCurrentPanoramaShow()
 
 cv::Mat getCurrentPanoramsShowMat()
 {
+    const tarn::call_inside call(nullptr);
+    if (!call.may_look()) {
+        return {};
+    }
     const auto lock = tarn::lock_handover();
     return tarn_stitcher.last_stitch_image;
 }

@@ -16,7 +16,14 @@
 // within its bound, and ends the wait of a last one.
 // Strings, result arrays: owned by the library, valid until the next call.
 // Failure: no exception leaves these functions, but for one of matToBitmapArray; a frame-level outcome is a code.
-// Output: the library writes log lines to standard output. One of them has no line end.
+// Output: the library writes log lines to standard output. One of them has no line end. Where that is a pipe that nobody
+// reads, a call waits for its reader as any program would: read it, or use tarn::sweep (tarn_sweep.h), which writes
+// nothing there. No failure of the stream leaves a call.
+// Copies: a process may load the shared library several times, from several files or with several name spaces, as
+// plug-ins do that each bring their own. Each copy that is loaded locally (RTLD_LOCAL) has a task of its own. Of copies
+// that are loaded globally, or linked beside each other, the first one that is used has the task; calls of the others are
+// refused, with code -1, and change nothing. Parts of a plug-in that include this header are compiled with
+// -fno-gnu-unique where the compiler is GCC; the CMake target sees to that.
 // Orientation: frames are taken as a camera's sensor delivers them when the device is held upright. The
 // high-resolution panorama is turned by 90 degrees clockwise against them; the preview is not.
 #pragma once
@@ -25,8 +32,11 @@
 
 #include "tarn_stitcher.h"
 
-/// The task that all entry points act on. Constructed with "" before main, after the variables that it resets.
-extern TarnStitcher tarn_stitcher;
+#pragma GCC visibility push(default)
+/// The task that all entry points act on. Constructed with "" before main, after the variables that it resets: it is an
+/// inline variable as they are.
+inline TarnStitcher tarn_stitcher("");
+#pragma GCC visibility pop
 
 /// Starts a new task: removes the working directory of the old one if the path changes; creates the new one if it is
 /// missing, else empties it.
@@ -41,6 +51,9 @@ extern TarnStitcher tarn_stitcher;
 ///                    deleted. "" (or null) touches no directory, and the
 ///                    task's files then lie in the current one. A missing directory is created with mode
 ///                    0200, which an ordinary user cannot enter on most file systems: create it yourself first.
+///                    Another spelling of the old path names another path: its directory is removed and made anew,
+///                    for an ordinary user with the mode that it had. A directory inside the old one may be the new
+///                    one: the old one then stays, emptied.
 /// @returns 1, always. When a missing directory cannot be created the old task stays in place, and goes on.
 int resetStitch(const char* input_path);
 

@@ -9,6 +9,7 @@
 #include <opencv2/imgcodecs.hpp>
 
 #include "internal/forked_process.h"
+#include "internal/library_copy.h"
 #include "internal/frame_account.h"
 #include "internal/frame_intake.h"
 #include "internal/picture_file.h"
@@ -78,6 +79,10 @@ sweep sweep::begin(sweep_options options)
     if (is_forked_process()) {
         throw sweep_error(sweep_problem::process_ends,
                           "no sweep can be begun: this process was forked off from one that had begun to sweep");
+    }
+    if (!has_the_task()) {
+        throw sweep_error(sweep_problem::process_ends,
+                          "no sweep can be begun: another copy of the library in this process has its variables");
     }
     if (!be_ready_for_the_end_of_the_process()) {
         refuse_as_process_ends();

@@ -177,7 +177,7 @@ enum class sweep_problem : int {
     no_panorama = 5,
     no_memory = 6,
     disk = 7,
-    process_ends = 8,
+    process_ends = 8,  ///< or it was forked off, or another copy of the library in it has the task
 };
 
 /// What is thrown for a wrong argument, a sweep that is over, a directory or a file.

@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include "internal/forked_process.h"
+#include "internal/library_copy.h"
 #include "internal/shared_state.h"
 
 namespace tarn {
@@ -15,9 +16,10 @@ namespace {
 
 // Constant-initialised, so that it is there before any static object is constructed.
 std::atomic<int> in_flight{0};
-std::atomic<int> frames_inside{0};
-std::atomic<bool> process_ends{false};
-thread_local int frames_of_this_thread = 0;
+std::atomic<int> calls_inside{0};
+std::atomic<bool> process_ends{false};       // or was forked off: nobody is admitted any more
+std::atomic<bool> variables_may_go{false};  // the process ends: nobody may even look
+thread_local int calls_of_this_thread = 0;
 
 // Destroyed at the end of the process before everything that was constructed when the first worker was launched,
 // the shared variables among it. Static objects that are constructed after it are destroyed before it, with
@@ -36,6 +38,7 @@ struct end_of_process {
             bound_the_end_of_a_forked_process();
             return;
         }
+        variables_may_go = true;
         process_ends = true;                   // nobody is launched any more,
         begin_task();                          // and who is in flight belongs to a replaced task from now on
         constexpr int longest_wait = 2000000;  // µs
@@ -54,12 +57,12 @@ private:
     {
         process_ends = true;
         in_flight = 0;
-        frames_inside = frames_of_this_thread;
+        calls_inside = calls_of_this_thread;
     }
 
     static bool others_are_at_work()
     {
-        return in_flight.load() > 0 || frames_inside.load() > frames_of_this_thread;
+        return in_flight.load() > 0 || calls_inside.load() > calls_of_this_thread;
     }
 };
 
@@ -97,21 +100,36 @@ int workers_in_flight()
     return in_flight.load();
 }
 
-frame_inside::frame_inside(void (*construct_what_workers_use)())
+call_inside::call_inside(void (*construct_what_workers_use)()) : may_look_(false), admitted_(false)
 {
-    if (!process_ends) {
+    if (variables_may_go || !has_the_task()) {
+        return;
+    }
+    if (construct_what_workers_use != nullptr && !process_ends) {
         arrange_for_the_end(construct_what_workers_use);
     }
     // Counted first: whoever ends the process says so first and counts then.
-    ++frames_inside;
-    ++frames_of_this_thread;
-    admitted_ = !process_ends;
+    ++calls_inside;
+    may_look_ = !variables_may_go;
+    admitted_ = may_look_ && !process_ends;
+    if (may_look_) {
+        ++calls_of_this_thread;
+    } else {
+        --calls_inside;
+    }
 }
 
-frame_inside::~frame_inside()
+call_inside::~call_inside()
 {
-    --frames_of_this_thread;
-    --frames_inside;
+    if (may_look_) {
+        --calls_of_this_thread;
+        --calls_inside;
+    }
+}
+
+int admitted_calls()
+{
+    return calls_inside.load();
 }
 
 }  // namespace tarn

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "working_directory.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <dirent.h>
@@ -12,6 +13,8 @@
 #include <unistd.h>
 #include <utility>
 #include <vector>
+
+#include "internal/directory_identity.h"
 
 namespace {
 
@@ -116,8 +119,16 @@ owned_descriptor open_from(const owned_descriptor& directory, const char* name)
 // Works on descriptors rather than paths: no path inside the tree is ever spelt out, so none can be too long, and
 // a directory that is exchanged for a link in the meantime leads nowhere. It goes down and up again with a few of
 // them open, so that a tree may be deeper than the process has descriptors or stack.
-void empty_directory(owned_descriptor here)
+void empty_directory(owned_descriptor here, const std::vector<tarn::directory_identity>& kept)
 {
+    const auto is_kept = [&](const char* name) {
+        struct stat status {};
+
+        return !kept.empty() && fstatat(here.get(), name, &status, AT_SYMLINK_NOFOLLOW) == 0
+               && std::find(kept.begin(), kept.end(), tarn::directory_identity{status.st_dev, status.st_ino})
+                      != kept.end();
+    };
+
     std::vector<open_level> levels;
     levels.push_back(clear_of_files(dup(here.get())));
     while (true) {
@@ -143,8 +154,10 @@ void empty_directory(owned_descriptor here)
                 return;  // somebody has moved the directory away; what lies around it now is none of ours
             }
         }
-        // Fails for a directory that holds something left alone.
-        unlinkat(here.get(), levels.back().subdirectories.back().c_str(), AT_REMOVEDIR);
+        const char* const emptied = levels.back().subdirectories.back().c_str();
+        if (!is_kept(emptied)) {
+            unlinkat(here.get(), emptied, AT_REMOVEDIR);  // fails for a directory that holds something left alone
+        }
         levels.back().subdirectories.pop_back();
     }
 }
@@ -168,6 +181,11 @@ void getFilePath(const char* path, const char* filename, char* filepath)
 
 void deleteFile(const char* path)
 {
+    tarn::empty_directory_but(path, {});
+}
+
+void tarn::empty_directory_but(const char* path, const std::vector<directory_identity>& kept)
+{
     struct stat status {};
 
     if (lstat(path, &status) != 0) {
@@ -177,7 +195,7 @@ void deleteFile(const char* path)
         std::remove(path);
     } else if (S_ISDIR(status.st_mode)) {
         try {
-            empty_directory(owned_descriptor(open(path, O_RDONLY | O_DIRECTORY | O_CLOEXEC)));
+            empty_directory(owned_descriptor(open(path, O_RDONLY | O_DIRECTORY | O_CLOEXEC)), kept);
         } catch (const std::bad_alloc&) {
             // What has not been reached stays, as where permissions are missing.
         }

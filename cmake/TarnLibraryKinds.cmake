@@ -10,6 +10,9 @@ function(tarn_set_library_properties target opencv_of_headers opencv_inside)
   list(TRANSFORM opencv_of_headers PREPEND opencv_)
   list(TRANSFORM opencv_inside PREPEND opencv_)
   target_compile_features(${target} PUBLIC cxx_std_17)
+  # Without it GCC makes the interface's variables unique in the whole process, so that copies of the library that are
+  # loaded locally, by plug-ins, would share them. The hosts' own parts define them as well.
+  target_compile_options(${target} PUBLIC "$<$<COMPILE_LANG_AND_ID:CXX,GNU>:-fno-gnu-unique>")
   # A host writes #include "tarn_stitch_jni.h" or #include <TarnStitchSDK/tarn_stitch_jni.h>, as it likes.
   target_include_directories(
     ${target}
@@ -32,6 +35,8 @@ function(tarn_restrict_exports target)
   endif()
   set(exports "${PROJECT_SOURCE_DIR}/cmake/exports.map")
   target_link_options(${target} PRIVATE "LINKER:--version-script=${exports}")
+  # What it calls of its own is its own, whatever functions of these names the host or another copy of it has.
+  target_link_options(${target} PRIVATE "LINKER:-Bsymbolic-functions")
   # A host that closes it (dlclose) does not take away the code that workers, and threads that end, still run.
   target_link_options(${target} PRIVATE "LINKER:-z,nodelete")
   set_property(TARGET ${target} APPEND PROPERTY LINK_DEPENDS "${exports}")

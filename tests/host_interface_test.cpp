@@ -8,6 +8,7 @@
 #include <sstream>
 #include <stdexcept>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <gtest/gtest.h>
 #include <opencv2/imgproc.hpp>
@@ -33,6 +34,35 @@ unsigned mode_of(const std::string& path)
     EXPECT_EQ(lstat(path.c_str(), &record), 0) << path;
     return record.st_mode & 07777U;
 }
+
+/// While one lives, a process of root's has the rights of an ordinary user, whose the tree `place` becomes.
+class ordinary_user {
+public:
+    explicit ordinary_user(const std::string& place) : was_root_(geteuid() == 0)
+    {
+        if (was_root_) {
+            EXPECT_EQ(lchown(place.c_str(), nobody, nobody), 0);
+            for (const fs::directory_entry& entry : fs::recursive_directory_iterator(place)) {
+                EXPECT_EQ(lchown(entry.path().c_str(), nobody, nobody), 0);
+            }
+            EXPECT_EQ(seteuid(nobody), 0);
+        }
+    }
+
+    ~ordinary_user()
+    {
+        if (was_root_) {
+            EXPECT_EQ(seteuid(0), 0);
+        }
+    }
+
+    ordinary_user(const ordinary_user&) = delete;
+    ordinary_user& operator=(const ordinary_user&) = delete;
+
+private:
+    static constexpr uid_t nobody = 65534;
+    bool was_root_;
+};
 
 /// A frame with enough detail for the live path, as a host hands it over.
 cv::Mat good_frame(int offset = 0)
@@ -157,6 +187,77 @@ TEST_F(ResetStitch, PathsAreComparedByteForByte)
     EXPECT_EQ(tarn_stitcher.local_path, same);
     ASSERT_TRUE(fs::is_directory(same));
     EXPECT_EQ(mode_of(same), 0200U);
+}
+
+TEST_F(ResetStitch, AnotherSpellingOfTheDirectoryServesAnOrdinaryUser)
+{
+    fs::permissions(directory(), fs::perms(0750));
+    fs::create_directory_symlink(directory(), root() + "link");
+    write_file(directory() + "big_frame1.jpg");
+    for (const std::string& same : {directory() + "/", root() + "link", root() + "./link/", directory()}) {
+        const ordinary_user nobody(root());
+        EXPECT_EQ(resetStitch(same.c_str()), 1);
+        EXPECT_EQ(tarn_stitcher.local_path, same);
+        EXPECT_EQ(entries_of(directory()), std::vector<std::string>());
+        EXPECT_EQ(mode_of(directory().substr(0, directory().size() - 1)), 0750U) << same;
+        write_file(directory() + "big_frame1.jpg");
+        EXPECT_TRUE(fs::exists(directory() + "big_frame1.jpg")) << same;
+    }
+}
+
+TEST_F(ResetStitch, DirectoryInsideTheOldOneIsHadAndTheOldOneStays)
+{
+    const std::string inside = directory() + "a/b/";
+    fs::create_directories(inside);
+    fs::permissions(inside, fs::perms(0710));
+    fs::create_directories(directory() + "a/c");
+    write_file(directory() + "big_frame1.jpg");
+    write_file(inside + "old");
+
+    EXPECT_EQ(resetStitch(inside.c_str()), 1);
+
+    EXPECT_EQ(tarn_stitcher.local_path, inside);
+    EXPECT_EQ(entries_of(directory()), std::vector<std::string>({"a"}));
+    EXPECT_EQ(entries_of(directory() + "a"), std::vector<std::string>({"b"}));
+    EXPECT_EQ(entries_of(inside), std::vector<std::string>());
+    EXPECT_EQ(mode_of(inside.substr(0, inside.size() - 1)), 0710U);
+}
+
+TEST_F(ResetStitch, MissingDirectoryInsideTheOldOneIsMade)
+{
+    write_file(directory() + "big_frame1.jpg");
+    const std::string inside = directory() + "./2/";
+    EXPECT_EQ(resetStitch(inside.c_str()), 1);
+    EXPECT_EQ(tarn_stitcher.local_path, inside);
+    EXPECT_EQ(entries_of(directory()), std::vector<std::string>({"2"}));
+}
+
+TEST_F(ResetStitch, DirectoryBelowAMissingOneInsideTheOldOneCostsNothing)
+{
+    EXPECT_EQ(resetStitch((directory() + "no/parent/").c_str()), 1);
+    EXPECT_EQ(tarn_stitcher.local_path, directory());
+    EXPECT_EQ(entries_of(directory()), std::vector<std::string>());
+}
+
+TEST_F(ResetStitch, DirectoryAroundTheOldOneIsEmptied)
+{
+    const std::string around = root() + "around/";
+    fs::create_directories(around + "old");
+    resetStitch((around + "old/").c_str());
+    write_file(around + "old/big_frame1.jpg");
+    EXPECT_EQ(resetStitch(around.c_str()), 1);
+    EXPECT_EQ(tarn_stitcher.local_path, around);
+    EXPECT_EQ(entries_of(around), std::vector<std::string>());
+}
+
+TEST_F(ResetStitch, RelativeSpellingsAreFollowedToTheirDirectories)
+{
+    const fs::path before = fs::current_path();
+    fs::current_path(directory());
+    EXPECT_EQ(resetStitch("inside"), 1);
+    fs::current_path(before);
+    EXPECT_EQ(tarn_stitcher.local_path, "inside");
+    EXPECT_EQ(entries_of(directory()), std::vector<std::string>({"inside"}));
 }
 
 TEST_F(ResetStitch, FailedMkdirKeepsTheOldTaskUntouched)

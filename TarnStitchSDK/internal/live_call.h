@@ -20,13 +20,13 @@ double end_live_call(std::int64_t begun);
 
 /// Does `work`, which hands a frame to the live path. What it throws is logged, noted in the account of this thread
 /// (frame_account.h), and leaves the stitcher ready for the next frame. Logs the time spent.
-/// @returns that time, in milliseconds; none where the process is ending, or was forked off: nothing is done then, and
-///          the account says that the frame was refused
+/// @returns that time, in milliseconds; none where the frame is not admitted (call_inside): nothing is done then, and
+///          the account says that it was refused
 template <typename Work>
 std::optional<double> call_live_path(const Work& work)
 {
     const std::int64_t begun = begin_live_call();
-    std::optional<frame_inside> inside;  // until all is noted and logged
+    std::optional<call_inside> inside;  // until all is noted and logged
     try {
         inside.emplace(construct_what_workers_use);
         if (!inside->is_admitted()) {

@@ -33,7 +33,7 @@ void launch_worker(const cv::Mat& frame, const std::vector<float>& angles, const
 
 /// Lets OpenCV construct now the static objects that it makes when they are first needed, where that would be on a
 /// worker's thread: the means of its parallel loops, the table of file formats, the types of the matcher's parameters.
-/// For worker_in_flight and frame_inside. Takes about two milliseconds, once.
+/// For worker_in_flight and call_inside. Takes about two milliseconds, once.
 void construct_what_workers_use();
 
 /// Points in a worker's life at which a test may step in.

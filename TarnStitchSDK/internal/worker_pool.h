@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Who is at work in the library - workers in flight, host's threads with a frame - and the end of the process while
+// Who is at work in the library - workers in flight, host's threads with a call - and the end of the process while
 // somebody is. What they do is none of its business.
 #pragma once
 
@@ -32,25 +32,37 @@ private:
 /// Number of workers, of any generation, that were launched and have not yet finished.
 int workers_in_flight();
 
-/// A frame of a host's thread, inside while it lives. The first one ever arranges for the end of the process as the
-/// first worker does. That end waits for frames as it does for workers, but for one of the thread that ends the
-/// process: no waiting would bring it out.
-class frame_inside {
+/// A call of a host's thread that uses the task, inside while it lives. The first one ever that may arranges for the end
+/// of the process as the first worker does. That end waits for calls as it does for workers, but for one of the thread
+/// that ends the process: no waiting would bring it out.
+class call_inside {
 public:
-    /// @param construct_what_workers_use  as for worker_in_flight; frames use the same
-    explicit frame_inside(void (*construct_what_workers_use)());
-    ~frame_inside();
-    frame_inside(const frame_inside&) = delete;
-    frame_inside& operator=(const frame_inside&) = delete;
+    /// @param construct_what_workers_use  as for worker_in_flight; frames use the same. Null for a call that is not to
+    ///                                    take the time to arrange for the end
+    explicit call_inside(void (*construct_what_workers_use)());
+    ~call_inside();
+    call_inside(const call_inside&) = delete;
+    call_inside& operator=(const call_inside&) = delete;
 
-    /// False once the process is ending: what a frame uses may be gone.
+    /// False once the process is ending, when what a call uses may be gone; in one that was forked off; and where
+    /// another copy of the library has the task.
     bool is_admitted() const
     {
         return admitted_;
     }
 
+    /// As is_admitted, but true also in a process that was forked off: for calls that only look.
+    bool may_look() const
+    {
+        return may_look_;
+    }
+
 private:
+    bool may_look_;
     bool admitted_;
 };
+
+/// Number of calls that were admitted, or may look, and are still inside.
+int admitted_calls();
 
 }  // namespace tarn

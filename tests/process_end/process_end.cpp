@@ -7,6 +7,7 @@
 //     process_end WAY stuck INDEX SEED   end while the worker INDEX is stuck in the writing of its file, and let it
 //                                        go on when everything that the library could destroy is destroyed
 //     process_end WAY anywhere SEED      end somewhere in a sweep of live frames
+//     process_end WAY feeding SEED       end while another thread feeds frames, and goes on with it to the last
 //
 // WAY is return (from main), exit (called by the host's thread) or thread (exit, called by another thread). With
 // PROCESS_END_EARLY in the environment the first worker of all is launched before main.
@@ -105,6 +106,12 @@ public:
         }
         if (tarn::workers_in_flight() != 0) {
             give_up("workers are still at work");
+        }
+        for (int looks = 0; tarn::admitted_calls() != 0; ++looks) {  // one that is being refused counts for a moment
+            if (looks == 3) {
+                give_up("a frame is still inside");
+            }
+            rest(10);
         }
         expect_no_more_launches();
         std::error_code error;
@@ -233,7 +240,7 @@ void let_go()
 void give_workers_their_time()
 {
     static auto& polls = *new tarn::test::counted_sleep([](int) {
-        while (tarn::workers_in_flight() > 0) {
+        while (tarn::workers_in_flight() > 0 || tarn::admitted_calls() > 0) {
             std::this_thread::sleep_for(std::chrono::milliseconds(1));
         }
     });
@@ -304,6 +311,38 @@ void sweep_until(int frames)
     }
 }
 
+/// Feeds frames to and fro on a thread of its own for as long as the process lives. @returns once it has begun
+void feed_for_ever(const std::string& directory)
+{
+    constexpr int frames_to_and_fro = 34;
+    constexpr int step = 12;  // px
+    // Never destroyed, as the thread outlives all that is.
+    static auto& frames = *new std::vector<cv::Mat>;
+    static auto& path = *new std::string(directory);
+    static auto& fed = *new std::atomic<int>(0);
+    const cv::Mat& plane = tarn::test::textured_plane(cv::Size(768, 256));
+    for (int i = 0; i < frames_to_and_fro; ++i) {
+        const int place = i < frames_to_and_fro / 2 ? i : frames_to_and_fro - i;
+        frames.push_back(
+            tarn::test::host_frame_from(plane(cv::Rect(place * step, 0, frame_size.width, frame_size.height))));
+    }
+    std::thread([] {
+        for (;;) {
+            if (fed % (3 * frames_to_and_fro) == 0) {
+                resetStitch(path.c_str());
+            }
+            videoStitch(frames[static_cast<std::size_t>(fed % frames_to_and_fro)], 0, 0);
+            static_cast<void>(getCurrentPanoramsShowMat().total());
+            static_cast<void>(getTestCurrentPanoramaShow());
+            static_cast<void>(getCurrentPanoramaShow());
+            ++fed;
+        }
+    }).detach();
+    while (fed == 0) {
+        rest(100);
+    }
+}
+
 }  // namespace
 
 /// In front of the C library's, which it calls: the library under test writes its files through this.
@@ -322,7 +361,7 @@ int main(int argc, char** argv)
 {
     const std::vector<std::string> words(argv, argv + argc);
     if (words.size() < 4) {
-        give_up("usage: process_end WAY STAGE|stuck INDEX SEED, or process_end WAY anywhere SEED");
+        give_up("usage: process_end WAY STAGE|stuck INDEX SEED, or process_end WAY anywhere|feeding SEED");
     }
     const std::string& way = words[1];
     const std::string& moment = words[2];
@@ -338,6 +377,9 @@ int main(int argc, char** argv)
     worker_stage stage = worker_stage::started;
     if (moment == "anywhere") {
         sweep_until(draw(1, 36));
+        rest(draw(0, 60000));
+    } else if (moment == "feeding") {
+        feed_for_ever(host.directory());
         rest(draw(0, 60000));
     } else if (moment == "stuck") {
         const int index = std::atoi(words[3].c_str());
