@@ -7,6 +7,7 @@
 #include <fcntl.h>
 #include <memory>
 #include <sys/stat.h>
+#include <thread>
 #include <unistd.h>
 #include <utility>
 #include <vector>
@@ -23,16 +24,28 @@
 namespace {
 
 constexpr int one_sleep = 100000;     // µs
-constexpr int short_sleep = 5000;     // µs
 constexpr int longest_sum = 1000000;  // µs; exceeded by the eleventh sleep
 
+// A thread that hands over frame after frame leaves the members for moments only, which one look would hardly ever meet.
+tarn::recursive_lock look_for_members()
+{
+    using clock = std::chrono::steady_clock;
+    constexpr auto longest_look = std::chrono::milliseconds(4);
+    const clock::time_point begun = clock::now();
+    tarn::recursive_lock members = tarn::try_to_lock_members();
+    while (!members && clock::now() - begun < longest_look) {
+        std::this_thread::yield();
+        members = tarn::try_to_lock_members();
+    }
+    return members;
+}
+
 // Waits while a frame is inside the task, for at most 11 sleeps less what has been waited for already; then the caller
-// goes on regardless. The lock is not held (false) when another thread is still at the members; one that hands over
-// frame after frame leaves them for moments only, so that they are looked for more often.
+// goes on regardless. The lock is not held (false) when another thread is still at the members.
 tarn::recursive_lock wait_while_busy(int total_sleep)
 {
     while (true) {
-        auto members = tarn::try_to_lock_members();
+        auto members = look_for_members();
         bool busy = !members;
         if (members) {  // the status is looked at under the lock: another reset replaces the members as a whole
             const int status = tarn::load_acquire(tarn_stitcher.stitcher_status);
@@ -41,12 +54,11 @@ tarn::recursive_lock wait_while_busy(int total_sleep)
         if (!busy || total_sleep > longest_sum) {
             return members;
         }
-        const int sleep = members ? one_sleep : short_sleep;
         if (members) {
             members.unlock();
         }
-        usleep(sleep);
-        total_sleep += sleep;
+        usleep(one_sleep);
+        total_sleep += one_sleep;
     }
 }
 

@@ -7,7 +7,8 @@
 //     process_end WAY stuck INDEX SEED   end while the worker INDEX is stuck in the writing of its file, and let it
 //                                        go on when everything that the library could destroy is destroyed
 //     process_end WAY anywhere SEED      end somewhere in a sweep of live frames
-//     process_end WAY feeding SEED       end while another thread feeds frames, and goes on with it to the last
+//     process_end WAY beside_a_feeder SEED
+//                                        end while another thread feeds frames, and goes on with it to the last
 //
 // WAY is return (from main), exit (called by the host's thread) or thread (exit, called by another thread). With
 // PROCESS_END_EARLY in the environment the first worker of all is launched before main.
@@ -361,7 +362,7 @@ int main(int argc, char** argv)
 {
     const std::vector<std::string> words(argv, argv + argc);
     if (words.size() < 4) {
-        give_up("usage: process_end WAY STAGE|stuck INDEX SEED, or process_end WAY anywhere|feeding SEED");
+        give_up("usage: process_end WAY STAGE|stuck INDEX SEED, or process_end WAY anywhere|beside_a_feeder SEED");
     }
     const std::string& way = words[1];
     const std::string& moment = words[2];
@@ -378,7 +379,7 @@ int main(int argc, char** argv)
     if (moment == "anywhere") {
         sweep_until(draw(1, 36));
         rest(draw(0, 60000));
-    } else if (moment == "feeding") {
+    } else if (moment == "beside_a_feeder") {
         feed_for_ever(host.directory());
         rest(draw(0, 60000));
     } else if (moment == "stuck") {

@@ -22,7 +22,7 @@ while [ "$i" -lt "$count" ]; do
     esac
     run_seed=$(((seed + i) % 1000000000))
     case $moment in
-    anywhere | feeding) set -- "$way" "$moment" "$run_seed" ;;
+    anywhere | beside_a_feeder) set -- "$way" "$moment" "$run_seed" ;;
     *) set -- "$way" "$moment" $((2 + i / 3 % 3)) "$run_seed" ;;
     esac
     "$program" "$@"
