@@ -17,7 +17,8 @@ build release --target tarn_soak
 times() {
   awk -v count="$1" -v factor="$factor" 'BEGIN { n = int(count * factor); print n < 2 ? 2 : n }'
 }
-for run in "cancel $(times 1000)" "frames $(times 20000)" "keyframes $(times 20000)" "sweeps $(times 500)"; do
+for run in "cancel $(times 1000)" "frames $(times 20000)" "keyframes $(times 20000)" "sweeps $(times 500)" \
+  "hasty $(times 15000)" "traffic $(times 15000)" "slow $(times 108000)"; do
   say "tarn_soak $run"
   read -r -a arguments <<<"$run"
   build/release/tests/soak/tarn_soak "${arguments[@]}"

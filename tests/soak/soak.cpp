@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Long runs in one process. Usage: tarn_soak cancel|frames|keyframes|sweeps COUNT
+// Long runs in one process. Usage: tarn_soak cancel|frames|keyframes|sweeps|hasty|traffic|slow COUNT
 //
 //   cancel     COUNT sweeps cancelled at random moments and restarted, in the same directory and in changing ones; each
 //              tenth is followed by a whole sweep, whose panorama must be that of an undisturbed one, byte for byte
@@ -8,6 +8,11 @@
 //   keyframes  one sweep of COUNT frames of a camera that goes back and forth, so that every few frames a key frame is
 //              due; ends early when the high-resolution pipeline does
 //   sweeps     COUNT short whole sweeps, each with the same panorama, byte for byte
+//   hasty      one sweep of COUNT frames of a camera that is swayed too fast to be followed: most frames are rejected,
+//              and the places that they leave behind lead ever farther away
+//   traffic    the same of a camera that stands still, before things that move across its view; begun again whenever
+//              the high-resolution pipeline ends, which is soon
+//   slow       one sweep of COUNT frames of a camera that hardly moves: 108,000 are an hour
 //
 // Threads and descriptors must come back to their level, and so must memory, up to what an allocator keeps. How the
 // time per frame develops is printed, not judged.
@@ -36,8 +41,10 @@
 
 #include "internal/shared_state.h"
 #include "internal/worker_pool.h"
+#include "preview_limit.h"
 #include "resources.h"
 #include "support/rendered_sweep.h"
+#include "support/sample_video.h"
 #include "support/sanitizers.h"
 #include "tarn_stitch_jni.h"
 
@@ -261,9 +268,13 @@ double median(std::vector<double> values)
     return values[values.size() / 2];
 }
 
+enum class failure { none, ends, begins_again };
+
 /// One sweep over `frames`, again and again, until `count` have been fed.
-void one_sweep(int count, const std::vector<cv::Mat>& frames, bool may_fail)
+/// @param when_it_fails  what happens when the pipeline does
+void one_sweep(int count, const std::vector<cv::Mat>& frames, failure when_it_fails)
 {
+    const bool may_fail = when_it_fails != failure::none;
     const private_root root;
     resetStitch(root.directory(0).c_str());
     std::vector<double> milliseconds;
@@ -280,6 +291,11 @@ void one_sweep(int count, const std::vector<cv::Mat>& frames, bool may_fail)
         require(may_fail || tarn_stitcher.failed_count == 0, "no frame is rejected");
         if (code == -1) {
             require(may_fail, "frame " + std::to_string(i) + " is taken");
+            if (when_it_fails == failure::begins_again) {
+                wait_for_workers();
+                resetStitch(root.directory(0).c_str());
+                continue;
+            }
             std::printf("the pipeline ended with frame %d, key frame %d\n", i,
                         tarn::look_at_pipeline().first_failed_frame);
             milliseconds.pop_back();
@@ -289,18 +305,21 @@ void one_sweep(int count, const std::vector<cv::Mat>& frames, bool may_fail)
         if (i % std::max(1, count / rounds_of_watch) == 0) {
             // The panorama, twice while it grows, with as much again in reserve.
             const cv::Mat panorama = tarn::look_at_pipeline().panorama;
-            held.after_round(4.0 * static_cast<double>(panorama.total() * 3) / 1048576.0);
+            const std::size_t preview_pixels = tarn_stitcher.last_stitch_image.total();
+            require(preview_pixels <= static_cast<std::size_t>(tarn::usual_preview_limit), "the preview has its limit");
+            held.after_round(static_cast<double>(4 * panorama.total() * 3 + 2 * preview_pixels * 3) / 1048576.0);
         }
         preview = cv::Size(std::max(preview.width, tarn_stitcher.last_stitch_image.cols),
                            std::max(preview.height, tarn_stitcher.last_stitch_image.rows));
     }
-    if (codes.count(-1) == 0) {
+    if (codes.count(-1) == 0 && !may_fail) {
         require(videoStitch(frames[0], 0, 1)[0] > 0, "the last frame is taken");
         require(!panorama_bytes().empty(), "the sweep has a panorama");
     }
     const cv::Mat panorama = tarn::look_at_pipeline().panorama;
-    std::printf("%zu frames, %d key frames, preview at most %d x %d, panorama %d x %d\ncodes:", milliseconds.size(),
-                tarn_stitcher.big_frame_index, preview.width, preview.height, panorama.cols, panorama.rows);
+    std::printf("%zu frames, %d key frames, preview at most %d x %d%s, panorama %d x %d\ncodes:", milliseconds.size(),
+                tarn_stitcher.big_frame_index, preview.width, preview.height,
+                tarn::preview_is_frozen() ? " (frozen)" : "", panorama.cols, panorama.rows);
     for (const auto& [code, times] : codes) {
         std::printf("  %d: %d times", code, times);
     }
@@ -324,6 +343,55 @@ std::vector<cv::Mat> swaying(double reach, int length)
     return host_frames(sweep);
 }
 
+/// The sweep over the car park, each 14th of its frames, to and fro.
+std::vector<cv::Mat> hasty()
+{
+    constexpr std::size_t step = 14;
+    std::vector<cv::Mat> frames;
+    const std::vector<cv::Mat>& video = tarn::test::sample_video("parking_pan.mp4");
+    for (std::size_t i = 0; i < video.size(); i += step) {
+        cv::Mat small;
+        cv::resize(video[i], small, frame_size, 0, 0, cv::INTER_AREA);
+        frames.push_back(tarn::test::host_frame_from(small));
+    }
+    for (std::size_t i = frames.size() - 1; i-- > 1;) {
+        frames.push_back(frames[i]);
+    }
+    return frames;
+}
+
+/// A still view, of which most is hidden by what passes before it, some fast and some slowly, to both sides.
+std::vector<cv::Mat> traffic()
+{
+    constexpr int length = 120;
+    const cv::Mat& plane = tarn::test::textured_plane(cv::Size(1600, 1200));
+    std::vector<cv::Mat> frames;
+    for (int i = 0; i < length; ++i) {
+        cv::Mat view = plane(cv::Rect(cv::Point(0, 0), frame_size)).clone();
+        constexpr int lanes = 4;
+        const int height = frame_size.height / (lanes + 1);
+        for (int lane = 0; lane < lanes; ++lane) {
+            const int speed = (lane % 2 == 0 ? 1 : -1) * (12 + 5 * lane);  // px per frame
+            const int place = 600 + speed * (i % 20);
+            const cv::Rect passing(place, 300 + 60 * lane, frame_size.width, height);
+            plane(passing).copyTo(view.rowRange(lane * height, (lane + 1) * height));
+        }
+        frames.push_back(tarn::test::host_frame_from(view));
+    }
+    return frames;
+}
+
+/// Each frame of a camera that turns to and fro, seen many times, as if it hardly moved.
+std::vector<cv::Mat> slow()
+{
+    constexpr int times = 8;
+    std::vector<cv::Mat> frames;
+    for (const cv::Mat& frame : swaying(90.0, 600)) {
+        frames.insert(frames.end(), times, frame);
+    }
+    return frames;
+}
+
 }  // namespace
 
 int main(int argc, char** argv)
@@ -331,7 +399,7 @@ int main(int argc, char** argv)
     const std::string what = argc == 3 ? argv[1] : "";
     const int count = argc == 3 ? std::atoi(argv[2]) : 0;
     if (count < 2) {
-        std::fprintf(stderr, "usage: tarn_soak cancel|frames|keyframes|sweeps COUNT\n");
+        std::fprintf(stderr, "usage: tarn_soak cancel|frames|keyframes|sweeps|hasty|traffic|slow COUNT\n");
         return 2;
     }
     no_output nowhere;
@@ -344,9 +412,15 @@ int main(int argc, char** argv)
     if (what == "cancel") {
         cancel(count);
     } else if (what == "frames") {
-        one_sweep(count, swaying(10.0, 200), false);
+        one_sweep(count, swaying(10.0, 200), failure::none);
     } else if (what == "keyframes") {
-        one_sweep(count, swaying(110.0, 120), true);
+        one_sweep(count, swaying(110.0, 120), failure::ends);
+    } else if (what == "hasty") {
+        one_sweep(count, hasty(), failure::ends);
+    } else if (what == "traffic") {
+        one_sweep(count, traffic(), failure::begins_again);
+    } else if (what == "slow") {
+        one_sweep(count, slow(), failure::ends);
     } else if (what == "sweeps") {
         sweeps(count);
     } else {
