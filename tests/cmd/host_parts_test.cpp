@@ -496,11 +496,12 @@ TEST(StandardStreamsDeathTest, MessageIsOneLineWhateverIsInIt)
 
 TEST(Options, AllAreRead)
 {
-    const options all = parsed({"1.png",      "2.png",      "--start",   "1:30",     "--end",  "1:00:00.5",   "--step",
-                                "3",          "--fps",      "12.5",      "-o",       "a.jpg",  "--quality",   "80",
-                                "--crop",     "--preview",  "b.png",     "--frames", "c.csv",  "--keep-work", "d",
-                                "--json",     "--log",      "e",         "--turn",   "cw",     "--direction", "left",
-                                "--no-retry", "--realtime", "--workers", "3",        "--show", "-q"});
+    const options all = parsed(
+        {"1.png",     "2.png",    "--start",     "1:30",        "--end",      "1:00:00.5",  "--step",    "3",
+         "--fps",     "12.5",     "-o",          "a.jpg",       "--quality",  "80",         "--crop",    "--preview",
+         "b.png",     "--frames", "c.csv",       "--keep-work", "d",          "--json",     "--log",     "e",
+         "--turn",    "cw",       "--direction", "left",        "--no-retry", "--realtime", "--workers", "3",
+         "--threads", "4",        "--skip-done", "--show",      "-q"});
     EXPECT_EQ(all.inputs, (std::vector<std::string>{"1.png", "2.png"}));
     EXPECT_EQ(all.selection.start, 90.0);
     EXPECT_EQ(all.selection.end, 3600.5);
@@ -519,6 +520,8 @@ TEST(Options, AllAreRead)
     EXPECT_FALSE(all.retry);
     EXPECT_TRUE(all.realtime);
     EXPECT_EQ(all.workers, 3);
+    EXPECT_EQ(all.threads, 4);
+    EXPECT_TRUE(all.skip_done);
     EXPECT_TRUE(all.show);
     EXPECT_TRUE(all.quiet);
 }
@@ -548,8 +551,10 @@ TEST(Options, DefaultsAreTheDocumentedOnes)
     EXPECT_EQ(all.turn, turn_choice::automatic);
     EXPECT_EQ(all.direction, camera_motion::any);
     EXPECT_EQ(all.workers, 0);
-    EXPECT_GE(default_workers(), 2);
-    EXPECT_LE(default_workers(), 6);
+    EXPECT_EQ(all.threads, 0);
+    EXPECT_EQ(default_workers(1), 1);
+    EXPECT_EQ(default_workers(5), 5);
+    EXPECT_EQ(default_workers(64), 6);
 }
 
 TEST(Options, InputThatStartsWithADashFollowsTwoDashes)
@@ -624,6 +629,8 @@ TEST(Options, MistakesAreSaidInASentenceByTheOptionsOwnName)
         {{"a.mp4", "--turn", "left"}, "--turn is auto, ccw, cw or none, not left"},
 
         {{"a.mp4", "--workers", "0"}, "--workers is a whole number from 1 to 16, not 0"},
+        {{"a.mp4", "--threads", "0"}, "--threads is a whole number from 1 to 256, not 0"},
+        {{"a.mp4", "--threads", "257"}, "--threads is a whole number from 1 to 256, not 257"},
         {{"a.mp4", "--workers", "17"}, "--workers is a whole number from 1 to 16, not 17"},
         {{"a.mp4", "--workers", "-1"}, "--workers is a whole number from 1 to 16, not -1"},
         {{"a.mp4", "--workers", "two"}, "--workers is a whole number from 1 to 16, not two"},
@@ -674,7 +681,7 @@ TEST(Options, HelpNamesEveryOptionAndExitCodeInLinesThatFitATerminal)
         EXPECT_LE(end - start, 100U) << text.substr(start, end - start);
         start = end + 1;
     }
-    for (const char* code : {"  0  ", "  1  ", "  2  ", "  3  ", "  4  ", "  130  "}) {
+    for (const char* code : {"  0  ", "  1  ", "  2  ", "  3  ", "  4  ", "  5  ", "  130  "}) {
         EXPECT_NE(text.find(code), std::string::npos) << code;
     }
 }
