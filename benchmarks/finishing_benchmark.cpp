@@ -5,7 +5,7 @@
 // its answer is looked at when its time is over. Clips beyond the samples are named on the command line; a table in
 // Markdown goes to standard output.
 //
-//     finishing_benchmark [--threads=N] [--pictures=DIRECTORY] [--lengths] [VIDEO[:TRUTH.csv]]...
+//     finishing_benchmark [--threads=N] [--pictures=DIRECTORY] [--lengths] [--alone] [VIDEO[:TRUTH.csv]]...
 #include <algorithm>
 #include <array>
 #include <chrono>
@@ -322,6 +322,7 @@ int main(int argc, char** argv)
     std::string pictures;
     int threads = cv::getNumThreads();
     bool lengths = false;
+    bool alone = false;  // without rivals
     for (int i = 1; i < argc; ++i) {
         const std::string argument = argv[i];
         if (argument.rfind("--threads=", 0) == 0) {
@@ -330,6 +331,8 @@ int main(int argc, char** argv)
             pictures = argument.substr(11) + "/";
         } else if (argument == "--lengths") {
             lengths = true;
+        } else if (argument == "--alone") {
+            alone = true;
         } else if (argument.rfind("--", 0) != 0) {
             clips.push_back(argument);
         }
@@ -361,7 +364,8 @@ int main(int argc, char** argv)
             part.pictures.resize(count);
             part.truth.resize(std::min(count, part.truth.size()));
             for (const rival& one : rivals) {
-                if (lengths && std::strcmp(one.name, "SCANS") == 0) {
+                const bool is_rival = std::strcmp(one.name, "finishing") != 0;
+                if ((alone && is_rival) || (lengths && std::strcmp(one.name, "SCANS") == 0)) {
                     continue;
                 }
                 const std::string file =
