@@ -12,10 +12,8 @@
 #include <system_error>
 #include <thread>
 
-#include <CLI/CLI.hpp>
-
+#include "command_line.h"
 #include "host_error.h"
-#include "written_options.h"
 
 namespace tarn::host {
 
@@ -35,8 +33,6 @@ std::string shown(const std::string& text)
 }
 
 // What reading an option does, by the kind of the member that it sets.
-
-using reading = void(const option_row& row, const std::string& name, const std::string& text, options& into);
 
 template <auto member>
 void set_flag(const option_row&, const std::string&, const std::string&, options& into)
@@ -129,13 +125,9 @@ void read_rate(const option_row&, const std::string& name, const std::string& te
     into.selection.fps = rate;
 }
 
-/// An option of the table and what reading it does.
-struct bound_row {
-    option_row row;
-    reading* read;
-};
+}  // namespace
 
-const std::vector<bound_row>& bound_table()
+const std::vector<option_row>& option_table()
 {
     constexpr const char* input = "Input";
     constexpr const char* outputs = "Outputs";
@@ -145,99 +137,86 @@ const std::vector<bound_row>& bound_table()
     constexpr const char* about = "About";
     constexpr int most_quality = 100;
     constexpr int most_pixels = 1'000'000'000;  // more is beyond OpenCV's own limit
-    static const std::vector<bound_row> table = {
-        {{input, "INPUT", "", value_kind::file, "",
-          "a video file; a camera (camera:0 or /dev/video0); a numbered image\n"
-          "sequence (frame%04d.png); a directory of images; or several images.\n"
-          "Images are taken in natural order, frame2 before frame10"},
+    static const std::vector<option_row> table = {
+        {input, "INPUT", "", value_kind::file, "",
+         "a video file; a camera (camera:0 or /dev/video0); a numbered image\n"
+         "sequence (frame%04d.png); a directory of images; or several images.\n"
+         "Images are taken in natural order, frame2 before frame10",
          read_input},
-        {{input, "--start", "TIME", value_kind::text, "", "begin at TIME: seconds or h:mm:ss (videos and cameras)"},
+        {input, "--start", "TIME", value_kind::text, "", "begin at TIME: seconds or h:mm:ss (videos and cameras)",
          read_time<&frame_selection::start>},
-        {{input, "--end", "TIME", value_kind::text, "", "end at TIME; with a camera, after so long"},
+        {input, "--end", "TIME", value_kind::text, "", "end at TIME; with a camera, after so long",
          read_time<&frame_selection::end>},
-        {{input, "--step", "N", value_kind::text, "", "take every N-th frame"}, read_step},
-        {{input, "--fps", "RATE", value_kind::text, "", "take at most RATE frames of each second (videos and cameras)"},
+        {input, "--step", "N", value_kind::text, "", "take every N-th frame", read_step},
+        {input, "--fps", "RATE", value_kind::text, "", "take at most RATE frames of each second (videos and cameras)",
          read_rate},
-        {{input, "--max-pixels", "N", value_kind::text, "",
-          "refuse pictures of more pixels, before they take memory (default:\n"
-          "100000000)"},
+        {input, "--max-pixels", "N", value_kind::text, "",
+         "refuse pictures of more pixels, before they take memory (default:\n"
+         "100000000)",
          read_number<&options::max_pixels, 1, most_pixels>},
 
-        {{outputs, "-o,--output", "FILE", value_kind::file, "jpg jpeg png tif tiff",
-          "the high-resolution panorama; the ending decides: .jpg, or .png and\n"
-          ".tif without loss (default: the input's name + \"-panorama.jpg\", in the\n"
-          "current directory)"},
+        {outputs, "-o,--output", "FILE", value_kind::file, "jpg jpeg png tif tiff",
+         "the high-resolution panorama; the ending decides: .jpg, or .png and\n"
+         ".tif without loss (default: the input's name + \"-panorama.jpg\", in the\n"
+         "current directory)",
          read_path<&options::output>},
-        {{outputs, "--quality", "N", value_kind::text, "", "quality of a JPEG panorama, 1 to 100 (default: 95)"},
+        {outputs, "--quality", "N", value_kind::text, "", "quality of a JPEG panorama, 1 to 100 (default: 95)",
          read_number<&options::quality, 1, most_quality>},
-        {{outputs, "--crop", "", value_kind::none, "",
-          "cut the panorama to the largest upright rectangle without empty\n"
-          "(wholly black) pixels"},
+        {outputs, "--crop", "", value_kind::none, "",
+         "cut the panorama to the largest upright rectangle without empty\n"
+         "(wholly black) pixels",
          set_flag<&options::crop>},
-        {{outputs, "--preview", "FILE", value_kind::file, "jpg jpeg png tif tiff bmp webp",
-          "the small live panorama; the ending decides the format"},
-         read_path<&options::preview>},
-        {{outputs, "--frames", "FILE", value_kind::file, "csv jsonl",
-          "what became of each frame: its code, direction, motion, shape, time;\n"
-          ".csv or .jsonl"},
+        {outputs, "--preview", "FILE", value_kind::file, "jpg jpeg png tif tiff bmp webp",
+         "the small live panorama; the ending decides the format", read_path<&options::preview>},
+        {outputs, "--frames", "FILE", value_kind::file, "csv jsonl",
+         "what became of each frame: its code, direction, motion, shape, time;\n"
+         ".csv or .jsonl",
          read_path<&options::frames>},
-        {{outputs, "--keep-work", "DIR", value_kind::directory, "",
-          "copy the library's working files (each key frame, the panorama) to DIR"},
-         read_path<&options::keep_work>},
-        {{outputs, "--json", "", value_kind::none, "", "a summary of the run on standard output, as one JSON object"},
+        {outputs, "--keep-work", "DIR", value_kind::directory, "",
+         "copy the library's working files (each key frame, the panorama) to DIR", read_path<&options::keep_work>},
+        {outputs, "--json", "", value_kind::none, "", "a summary of the run on standard output, as one JSON object",
          set_flag<&options::json_summary>},
-        {{outputs, "--log", "FILE", value_kind::file, "", "the library's own log lines (default: they are dropped)"},
+        {outputs, "--log", "FILE", value_kind::file, "", "the library's own log lines (default: they are dropped)",
          read_path<&options::log>},
 
-        {{orientation, "--turn", "WAY", value_kind::words, "auto ccw cw none",
-          "how frames are turned before the library gets them: auto, ccw\n"
-          "(counter-clockwise), cw (clockwise) or none. What is written is upright\n"
-          "in any case, but some sweeps can be stitched one way only. auto, the\n"
-          "default, is what the camera recorded where the file tells, else ccw"},
+        {orientation, "--turn", "WAY", value_kind::words, "auto ccw cw none",
+         "how frames are turned before the library gets them: auto, ccw\n"
+         "(counter-clockwise), cw (clockwise) or none. What is written is upright\n"
+         "in any case, but some sweeps can be stitched one way only. auto, the\n"
+         "default, is what the camera recorded where the file tells, else ccw",
          read_word<&options::turn, turn_choice::automatic, turn_choice::counter_clockwise, turn_choice::clockwise,
                    turn_choice::none>},
-        {{orientation, "--direction", "WAY", value_kind::words, "right left up down none",
-          "how the camera moves in the picture: right, left, up, down or none;\n"
-          "motion the opposite way is then rejected (default: none)"},
+        {orientation, "--direction", "WAY", value_kind::words, "right left up down none",
+         "how the camera moves in the picture: right, left, up, down or none;\n"
+         "motion the opposite way is then rejected (default: none)",
          read_word<&options::direction, camera_motion::right, camera_motion::left, camera_motion::up,
                    camera_motion::down, camera_motion::any>},
-        {{orientation, "--no-retry", "", value_kind::none, "",
-          "no second try, with the frames turned the other way, after a failure"},
-         clear_flag<&options::retry>},
+        {orientation, "--no-retry", "", value_kind::none, "",
+         "no second try, with the frames turned the other way, after a failure", clear_flag<&options::retry>},
 
-        {{pace, "--realtime", "", value_kind::none, "",
-          "play a video at its own rate, as a camera would: frames that come\n"
-          "while the library is busy are dropped, and counted"},
+        {pace, "--realtime", "", value_kind::none, "",
+         "play a video at its own rate, as a camera would: frames that come\n"
+         "while the library is busy are dropped, and counted",
          set_flag<&options::realtime>},
-        {{pace, "--workers", "N", value_kind::text, "",
-          "key frames worked on at once, 1 to 16 (default: by the processors)"},
+        {pace, "--workers", "N", value_kind::text, "",
+         "key frames worked on at once, 1 to 16 (default: by the processors)",
          read_number<&options::workers, 1, most_workers>},
 
-        {{screen, "--show", "", value_kind::none, "",
-          "a window with the growing preview and the outline of the current\n"
-          "frame, green while frames are taken, red when one is rejected"},
+        {screen, "--show", "", value_kind::none, "",
+         "a window with the growing preview and the outline of the current\n"
+         "frame, green while frames are taken, red when one is rejected",
          set_flag<&options::show>},
-        {{screen, "-q,--quiet", "", value_kind::none, "", "no progress, notes or summary; errors are still told"},
+        {screen, "-q,--quiet", "", value_kind::none, "", "no progress, notes or summary; errors are still told",
          set_flag<&options::quiet>},
 
-        {{about, "-h,--help", "", value_kind::none, "", "show this text"}, set_flag<&options::help>},
-        {{about, "--version", "", value_kind::none, "", "show the versions of tarnstitch, its library and OpenCV"},
+        {about, "-h,--help", "", value_kind::none, "", "show this text", set_flag<&options::help>},
+        {about, "--version", "", value_kind::none, "", "show the versions of tarnstitch, its library and OpenCV",
          set_flag<&options::version>},
     };
     return table;
 }
 
-/// What is left when the options have been taken away. As a positional option, which may be repeated, CLI11 would take
-/// a name such as "[a,b]" apart.
-std::vector<std::string> inputs_of(const CLI::App& app)
-{
-    std::vector<std::string> inputs = app.remaining();
-    const auto mark = std::find(inputs.begin(), inputs.end(), "--");
-    if (mark != inputs.end()) {
-        inputs.erase(mark);
-    }
-    return inputs;
-}
+namespace {
 
 /// Options that make no sense together.
 void check_together(const options& asked)
@@ -255,18 +234,6 @@ void check_together(const options& asked)
 }
 
 }  // namespace
-
-const std::vector<option_row>& option_table()
-{
-    static const std::vector<option_row> table = [] {
-        std::vector<option_row> rows;
-        for (const bound_row& bound : bound_table()) {
-            rows.push_back(bound.row);
-        }
-        return rows;
-    }();
-    return table;
-}
 
 bool is_positional(const option_row& row)
 {
@@ -290,8 +257,11 @@ options parse_options(int argc, const char* const* argv)
 {
     options result;
     std::string wrong;
-    for (const written_option& option : written_options(argc, argv, wrong)) {
-        result.written[long_name(*option.row)] = option.name;
+    const std::vector<written_option> line = written_options(argc, argv, wrong);
+    for (const written_option& option : line) {
+        if (!is_positional(*option.row)) {
+            result.written[long_name(*option.row)] = option.name;
+        }
     }
     // Who asks for help gets it, whatever else is on the line.
     result.help = result.written.count("--help") > 0;
@@ -302,26 +272,8 @@ options parse_options(int argc, const char* const* argv)
     if (!wrong.empty()) {
         fail(wrong);
     }
-    CLI::App app;
-    app.set_help_flag();
-    app.allow_extras();
-    for (const bound_row& bound : bound_table()) {
-        if (bound.row.kind == value_kind::none) {
-            app.add_flag(bound.row.names);
-        } else if (!is_positional(bound.row)) {
-            app.add_option(bound.row.names);
-        }
-    }
-    try {
-        app.parse(argc, argv);
-    } catch (const CLI::ParseError&) {
-        fail("the command line cannot be understood");
-    }
-    for (const bound_row& bound : bound_table()) {
-        const std::string name = long_name(bound.row);
-        for (const std::string& text : is_positional(bound.row) ? inputs_of(app) : app.get_option(name)->results()) {
-            bound.read(bound.row, result.as_written(name), text, result);
-        }
+    for (const written_option& option : line) {
+        option.row->read(*option.row, option.name, option.value, result);
     }
     if (result.inputs.empty()) {
         fail("there is no INPUT: a video, a camera, or images");

@@ -58,6 +58,8 @@ struct option_row {
     value_kind kind;
     const char* choices;  ///< the words, or the endings of files, separated by " "; "" if any will do
     const char* help;     ///< lines of at most 72 characters, separated by "\n"
+    /// Sets what it stands for in `into`. @throws host_error (usage) that calls the option by `name`
+    void (*read)(const option_row& row, const std::string& name, const std::string& value, options& into);
 };
 
 /// The table, by topics in the order of the help text.
