@@ -3,11 +3,13 @@
 // The summary of --json: all that is known of a run at its end, for a program to read.
 #pragma once
 
+#include <optional>
 #include <string>
 #include <vector>
 
 #include <opencv2/core.hpp>
 
+#include "finish_stage.h"
 #include "frame_turn.h"
 #include "host_error.h"
 #include "options.h"
@@ -31,7 +33,8 @@ struct run_summary {
     int tries = 0;
     sweep_result result;
     written_files written;
-    std::vector<std::string> notes;  ///< what was said beside, a line each
+    std::optional<finished_picture> finished;  ///< where one was tried; without its pixels
+    std::vector<std::string> notes;            ///< what was said beside, a line each
     double seconds = 0.0;
 };
 
