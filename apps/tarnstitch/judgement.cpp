@@ -37,4 +37,18 @@ bool second_is_better(const sweep_result& first, const sweep_result& second, boo
     return false;
 }
 
+exit_code code_of_failure(reason why)
+{
+    switch (why) {
+    case reason::timed_out:
+    case reason::no_memory:
+    case reason::no_thread:
+        return exit_code::short_of_means;
+    case reason::disk:
+        return exit_code::output_failed;
+    default:
+        return exit_code::not_stitched;
+    }
+}
+
 }  // namespace tarn::host

@@ -3,6 +3,7 @@
 // What sweeps' results tell: what most of the frames met, and which of two tries is the better one. Pure functions.
 #pragma once
 
+#include "host_error.h"
 #include "sweep.h"
 
 namespace tarn::host {
@@ -21,5 +22,9 @@ int reach_of(const sweep_result& failed);
 /// Whether a second try is to be taken instead of the first, whose pipeline failed.
 /// @param stopped  whether the user has ended the second one early, so that it is complete as far as it went only
 bool second_is_better(const sweep_result& first, const sweep_result& second, bool stopped);
+
+/// How the program ends for a sweep that the pipeline gave up: whether the pictures are to blame, a full disk, or a
+/// machine that is short of something for now.
+exit_code code_of_failure(reason why);
 
 }  // namespace tarn::host

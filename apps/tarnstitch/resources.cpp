@@ -64,7 +64,7 @@ void check_threads(int needed)
         try {
             all.start_one();
         } catch (const std::system_error&) {
-            throw host_error(exit_code::not_stitched,
+            throw host_error(exit_code::short_of_means,
                              "too few threads: a run takes " + std::to_string(needed) + " more, and the system gives "
                                  + std::to_string(started)
                                  + "; raise the limit on processes (ulimit -u, or the container's)");
@@ -85,23 +85,23 @@ void check_descriptors(int needed)
     }
     // Where there is no /dev/null at all, nothing is known.
     if (error == EMFILE || error == ENFILE) {
-        throw host_error(exit_code::not_stitched, "too few files may be open at once: a run takes "
-                                                      + std::to_string(needed) + " more, and the system gives "
-                                                      + std::to_string(taken.size()) + "; raise the limit (ulimit -n)");
+        throw host_error(exit_code::short_of_means, "too few files may be open at once: a run takes "
+                                                        + std::to_string(needed) + " more, and the system gives "
+                                                        + std::to_string(taken.size())
+                                                        + "; raise the limit (ulimit -n)");
     }
 }
 
 }  // namespace
 
-void check_resources(int workers)
+void check_resources(int threads, int workers)
 {
     // The input, an output beside its temporary file, a working file of each of two workers, OpenCV's and the decoder's
     // own.
     constexpr int descriptors = 8;
     check_descriptors(descriptors);
     // The decoder's threads, OpenCV's beside the caller's, the workers, and one that reads ahead.
-    const int processors = cv::getNumberOfCPUs();
-    check_threads(processors + (cv::getNumThreads() - 1) + workers + 1);
+    check_threads(threads + (cv::getNumThreads() - 1) + workers + 1);
 }
 
 }  // namespace tarn::host

@@ -27,12 +27,15 @@
 #include "key_frame_collector.h"
 #include "media_logs.h"
 #include "metadata.h"
+#include "output_file.h"
 #include "panorama_files.h"
 #include "preview_window.h"
+#include "processors.h"
 #include "progress.h"
 #include "realtime_feed.h"
 #include "report.h"
 #include "resources.h"
+#include "run_record.h"
 #include "scratch_directory.h"
 #include "standard_streams.h"
 #include "summary.h"
@@ -44,6 +47,12 @@ namespace tarn::host {
 namespace {
 
 using clock = std::chrono::steady_clock;
+
+/// Whether what a run has come to is to be written down.
+bool wants_summary(const options& asked)
+{
+    return asked.json_summary || asked.skip_done;
+}
 
 /// One way of stitching the input, and what came of it.
 struct attempt {
@@ -73,7 +82,14 @@ public:
     {
         std::unique_ptr<frame_source> source = open();
         const source_facts facts = source->facts();
+        if (asked_.skip_done && is_done(asked_, files_.panorama(), facts.files, summary_.earlier)) {
+            note("nothing to do: " + files_.panorama() + " has been made of the same input with the same options");
+            return;
+        }
         files_.check_places();
+        if (wants_summary(asked_)) {
+            summary_.input_files = identities_of(facts.files);
+        }
         if (!asked_.log.empty()) {
             // Only now: opening it empties it, and it might have been one of the files that the checks protect.
             library_lines_.send_to(asked_.log);
@@ -135,8 +151,9 @@ private:
         turns_.push_back(turn);
         attempt made;
         made.turn = turn;
-        constexpr std::size_t frames_ahead = 2;
-        frame_feed feed(std::move(source), asked_.selection, turn, looked_at_, asked_.realtime ? 0 : frames_ahead);
+        // With one thread decoding waits while a frame is stitched.
+        const std::size_t frames_ahead = asked_.realtime || asked_.threads < 2 ? 0 : 2;
+        frame_feed feed(std::move(source), asked_.selection, turn, looked_at_, frames_ahead);
         sweep_settings settings;
         if (!asked_.keep_work.empty()) {
             settings.kept_files = made.kept_files = new_directory_for_kept_files();
@@ -145,7 +162,7 @@ private:
             settings.on_log = [](const std::string& lines) { std::cout << lines << std::flush; };
         }
         settings.direction_hint = direction_hint(asked_.direction, turn);
-        settings.workers = asked_.workers > 0 ? asked_.workers : default_workers();
+        settings.workers = asked_.workers;
 
         progress_display progress(feed.expected());
         settings.observers.push_back(&progress);
@@ -330,7 +347,7 @@ private:
             return exit_code::input_failed;
         case sweep_outcome::pipeline_failed:
             // A second try left to itself might have come to a better end: it is the user's stop that settled this.
-            return done.second_interrupted ? exit_code::stopped : exit_code::not_stitched;
+            return done.second_interrupted ? exit_code::stopped : code_of_failure(done.result.why);
         case sweep_outcome::given_up:
             return exit_code::stopped;
         case sweep_outcome::complete:
@@ -340,7 +357,7 @@ private:
             return exit_code::output_failed;
         }
         if (summary_.finished && !summary_.finished->error.empty()) {
-            return exit_code::not_stitched;
+            return summary_.finished->out_of_memory ? exit_code::short_of_means : exit_code::not_stitched;
         }
         const bool gave_up_finishing = summary_.finished && summary_.finished->stopped;
         return gave_up_finishing || stop_asked_for() == stop_kind::interrupted ? exit_code::stopped : exit_code::done;
@@ -372,6 +389,29 @@ void check_summary_place(const options& asked)
     }
 }
 
+/// With the numbers that are used: threads for the processors that the program was given, or fewer, and the workers
+/// that suit these. More threads than processors would gain nothing, and OpenCV's would complain of it.
+options with_numbers(options asked)
+{
+    const int processors = processors_given();
+    asked.threads = asked.threads > 0 ? std::min(asked.threads, processors) : processors;
+    asked.workers = asked.workers > 0 ? asked.workers : default_workers(asked.threads);
+    return asked;
+}
+
+/// Leaves the record for a later run: last of all, so that it tells of outputs that are whole.
+void leave_record(const options& asked, run_summary& summary)
+{
+    const std::string text = summary_as_json(summary, asked);
+    try {
+        write_whole_file(record_place(summary.written.panorama.file), {text.begin(), text.end()});
+    } catch (const host_error& error) {
+        summary.code = error.code();
+        summary.error = error.what();
+        say(summary.error);
+    }
+}
+
 /// Runs, with what libraries print kept away from standard output.
 void run_apart(const options& asked, run_summary& summary)
 {
@@ -383,14 +423,14 @@ void run_apart(const options& asked, run_summary& summary)
         if (asked.show) {
             check_display();
         }
-        check_resources(asked.workers > 0 ? asked.workers : default_workers());
+        check_resources(asked.threads, asked.workers);
         run(asked, library_lines, summary).go();
     } catch (const host_error& error) {
         summary.code = error.code();
         summary.error = error.what();
         say(summary.error);
     } catch (const std::bad_alloc&) {
-        summary.code = exit_code::not_stitched;
+        summary.code = exit_code::short_of_means;
         summary.error = "there is not enough memory";
         say(summary.error);
     } catch (const std::exception& error) {
@@ -407,14 +447,17 @@ void run_apart(const options& asked, run_summary& summary)
 
 }  // namespace
 
-exit_code stitch(const options& asked)
+exit_code stitch(const options& given)
 {
     const clock::time_point begun = clock::now();
+    const options asked = with_numbers(given);
+    cv::setNumThreads(asked.threads);
     silence_media_logs();
     if (asked.quiet) {
         be_quiet();
     }
     run_summary summary;
+    summary.threads = asked.threads;
     if (asked.json_summary) {
         check_summary_place(asked);
     }
@@ -423,8 +466,15 @@ exit_code stitch(const options& asked)
     if (summary.result.frames > 0) {
         note(summary_line(summary.result, summary.written, summary.lost, summary.seconds));
     }
+    const std::string& panorama = summary.written.panorama.file;
+    if (wants_summary(asked) && !panorama.empty()) {
+        summary.outputs = outputs_of(asked, panorama, summary.written.preview.file, summary.written.finished.file);
+    }
+    if (asked.skip_done && summary.code == exit_code::done && summary.earlier.empty()) {
+        leave_record(asked, summary);
+    }
     if (asked.json_summary) {
-        std::cout << summary_as_json(summary, asked) << std::flush;
+        std::cout << (summary.earlier.empty() ? summary_as_json(summary, asked) : summary.earlier) << std::flush;
         if (!std::cout) {
             say("cannot write the summary to standard output");
             return summary.code == exit_code::done ? exit_code::output_failed : summary.code;

@@ -27,7 +27,7 @@ commands=$(grep -hv '^ *#' "$(dirname "${BASH_SOURCE[0]}")"/*_test.sh | grep -E 
 for option in "${options[@]}"; do
   grep -qF -e " $option" <<<"$commands" || fail "no test runs the program with $option"
 done
-for code in 0 1 2 3 4 130; do
+for code in 0 1 2 3 4 5 130; do
   grep -qx "\.B $code" "$documents/tarnstitch.1" || fail "the manual page is without exit code $code"
 done
 for key in q Esc; do

@@ -35,6 +35,18 @@ case $4 in
   output)
     expect_error 4 "there is no directory none" slide -o none/a.jpg
     ;;
+  short)
+    if [[ -n ${ASAN_OPTIONS:-}${TSAN_OPTIONS:-} ]]; then
+      echo "skipped: sanitizers need descriptors themselves"
+      exit 77
+    fi
+    (
+      ulimit -n 8
+      run 5 slide
+    )
+    expect_said "too few files may be open at once"
+    expect_no_file slide-panorama.jpg
+    ;;
   stopped)
     start env --default-signal=INT "$program" slide
     kill -s INT "$started"

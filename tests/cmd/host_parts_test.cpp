@@ -496,11 +496,12 @@ TEST(StandardStreamsDeathTest, MessageIsOneLineWhateverIsInIt)
 
 TEST(Options, AllAreRead)
 {
-    const options all = parsed({"1.png",      "2.png",      "--start",   "1:30",     "--end",  "1:00:00.5",   "--step",
-                                "3",          "--fps",      "12.5",      "-o",       "a.jpg",  "--quality",   "80",
-                                "--crop",     "--preview",  "b.png",     "--frames", "c.csv",  "--keep-work", "d",
-                                "--json",     "--log",      "e",         "--turn",   "cw",     "--direction", "left",
-                                "--no-retry", "--realtime", "--workers", "3",        "--show", "-q"});
+    const options all = parsed(
+        {"1.png",     "2.png",    "--start",     "1:30",        "--end",      "1:00:00.5",  "--step",    "3",
+         "--fps",     "12.5",     "-o",          "a.jpg",       "--quality",  "80",         "--crop",    "--preview",
+         "b.png",     "--frames", "c.csv",       "--keep-work", "d",          "--json",     "--log",     "e",
+         "--turn",    "cw",       "--direction", "left",        "--no-retry", "--realtime", "--workers", "3",
+         "--threads", "4",        "--skip-done", "--finish",    "--show",     "-q"});
     EXPECT_EQ(all.inputs, (std::vector<std::string>{"1.png", "2.png"}));
     EXPECT_EQ(all.selection.start, 90.0);
     EXPECT_EQ(all.selection.end, 3600.5);
@@ -509,6 +510,8 @@ TEST(Options, AllAreRead)
     EXPECT_EQ(all.output, "a.jpg");
     EXPECT_EQ(all.quality, 80);
     EXPECT_TRUE(all.crop);
+    EXPECT_TRUE(all.finish);
+    EXPECT_FALSE(all.generous_crop);
     EXPECT_EQ(all.preview, "b.png");
     EXPECT_EQ(all.frames, "c.csv");
     EXPECT_EQ(all.keep_work, "d");
@@ -519,6 +522,8 @@ TEST(Options, AllAreRead)
     EXPECT_FALSE(all.retry);
     EXPECT_TRUE(all.realtime);
     EXPECT_EQ(all.workers, 3);
+    EXPECT_EQ(all.threads, 4);
+    EXPECT_TRUE(all.skip_done);
     EXPECT_TRUE(all.show);
     EXPECT_TRUE(all.quiet);
 }
@@ -528,6 +533,10 @@ TEST(Options, WordsStandForWhatTheySay)
     EXPECT_EQ(parsed({"a.mp4", "--turn", "auto"}).turn, turn_choice::automatic);
     EXPECT_EQ(parsed({"a.mp4", "--turn", "ccw"}).turn, turn_choice::counter_clockwise);
     EXPECT_EQ(parsed({"a.mp4", "--turn", "none"}).turn, turn_choice::none);
+    EXPECT_TRUE(parsed({"a.mp4", "--crop=full"}).crop);
+    EXPECT_FALSE(parsed({"a.mp4", "--crop=full"}).generous_crop);
+    EXPECT_TRUE(parsed({"a.mp4", "--crop=auto"}).crop);
+    EXPECT_TRUE(parsed({"a.mp4", "--crop=auto"}).generous_crop);
     EXPECT_EQ(parsed({"a.mp4", "--direction", "right"}).direction, camera_motion::right);
     EXPECT_EQ(parsed({"a.mp4", "--direction", "up"}).direction, camera_motion::up);
     EXPECT_EQ(parsed({"a.mp4", "--direction", "down"}).direction, camera_motion::down);
@@ -543,13 +552,15 @@ TEST(Options, DefaultsAreTheDocumentedOnes)
         EXPECT_EQ(name, "");
     }
     EXPECT_EQ(all.quality, 0);
-    EXPECT_FALSE(all.crop || all.json_summary || all.realtime || all.show || all.quiet);
+    EXPECT_FALSE(all.crop || all.finish || all.json_summary || all.realtime || all.show || all.quiet);
     EXPECT_TRUE(all.retry);
     EXPECT_EQ(all.turn, turn_choice::automatic);
     EXPECT_EQ(all.direction, camera_motion::any);
     EXPECT_EQ(all.workers, 0);
-    EXPECT_GE(default_workers(), 2);
-    EXPECT_LE(default_workers(), 6);
+    EXPECT_EQ(all.threads, 0);
+    EXPECT_EQ(default_workers(1), 1);
+    EXPECT_EQ(default_workers(5), 5);
+    EXPECT_EQ(default_workers(64), 6);
 }
 
 TEST(Options, InputThatStartsWithADashFollowsTwoDashes)
@@ -615,7 +626,7 @@ TEST(Options, MistakesAreSaidInASentenceByTheOptionsOwnName)
         {{"a.mp4", "-o", "a.jpg", "-o", "b.jpg"}, "-o is given more than once"},
         {{"a.mp4", "-o", "a.jpg", "--output=b.jpg"}, "--output is given more than once"},
         {{"a.mp4", "--step", "2", "--step", "2"}, "--step is given more than once"},
-        {{"a.mp4", "--crop=yes"}, "--crop takes no value"},
+        {{"a.mp4", "--crop=yes"}, "--crop is full or auto, not yes"},
         {{"a.mp4", "--no-retry="}, "--no-retry takes no value"},
 
         {{"a.mp4", "--direction", "sideways"}, "--direction is right, left, up, down or none, not sideways"},
@@ -624,6 +635,8 @@ TEST(Options, MistakesAreSaidInASentenceByTheOptionsOwnName)
         {{"a.mp4", "--turn", "left"}, "--turn is auto, ccw, cw or none, not left"},
 
         {{"a.mp4", "--workers", "0"}, "--workers is a whole number from 1 to 16, not 0"},
+        {{"a.mp4", "--threads", "0"}, "--threads is a whole number from 1 to 256, not 0"},
+        {{"a.mp4", "--threads", "257"}, "--threads is a whole number from 1 to 256, not 257"},
         {{"a.mp4", "--workers", "17"}, "--workers is a whole number from 1 to 16, not 17"},
         {{"a.mp4", "--workers", "-1"}, "--workers is a whole number from 1 to 16, not -1"},
         {{"a.mp4", "--workers", "two"}, "--workers is a whole number from 1 to 16, not two"},
@@ -674,7 +687,7 @@ TEST(Options, HelpNamesEveryOptionAndExitCodeInLinesThatFitATerminal)
         EXPECT_LE(end - start, 100U) << text.substr(start, end - start);
         start = end + 1;
     }
-    for (const char* code : {"  0  ", "  1  ", "  2  ", "  3  ", "  4  ", "  130  "}) {
+    for (const char* code : {"  0  ", "  1  ", "  2  ", "  3  ", "  4  ", "  5  ", "  130  "}) {
         EXPECT_NE(text.find(code), std::string::npos) << code;
     }
 }

@@ -208,6 +208,18 @@ TEST(Judgement, SecondTryMayHelpUnlessManyFramesWentTheWrongWay)
     EXPECT_FALSE(second_try_may_help(result));
 }
 
+TEST(Judgement, ExitCodeTellsWhetherThePicturesOrTheMachineIsToBlame)
+{
+    for (const tarn::reason why :
+         {tarn::reason::none, tarn::reason::too_few_matches, tarn::reason::no_homography, tarn::reason::too_large}) {
+        EXPECT_EQ(code_of_failure(why), exit_code::not_stitched) << tarn::name_of(why);
+    }
+    for (const tarn::reason why : {tarn::reason::timed_out, tarn::reason::no_memory, tarn::reason::no_thread}) {
+        EXPECT_EQ(code_of_failure(why), exit_code::short_of_means) << tarn::name_of(why);
+    }
+    EXPECT_EQ(code_of_failure(tarn::reason::disk), exit_code::output_failed);
+}
+
 TEST(Judgement, SecondTryIsBetterWhenItGotFurther)
 {
     sweep_result first;

@@ -56,7 +56,7 @@ expect_equal "exit code with 20 descriptors" 0 "$code"
 if ((${#user[@]} > 0)); then
   for limit in 1 2 3 4 5; do
     limited -u "$limit"
-    expect_equal "exit code with $limit threads" 1 "$code"
+    expect_equal "exit code with $limit threads" 5 "$code"
     expect_said "too few threads"
     expect_no_file open/panorama-partial.jpg
   done

@@ -86,6 +86,7 @@ finished_picture finish_sweep(const key_frame_collector& collected, const option
     } else if (result.outcome == stage_library::status::no_key_frames) {
         finished.error = "no frame of the sweep could be taken";
     } else if (!finished.stopped) {
+        finished.out_of_memory = result.outcome == stage_library::status::out_of_memory;
         finished.error = result.explanation;
     }
     finished.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - begun).count();

@@ -7,6 +7,8 @@
 #include <array>
 #include <new>
 
+#include <opencv2/core/utility.hpp>
+
 #include "host_error.h"
 
 namespace tarn::host {
@@ -38,7 +40,8 @@ picture_decoder::picture_decoder(const media_file& file, int max_pixels)
     if (avcodec_parameters_to_context(context_.get(), stream.codecpar) < 0) {
         throw std::bad_alloc();
     }
-    context_->thread_count = 0;  // as many as there are processors
+    constexpr int most_threads = 16;  // beyond which the decoders gain nothing
+    context_->thread_count = std::clamp(cv::getNumThreads(), 1, most_threads);
     context_->max_pixels = max_pixels;
     if (avcodec_open2(context_.get(), codec, nullptr) < 0) {
         throw host_error(exit_code::input_failed, std::string("the decoder for ")

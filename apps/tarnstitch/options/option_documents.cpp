@@ -31,6 +31,8 @@ constexpr std::array examples = {
             "tarnstitch long.mp4 --start 10 --end 0:20 --step 2"},
     example{"why a sweep failed: one line on each frame", "tarnstitch sweep.mp4 --frames sweep.csv --log sweep.log"},
     example{"as an application would see it, live", "tarnstitch camera:0 --end 20 --direction right --show"},
+    example{"one of many, on one processor, unless it is there already",
+            "tarnstitch --skip-done --threads 1 sweep.mp4 -o out.jpg"},
     example{"for a script", "tarnstitch -q --json sweep.mp4 -o out.jpg > summary.json"},
 };
 
@@ -39,6 +41,10 @@ struct exit_line {
     const char* meaning;
 };
 
+constexpr const char* another_try =
+    "Another try is worth it after 5, and after 4 once there is room; after 1, 2 and 3 the\n"
+    "same would come of it. What a signal ended leaves earlier outputs and no others.";
+
 constexpr std::array exit_lines = {
     exit_line{0, "done"},
     exit_line{1, "the sweep could not be stitched; what was composed until then is written\n"
@@ -46,6 +52,7 @@ constexpr std::array exit_lines = {
     exit_line{2, "the command line makes no sense, or --show has no display; nothing was done"},
     exit_line{3, "the input is missing, unreadable or without frames"},
     exit_line{4, "an output, or a temporary file, cannot be written"},
+    exit_line{5, "the machine gave too little memory, too few threads or open files, or no time"},
     exit_line{130, "stopped: by Ctrl-C, after which what there was has been written (if it came in\n"
                    "the second try, perhaps the first one's part), or given up by Esc in the window"},
 };
@@ -153,7 +160,7 @@ std::string help_text()
         entry.resize(width, ' ');
         text += entry + hanging(one.meaning, width) + "\n";
     }
-    return text;
+    return text + "  " + hanging(another_try, 2) + "\n";
 }
 
 std::string version_text()
@@ -192,7 +199,7 @@ std::string manual_page()
     for (const exit_line& one : exit_lines) {
         page += ".TP\n.B " + std::to_string(one.code) + "\n" + roff(one.meaning) + "\n";
     }
-    page += ".SH EXAMPLES\n";
+    page += ".PP\n" + roff(another_try) + "\n.SH EXAMPLES\n";
     for (const example& one : examples) {
         page += ".PP\n" + roff(one.what) + ":\n.PP\n.nf\n.RS\n" + roff(one.command) + "\n.RE\n.fi\n";
     }

@@ -10,7 +10,6 @@
 #include <filesystem>
 #include <sstream>
 #include <system_error>
-#include <thread>
 
 #include "command_line.h"
 #include "host_error.h"
@@ -20,6 +19,7 @@ namespace tarn::host {
 namespace {
 
 constexpr int most_workers = 16;
+constexpr int most_threads = 256;
 
 [[noreturn]] void fail(const std::string& line)
 {
@@ -192,6 +192,10 @@ const std::vector<option_row>& option_table()
          "copy the library's working files (each key frame, the panorama) to DIR", read_path<&options::keep_work>},
         {outputs, "--json", "", value_kind::none, "", "a summary of the run on standard output, as one JSON object",
          set_flag<&options::json_summary>},
+        {outputs, "--skip-done", "", value_kind::none, "",
+         "do nothing when an earlier run with it has made the same of the same\n"
+         "input; its summary, as of --json, is beside the panorama: FILE.json",
+         set_flag<&options::skip_done>},
         {outputs, "--log", "FILE", value_kind::file, "", "the library's own log lines (default: they are dropped)",
          read_path<&options::log>},
 
@@ -214,8 +218,13 @@ const std::vector<option_row>& option_table()
          "play a video at its own rate, as a camera would: frames that come\n"
          "while the library is busy are dropped, and counted",
          set_flag<&options::realtime>},
+        {pace, "--threads", "N", value_kind::text, "",
+         "threads of the decoder, and of all that is done with a frame: at most,\n"
+         "and without it, as many as affinity and the container's quota allow",
+         read_number<&options::threads, 1, most_threads>},
         {pace, "--workers", "N", value_kind::text, "",
-         "key frames worked on at once, 1 to 16 (default: by the processors)",
+         "key frames worked on at once, 1 to 16 (default: as many as threads, up\n"
+         "to 6)",
          read_number<&options::workers, 1, most_workers>},
 
         {screen, "--show", "", value_kind::none, "",
@@ -266,7 +275,7 @@ std::string long_name(const option_row& row)
 std::string options::as_written(const std::string& name) const
 {
     const auto found = written.find(name);
-    return found == written.end() ? name : found->second;
+    return found == written.end() ? name : found->second.name;
 }
 
 options parse_options(int argc, const char* const* argv)
@@ -276,7 +285,7 @@ options parse_options(int argc, const char* const* argv)
     const std::vector<written_option> line = written_options(argc, argv, wrong);
     for (const written_option& option : line) {
         if (!is_positional(*option.row)) {
-            result.written[long_name(*option.row)] = option.name;
+            result.written[long_name(*option.row)] = {option.name, option.value};
         }
     }
     // Who asks for help gets it, whatever else is on the line.
@@ -298,11 +307,10 @@ options parse_options(int argc, const char* const* argv)
     return result;
 }
 
-int default_workers()
+int default_workers(int threads)
 {
-    constexpr unsigned fewest = 2;  // one prepares its frame while the other has its turn
-    constexpr unsigned most = 6;
-    return static_cast<int>(std::clamp(std::thread::hardware_concurrency(), fewest, most));
+    constexpr int most = 6;
+    return std::min(threads, most);
 }
 
 }  // namespace tarn::host

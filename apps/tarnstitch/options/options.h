@@ -28,14 +28,16 @@ struct options {
     std::string frames;          ///< the file that tells of each frame; "" for none
     std::string keep_work;       ///< the directory for the working files; "" for none
     bool json_summary = false;
-    std::string log;  ///< the file for the library's log lines; "" for none
+    bool skip_done = false;  ///< nothing is done where an earlier run has done the same
+    std::string log;         ///< the file for the library's log lines; "" for none
 
     turn_choice turn = turn_choice::automatic;
     camera_motion direction = camera_motion::any;
     bool retry = true;
 
     bool realtime = false;
-    int workers = 0;  ///< 0 for the number that suits this machine
+    int threads = 0;  ///< at most; 0 for the processors that the program was given
+    int workers = 0;  ///< 0 for the number that suits the threads
 
     bool show = false;
     bool quiet = false;
@@ -43,7 +45,12 @@ struct options {
     bool help = false;
     bool version = false;
 
-    std::map<std::string, std::string> written;  ///< options on the command line: the long name, the name used
+    struct writing {
+        std::string name;   ///< that was used
+        std::string value;  ///< "" for a flag
+    };
+
+    std::map<std::string, writing> written;  ///< options on the command line, by their long names
 
     /// The name that an option has on the command line: "-o" for "--output" perhaps.
     std::string as_written(const std::string& name) const;
@@ -77,8 +84,8 @@ std::string long_name(const option_row& row);
 /// @throws host_error (usage), with one line that says what is wrong
 options parse_options(int argc, const char* const* argv);
 
-/// Key frames on their way at once where --workers does not say: as many as there are processors, within the
-/// limits in which more help and the memory stays small.
-int default_workers();
+/// Key frames on their way at once where --workers does not say: as many as there are threads, as long as more help
+/// and the memory stays small.
+int default_workers(int threads);
 
 }  // namespace tarn::host

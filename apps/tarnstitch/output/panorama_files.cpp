@@ -20,6 +20,7 @@
 #include "frames_file.h"
 #include "host_error.h"
 #include "output_file.h"
+#include "run_record.h"
 #include "scratch_directory.h"
 
 namespace fs = std::filesystem;
@@ -87,11 +88,6 @@ bool is_working_frame_name(const std::string& name)
     return std::regex_match(name, form);
 }
 
-bool is_working_name(const std::string& name)
-{
-    return name == working_panorama || is_working_frame_name(name);
-}
-
 /// Removes what an earlier run has kept, so that the files in the directory are of one sweep.
 void remove_working_files(const fs::path& directory)
 {
@@ -128,14 +124,23 @@ bool write_noting(const std::string& path, std::vector<unsigned char> bytes, con
 
 }  // namespace
 
+bool is_working_name(const std::string& name)
+{
+    return name == working_panorama || is_working_frame_name(name);
+}
+
+std::string name_of_finished_picture(const options& asked)
+{
+    return asked.output.empty() ? name_of_input(asked.inputs.front()) + "-finished.jpg"
+                                : with_addition(asked.output, "-finished");
+}
+
 panorama_files::panorama_files(const options& asked)
     : asked_(asked),
       panorama_(asked.output.empty() ? name_of_input(asked.inputs.front()) + "-panorama.jpg" : asked.output),
       partial_(with_addition(panorama_, "-partial")),
       partial_preview_(asked.preview.empty() ? "" : with_addition(asked.preview, "-partial")),
-      finished_(asked.output.empty() ? name_of_input(asked.inputs.front()) + "-finished.jpg"
-                                     : with_addition(panorama_, "-finished")),
-      partial_finished_(with_addition(finished_, "-partial"))
+      finished_(name_of_finished_picture(asked)), partial_finished_(with_addition(finished_, "-partial"))
 {
     if (!is_jpeg_name(panorama_) && !is_lossless_name(panorama_)) {
         fail("cannot write " + panorama_ + ": the panorama's name must end in .jpg, .jpeg, .png, .tif or .tiff");
@@ -200,6 +205,9 @@ std::vector<panorama_files::named_output> panorama_files::all() const
     if (!asked_.log.empty()) {
         outputs.push_back({"--log", asked_.log});
     }
+    if (asked_.skip_done) {
+        outputs.push_back({"the record of --skip-done", record_place(panorama_)});
+    }
     return outputs;
 }
 
@@ -234,10 +242,8 @@ void panorama_files::check_against_inputs(const std::vector<std::string>& input_
 void panorama_files::check_places() const
 {
     check_output_place(panorama_);
-    if (asked_.finish) {
-        check_output_place(finished_);
-    }
-    for (const std::string& name : {asked_.preview, asked_.frames}) {
+    for (const std::string& name : {asked_.preview, asked_.frames, asked_.finish ? finished_ : std::string(),
+                                    asked_.skip_done ? record_place(panorama_) : std::string()}) {
         if (!name.empty()) {
             check_output_place(name);
         }

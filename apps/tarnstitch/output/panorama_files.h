@@ -34,12 +34,24 @@ struct written_files {
     std::vector<std::string> warnings;  ///< one line for each that falls short of what was asked for
 };
 
+/// Whether --keep-work may put a file of this name into its directory: "big_stitch.jpg", "big_frame12.jpg".
+bool is_working_name(const std::string& name);
+
+/// Where the finished picture goes, if it is asked for.
+std::string name_of_finished_picture(const options& asked);
+
 /// Names, checks and writes the outputs.
 class panorama_files {
 public:
     /// Takes the names asked for and checks their endings.
     /// @throws host_error (output_failed for an ending, usage for one name given twice or a working file's)
     explicit panorama_files(const options& asked);
+
+    /// The name of the panorama, once it is whole.
+    const std::string& panorama() const
+    {
+        return panorama_;
+    }
 
     /// Files that belong to an earlier run's results, not to a directory's pictures.
     std::vector<std::string> left_out_of_inputs() const;

@@ -5,6 +5,7 @@
 
 #include <cmath>
 #include <nlohmann/json.hpp>
+#include <set>
 #include <sys/resource.h>
 
 namespace tarn::host {
@@ -26,6 +27,8 @@ const char* outcome_name(const run_summary& summary)
         return "input_failed";
     case exit_code::output_failed:
         return "output_failed";
+    case exit_code::short_of_means:
+        return "short_of_means";
     case exit_code::stopped:
         break;
     }
@@ -104,7 +107,49 @@ ordered_json finished_as_json(const run_summary& summary)
     return object;
 }
 
+ordered_json files_as_json(const std::vector<file_identity>& files)
+{
+    ordered_json all = ordered_json::array();
+    for (const file_identity& file : files) {
+        ordered_json one;
+        if (!file.what.empty()) {
+            one["what"] = file.what;
+        }
+        one["file"] = file.file;
+        one["bytes"] = file.bytes < 0 ? ordered_json() : ordered_json(file.bytes);
+        one["modified"] = file.bytes < 0 ? ordered_json() : ordered_json(file.modified);
+        one["sha256"] = text_or_null(file.sha256);
+        all.push_back(one);
+    }
+    return all;
+}
+
 }  // namespace
+
+std::string as_text(const ordered_json& object)
+{
+    constexpr int indent = 2;
+    return object.dump(indent, ' ', false, ordered_json::error_handler_t::replace) + "\n";
+}
+
+ordered_json versions_as_json()
+{
+    return {{"tarnstitch", TARNSTITCH_VERSION}, {"opencv", cv::getVersionString()}};
+}
+
+ordered_json options_as_json(const options& asked)
+{
+    static const std::set<std::string> without_effect = {"--output", "--preview", "--frames", "--keep-work",
+                                                         "--log",    "--json",    "--quiet",  "--skip-done",
+                                                         "--show",   "--threads", "--workers"};
+    ordered_json all = ordered_json::object();
+    for (const auto& [name, given] : asked.written) {
+        if (without_effect.count(name) == 0) {
+            all[name] = given.value;
+        }
+    }
+    return all;
+}
 
 std::string summary_as_json(const run_summary& summary, const options& asked)
 {
@@ -121,9 +166,10 @@ std::string summary_as_json(const run_summary& summary, const options& asked)
         panorama["uncropped_height"] = summary.written.uncropped.height;
     }
     constexpr double milliseconds = 1000.0;
-    ordered_json object = {
-        {"tarnstitch", TARNSTITCH_VERSION},
-        {"opencv", cv::getVersionString()},
+    ordered_json object = versions_as_json();
+    object.update({
+        {"options", options_as_json(asked)},
+        {"skipped", false},
         {"outcome", outcome_name(summary)},
         {"exit_code", static_cast<int>(summary.code)},
         {"error", text_or_null(summary.error)},
@@ -136,7 +182,8 @@ std::string summary_as_json(const run_summary& summary, const options& asked)
           {"frames_met", summary.pictures},
           {"unreadable", summary.lost.unreadable},
           {"dropped", summary.lost.dropped.value_or(0)},
-          {"cut_short", summary.cut_short}}},
+          {"cut_short", summary.cut_short},
+          {"files", files_as_json(summary.input_files)}}},
         {"turn", turn_word(summary.turn)},
         {"direction", motion_name(asked.direction)},
         {"tries", summary.tries},
@@ -145,15 +192,16 @@ std::string summary_as_json(const run_summary& summary, const options& asked)
         {"failure", failure_as_json(result)},
         {"panorama", panorama},
         {"preview", picture_as_json(summary.written.preview)},
+        {"outputs", files_as_json(summary.outputs)},
+        {"threads", summary.threads},
         {"seconds", std::round(summary.seconds * milliseconds) / milliseconds},
         {"peak_memory_bytes", static_cast<std::int64_t>(peak_memory())},
-    };
+    });
     if (asked.finish) {
         object["finished"] = finished_as_json(summary);
         object["finish_error"] = text_or_null(summary.finished ? summary.finished->error : "");
     }
-    constexpr int indent = 2;
-    return object.dump(indent, ' ', false, ordered_json::error_handler_t::replace) + "\n";
+    return as_text(object);
 }
 
 double peak_memory()

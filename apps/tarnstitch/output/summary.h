@@ -3,6 +3,7 @@
 // The summary of --json: all that is known of a run at its end, for a program to read.
 #pragma once
 
+#include <nlohmann/json_fwd.hpp>
 #include <optional>
 #include <string>
 #include <vector>
@@ -15,6 +16,7 @@
 #include "options.h"
 #include "panorama_files.h"
 #include "report.h"
+#include "run_record.h"
 #include "sweep.h"
 
 namespace tarn::host {
@@ -27,6 +29,8 @@ struct run_summary {
     int announced = 0;    ///< pictures that the input says it has; 0 if it does not
     int pictures = 0;     ///< met in it
     bool cut_short = false;
+    std::vector<file_identity> input_files;  ///< as they were before the sweep; none where nobody asks
+    std::vector<file_identity> outputs;      ///< as they are after it; likewise
     lost_frames lost;
 
     frame_turn turn = frame_turn::counter_clockwise;
@@ -34,12 +38,24 @@ struct run_summary {
     sweep_result result;
     written_files written;
     std::optional<finished_picture> finished;  ///< where one was tried; without its pixels
-    std::vector<std::string> notes;            ///< what was said beside, a line each
+    std::string earlier;             ///< the record of an earlier run that has left nothing to do; "" if there is none
+    std::vector<std::string> notes;  ///< what was said beside, a line each
     double seconds = 0.0;
+    int threads = 0;
 };
 
 /// One JSON object over several lines, the last of which ends. Text that is no UTF-8 is repaired.
 std::string summary_as_json(const run_summary& summary, const options& asked);
+
+/// What a text of such an object is: indented, and with a line end.
+std::string as_text(const nlohmann::ordered_json& object);
+
+/// The versions that make a result what it is, by their names in the summary.
+nlohmann::ordered_json versions_as_json();
+
+/// The options on the command line, by their long names, without those that only say where outputs go, or how fast and
+/// with what words they are made.
+nlohmann::ordered_json options_as_json(const options& asked);
 
 /// The most memory that this process has had, in bytes.
 double peak_memory();

@@ -169,7 +169,7 @@ void watch_for_interruption()
         awaiting_thread = waiting.native_handle();
         waiting.detach();
     } catch (const std::system_error&) {
-        throw host_error(exit_code::not_stitched,
+        throw host_error(exit_code::short_of_means,
                          "too few threads: the system gives none beside the first; raise the limit on processes "
                          "(ulimit -u, or the container's)");
     }

@@ -32,7 +32,7 @@ void ask_to_stop(stop_kind kind);
 /// Starts awaiting the signals; those that the caller has set to be ignored (nohup) stay ignored. Must be
 /// called while the program has one thread only. Also sees to it that a closed pipe or a full file shows as
 /// an error where it is written instead of killing the program.
-/// @throws host_error (not_stitched) when no thread can be started
+/// @throws host_error (short_of_means) when no thread can be started
 void watch_for_interruption();
 
 /// For a child by fork(), in which no thread awaits the signals: each does there again what it does by default.

@@ -1,0 +1,190 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// Files by their digests, and the comparison of what is with what a record says.
+#include "run_record.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <new>
+#include <nlohmann/json.hpp>
+#include <sys/stat.h>
+
+extern "C" {
+#include <libavutil/mem.h>
+#include <libavutil/sha.h>
+}
+
+#include "panorama_files.h"
+#include "scratch_directory.h"
+#include "summary.h"
+
+namespace fs = std::filesystem;
+
+namespace tarn::host {
+
+namespace {
+
+using nlohmann::ordered_json;
+
+constexpr int digest_bits = 256;
+
+/// The SHA-256 of a file's content; "" if it cannot be read to its end.
+std::string digest_of(const std::string& path)
+{
+    const std::unique_ptr<AVSHA, void (*)(void*)> state(av_sha_alloc(), av_free);
+    if (!state) {
+        throw std::bad_alloc();
+    }
+    av_sha_init(state.get(), digest_bits);
+    constexpr std::size_t block_size = 1 << 16;
+    std::vector<char> block(block_size);
+    std::ifstream file(path, std::ios::binary);
+    while (file) {
+        file.read(block.data(), static_cast<std::streamsize>(block.size()));
+        av_sha_update(state.get(), reinterpret_cast<const std::uint8_t*>(block.data()),
+                      static_cast<std::size_t>(file.gcount()));
+    }
+    if (!file.eof()) {
+        return "";
+    }
+    std::array<std::uint8_t, digest_bits / 8> digest{};
+    av_sha_final(state.get(), digest.data());
+    std::string text;
+    for (const std::uint8_t byte : digest) {
+        std::array<char, 3> digits{};
+        std::snprintf(digits.data(), digits.size(), "%02x", static_cast<unsigned>(byte));
+        text += digits.data();
+    }
+    return text;
+}
+
+/// All but the digest.
+file_identity seen(const std::string& what, const std::string& file)
+{
+    file_identity identity = {what, file};
+    struct stat status = {};
+    if (stat(file.c_str(), &status) == 0 && S_ISREG(status.st_mode)) {
+        constexpr std::int64_t nanoseconds = 1'000'000'000;
+        identity.bytes = status.st_size;
+#ifdef __APPLE__
+        const timespec& changed = status.st_mtimespec;
+#else
+        const timespec& changed = status.st_mtim;
+#endif
+        identity.modified = changed.tv_sec * nanoseconds + changed.tv_nsec;
+    }
+    return identity;
+}
+
+file_identity read_through(const std::string& what, const std::string& file)
+{
+    file_identity identity = seen(what, file);
+    identity.sha256 = identity.bytes < 0 ? "" : digest_of(file);
+    return identity;
+}
+
+bool is_same_input(const ordered_json& recorded, const std::vector<std::string>& files)
+{
+    if (recorded.size() != files.size()) {
+        return false;
+    }
+    for (std::size_t i = 0; i < files.size(); ++i) {
+        const file_identity now = seen("", files[i]);
+        const ordered_json& then = recorded[i];
+        if (now.bytes < 0 || then.at("sha256").is_null() || now.bytes != then.at("bytes")) {
+            return false;
+        }
+        if (now.modified != then.at("modified") && digest_of(files[i]) != then.at("sha256")) {
+            return false;
+        }
+    }
+    return true;
+}
+
+/// Outputs may have been moved together with their record: it is their content that counts.
+bool are_same_outputs(const ordered_json& recorded, const std::vector<file_identity>& outputs)
+{
+    return recorded.size() == outputs.size()
+           && std::equal(outputs.begin(), outputs.end(), recorded.begin(),
+                         [](const file_identity& now, const ordered_json& then) {
+                             return !now.sha256.empty() && then.at("what") == now.what
+                                    && then.at("sha256") == now.sha256;
+                         });
+}
+
+}  // namespace
+
+std::vector<file_identity> identities_of(const std::vector<std::string>& files)
+{
+    std::vector<file_identity> identities;
+    for (const std::string& file : files) {
+        identities.push_back(read_through("", file));
+    }
+    return identities;
+}
+
+std::vector<file_identity> outputs_of(const options& asked, const std::string& panorama, const std::string& preview,
+                                      const std::string& finished)
+{
+    std::vector<file_identity> outputs;
+    const std::array<std::array<std::string, 2>, 5> named = {{{"panorama", panorama},
+                                                              {"preview", preview},
+                                                              {"finished", finished},
+                                                              {"frames", asked.frames},
+                                                              {"log", asked.log}}};
+    for (const auto& [what, file] : named) {
+        if (!file.empty()) {
+            outputs.push_back(read_through(what, file));
+        }
+    }
+    if (!asked.keep_work.empty()) {
+        std::vector<fs::path> kept = entries_of(asked.keep_work);
+        std::sort(kept.begin(), kept.end());
+        for (const fs::path& file : kept) {
+            if (is_working_name(file.filename().string())) {
+                outputs.push_back(read_through("working file", file.string()));
+            }
+        }
+    }
+    return outputs;
+}
+
+std::string record_place(const std::string& panorama)
+{
+    return panorama + ".json";
+}
+
+bool is_done(const options& asked, const std::string& panorama, const std::vector<std::string>& input_files,
+             std::string& record)
+{
+    const std::string place = record_place(panorama);
+    if (seen("", place).bytes < 0) {
+        return false;
+    }
+    try {
+        std::ifstream file(place, std::ios::binary);
+        ordered_json recorded = ordered_json::parse(file);
+        const ordered_json versions = versions_as_json();
+        const bool of_this =
+            std::all_of(versions.items().begin(), versions.items().end(),
+                        [&recorded](const auto& one) { return recorded.at(one.key()) == one.value(); });
+        if (!of_this || recorded.at("exit_code") != 0 || recorded.at("options") != options_as_json(asked)
+            || !is_same_input(recorded.at("input").at("files"), input_files)
+            || !are_same_outputs(
+                recorded.at("outputs"),
+                outputs_of(asked, panorama, asked.preview, asked.finish ? name_of_finished_picture(asked) : ""))) {
+            return false;
+        }
+        recorded["skipped"] = true;
+        record = as_text(recorded);
+        return true;
+    } catch (const ordered_json::exception&) {
+        return false;  // it is not one of ours
+    }
+}
+
+}  // namespace tarn::host
