@@ -121,6 +121,7 @@ bool are_same_outputs(const ordered_json& recorded, const std::vector<file_ident
 std::vector<file_identity> identities_of(const std::vector<std::string>& files)
 {
     std::vector<file_identity> identities;
+    identities.reserve(files.size());
     for (const std::string& file : files) {
         identities.push_back(read_through("", file));
     }
