@@ -278,8 +278,8 @@ private:
         }
         finished_picture& finished = summary_.finished.emplace(finish_sweep(*done.collected, asked_));
         if (!finished.picture.empty()) {
-            files_.write_finished(finished.picture, done.last_piece == sweep_outcome::complete, *metadata_,
-                                  finished.view, summary_.written);
+            const bool whole = done.last_piece == sweep_outcome::complete && finished.reaches_the_end;
+            files_.write_finished(finished.picture, whole, *metadata_, finished.view, summary_.written);
         }
         finished.picture.release();
         done.collected.reset();
@@ -360,7 +360,10 @@ private:
             return summary_.finished->out_of_memory ? exit_code::short_of_means : exit_code::not_stitched;
         }
         const bool gave_up_finishing = summary_.finished && summary_.finished->stopped;
-        return gave_up_finishing || stop_asked_for() == stop_kind::interrupted ? exit_code::stopped : exit_code::done;
+        if (gave_up_finishing || stop_asked_for() == stop_kind::interrupted) {
+            return exit_code::stopped;
+        }
+        return summary_.finished && !summary_.written.finished_whole ? exit_code::not_stitched : exit_code::done;
     }
 
     const options& asked_;

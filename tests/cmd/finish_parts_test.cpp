@@ -217,6 +217,28 @@ TEST_F(FinishParts, APieceThatBeginsElsewhereIsNotSaidToLieWhereTheLastOneEnded)
     EXPECT_FALSE(collector.key_frames()[1].placement);
 }
 
+TEST_F(FinishParts, TheFrameThatFailedIsNotCollectedTwice)
+{
+    // Ended with a frame that shows something else, which is composed without being registered and fails.
+    std::vector<cv::Mat> pictures = pictures_of_a_slide(6);
+    pictures.push_back(tarn::test::textured_plane({900, 700}, 5)(cv::Rect(cv::Point(200, 200), frame_size)).clone());
+    frame_feed feed(std::make_unique<tarn::test::picture_list>(pictures), {}, frame_turn::none);
+    key_frame_collector collector(frame_turn::none);
+    sweep_settings settings;
+    settings.collector = &collector;
+    const sweep_result result = run_sweep(feed, settings);
+    ASSERT_EQ(result.outcome, sweep_outcome::pipeline_failed);
+    ASSERT_TRUE(result.refused);
+    EXPECT_EQ(result.refused->stamp.number, 7);
+    sweep_on(feed, settings, collector, *result.refused);
+    const std::vector<collected_key_frame>& key_frames = collector.key_frames();
+    for (std::size_t i = 1; i < key_frames.size(); ++i) {
+        EXPECT_GT(key_frames[i].stamp.number, key_frames[i - 1].stamp.number);
+    }
+    EXPECT_EQ(key_frames.back().stamp.number, 7);
+    EXPECT_FALSE(key_frames.back().placement);
+}
+
 TEST(FinishLines, TellTheStageAndHowMuchOfItIsDone)
 {
     EXPECT_EQ(finish_line("blending", 6, 6, 0.409), "finishing: blending (6 of 6), 40 %");

@@ -66,6 +66,18 @@ expect_file out-finished-partial.jpg
 (($(width out-finished-partial.jpg) > 480)) || fail "not the part: $("$media" size out-finished-partial.jpg)"
 rm out*
 
+# Pictures between which one cannot be joined: the end of the sweep is missing, and the earlier whole picture stays.
+cp -r slide apart
+for i in 9 10 11; do # of another scene each
+  "$media" slide apart/9%d.png 1 480 360 30 $i
+  mv apart/91.png apart/$i.png
+done
+echo kept >apart-finished.jpg
+run 1 apart --finish --no-retry
+expect_said "the finished picture is without"
+expect_equal "earlier picture" kept "$(cat apart-finished.jpg)"
+expect_file apart-finished-partial.jpg
+
 # Ctrl-C: what there is, finished.
 rm slide/4.png
 mkfifo slide/4.png

@@ -44,12 +44,16 @@ void describe(const stage_library::finishing_result& result, finished_picture& f
     finished.residual = result.residual;
     finished.placed_by_alignment = result.joined_by_alignment;
     finished.placed_by_live_motion = result.joined_by_live_motion;
+    const auto is_missing = [](const stage_library::frame_report& frame) {
+        return frame.omitted == stage_library::left_out::unplaced || frame.omitted == stage_library::left_out::beyond;
+    };
     for (const stage_library::frame_report& frame : result.frames) {
         finished.shown += frame.omitted == stage_library::left_out::no ? 1 : 0;
-        if (frame.omitted == stage_library::left_out::unplaced || frame.omitted == stage_library::left_out::beyond) {
+        if (is_missing(frame)) {
             finished.left_out.push_back(frame.number);
         }
     }
+    finished.reaches_the_end = !is_missing(result.frames.front()) && !is_missing(result.frames.back());
     if (result.viewers.known) {
         finished.view = {result.viewers.projection_type, result.viewers.full_size, result.viewers.cropped_area,
                          finished.shown};

@@ -30,6 +30,8 @@ struct finished_picture {
     double residual = -1.0;  ///< median distance of what key frames share, % of a frame's longer side; negative: none
     panorama_view view;      ///< what viewers are told
 
+    /// Whether it reaches from the sweep's first key frame to the last one; others on the way may be missing.
+    bool reaches_the_end = false;
     int key_frames = 0;
     int pieces = 1;               ///< that the library had to be begun for
     int shown = 0;                ///< key frames in the picture; others add nothing to it

@@ -112,6 +112,10 @@ std::optional<feed_frame> key_frame_collector::begin_piece()
     ++pieces_;
     std::optional<feed_frame> first = taken_;
     if (first) {
+        // What came after it has failed, and is handed over once more.
+        while (!key_frames_.empty() && key_frames_.back().stamp.number > first->stamp.number) {
+            key_frames_.pop_back();
+        }
         cv::Mat picture;
         cv::cvtColor(first->rgba, picture, cv::COLOR_RGBA2BGR);
         add(preview_for_viewer(picture, turn_), first->stamp, piece_from_taken_);

@@ -69,7 +69,7 @@ public:
     /// other.
     written_files write(const sweep_result& result, frame_turn turn, const output_metadata& metadata) const;
 
-    /// Writes the finished picture, under the partial name if the input broke off.
+    /// Writes the finished picture, under the partial name if it does not reach to the end of the sweep.
     void write_finished(const cv::Mat& picture, bool whole, const output_metadata& metadata, const panorama_view& view,
                         written_files& written) const;
 
