@@ -1,11 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // The finished picture beside those that OpenCV's own stitcher makes of the same key frames: whether there is one, how
-// exact its geometry is, how sharp it is, how long it takes and how much memory. Each runs in a process of its own;
-// its answer is looked at when its time is over. Clips beyond the samples are named on the command line; a table in
-// Markdown goes to standard output.
+// exact its geometry is, what ghosts, joints and steps it has, how long it takes and how much memory. Each runs in a
+// process of its own; its answer is looked at when its time is over. Clips beyond the samples are named on the command
+// line; a table in Markdown goes to standard output.
 //
-//     finishing_benchmark [--threads=N] [--pictures=DIRECTORY] [--lengths] [VIDEO[:TRUTH.csv]]...
+//     finishing_benchmark [--threads=N] [--pictures=DIRECTORY] [--lengths] [--alone] [--limit=SECONDS]
+//                         [VIDEO[:TRUTH.csv]]...
 #include <algorithm>
 #include <array>
 #include <chrono>
@@ -30,6 +31,7 @@
 #include <opencv2/videoio.hpp>
 
 #include "live_key_frames.h"
+#include "picture_quality.h"
 #include "support/rendered_sweep.h"
 #include "tarn_finishing.h"
 
@@ -45,7 +47,9 @@ struct figures {
     double cpu_seconds = unknown;
     double megabytes = unknown;  ///< the most that was resident beyond the key frames
     double geometry = unknown;   ///< median over neighbours of the mean distance of corners, % of a frame's width
-    double sharpness = unknown;  ///< mean gradient, in parts of the key frames'
+    double ghosting = unknown;   ///< these three: picture_quality.h
+    double gradient_jump = unknown;
+    double exposure_step = unknown;
     int width = 0;
     int height = 0;
 };
@@ -197,27 +201,14 @@ void stitcher_cameras(cv::Stitcher& stitcher, neighbour_homography& homography)
     };
 }
 
-/// Mean gradient of the picture in parts of the key frames': ghosts and misplaced frames blur, and make it less. It
-/// also depends a little on which parts are seen often, so that only large differences mean something; the joints
-/// themselves are for the eye (--pictures).
-void measure_sharpness(const clip& from, const cv::Mat& picture, figures& own)
+void measure_quality(const clip& from, const cv::Mat& picture, figures& own)
 {
-    const auto strength = [](const cv::Mat& image) {
-        cv::Mat gray;
-        cv::cvtColor(image, gray, cv::COLOR_BGR2GRAY);
-        cv::Mat dx;
-        cv::Mat dy;
-        cv::Sobel(gray, dx, CV_32F, 1, 0, 3, 1.0 / 8);
-        cv::Sobel(gray, dy, CV_32F, 0, 1, 3, 1.0 / 8);
-        cv::Mat both;
-        cv::magnitude(dx, dy, both);
-        return cv::mean(both)[0];
-    };
-    double sum = 0.0;
-    for (const cv::Mat& frame : from.pictures) {
-        sum += strength(frame);
+    const tarn::bench::picture_quality quality = tarn::bench::quality_of(picture, from.pictures);
+    if (quality.known) {
+        own.ghosting = quality.ghosting;
+        own.gradient_jump = quality.gradient_jump;
+        own.exposure_step = quality.exposure_step;
     }
-    own.sharpness = strength(picture) / (sum / static_cast<double>(from.pictures.size()));
 }
 
 using maker = std::function<bool(const clip&, cv::Mat& picture, figures& own, neighbour_homography& homography)>;
@@ -249,7 +240,8 @@ maker stitcher_of(cv::Stitcher::Mode mode)
     };
 }
 
-figures in_own_process(const clip& from, const maker& make, int threads, const std::string& picture_file)
+figures in_own_process(const clip& from, const maker& make, int threads, const std::string& picture_file,
+                       unsigned limit)
 {
     std::array<int, 2> ends{};
     figures result;
@@ -260,6 +252,7 @@ figures in_own_process(const clip& from, const maker& make, int threads, const s
     if (child == 0) {
         figures own;
         cv::setNumThreads(threads);
+        alarm(limit);
         const double before = resident_megabytes("VmRSS");
         const double cpu_before = process_cpu_seconds();
         const auto begin = std::chrono::steady_clock::now();
@@ -271,6 +264,7 @@ figures in_own_process(const clip& from, const maker& make, int threads, const s
         } catch (const std::exception&) {
             is_made = false;
         }
+        alarm(0);
         own.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
         own.cpu_seconds = process_cpu_seconds() - cpu_before;
         own.megabytes = resident_megabytes("VmHWM") - before;
@@ -278,7 +272,7 @@ figures in_own_process(const clip& from, const maker& make, int threads, const s
             own.width = picture.cols;
             own.height = picture.rows;
             own.geometry = geometry_of(from, homography);
-            measure_sharpness(from, picture, own);
+            measure_quality(from, picture, own);
             if (!picture_file.empty()) {
                 cv::imwrite(picture_file, picture);
             }
@@ -322,14 +316,20 @@ int main(int argc, char** argv)
     std::string pictures;
     int threads = cv::getNumThreads();
     bool lengths = false;
+    bool alone = false;    // without rivals
+    unsigned limit = 600;  // s: who takes longer has failed
     for (int i = 1; i < argc; ++i) {
         const std::string argument = argv[i];
         if (argument.rfind("--threads=", 0) == 0) {
             threads = std::stoi(argument.substr(10));
         } else if (argument.rfind("--pictures=", 0) == 0) {
             pictures = argument.substr(11) + "/";
+        } else if (argument.rfind("--limit=", 0) == 0) {
+            limit = static_cast<unsigned>(std::stoul(argument.substr(8)));
         } else if (argument == "--lengths") {
             lengths = true;
+        } else if (argument == "--alone") {
+            alone = true;
         } else if (argument.rfind("--", 0) != 0) {
             clips.push_back(argument);
         }
@@ -343,8 +343,10 @@ int main(int argc, char** argv)
     const std::array<rival, 3> rivals = {{{"finishing", finish_clip},
                                           {"PANORAMA", stitcher_of(cv::Stitcher::PANORAMA)},
                                           {"SCANS", stitcher_of(cv::Stitcher::SCANS)}}};
-    std::printf("| clip | by | key frames | in the picture | s | CPU s | MB | geometry, %% | sharpness | size |\n");
-    std::printf("| --- | --- | --: | --: | --: | --: | --: | --: | --: | --- |\n");
+    std::printf(
+        "| clip | by | key frames | in the picture | s | CPU s | MB | geometry, %% | ghosting | jump | step, %% "
+        "| size |\n");
+    std::printf("| --- | --- | --: | --: | --: | --: | --: | --: | --: | --: | --: | --- |\n");
     bool all_whole = true;
     for (const std::string& argument : clips) {
         clip whole = read_clip(argument);
@@ -361,17 +363,20 @@ int main(int argc, char** argv)
             part.pictures.resize(count);
             part.truth.resize(std::min(count, part.truth.size()));
             for (const rival& one : rivals) {
-                if (lengths && std::strcmp(one.name, "SCANS") == 0) {
+                const bool is_rival = std::strcmp(one.name, "finishing") != 0;
+                if ((alone && is_rival) || (lengths && std::strcmp(one.name, "SCANS") == 0)) {
                     continue;
                 }
                 const std::string file =
                     pictures.empty() ? ""
                                      : pictures + part.name + "-" + std::to_string(count) + "-" + one.name + ".jpg";
-                const figures own = in_own_process(part, one.make, threads, file);
-                std::printf("| %s | %s | %zu%s | %d | %s | %s | %s | %s | %s | %dx%d |\n", part.name.c_str(), one.name,
-                            count, part.reached_the_end ? "" : " (lost)", own.used, number(own.seconds, 2).c_str(),
-                            number(own.cpu_seconds, 2).c_str(), number(own.megabytes, 0).c_str(),
-                            number(own.geometry, 4).c_str(), number(own.sharpness, 3).c_str(), own.width, own.height);
+                const figures own = in_own_process(part, one.make, threads, file, limit);
+                std::printf("| %s | %s | %zu%s | %d | %s | %s | %s | %s | %s | %s | %s | %dx%d |\n", part.name.c_str(),
+                            one.name, count, part.reached_the_end ? "" : " (lost)", own.used,
+                            number(own.seconds, 2).c_str(), number(own.cpu_seconds, 2).c_str(),
+                            number(own.megabytes, 0).c_str(), number(own.geometry, 4).c_str(),
+                            number(own.ghosting, 2).c_str(), number(own.gradient_jump, 2).c_str(),
+                            number(own.exposure_step, 1).c_str(), own.width, own.height);
                 std::fflush(stdout);
                 all_whole =
                     all_whole && (std::strcmp(one.name, "finishing") != 0 || own.used == static_cast<int>(count));

@@ -258,6 +258,23 @@ std::vector<block_gains> balance_exposure(const std::vector<small_drawing>& draw
     return result;
 }
 
+namespace {
+
+/// What is brightened must not be cut off: above this value there is less gain the brighter it is, none at the top.
+constexpr float shoulder = 200.0F;
+constexpr float brightest_value = 255.0F;
+
+float with_gain(float value, float gain)
+{
+    const float begin = shoulder / gain;  // of what is bent
+    if (gain <= 1.0F || value <= begin) {
+        return value * gain;
+    }
+    return shoulder + (value - begin) * (brightest_value - shoulder) / (brightest_value - begin);
+}
+
+}  // namespace
+
 void apply_gains(const block_gains& gains, cv::Mat& image, cv::Point2d first, double small_scale)
 {
     // From a pixel of the image to one of the grid, whose values hold at the middles of its cells.
@@ -266,7 +283,15 @@ void apply_gains(const block_gains& gains, cv::Mat& image, cv::Point2d first, do
     cv::Mat smooth;
     cv::warpAffine(gains.grid, smooth, grid_from_image, image.size(), cv::INTER_LINEAR | cv::WARP_INVERSE_MAP,
                    cv::BORDER_REPLICATE);
-    cv::multiply(image, smooth, image, 1.0, CV_8U);
+    cv::parallel_for_(cv::Range(0, image.rows), [&](const cv::Range& rows) {
+        for (int y = rows.start; y < rows.end; ++y) {
+            auto* const pixel = image.ptr<uchar>(y);
+            const auto* const gain = smooth.ptr<float>(y);
+            for (int x = 0; x < colours * image.cols; ++x) {
+                pixel[x] = cv::saturate_cast<uchar>(with_gain(static_cast<float>(pixel[x]), gain[x]));
+            }
+        }
+    });
 }
 
 }  // namespace tarn::finishing

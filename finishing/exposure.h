@@ -23,7 +23,8 @@ struct block_gains {
 /// can. The time grows with the number of drawings.
 std::vector<block_gains> balance_exposure(const std::vector<small_drawing>& drawings, const progress_meter& progress);
 
-/// Multiplies an image by the gains.
+/// Multiplies an image by the gains. What would grow too bright by that is brightened less, so that it is not cut off:
+/// values stay in their order, and 255 stays 255.
 /// @param image        CV_8UC3; changed in place
 /// @param first        where its top-left pixel lies, px of the small surface from the drawing's top-left pixel
 /// @param small_scale  px of the small surface for one of the image

@@ -95,7 +95,7 @@ public:
             const cv::Rect part = part_of(k, outer);
             if (!part.empty()) {
                 progress_.at(stage::blending, part_done);
-                feed(k, part, outer, blender, shown);
+                feed(k, part, outer, part_done, blender, shown);
                 is_empty = false;
             }
         }
@@ -106,6 +106,7 @@ public:
         cv::Mat blended;
         cv::Mat blended_mask;
         blender.blend(blended, blended_mask);
+        progress_.at(stage::blending, part_done);
         const cv::Rect inner = strip - outer.tl();
         const cv::Rect target = strip - plan_.area.tl();
         blended(inner).convertTo(picture(target), CV_8U, 1.0 / finer);
@@ -160,10 +161,12 @@ private:
         return inflated(full, margin) & outer;
     }
 
-    void feed(std::size_t k, cv::Rect part, cv::Rect outer, cv::detail::MultiBandBlender& blender, cv::Mat& shown) const
+    void feed(std::size_t k, cv::Rect part, cv::Rect outer, double part_done, cv::detail::MultiBandBlender& blender,
+              cv::Mat& shown) const
     {
         const small_drawing& drawing = plan_.drawings[k];
         const cv::Mat source = images_.image(drawing.index);
+        progress_.at(stage::blending, part_done);
         cv::Mat pixels;
         plan_.surface.pixels_of_frame(drawing.index, source.size(), part, pixels);
         const cv::Mat own = shown_part(pixels, source.size());

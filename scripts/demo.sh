@@ -17,7 +17,8 @@ build release --target tarnstitch
 say "Stitching samples/$sample.mp4"
 mkdir -p out
 build/release/apps/tarnstitch/tarnstitch "samples/$sample.mp4" \
-  -o "out/$sample-panorama.jpg" --preview "out/$sample-preview.jpg"
+  -o "out/$sample.jpg" --finish --preview "out/$sample-preview.jpg"
 
-say "Panorama: $root/out/$sample-panorama.jpg"
+say "Panorama: $root/out/$sample.jpg"
+say "Finished: $root/out/$sample-finished.jpg"
 say "Preview:  $root/out/$sample-preview.jpg"

@@ -18,11 +18,13 @@
 #include <utility>
 #include <vector>
 
+#include "finish_stage.h"
 #include "frame_feed.h"
 #include "frame_source.h"
 #include "frames_file.h"
 #include "interruption.h"
 #include "judgement.h"
+#include "key_frame_collector.h"
 #include "media_logs.h"
 #include "metadata.h"
 #include "output_file.h"
@@ -38,6 +40,7 @@
 #include "standard_streams.h"
 #include "summary.h"
 #include "sweep.h"
+#include "sweep_pieces.h"
 
 namespace tarn::host {
 
@@ -63,7 +66,9 @@ struct attempt {
     lost_frames lost;
     std::vector<std::string> notes;  ///< on the input
     bool cut_short = false;
-    bool second_interrupted = false;  ///< whether Ctrl-C came in the second try, be it this one or not
+    bool second_interrupted = false;                 ///< whether Ctrl-C came in the second try, be it this one or not
+    std::unique_ptr<key_frame_collector> collected;  ///< for the finished picture; none if there is to be none
+    sweep_outcome last_piece = sweep_outcome::complete;  ///< how the sweep ended that went on behind a failure
 };
 
 class run {
@@ -97,6 +102,7 @@ public:
         }
         if (best.result.outcome != sweep_outcome::given_up) {
             write(best);
+            finish(best);
         }
         conclude(best);
     }
@@ -168,12 +174,16 @@ private:
         if (asked_.show) {
             settings.observers.push_back(&window.emplace(turn));
         }
+        if (asked_.finish) {
+            made.collected = std::make_unique<key_frame_collector>(turn);
+            settings.collector = made.collected.get();
+        }
         if (asked_.realtime || feed.facts().live) {
             realtime_feed realtime(feed);
-            made.result = run_sweep(realtime, settings);
+            sweep_all(realtime, settings, progress, made);
             made.lost.dropped = realtime.dropped();
         } else {
-            made.result = run_sweep(feed, settings);
+            sweep_all(feed, settings, progress, made);
         }
         made.lost.unreadable = feed.unreadable();
         made.frame_size = feed.size();
@@ -187,6 +197,25 @@ private:
             }
         }
         return made;
+    }
+
+    /// The sweep, and for the finished picture what comes behind a failure of the pipeline.
+    static void sweep_all(sweep_input& input, const sweep_settings& settings, progress_display& progress, attempt& made)
+    {
+        made.result = run_sweep(input, settings);
+        made.last_piece = made.result.outcome;
+        if (!made.collected || !made.result.refused) {
+            return;
+        }
+        sweep_settings further = settings;
+        further.kept_files.clear();
+        further.observers = {&progress};
+        made.last_piece = sweep_on(input, further, *made.collected, *made.result.refused);
+        made.result.refused.reset();
+        if (made.last_piece == sweep_outcome::given_up) {
+            made.result.outcome = sweep_outcome::given_up;
+        }
+        made.second_interrupted = stop_asked_for() == stop_kind::interrupted;
     }
 
     /// A second try with the frames turned the other way: features are found, described and matched anew, and what
@@ -241,6 +270,21 @@ private:
         }
     }
 
+    /// Makes the finished picture, once all else is written.
+    void finish(attempt& done)
+    {
+        if (!done.collected) {
+            return;
+        }
+        finished_picture& finished = summary_.finished.emplace(finish_sweep(*done.collected, asked_));
+        if (!finished.picture.empty()) {
+            const bool whole = done.last_piece == sweep_outcome::complete && finished.reaches_the_end;
+            files_.write_finished(finished.picture, whole, *metadata_, finished.view, summary_.written);
+        }
+        finished.picture.release();
+        done.collected.reset();
+    }
+
     /// Says what there is to say and settles the exit code.
     void conclude(const attempt& done)
     {
@@ -272,6 +316,19 @@ private:
         } else if (!errors.empty()) {
             summary_.error = errors.front();
         }
+        if (summary_.finished) {
+            for (const std::string& line : notes_on(*summary_.finished)) {
+                note(line);
+                notes.push_back(line);
+            }
+            if (!summary_.finished->error.empty()) {
+                const std::string line = "there is no finished picture: " + summary_.finished->error;
+                say(line);
+                if (summary_.error.empty()) {
+                    summary_.error = line;
+                }
+            }
+        }
         // There is one place for an error; what else went wrong is not lost.
         notes.insert(notes.begin(), errors.begin() + (failed || errors.empty() ? 0 : 1), errors.end());
         std::vector<std::string> asides = summary_.written.warnings;
@@ -299,7 +356,14 @@ private:
         if (!summary_.written.errors.empty()) {
             return exit_code::output_failed;
         }
-        return stop_asked_for() == stop_kind::interrupted ? exit_code::stopped : exit_code::done;
+        if (summary_.finished && !summary_.finished->error.empty()) {
+            return summary_.finished->out_of_memory ? exit_code::short_of_means : exit_code::not_stitched;
+        }
+        const bool gave_up_finishing = summary_.finished && summary_.finished->stopped;
+        if (gave_up_finishing || stop_asked_for() == stop_kind::interrupted) {
+            return exit_code::stopped;
+        }
+        return summary_.finished && !summary_.written.finished_whole ? exit_code::not_stitched : exit_code::done;
     }
 
     const options& asked_;
@@ -356,6 +420,9 @@ void run_apart(const options& asked, run_summary& summary)
 {
     silenced_descriptor library_lines(STDOUT_FILENO);
     try {
+        if (asked.finish) {
+            check_finishing();
+        }
         if (asked.show) {
             check_display();
         }
@@ -404,7 +471,7 @@ exit_code stitch(const options& given)
     }
     const std::string& panorama = summary.written.panorama.file;
     if (wants_summary(asked) && !panorama.empty()) {
-        summary.outputs = outputs_of(asked, panorama, summary.written.preview.file);
+        summary.outputs = outputs_of(asked, panorama, summary.written.preview.file, summary.written.finished.file);
     }
     if (asked.skip_done && summary.code == exit_code::done && summary.earlier.empty()) {
         leave_record(asked, summary);

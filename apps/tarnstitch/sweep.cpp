@@ -109,6 +109,11 @@ private:
             return goes_on_waiting();
         };
         options.on_log = settings_.on_log;
+        if (settings_.collector != nullptr) {
+            options.on_key_frame = [this](const tarn::key_frame& frame) {
+                settings_.collector->key_frame(frame, handed_over_);
+            };
+        }
         return options;
     }
 
@@ -127,6 +132,7 @@ private:
     /// @returns false when nothing may follow: the pipeline has failed for good, or the user has given up
     bool hand_over(feed_frame& frame)
     {
+        handed_over_ = frame.stamp;
         frame_answer answer;
         frame.last = frame.last || stop_asked_for() != stop_kind::none;
         if (!frame.last) {
@@ -154,6 +160,7 @@ private:
         if (!works) {
             result_.outcome = sweep_outcome::pipeline_failed;
             result_.broken_at_frame = frame.stamp.number;
+            result_.refused = frame;
             result_.why = why;
         }
         return works;
@@ -208,6 +215,9 @@ private:
         if (answer.taken) {
             last_fitted_ = frame.stamp;
             after_fitted_.reset();
+        }
+        if (settings_.collector != nullptr && answer.taken) {
+            settings_.collector->frame_taken(frame, answer);
         }
         if (!settings_.observers.empty()) {
             const frame_record record = {frame.stamp, frame.place, answer, session_->preview()};
@@ -280,6 +290,7 @@ private:
     sweep_result result_;
     std::optional<panorama> made_;  ///< with the last frame
     bool finishing_ = false;
+    frame_stamp handed_over_;  ///< of the frame at hand
     cv::Mat last_frame_;
     std::vector<key_frame_stamps> key_stamps_;
     frame_stamp last_fitted_;                  ///< the last frame that was taken

@@ -6,6 +6,7 @@
 
 #include <array>
 #include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -40,11 +41,27 @@ public:
     virtual void waiting(int key_frames) = 0;
 };
 
+/// Is given what a picture of the whole sweep can be made of later, in the thread that runs the sweep.
+class frame_collector {
+public:
+    frame_collector() = default;
+    virtual ~frame_collector() = default;
+    frame_collector(const frame_collector&) = delete;
+    frame_collector& operator=(const frame_collector&) = delete;
+
+    /// A key frame, which the library works on: its pixels are not to be written.
+    virtual void key_frame(const tarn::key_frame& frame, const frame_stamp& stamp) = 0;
+
+    /// A frame that was taken, key frames included, which come to key_frame() before.
+    virtual void frame_taken(const feed_frame& frame, const frame_answer& answer) = 0;
+};
+
 struct sweep_settings {
     std::string kept_files;  ///< a directory to which the working files go in the end; "" to lose them
     direction_code direction_hint = direction_undecided;  ///< in the frames as the library gets them
     int workers = 1;                                      ///< key frames that may be on their way at once
     std::vector<sweep_observer*> observers;
+    frame_collector* collector = nullptr;            ///< or none
     std::function<void(const std::string&)> on_log;  ///< is given the library's lines; or none
 };
 
@@ -81,6 +98,9 @@ struct sweep_result {
     code_counts by_code;
 
     int last_frame = 0;  ///< number of the frame handed over last
+    /// With pipeline_failed the frame at which that showed, and of which nothing has become; the input goes on behind
+    /// it.
+    std::optional<feed_frame> refused;
 
     int key_frames = 0;
     int broken_at_frame = 0;       ///< frame at which a failure of the pipeline showed; 0 if none did

@@ -501,7 +501,7 @@ TEST(Options, AllAreRead)
          "--fps",     "12.5",     "-o",          "a.jpg",       "--quality",  "80",         "--crop",    "--preview",
          "b.png",     "--frames", "c.csv",       "--keep-work", "d",          "--json",     "--log",     "e",
          "--turn",    "cw",       "--direction", "left",        "--no-retry", "--realtime", "--workers", "3",
-         "--threads", "4",        "--skip-done", "--show",      "-q"});
+         "--threads", "4",        "--skip-done", "--finish",    "--show",     "-q"});
     EXPECT_EQ(all.inputs, (std::vector<std::string>{"1.png", "2.png"}));
     EXPECT_EQ(all.selection.start, 90.0);
     EXPECT_EQ(all.selection.end, 3600.5);
@@ -510,6 +510,8 @@ TEST(Options, AllAreRead)
     EXPECT_EQ(all.output, "a.jpg");
     EXPECT_EQ(all.quality, 80);
     EXPECT_TRUE(all.crop);
+    EXPECT_TRUE(all.finish);
+    EXPECT_FALSE(all.generous_crop);
     EXPECT_EQ(all.preview, "b.png");
     EXPECT_EQ(all.frames, "c.csv");
     EXPECT_EQ(all.keep_work, "d");
@@ -531,6 +533,10 @@ TEST(Options, WordsStandForWhatTheySay)
     EXPECT_EQ(parsed({"a.mp4", "--turn", "auto"}).turn, turn_choice::automatic);
     EXPECT_EQ(parsed({"a.mp4", "--turn", "ccw"}).turn, turn_choice::counter_clockwise);
     EXPECT_EQ(parsed({"a.mp4", "--turn", "none"}).turn, turn_choice::none);
+    EXPECT_TRUE(parsed({"a.mp4", "--crop=full"}).crop);
+    EXPECT_FALSE(parsed({"a.mp4", "--crop=full"}).generous_crop);
+    EXPECT_TRUE(parsed({"a.mp4", "--crop=auto"}).crop);
+    EXPECT_TRUE(parsed({"a.mp4", "--crop=auto"}).generous_crop);
     EXPECT_EQ(parsed({"a.mp4", "--direction", "right"}).direction, camera_motion::right);
     EXPECT_EQ(parsed({"a.mp4", "--direction", "up"}).direction, camera_motion::up);
     EXPECT_EQ(parsed({"a.mp4", "--direction", "down"}).direction, camera_motion::down);
@@ -546,7 +552,7 @@ TEST(Options, DefaultsAreTheDocumentedOnes)
         EXPECT_EQ(name, "");
     }
     EXPECT_EQ(all.quality, 0);
-    EXPECT_FALSE(all.crop || all.json_summary || all.realtime || all.show || all.quiet);
+    EXPECT_FALSE(all.crop || all.finish || all.json_summary || all.realtime || all.show || all.quiet);
     EXPECT_TRUE(all.retry);
     EXPECT_EQ(all.turn, turn_choice::automatic);
     EXPECT_EQ(all.direction, camera_motion::any);
@@ -620,7 +626,7 @@ TEST(Options, MistakesAreSaidInASentenceByTheOptionsOwnName)
         {{"a.mp4", "-o", "a.jpg", "-o", "b.jpg"}, "-o is given more than once"},
         {{"a.mp4", "-o", "a.jpg", "--output=b.jpg"}, "--output is given more than once"},
         {{"a.mp4", "--step", "2", "--step", "2"}, "--step is given more than once"},
-        {{"a.mp4", "--crop=yes"}, "--crop takes no value"},
+        {{"a.mp4", "--crop=yes"}, "--crop is full or auto, not yes"},
         {{"a.mp4", "--no-retry="}, "--no-retry takes no value"},
 
         {{"a.mp4", "--direction", "sideways"}, "--direction is right, left, up, down or none, not sideways"},

@@ -34,7 +34,7 @@ run() {
   local expected=$1 code=0
   shift
   "$program" "$@" >"$work/stdout" 2>"$work/stderr.all" || code=$?
-  grep -v '^tarnstitch: frame [0-9].* key frame' "$work/stderr.all" >"$work/stderr" || true
+  grep -v -e '^tarnstitch: frame [0-9].* key frame' -e '^tarnstitch: finishing: ' "$work/stderr.all" >"$work/stderr" || true
   [[ $code -eq $expected ]] || fail "exit code $code instead of $expected: tarnstitch $*"
   [[ ! -s $work/stdout ]] || fail "something on standard output: tarnstitch $*"
   expect_nothing_left

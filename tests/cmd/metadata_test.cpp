@@ -148,6 +148,32 @@ TEST_F(Metadata, FormatThatHoldsNoneStaysAsItIs)
     }
 }
 
+TEST_F(Metadata, ViewersAreToldOfAProjectionWhereThereIsOne)
+{
+    const output_metadata metadata(facts_of(photo(1)));
+    const panorama_view view = {"cylindrical", {3600, 800}, {100, 150, 1200, 480}, 7};
+    for (const char* const ending : {".jpg", ".png", ".tif"}) {
+        std::vector<unsigned char> bytes = encoded(ending);
+        ASSERT_TRUE(metadata.add_to(bytes, view)) << ending;
+        const auto image = Exiv2::ImageFactory::open(bytes.data(), static_cast<long>(bytes.size()));
+        image->readMetadata();
+        const auto tag = [&](const std::string& name) {
+            const auto found = image->xmpData().findKey(Exiv2::XmpKey("Xmp.GPano." + name));
+            return found == image->xmpData().end() ? "" : found->toString();
+        };
+        EXPECT_EQ(tag("UsePanoramaViewer"), "True") << ending;
+        EXPECT_EQ(tag("ProjectionType"), "cylindrical") << ending;
+        EXPECT_EQ(tag("FullPanoWidthPixels"), "3600") << ending;
+        EXPECT_EQ(tag("FullPanoHeightPixels"), "800") << ending;
+        EXPECT_EQ(tag("CroppedAreaLeftPixels"), "100") << ending;
+        EXPECT_EQ(tag("CroppedAreaTopPixels"), "150") << ending;
+        EXPECT_EQ(tag("CroppedAreaImageWidthPixels"), "1200") << ending;
+        EXPECT_EQ(tag("CroppedAreaImageHeightPixels"), "480") << ending;
+        EXPECT_EQ(tag("SourcePhotosCount"), "7") << ending;
+        EXPECT_EQ(text_of(image->exifData(), "Exif.Image.Make"), "Maker") << ending;
+    }
+}
+
 TEST_F(Metadata, BrokenPictureIsLeftAndReported)
 {
     const output_metadata metadata(facts_of(photo(1)));

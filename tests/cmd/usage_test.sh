@@ -75,7 +75,7 @@ wrong "-o needs a name: -o FILE $hint" -o ""
 
 # Too many values.
 wrong "--output is given more than once $hint" -o a.jpg --output b.jpg
-wrong "--crop takes no value $hint" --crop=yes
+wrong "--crop is full or auto, not yes $hint" --crop=yes
 
 # Bad choices, bad times, bad numbers.
 wrong "--direction is right, left, up, down or none, not sideways $hint" --direction sideways

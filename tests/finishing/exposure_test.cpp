@@ -83,4 +83,23 @@ TEST(FinishingExposure, GainsHoldAtTheMiddlesOfTheirCells)
     EXPECT_EQ(part.at<cv::Vec3b>(0, 0)[0], 200);
 }
 
+TEST(FinishingExposure, HighlightsThatAreBrightenedKeepTheirDetail)
+{
+    block_gains gains;
+    gains.grid = cv::Mat(1, 1, CV_32FC3, cv::Scalar::all(1.6));
+    cv::Mat image(1, 256, CV_8UC3);
+    for (int value = 0; value < image.cols; ++value) {
+        image.col(value).setTo(cv::Scalar::all(value));
+    }
+    apply_gains(gains, image, {0, 0}, 1.0);
+    const auto shown = [&](int value) { return static_cast<int>(image.at<cv::Vec3b>(0, value)[0]); };
+    EXPECT_EQ(shown(100), 160);
+    EXPECT_EQ(shown(255), 255);
+    EXPECT_LT(shown(240), 250);
+    for (int value = 1; value < image.cols; ++value) {
+        EXPECT_GE(shown(value), shown(value - 1)) << value;
+        EXPECT_GE(shown(value), value);
+    }
+}
+
 }  // namespace

@@ -114,7 +114,7 @@ private:
             complain(unknown(name));
         } else if (equals == std::string::npos) {
             take(*row, name);
-        } else if (!takes_value(*row)) {
+        } else if (!takes_value(*row) && *row->choices == '\0') {
             complain(name + " takes no value");
         } else if (equals + 1 == argument.size()) {
             complain_of_no_value(*row, name);

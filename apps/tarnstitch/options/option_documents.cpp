@@ -27,6 +27,7 @@ struct example {
 constexpr std::array examples = {
     example{"the panorama in a video, river-panorama.jpg", "tarnstitch river.mp4"},
     example{"without black corners and without loss, from still images", "tarnstitch stills/ --crop -o hall.png"},
+    example{"the picture that a person expects as well, river-finished.jpg", "tarnstitch river.mp4 --finish"},
     example{"from the tenth to the twentieth second, every second frame",
             "tarnstitch long.mp4 --start 10 --end 0:20 --step 2"},
     example{"why a sweep failed: one line on each frame", "tarnstitch sweep.mp4 --frames sweep.csv --log sweep.log"},
@@ -47,7 +48,7 @@ constexpr const char* another_try =
 
 constexpr std::array exit_lines = {
     exit_line{0, "done"},
-    exit_line{1, "the sweep could not be stitched; what was composed until then is written\n"
+    exit_line{1, "the sweep could not be stitched, or not finished; what was composed is written\n"
                  "under the outputs' names with \"-partial\" before their endings"},
     exit_line{2, "the command line makes no sense, or --show has no display; nothing was done"},
     exit_line{3, "the input is missing, unreadable or without frames"},

@@ -98,6 +98,16 @@ void read_word(const option_row& row, const std::string& name, const std::string
     fail(name + " is " + listed(row.choices) + ", not " + shown(text));
 }
 
+/// A flag that may say how, behind a "=".
+void read_crop(const option_row& row, const std::string& name, const std::string& text, options& into)
+{
+    if (!text.empty() && text != "full" && text != "auto") {
+        fail(name + " is " + listed(row.choices) + ", not " + text);
+    }
+    into.crop = true;
+    into.generous_crop = text == "auto";
+}
+
 void read_input(const option_row&, const std::string&, const std::string& text, options& into)
 {
     if (text.empty()) {
@@ -162,10 +172,16 @@ const std::vector<option_row>& option_table()
          read_path<&options::output>},
         {outputs, "--quality", "N", value_kind::text, "", "quality of a JPEG panorama, 1 to 100 (default: 95)",
          read_number<&options::quality, 1, most_quality>},
-        {outputs, "--crop", "", value_kind::none, "",
+        {outputs, "--crop", "", value_kind::none, "full auto",
          "cut the panorama to the largest upright rectangle without empty\n"
-         "(wholly black) pixels",
-         set_flag<&options::crop>},
+         "(wholly black) pixels. The finished picture is always cut so; with\n"
+         "--crop=auto it may take in thin empty corners, which are filled",
+         read_crop},
+        {outputs, "--finish", "", value_kind::none, "",
+         "write the finished picture as well: one projection, one brightness, a\n"
+         "level horizon, joints that nobody sees. Its name is the panorama's with\n"
+         "\"-finished\" before the ending, or the input's + \"-finished.jpg\"",
+         set_flag<&options::finish>},
         {outputs, "--preview", "FILE", value_kind::file, "jpg jpeg png tif tiff bmp webp",
          "the small live panorama; the ending decides the format", read_path<&options::preview>},
         {outputs, "--frames", "FILE", value_kind::file, "csv jsonl",

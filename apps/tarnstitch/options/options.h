@@ -19,12 +19,14 @@ struct options {
     frame_selection selection;
     int max_pixels = 100'000'000;  ///< that a picture of the input may have
 
-    std::string output;     ///< "" for the name made from the input's
-    int quality = 0;        ///< of a JPEG panorama, 1 to 100; 0 for the library's own
-    bool crop = false;      ///< cut the panorama to the largest rectangle without empty pixels
-    std::string preview;    ///< "" for none
-    std::string frames;     ///< the file that tells of each frame; "" for none
-    std::string keep_work;  ///< the directory for the working files; "" for none
+    std::string output;          ///< "" for the name made from the input's
+    int quality = 0;             ///< of a JPEG panorama, 1 to 100; 0 for the library's own
+    bool crop = false;           ///< cut the panorama to the largest rectangle without empty pixels
+    bool finish = false;         ///< make the finished picture as well
+    bool generous_crop = false;  ///< which may take in thin empty corners
+    std::string preview;         ///< "" for none
+    std::string frames;          ///< the file that tells of each frame; "" for none
+    std::string keep_work;       ///< the directory for the working files; "" for none
     bool json_summary = false;
     bool skip_done = false;  ///< nothing is done where an earlier run has done the same
     std::string log;         ///< the file for the library's log lines; "" for none
@@ -63,7 +65,8 @@ struct option_row {
     const char* names;  ///< "-o,--output"; a name without a dash is positional
     const char* value;  ///< what stands for its value in the help text; "" for a flag
     value_kind kind;
-    const char* choices;  ///< the words, or the endings of files, separated by " "; "" if any will do
+    const char* choices;  ///< the words, or the endings of files, separated by " "; "" if any will do. Of a flag: the
+                          ///< words that may follow it behind a "="
     const char* help;     ///< lines of at most 72 characters, separated by "\n"
     /// Sets what it stands for in `into`. @throws host_error (usage) that calls the option by `name`
     void (*read)(const option_row& row, const std::string& name, const std::string& value, options& into);

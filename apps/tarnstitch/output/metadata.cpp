@@ -88,6 +88,24 @@ void put_next_best_date(Exiv2::ExifData& exif, const Exiv2::ExifData& recorded)
     }
 }
 
+/// All that a viewer needs to show the picture as the part of the surroundings that it is.
+void put_view(Exiv2::XmpData& xmp, const panorama_view& view)
+{
+    const auto put = [&xmp](const char* key, const std::string& value) {
+        xmp[std::string("Xmp.GPano.") + key] = value;
+    };
+    put("UsePanoramaViewer", "True");
+    put("ProjectionType", view.projection);
+    put("FullPanoWidthPixels", std::to_string(view.whole.width));
+    put("FullPanoHeightPixels", std::to_string(view.whole.height));
+    put("CroppedAreaLeftPixels", std::to_string(view.shown.x));
+    put("CroppedAreaTopPixels", std::to_string(view.shown.y));
+    put("CroppedAreaImageWidthPixels", std::to_string(view.shown.width));
+    put("CroppedAreaImageHeightPixels", std::to_string(view.shown.height));
+    put("SourcePhotosCount", std::to_string(view.photos));
+    put("StitchingSoftware", std::string("tarnstitch ") + TARNSTITCH_VERSION);
+}
+
 }  // namespace
 
 struct output_metadata::tags {
@@ -132,7 +150,7 @@ output_metadata::output_metadata(const source_facts& input) : tags_(std::make_un
 
 output_metadata::~output_metadata() = default;
 
-bool output_metadata::add_to(std::vector<unsigned char>& encoded_image) const
+bool output_metadata::add_to(std::vector<unsigned char>& encoded_image, const panorama_view& view) const
 {
     try {
         Exiv2::LogMsg::setLevel(Exiv2::LogMsg::mute);
@@ -145,6 +163,10 @@ bool output_metadata::add_to(std::vector<unsigned char>& encoded_image) const
         // Beside those that are there: a TIFF's own tags say how its pixels are stored.
         for (const Exiv2::Exifdatum& tag : tags_->exif) {
             image->exifData()[tag.key()] = tag.value();
+        }
+        const Exiv2::AccessMode xmp_mode = image->checkMode(Exiv2::mdXmp);
+        if (!view.projection.empty() && (xmp_mode == Exiv2::amWrite || xmp_mode == Exiv2::amReadWrite)) {
+            put_view(image->xmpData(), view);
         }
         image->writeMetadata();
         Exiv2::BasicIo& io = image->io();

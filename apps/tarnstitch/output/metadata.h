@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Exif metadata: what the input knows of its origin, passed on to the outputs. Tags that tell viewers of a
-// projection are not written: the panorama has none that such a tag could name.
+// Exif metadata: what the input knows of its origin, passed on to the outputs. Tags that tell viewers of a projection
+// (GPano) are written where there is one that they can name, as the finished picture may have: the panorama has none.
 #pragma once
 
 #include <memory>
@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "frame_source.h"
+#include "panorama_view.h"
 
 namespace tarn::host {
 
@@ -29,7 +30,8 @@ public:
     /// Puts the metadata into an encoded image, where its format can hold them (JPEG, PNG, TIFF, WebP), without
     /// touching its pixels.
     /// @returns false when the format can hold them and yet it failed; the image is then as it was
-    bool add_to(std::vector<unsigned char>& encoded_image) const;
+    /// @param view  what viewers are told as well; nothing where it has no projection
+    bool add_to(std::vector<unsigned char>& encoded_image, const panorama_view& view = {}) const;
 
 private:
     struct tags;

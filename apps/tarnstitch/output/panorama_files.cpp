@@ -104,13 +104,13 @@ void remove_working_files(const fs::path& directory)
 
 /// Writes one picture and notes what went wrong. @returns whether it was written
 bool write_noting(const std::string& path, std::vector<unsigned char> bytes, const output_metadata& metadata,
-                  written_files& written)
+                  written_files& written, const panorama_view& view = {})
 {
     if (bytes.empty()) {
         written.errors.push_back("cannot write " + path + ": the picture does not fit the format");
         return false;
     }
-    if (!metadata.add_to(bytes)) {
+    if (!metadata.add_to(bytes, view)) {
         written.warnings.push_back(path + " is without metadata: they cannot be put into it");
     }
     try {
@@ -129,11 +129,18 @@ bool is_working_name(const std::string& name)
     return name == working_panorama || is_working_frame_name(name);
 }
 
+std::string name_of_finished_picture(const options& asked)
+{
+    return asked.output.empty() ? name_of_input(asked.inputs.front()) + "-finished.jpg"
+                                : with_addition(asked.output, "-finished");
+}
+
 panorama_files::panorama_files(const options& asked)
     : asked_(asked),
       panorama_(asked.output.empty() ? name_of_input(asked.inputs.front()) + "-panorama.jpg" : asked.output),
       partial_(with_addition(panorama_, "-partial")),
-      partial_preview_(asked.preview.empty() ? "" : with_addition(asked.preview, "-partial"))
+      partial_preview_(asked.preview.empty() ? "" : with_addition(asked.preview, "-partial")),
+      finished_(name_of_finished_picture(asked)), partial_finished_(with_addition(finished_, "-partial"))
 {
     if (!is_jpeg_name(panorama_) && !is_lossless_name(panorama_)) {
         fail("cannot write " + panorama_ + ": the panorama's name must end in .jpg, .jpeg, .png, .tif or .tiff");
@@ -188,6 +195,10 @@ std::vector<panorama_files::named_output> panorama_files::all() const
         outputs.push_back({"--preview", asked_.preview});
         outputs.push_back({"--preview's -partial file", partial_preview_});
     }
+    if (asked_.finish) {
+        outputs.push_back({"the finished picture", finished_});
+        outputs.push_back({"the finished picture's -partial file", partial_finished_});
+    }
     if (!asked_.frames.empty()) {
         outputs.push_back({"--frames", asked_.frames});
     }
@@ -203,18 +214,20 @@ std::vector<panorama_files::named_output> panorama_files::all() const
 std::vector<std::string> panorama_files::left_out_of_inputs() const
 {
     // Only a name that nobody gave is one that nobody thinks of.
-    return asked_.output.empty() ? std::vector<std::string>{panorama_, partial_} : std::vector<std::string>();
+    return asked_.output.empty() ? std::vector<std::string>{panorama_, partial_, finished_, partial_finished_}
+                                 : std::vector<std::string>();
 }
 
 void panorama_files::check_against_inputs(const std::vector<std::string>& input_files) const
 {
     for (const std::string& file : input_files) {
         for (const named_output& output : all()) {
+            const bool named_by_input = asked_.output.empty()
+                                        && (output.file == panorama_ || output.file == partial_
+                                            || output.file == finished_ || output.file == partial_finished_);
             if (same_place(file, output.file)) {
                 fail("cannot write " + output.file + ": it is one of the input's files"
-                     + (asked_.output.empty() && (output.file == panorama_ || output.file == partial_)
-                            ? "; -o gives the panorama another name"
-                            : ""));
+                     + (named_by_input ? "; -o gives the panorama another name" : ""));
             }
         }
         // Where it is a link, its target counts, too.
@@ -229,8 +242,8 @@ void panorama_files::check_against_inputs(const std::vector<std::string>& input_
 void panorama_files::check_places() const
 {
     check_output_place(panorama_);
-    for (const std::string& name :
-         {asked_.preview, asked_.frames, asked_.skip_done ? record_place(panorama_) : std::string()}) {
+    for (const std::string& name : {asked_.preview, asked_.frames, asked_.finish ? finished_ : std::string(),
+                                    asked_.skip_done ? record_place(panorama_) : std::string()}) {
         if (!name.empty()) {
             check_output_place(name);
         }
@@ -303,6 +316,18 @@ void panorama_files::write_preview(const sweep_result& result, frame_turn turn, 
         if (!whole) {
             written.warnings.push_back("the preview until then is in " + name);
         }
+    }
+}
+
+void panorama_files::write_finished(const cv::Mat& picture, bool whole, const output_metadata& metadata,
+                                    const panorama_view& view, written_files& written) const
+{
+    const std::string& name = whole ? finished_ : partial_finished_;
+    constexpr int usual_quality = 95;
+    const int quality = asked_.quality > 0 ? asked_.quality : usual_quality;
+    if (write_noting(name, encoded(name, picture, is_jpeg_name(name) ? quality : 0), metadata, written, view)) {
+        written.finished = {name, picture.size()};
+        written.finished_whole = whole;
     }
 }
 

@@ -28,12 +28,17 @@ struct written_files {
     bool whole = false;  ///< whether that is the panorama; else it is the part that was composed
     cv::Size uncropped;  ///< the panorama's size before it was cut
     written_picture preview;
+    written_picture finished;
+    bool finished_whole = false;        ///< whether that is under its own name
     std::vector<std::string> errors;    ///< one line for each file that could not be written
     std::vector<std::string> warnings;  ///< one line for each that falls short of what was asked for
 };
 
 /// Whether --keep-work may put a file of this name into its directory: "big_stitch.jpg", "big_frame12.jpg".
 bool is_working_name(const std::string& name);
+
+/// Where the finished picture goes, if it is asked for.
+std::string name_of_finished_picture(const options& asked);
 
 /// Names, checks and writes the outputs.
 class panorama_files {
@@ -64,6 +69,10 @@ public:
     /// other.
     written_files write(const sweep_result& result, frame_turn turn, const output_metadata& metadata) const;
 
+    /// Writes the finished picture, under the partial name if it does not reach to the end of the sweep.
+    void write_finished(const cv::Mat& picture, bool whole, const output_metadata& metadata, const panorama_view& view,
+                        written_files& written) const;
+
     /// Copies the files in a directory to the one for working files, which is made if it is missing. Those of an
     /// earlier run are removed from it.
     /// @param result  of the sweep, which tells how many there should be
@@ -89,6 +98,8 @@ private:
     std::string panorama_;
     std::string partial_;          ///< the panorama's name with "-partial" before its ending
     std::string partial_preview_;  ///< the preview's likewise; "" if there is none
+    std::string finished_;
+    std::string partial_finished_;
 };
 
 }  // namespace tarn::host

@@ -128,11 +128,15 @@ std::vector<file_identity> identities_of(const std::vector<std::string>& files)
     return identities;
 }
 
-std::vector<file_identity> outputs_of(const options& asked, const std::string& panorama, const std::string& preview)
+std::vector<file_identity> outputs_of(const options& asked, const std::string& panorama, const std::string& preview,
+                                      const std::string& finished)
 {
     std::vector<file_identity> outputs;
-    const std::array<std::array<std::string, 2>, 4> named = {
-        {{"panorama", panorama}, {"preview", preview}, {"frames", asked.frames}, {"log", asked.log}}};
+    const std::array<std::array<std::string, 2>, 5> named = {{{"panorama", panorama},
+                                                              {"preview", preview},
+                                                              {"finished", finished},
+                                                              {"frames", asked.frames},
+                                                              {"log", asked.log}}};
     for (const auto& [what, file] : named) {
         if (!file.empty()) {
             outputs.push_back(read_through(what, file));
@@ -171,7 +175,9 @@ bool is_done(const options& asked, const std::string& panorama, const std::vecto
                         [&recorded](const auto& one) { return recorded.at(one.key()) == one.value(); });
         if (!of_this || recorded.at("exit_code") != 0 || recorded.at("options") != options_as_json(asked)
             || !is_same_input(recorded.at("input").at("files"), input_files)
-            || !are_same_outputs(recorded.at("outputs"), outputs_of(asked, panorama, asked.preview))) {
+            || !are_same_outputs(
+                recorded.at("outputs"),
+                outputs_of(asked, panorama, asked.preview, asked.finish ? name_of_finished_picture(asked) : ""))) {
             return false;
         }
         recorded["skipped"] = true;

@@ -24,9 +24,10 @@ struct file_identity {
 /// Looks at files, and reads each regular one from beginning to end.
 std::vector<file_identity> identities_of(const std::vector<std::string>& files);
 
-/// The outputs of a run as they are now: of the panorama and the preview those with the names given, unless these are
-/// empty, and all others that were asked for.
-std::vector<file_identity> outputs_of(const options& asked, const std::string& panorama, const std::string& preview);
+/// The outputs of a run as they are now: of the panorama, the preview and the finished picture those with the names
+/// given, unless these are empty, and all others that were asked for.
+std::vector<file_identity> outputs_of(const options& asked, const std::string& panorama, const std::string& preview,
+                                      const std::string& finished);
 
 /// Where the record of a run lies: "river.jpg.json" for "river.jpg".
 std::string record_place(const std::string& panorama);

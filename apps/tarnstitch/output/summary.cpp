@@ -74,6 +74,39 @@ ordered_json text_or_null(const std::string& text)
     return text.empty() ? ordered_json() : ordered_json(text);
 }
 
+ordered_json number_or_null(double number)
+{
+    return number > 0.0 ? ordered_json(number) : ordered_json();
+}
+
+/// The finished picture; null where nothing came of it, with "finish_error" beside it.
+ordered_json finished_as_json(const run_summary& summary)
+{
+    ordered_json object = picture_as_json(summary.written.finished);
+    if (object.is_null() || !summary.finished) {
+        return nullptr;
+    }
+    const finished_picture& finished = *summary.finished;
+    object["whole"] = summary.written.finished_whole;
+    object["camera_motion"] = finished.motion;
+    object["projection"] = finished.projection;
+    object["horizontal_field_of_view"] = number_or_null(finished.horizontal_field_of_view);
+    object["vertical_field_of_view"] = number_or_null(finished.vertical_field_of_view);
+    object["focal_length"] = number_or_null(finished.focal_length);
+    object["scale"] = finished.scale;
+    object["residual_percent"] = finished.residual < 0.0 ? ordered_json() : ordered_json(finished.residual);
+    object["viewer_tags"] = !finished.view.projection.empty();
+    object["pieces"] = finished.pieces;
+    object["key_frames"] = {{"given", finished.key_frames},
+                            {"shown", finished.shown},
+                            {"placed_by_alignment", finished.placed_by_alignment},
+                            {"placed_by_live_motion", finished.placed_by_live_motion},
+                            {"left_out", finished.left_out}};
+    constexpr double milliseconds = 1000.0;
+    object["seconds"] = std::round(finished.seconds * milliseconds) / milliseconds;
+    return object;
+}
+
 ordered_json files_as_json(const std::vector<file_identity>& files)
 {
     ordered_json all = ordered_json::array();
@@ -164,6 +197,10 @@ std::string summary_as_json(const run_summary& summary, const options& asked)
         {"seconds", std::round(summary.seconds * milliseconds) / milliseconds},
         {"peak_memory_bytes", static_cast<std::int64_t>(peak_memory())},
     });
+    if (asked.finish) {
+        object["finished"] = finished_as_json(summary);
+        object["finish_error"] = text_or_null(summary.finished ? summary.finished->error : "");
+    }
     return as_text(object);
 }
 

@@ -4,11 +4,13 @@
 #pragma once
 
 #include <nlohmann/json_fwd.hpp>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include <opencv2/core.hpp>
 
+#include "finish_stage.h"
 #include "frame_turn.h"
 #include "host_error.h"
 #include "options.h"
@@ -35,6 +37,7 @@ struct run_summary {
     int tries = 0;
     sweep_result result;
     written_files written;
+    std::optional<finished_picture> finished;  ///< where one was tried; without its pixels
     std::string earlier;             ///< the record of an earlier run that has left nothing to do; "" if there is none
     std::vector<std::string> notes;  ///< what was said beside, a line each
     double seconds = 0.0;

@@ -193,6 +193,9 @@ std::string summary_line(const sweep_result& result, const written_files& writte
         line += written.uncropped != written.panorama.size ? " of " + shown(written.uncropped) : "";
         line += " in " + written.panorama.file;
     }
+    if (!written.finished.file.empty()) {
+        line += ", finished " + shown(written.finished.size) + " in " + written.finished.file;
+    }
     if (!written.preview.file.empty()) {
         line += ", preview " + shown(written.preview.size) + " in " + written.preview.file;
     }

@@ -1,0 +1,68 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// Piece after piece.
+#include "sweep_pieces.h"
+
+#include <deque>
+#include <optional>
+#include <utility>
+
+#include "interruption.h"
+
+namespace tarn::host {
+
+namespace {
+
+/// Some frames, and then those of an input.
+class resumed_input : public sweep_input {
+public:
+    resumed_input(std::deque<feed_frame> first, sweep_input& rest) : first_(std::move(first)), rest_(rest)
+    {
+    }
+
+    bool next(feed_frame& frame) override
+    {
+        if (first_.empty()) {
+            return rest_.next(frame);
+        }
+        frame = std::move(first_.front());
+        first_.pop_front();
+        return true;
+    }
+
+private:
+    std::deque<feed_frame> first_;
+    sweep_input& rest_;
+};
+
+}  // namespace
+
+sweep_outcome sweep_on(sweep_input& input, const sweep_settings& settings, key_frame_collector& collector,
+                       const feed_frame& refused)
+{
+    std::optional<feed_frame> at = refused;
+    sweep_outcome outcome = sweep_outcome::pipeline_failed;
+    while (outcome == sweep_outcome::pipeline_failed && at && stop_asked_for() == stop_kind::none) {
+        std::deque<feed_frame> first = {*at};
+        if (std::optional<feed_frame> taken = collector.begin_piece();
+            taken && taken->stamp.number != at->stamp.number) {
+            first.push_front(*std::move(taken));
+        }
+        resumed_input rest(std::move(first), input);
+        const sweep_result piece = run_sweep(rest, settings);
+        outcome = piece.outcome;
+        // A frame with which the library fails at once again is left out.
+        const bool again = piece.refused && piece.refused->stamp.number == at->stamp.number;
+        at = piece.refused;
+        if (again && !at->last) {
+            feed_frame next;
+            at = input.next(next) ? std::optional(next) : std::nullopt;
+            outcome = at ? outcome : sweep_outcome::complete;
+        } else if (again) {
+            return sweep_outcome::complete;
+        }
+    }
+    return outcome;
+}
+
+}  // namespace tarn::host
