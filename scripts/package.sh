@@ -1,14 +1,14 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: Apache-2.0
 #
-# Builds the Debian packages libtarnstitch1, libtarnstitch-finishing1, their -dev packages and tarnstitch into
-# out/packages, after installing what is missing, and has lintian look at them; what lintian calls an error fails.
+# Builds the Debian packages libtarnstitch1, libtarnstitch-finishing1, their -dev packages, python3-tarnstitch and
+# tarnstitch into out/packages, after installing what is missing, and has lintian look at them; what lintian calls an error fails.
 # scripts/test-packages.sh installs them.
 set -euo pipefail
 # shellcheck source=scripts/lib/common.sh
 source "$(dirname "${BASH_SOURCE[0]}")/lib/common.sh"
 
-need_packages "${build_packages[@]}" debhelper dpkg-dev fakeroot lintian
+need_packages "${build_packages[@]}" debhelper dh-python dpkg-dev fakeroot lintian python3
 for program in dpkg-buildpackage dh lintian; do
   command -v "$program" >/dev/null || fail "$program is missing."
 done

@@ -11,9 +11,10 @@ if [[ " $* " == *" -DTARN_BUILD_BENCHMARKS=ON "* ]]; then
   need_packages "${benchmark_packages[@]}"
 fi
 java=$(java_option)
+python=$(python_option)
 
 say "Building TarnStitch and its tests"
-configure release -DTARN_BUILD_TESTS=ON -DTARN_BUILD_APPS=ON "$java" "$@"
+configure release -DTARN_BUILD_TESTS=ON -DTARN_BUILD_APPS=ON "$java" "$python" "$@"
 build release
 
 say "Running the tests"

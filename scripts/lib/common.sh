@@ -17,6 +17,9 @@ build_packages=(g++ cmake ninja-build libopencv-dev nlohmann-json3-dev libexiv2-
 test_packages=(libgtest-dev make ffmpeg xvfb xdotool imagemagick zsh parallel)
 # For the tests of the Java binding, which are left out where these are missing.
 java_packages=(default-jdk-headless junit5)
+# For the tests of the Python package, which are left out where these are missing.
+python_packages=(python3 python3-numpy python3-opencv python3-pil python3-pytest mypy python3-pip python3-venv
+  python3-matplotlib)
 # shellcheck disable=SC2034
 benchmark_packages=(libbenchmark-dev)
 
@@ -68,6 +71,10 @@ has_package() {
     libgtest-dev) compiles '#include <gtest/gtest.h>' ;;
     default-jdk-headless) command -v javac >/dev/null ;;
     junit5) compgen -G '/usr/share/java/junit-platform-console-standalone*.jar' >/dev/null ;;
+    python3-venv) python3 -c 'import ensurepip' 2>/dev/null ;;
+    python3-opencv) python3 -c 'import cv2' 2>/dev/null ;;
+    python3-pil) python3 -c 'import PIL' 2>/dev/null ;;
+    python3-*) python3 -c "import ${1#python3-}" 2>/dev/null ;;
     libbenchmark-dev) compiles '#include <benchmark/benchmark.h>' ;;
     *) command -v "$1" >/dev/null ;;
   esac
@@ -165,6 +172,19 @@ java_option() {
   else
     say "The Java binding is left out: it needs ${java_packages[*]}." >&2
     echo -DTARN_BUILD_JAVA=OFF
+  fi
+}
+
+# python_option: CMake's option for the Python package, on or off; installs what it needs if that is possible.
+python_option() {
+  need_packages "${python_packages[@]}" >&2
+  local python=python3
+  [[ ! -x /usr/bin/python3 ]] || python=/usr/bin/python3 # the one that the packages are for
+  if "$python" -c 'import cv2, ensurepip, matplotlib, mypy, numpy, PIL, pip, pytest' 2>/dev/null; then
+    echo -DTARN_BUILD_PYTHON=ON
+  else
+    say "The Python package is left out: it needs ${python_packages[*]}." >&2
+    echo -DTARN_BUILD_PYTHON=OFF
   fi
 }
 
