@@ -15,5 +15,5 @@ need_packages firefox-esr webkit2gtk-driver xvfb gstreamer1.0-plugins-good gstre
 need_web_tests
 
 tests=("$@")
-((${#tests[@]} > 0)) || tests=(web/test/*.test.js)
+((${#tests[@]} > 0)) || tests=(web/test/*.test.js web/test/plain/*.test.js)
 node --test --test-concurrency=1 --test-reporter=spec "${tests[@]}"

@@ -18,6 +18,8 @@ test_packages=(libgtest-dev make ffmpeg xvfb xdotool imagemagick zsh)
 # For the tests of the Java binding, which are left out where these are missing.
 java_packages=(default-jdk-headless junit5)
 # shellcheck disable=SC2034
+web_check_packages=(nodejs)
+# shellcheck disable=SC2034
 benchmark_packages=(libbenchmark-dev)
 
 say() {
@@ -69,6 +71,7 @@ has_package() {
     libgtest-dev) compiles '#include <gtest/gtest.h>' ;;
     default-jdk-headless) command -v javac >/dev/null ;;
     junit5) compgen -G '/usr/share/java/junit-platform-console-standalone*.jar' >/dev/null ;;
+    nodejs) command -v node >/dev/null ;;
     libbenchmark-dev) compiles '#include <benchmark/benchmark.h>' ;;
     *) command -v "$1" >/dev/null ;;
   esac

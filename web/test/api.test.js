@@ -3,7 +3,7 @@
 // The package's own promises, in both builds: errors, dropping, aborting, going on.
 import assert from 'node:assert/strict';
 import path from 'node:path';
-import { after, before, describe, it, mock } from 'node:test';
+import { after, before, describe, it } from 'node:test';
 import { eachRawFrame, packageDirectory, rawFrames, samples } from './support.js';
 
 const { Sweep, SweepError, configure, memoryInUse, preload, shutDown } =
@@ -147,58 +147,3 @@ for (const threads of [true, false]) {
     });
   });
 }
-
-describe('a browser that hangs when threads are started', () => {
-  // In place of a worker: never gets further with threads than to their start.
-  class HangingWorker {
-    static asked = [];
-    static givenUp = 0;
-    #hear = () => {};
-
-    addEventListener(type, heard) {
-      if (type === 'message') {
-        this.#hear = heard;
-      }
-    }
-
-    postMessage({ id, command, threads }) {
-      assert.equal(command, 'load');
-      HangingWorker.asked.push(threads);
-      queueMicrotask(() => {
-        this.#hear({ data: { event: 'starting' } });
-        if (threads === false) {
-          this.#hear({ data: { event: 'started' } });
-          this.#hear({ data: { id, result: { threads: false, version: 'of the test' } } });
-        } else {
-          queueMicrotask(() => mock.timers.tick(60000));
-        }
-      });
-    }
-
-    terminate() {
-      ++HangingWorker.givenUp;
-    }
-  }
-
-  before(() => {
-    shutDown();
-    mock.timers.enable({ apis: ['setTimeout'] });
-  });
-  after(() => {
-    mock.timers.reset();
-    shutDown();
-  });
-
-  it('is left alone after some attempts, and used without threads', async () => {
-    configure({ threads: 'auto', worker: () => new HangingWorker() });
-    assert.equal((await preload()).threads, false);
-    assert.deepEqual(HangingWorker.asked, [undefined, undefined, undefined, false]);
-    assert.equal(HangingWorker.givenUp, 3);
-  });
-
-  it('is told of where threads are a must', async () => {
-    shutDown();
-    configure({ threads: true });
-    await assert.rejects(preload(), { problem: 'crashed', message: /threads/ });
-  });
-});
