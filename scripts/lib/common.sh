@@ -21,6 +21,8 @@ java_packages=(default-jdk-headless junit5)
 python_packages=(python3 python3-numpy python3-opencv python3-pil python3-pytest mypy python3-pip python3-venv
   python3-matplotlib)
 # shellcheck disable=SC2034
+web_check_packages=(nodejs)
+# shellcheck disable=SC2034
 benchmark_packages=(libbenchmark-dev)
 
 say() {
@@ -75,6 +77,7 @@ has_package() {
     python3-opencv) python3 -c 'import cv2' 2>/dev/null ;;
     python3-pil) python3 -c 'import PIL' 2>/dev/null ;;
     python3-*) python3 -c "import ${1#python3-}" 2>/dev/null ;;
+    nodejs) command -v node >/dev/null ;;
     libbenchmark-dev) compiles '#include <benchmark/benchmark.h>' ;;
     *) command -v "$1" >/dev/null ;;
   esac

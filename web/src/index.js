@@ -4,6 +4,8 @@
 
 const isNode = typeof process === 'object' && Boolean(process.versions?.node) && typeof window === 'undefined';
 
+const longestStart = 3000; // ms
+const hangs = 'the browser does not start threads';
 const settings = { located: {}, threads: undefined, worker: undefined };
 let host = null; // the worker, once for all sweeps
 let current = null; // the sweep that has not ended
@@ -36,6 +38,7 @@ class Host {
   #pending = new Map();
   #next = 1;
   #dead = null;
+  #watch = 0; // runs while threads are started
 
   constructor(worker) {
     this.#worker = worker;
@@ -82,6 +85,10 @@ class Host {
     const asked = this.#pending.get(id);
     if (event === 'died') {
       this.fail(rest.text);
+    } else if (event === 'starting') {
+      this.#watch = setTimeout(() => this.fail(hangs), longestStart);
+    } else if (event === 'started') {
+      clearTimeout(this.#watch);
     } else if (event === 'progress') {
       asked?.onProgress?.({ done: rest.done, keyFrames: rest.keyFrames });
     } else if (error) {
@@ -97,6 +104,7 @@ class Host {
       return;
     }
     this.#dead = text;
+    clearTimeout(this.#watch);
     if (host?.host === this) {
       host = null;
     }
@@ -107,14 +115,30 @@ class Host {
   }
 }
 
-async function start() {
+async function startWith(threads) {
   const made = new Host(isNode && !settings.worker ? await startThread() : startWorker());
   try {
-    return { host: made, ...(await made.request('load', { located: settings.located, threads: settings.threads })) };
+    return { host: made, ...(await made.request('load', { located: settings.located, threads })) };
   } catch (error) {
     made.fail(error.message);
     throw error;
   }
+}
+
+// Firefox hangs now and then in a worker that starts workers, which takes others some tenths of a second. Such a worker
+// is given up for another one; after three without threads, unless these are a must.
+async function start() {
+  const { threads: wanted } = settings;
+  for (const threads of [wanted, wanted, wanted, wanted ?? false]) {
+    try {
+      return await startWith(threads);
+    } catch (error) {
+      if (error.message !== hangs) {
+        throw error;
+      }
+    }
+  }
+  throw new SweepError('crashed', hangs);
 }
 
 let starting = null;

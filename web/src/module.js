@@ -66,9 +66,10 @@ async function compile(url) {
  * @param {Record<string, string>} located  URLs that take the place of the files' own, by name
  * @param {boolean | undefined} wantThreads  undefined: where they can be had
  * @param {() => void} onAbort  the module has died
+ * @param {(started: boolean) => void} onStart  called with false before its threads are started, with true right after
  * @returns {Promise<{ exports: object, memory: WebAssembly.Memory, threads: boolean }>}
  */
-export async function loadModule(located, wantThreads, onAbort) {
+export async function loadModule(located, wantThreads, onAbort, onStart) {
   if (!hasVectors()) {
     throw new Error('This browser has no WebAssembly SIMD.');
   }
@@ -83,6 +84,8 @@ export async function loadModule(located, wantThreads, onAbort) {
     compile(locate(`${name}.wasm`)),
   ]);
   let instance;
+  onStart(false);
+  setTimeout(onStart, 0, true);
   const module = await create({
     ...(memory ? { wasmMemory: memory } : {}),
     locateFile: locate,

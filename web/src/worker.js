@@ -38,7 +38,8 @@ const commands = {
       engine = null;
       port.postMessage({ event: 'died', text: String(reason?.message ?? reason ?? 'the module has stopped') });
     };
-    engine ??= new Engine(await loadModule(located, threads, died));
+    const onStart = (started) => port.postMessage({ event: started ? 'started' : 'starting' });
+    engine ??= new Engine(await loadModule(located, threads, died, onStart));
     return { threads: engine.threads, version: engine.version };
   },
 

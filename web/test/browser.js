@@ -10,7 +10,7 @@ import path from 'node:path';
 import { root, work } from './support.js';
 
 const require = createRequire(path.join(work, 'node_modules', 'of-the-tests.js'));
-const puppeteer = (await import(require.resolve('puppeteer-core'))).default;
+export const puppeteer = (await import(require.resolve('puppeteer-core'))).default;
 export const axePath = require.resolve('axe-core/axe.min.js');
 
 export const pictures = path.join(root, 'out/web/pictures');
@@ -34,17 +34,24 @@ export function cameraFile(name, size = null, rate = null) {
 }
 
 /** @returns {Promise<{ address: string, stop: () => void }>} */
-export async function serve({ isolated = true } = {}) {
+export async function serve({ isolated = true, files = null } = {}) {
   const server = spawn(path.join(root, 'web/serve'), ['--local', '--port', '0'], {
-    env: { ...process.env, ...(isolated ? {} : { TARN_WEB_NOT_ISOLATED: '1' }) },
+    env: {
+      ...process.env,
+      ...(isolated ? {} : { TARN_WEB_NOT_ISOLATED: '1' }),
+      ...(files ? { TARN_WEB_ROOT: files } : {}),
+    },
     stdio: ['ignore', 'pipe', 'inherit'],
   });
   const text = await new Promise((resolve) => server.stdout.once('data', (data) => resolve(String(data))));
   return { address: text.match(/http:\S+/)[0], stop: () => server.kill() };
 }
 
-/** @param {string | null} camera  a file; null: no camera */
-export async function launch({ camera = null, refused = false } = {}) {
+/**
+ * @param {string | null} camera  a file; null: no camera
+ * @param {string | null} hosts  names that are found elsewhere, as Chromium's rules say it
+ */
+export async function launch({ camera = null, refused = false, hosts = null } = {}) {
   const profile = mkdtempSync(path.join(tmpdir(), 'tarn-chromium-'));
   const browser = await puppeteer.launch({
     executablePath: process.env.CHROMIUM ?? '/usr/bin/chromium',
@@ -60,6 +67,7 @@ export async function launch({ camera = null, refused = false } = {}) {
         : []),
       ...(camera && !refused ? ['--use-fake-ui-for-media-stream'] : []),
       ...(refused ? ['--deny-permission-prompts'] : []),
+      ...(hosts ? [`--host-resolver-rules=${hosts}`] : []),
     ],
   });
   return {
@@ -71,13 +79,16 @@ export async function launch({ camera = null, refused = false } = {}) {
   };
 }
 
-/** A page of the address, with what it wrote to its console in `page.lines`. */
-export async function open(browser, address, viewport = phone) {
+/** A page of the address, with what it wrote to its console in `page.lines`; scripts run there before its own. */
+export async function open(browser, address, viewport = phone, scripts = []) {
   const page = await browser.newPage();
   page.lines = [];
   page.on('console', (message) => page.lines.push(`${message.type()}: ${message.text()}`));
   page.on('pageerror', (error) => page.lines.push(`error: ${error.message}`));
   await page.setViewport(viewport);
+  for (const script of scripts) {
+    await page.evaluateOnNewDocument(script);
+  }
   await page.goto(address);
   return page;
 }
