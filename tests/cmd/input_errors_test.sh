@@ -17,7 +17,9 @@ echo "This is no video." >text.mp4
 expect_error 3 "text.mp4 is neither a video nor an image" text.mp4
 expect_error 3 "/dev/null is no camera" /dev/null
 # The libraries that look for cameras keep what they find: nothing for a leak checker.
-ASAN_OPTIONS=${ASAN_OPTIONS:-}:detect_leaks=0 expect_error 3 "there is no camera:99" camera:99
+mkdir home
+HOME=$PWD/home ASAN_OPTIONS=${ASAN_OPTIONS:-}:detect_leaks=0 expect_error 3 "there is no camera:99" camera:99
+[[ -z $(ls -A home) ]] || fail "looking for a camera left in the home directory: $(ls -AR home)"
 
 "$media" noise noise.mp4 300000
 expect_error 3 "noise.mp4" noise.mp4

@@ -43,6 +43,7 @@ void use_functions()
 
     use<void (*)(cv::Mat, floats, floats, int, int)>(stitch_big_image);
     use<tarn::pipeline_snapshot (*)()>(tarn::look_at_pipeline);
+    use<void (*)(int)>(tarn::set_max_wait_seconds);
 
     use<int (*)(points&, points&)>(get_direction);
     use<float (*)(points&, points&)>(get_move_distance);

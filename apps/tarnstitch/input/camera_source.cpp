@@ -16,6 +16,14 @@ namespace {
 
 using clock = std::chrono::steady_clock;
 
+// Of OpenCV's ways to a camera, one would write a list of its plug-ins into the user's home directory. Linux has one
+// that all others come down to.
+#ifdef __linux__
+constexpr int numbered_cameras = cv::CAP_V4L2;
+#else
+constexpr int numbered_cameras = cv::CAP_ANY;
+#endif
+
 class camera_source : public frame_source {
 public:
     camera_source(const cv::VideoCapture& capture, const std::string& name) : capture_(capture)
@@ -84,7 +92,7 @@ std::unique_ptr<frame_source> open_camera(const std::string& name)
     try {
         const std::optional<int> number = camera_number(name);
         if (number) {
-            capture.open(*number, cv::CAP_ANY);
+            capture.open(*number, numbered_cameras);
         } else {
             capture.open(name, cv::CAP_V4L2);
         }
