@@ -24,7 +24,8 @@
 // whatever does not wait for that call to return (all but feed, finish, begin), and cancel, which takes effect
 // when the call returns. What they throw leaves the method; the sweep goes on.
 //
-// Waits: every one is bounded. Workers that have not moved for three times max_wait_seconds never will.
+// Waits: every one is bounded, but for a disk that does not answer while a directory itself is made, emptied or
+// removed. Workers that have not moved for three times max_wait_seconds never will.
 //
 // Failure: what becomes of a frame or of the panorama is a value. What is thrown is a sweep_error, for a wrong
 // argument, a sweep that is over, a directory or a file; and std::bad_alloc, where not even an answer can be made.
@@ -201,8 +202,8 @@ private:
 class sweep {
 public:
     /// Begins a sweep and ends the one before.
-    /// @throws sweep_error (bad_argument, directory_not_empty, directory_unusable, process_ends); the sweep before goes
-    ///         on then, unless the directory was its own, or lay in that one, or held nothing else
+    /// @throws sweep_error (bad_argument, directory_not_empty, directory_unusable, no_memory, process_ends); the sweep
+    ///         before goes on then, unless the directory was its own, or lay in that one, or held nothing else
     static sweep begin(sweep_options options = {});
 
     /// Ends the sweep as cancel does.
@@ -231,7 +232,7 @@ public:
     /// Whether the sweep is the current one.
     bool is_current() const noexcept;
 
-    /// @throws sweep_error (over), as the methods below
+    /// @throws sweep_error (over; process_ends), as the methods below
     sweep_status status() const;
 
     /// Waits until at most so many key frames are under way.
