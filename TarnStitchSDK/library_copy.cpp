@@ -6,11 +6,13 @@
 // Names the copy that has the task, by an address inside it. One for all copies that share the interface's names, which
 // is why the library shows it.
 #pragma GCC visibility push(default)
+
 namespace tarn {
 
 std::atomic<const void*> copy_with_the_task{nullptr};
 
 }  // namespace tarn
+
 #pragma GCC visibility pop
 
 bool tarn::has_the_task()

@@ -342,8 +342,8 @@ typedef struct tarn_panorama_info {
 /// @param options  null: all defaults
 /// @param sweep    is given
 /// @returns also TARN_ERROR_DIRECTORY_NOT_EMPTY, TARN_ERROR_DIRECTORY_UNUSABLE, TARN_ERROR_NO_MEMORY,
-///          TARN_ERROR_PROCESS_ENDS, TARN_ERROR_IN_CALLBACK; the sweep before goes on then, unless one of the two directories
-///          holds the other
+///          TARN_ERROR_PROCESS_ENDS, TARN_ERROR_IN_CALLBACK; the sweep before goes on then, unless one of the two
+///          directories holds the other
 tarn_result tarn_sweep_begin(const tarn_sweep_options* options, tarn_sweep** sweep);
 
 /// Registers one frame, in typically a few milliseconds. All frames of a sweep should have one size.

@@ -9,9 +9,9 @@
 #include <opencv2/imgcodecs.hpp>
 
 #include "internal/forked_process.h"
-#include "internal/library_copy.h"
 #include "internal/frame_account.h"
 #include "internal/frame_intake.h"
+#include "internal/library_copy.h"
 #include "internal/picture_file.h"
 #include "internal/session.h"
 #include "internal/session_directory.h"

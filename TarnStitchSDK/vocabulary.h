@@ -81,7 +81,7 @@ enum class reason : int {
     disk = 18,       ///< a file or directory could not be written
     cancelled = 19,
     process_ends = 20,  ///< or it was forked off, or another copy of the library in it has the task
-    no_frames = 21,  ///< nothing was handed over that a panorama could be made of
+    no_frames = 21,     ///< nothing was handed over that a panorama could be made of
 };
 
 /// A name in lower case, as "few details"; "unknown" for a value that has none. Static storage, any thread; so are the

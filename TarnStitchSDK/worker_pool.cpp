@@ -17,7 +17,7 @@ namespace {
 // Constant-initialised, so that it is there before any static object is constructed.
 std::atomic<int> in_flight{0};
 std::atomic<int> calls_inside{0};
-std::atomic<bool> process_ends{false};       // or was forked off: nobody is admitted any more
+std::atomic<bool> process_ends{false};      // or was forked off: nobody is admitted any more
 std::atomic<bool> variables_may_go{false};  // the process ends: nobody may even look
 thread_local int calls_of_this_thread = 0;
 

@@ -28,8 +28,8 @@ std::vector<directory_identity> directories_towards(const std::string& path);
 /// How two working directories lie.
 enum class directories_lie {
     apart,
-    as_one,           ///< two spellings of one directory
-    new_inside_old,   ///< the new one is somewhere below the old one, or would be
+    as_one,          ///< two spellings of one directory
+    new_inside_old,  ///< the new one is somewhere below the old one, or would be
 };
 
 /// @param old_path  the directory that is about to be removed
