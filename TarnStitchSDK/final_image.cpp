@@ -7,6 +7,7 @@
 #include "internal/wait_clock.h"
 #include "internal/worker_queue.h"
 #include "tarn_stitcher.h"
+#include "working_directory.h"
 
 namespace tarn {
 
@@ -34,7 +35,7 @@ panorama_write write_panorama(TarnStitcher& task, int last_big_frame_index, task
             return panorama_write::nothing_to_write;
         }
         panorama = big_stitch_image;
-        _img_path = big_local_path + "big_stitch.jpg";
+        _img_path = big_local_path + panorama_file_name;
     }
     const bool is_written = write_jpeg(_img_path, panorama);
     const auto lock = lock_handover();

@@ -7,6 +7,13 @@
 // any thread; two calls must not work on the same tree at once (internal/shared_state.h has a lock for that).
 #pragma once
 
+namespace tarn {
+
+/// The name of the panorama's file in a task's directory.
+inline constexpr const char* panorama_file_name = "big_stitch.jpg";
+
+}  // namespace tarn
+
 /// True when `path` is a directory that can be opened for reading. (The spelling is the interface's.)
 bool isFloderexit(const char* path);
 

@@ -30,7 +30,7 @@ one_by_one() {
   done
 }
 side_by_side() {
-  parallel --jobs 100% "$program" {} --quiet --threads 1 -o batch/{/.}.jpg ::: sweeps/*.mp4
+  parallel --jobs 100% "$program" {} --quiet --threads 1 -o 'batch/{/.}.jpg' ::: sweeps/*.mp4
 }
 
 # lowest NAME: of the times that are in NAME.txt, each on its own.

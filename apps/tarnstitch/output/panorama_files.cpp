@@ -22,6 +22,7 @@
 #include "output_file.h"
 #include "run_record.h"
 #include "scratch_directory.h"
+#include "working_directory.h"
 
 namespace fs = std::filesystem;
 
@@ -79,8 +80,6 @@ std::vector<unsigned char> encoded(const std::string& path, const cv::Mat& image
     throw host_error(exit_code::output_failed, line);
 }
 
-constexpr const char* working_panorama = "big_stitch.jpg";
-
 /// Whether the library names a key frame's working file so: "big_frame12.jpg".
 bool is_working_frame_name(const std::string& name)
 {
@@ -126,7 +125,7 @@ bool write_noting(const std::string& path, std::vector<unsigned char> bytes, con
 
 bool is_working_name(const std::string& name)
 {
-    return name == working_panorama || is_working_frame_name(name);
+    return name == panorama_file_name || is_working_frame_name(name);
 }
 
 std::string name_of_finished_picture(const options& asked)
@@ -251,7 +250,7 @@ void panorama_files::check_places() const
     if (!asked_.keep_work.empty()) {
         std::error_code error;
         if (fs::is_directory(asked_.keep_work, error)) {
-            check_output_place((fs::path(asked_.keep_work) / working_panorama).string());
+            check_output_place((fs::path(asked_.keep_work) / panorama_file_name).string());
         } else if (fs::exists(fs::symlink_status(asked_.keep_work, error))) {
             fail("cannot keep working files in " + asked_.keep_work + ": it is not a directory");
         } else {
@@ -346,7 +345,7 @@ void panorama_files::keep_working_files(const std::string& from, const sweep_res
         std::ifstream file(kept, std::ios::binary);
         write_whole_file(target.string(), {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()});
         frames += is_working_frame_name(target.filename().string()) ? 1 : 0;
-        panorama = panorama || target.filename() == working_panorama;
+        panorama = panorama || target.filename() == panorama_file_name;
     }
     // The library goes on without a file that it cannot write. From the first key frame that fails on there may be
     // none, and where the sweep breaks there is no panorama.
