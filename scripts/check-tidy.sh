@@ -35,7 +35,7 @@ shipped=()
 around=()
 for file in "${files[@]}"; do
   case ${file#"$root"/} in
-    tests/* | benchmarks/* | fuzz/* | bindings/java/test/*) around+=("$file") ;;
+    tests/* | benchmarks/* | fuzz/* | bindings/*/test/*) around+=("$file") ;;
     *) shipped+=("$file") ;;
   esac
 done

@@ -64,6 +64,17 @@ if inside ldd /usr/bin/tarnstitch | grep 'not found'; then
   fail "the program lacks a library"
 fi
 
+say "The Python package"
+mapfile -t python < <(cd "$clean" && ls packages/python3-tarnstitch_*.deb)
+install_quietly "${python[@]/#//}" python3-opencv
+for order in 'cv2, tarnstitch' 'tarnstitch, cv2'; do
+  show python3 -c "import $order
+video = cv2.VideoCapture('/packages/hall_slide.mp4')
+stitched = tarnstitch.stitch(video.read()[1] for _ in range(40))
+assert stitched.failed is None and stitched.panorama.pixels.shape[1] > 700
+print(stitched)"
+done
+
 say "The development package"
 mapfile -t development < <(cd "$clean" && ls packages/libtarnstitch-dev_*.deb)
 install_quietly "${development[@]/#//}" g++ pkg-config cmake make
@@ -80,7 +91,7 @@ printf '%s\n' 'cmake_minimum_required(VERSION 3.22)' 'project(host CXX)' \
 show sh -c 'cmake -S /packages -B /packages/build >/dev/null && cmake --build /packages/build && /packages/build/host >/packages/output && tail -n 1 /packages/output'
 
 say "Removal"
-install_quietly --purge libtarnstitch1- libtarnstitch-dev- tarnstitch-
+install_quietly --purge libtarnstitch1- libtarnstitch-dev- python3-tarnstitch- tarnstitch-
 left=$(inside find /usr -name '*tarn*')
 [[ -z $left ]] || fail "left behind: $left"
 say "Packages: installed, run and removed in a clean root"

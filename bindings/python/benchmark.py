@@ -2,12 +2,17 @@
 # SPDX-License-Identifier: Apache-2.0
 """What the package costs beside the library: medians over the frames of a sample, 1920 x 1080 px.
 
-Each frame is timed twice over: the whole call of `feed`, and the library's function inside. usage: benchmark.py
+Each frame is timed twice over: the whole call of `feed`, and the library's function inside. With the program tarnstitch,
+a sample is stitched by both as well, from the video to the panorama's file. usage: benchmark.py [PROGRAM]
 """
 
 from __future__ import annotations
 
+import subprocess
+import sys
+import tempfile
 import time
+from collections.abc import Iterator
 from pathlib import Path
 from statistics import median
 from typing import Any
@@ -41,7 +46,7 @@ def feeding(frames: list[tarnstitch.Pixels], turn: Any) -> tuple[float, float]:
         inside = time.perf_counter() - begun
         return int(result)
 
-    library().tarn_sweep_feed = timed
+    setattr(library(), "tarn_sweep_feed", timed)
     within, around = [], []
     try:
         for _ in range(ROUNDS):
@@ -54,7 +59,7 @@ def feeding(frames: list[tarnstitch.Pixels], turn: Any) -> tuple[float, float]:
                     within.append(inside * 1000)
                     around.append((whole - inside) * 1000)
     finally:
-        library().tarn_sweep_feed = feed
+        setattr(library(), "tarn_sweep_feed", feed)
     return median(within), median(around)
 
 
@@ -67,6 +72,29 @@ def reading(frame: tarnstitch.Pixels, order: Any, quarters: int) -> float:
         reader.give_back(reader.read(frame)[1])
         times.append((time.perf_counter() - begun) * 1000)
     return median(times)
+
+
+def frames_of_the_video() -> Iterator[tarnstitch.Pixels]:
+    video = cv2.VideoCapture(str(SAMPLE))
+    while True:
+        there_is_one, frame = video.read()
+        if not there_is_one:
+            return
+        yield frame
+
+
+def stitching(program: str) -> tuple[float, float]:
+    """s of the program and of `tarnstitch.stitch`, each the shortest of some runs, in turn."""
+    by_program, by_package = [], []
+    with tempfile.TemporaryDirectory() as work:
+        for _ in range(ROUNDS):
+            begun = time.perf_counter()
+            subprocess.run([program, str(SAMPLE), "-o", f"{work}/program.jpg", "--quiet", "--no-retry"], check=True)
+            by_program.append(time.perf_counter() - begun)
+            begun = time.perf_counter()
+            tarnstitch.stitch(frames_of_the_video()).panorama.save(f"{work}/package.jpg")
+            by_package.append(time.perf_counter() - begun)
+    return min(by_program), min(by_package)
 
 
 def main() -> None:
@@ -82,6 +110,9 @@ def main() -> None:
         cv2.rotate(frames[0], cv2.ROTATE_90_COUNTERCLOCKWISE)
         times.append((time.perf_counter() - begun) * 1000)
     print(f"beside it, OpenCV turning a frame: {median(times):.2f} ms")
+    if len(sys.argv) > 1:
+        by_program, by_package = stitching(sys.argv[1])
+        print(f"{SAMPLE.name}: {by_program:.2f} s by the program, {by_package:.2f} s by tarnstitch.stitch")
 
 
 if __name__ == "__main__":

@@ -30,6 +30,7 @@ from ._errors import (
     SweepOverError,
     UnexpectedError,
 )
+from ._finishing import Crop, Finished, finish
 from ._frames import Frame, Order, Pixels
 from ._library import library as _library_loaded
 from ._results import Answer, KeyFrame, Panorama, Preview, Status
@@ -45,6 +46,7 @@ __all__ = [
     "BadArgumentError",
     "Code",
     "Corners",
+    "Crop",
     "Direction",
     "DirectoryNotEmptyError",
     "DirectoryUnusableError",
@@ -52,6 +54,7 @@ __all__ = [
     "Error",
     "Extent",
     "Failure",
+    "Finished",
     "FinishingError",
     "ForkedError",
     "Four",
@@ -76,6 +79,7 @@ __all__ = [
     "SweepOverError",
     "Turn",
     "UnexpectedError",
+    "finish",
     "library_version",
     "stitch",
 ]

@@ -140,6 +140,45 @@ class PanoramaInfo(ctypes.Structure):
     ]
 
 
+class FinishingFrame(ctypes.Structure):
+    """tarnpy_finishing_frame."""
+
+    _fields_ = [
+        ("pixels", c_void_p),
+        ("row_stride", c_size_t),
+        ("width", c_int),
+        ("height", c_int),
+        ("placed", c_int),
+        ("placement", c_double * 9),
+    ]
+
+
+class Finished(ctypes.Structure):
+    """tarnpy_finished."""
+
+    _fields_ = [
+        ("outcome", c_int),
+        ("failed_number", c_int),
+        ("explanation", c_char_p),
+        ("pixels", c_void_p),
+        ("row_stride", c_size_t),
+        ("mask", c_void_p),
+        ("mask_stride", c_size_t),
+        ("width", c_int),
+        ("height", c_int),
+        ("motion", c_char_p),
+        ("projection", c_char_p),
+        ("horizontal_field_of_view", c_double),
+        ("vertical_field_of_view", c_double),
+        ("scale", c_double),
+        ("residual", c_double),
+        ("left_out", POINTER(c_int)),
+        ("held", c_void_p),
+    ]
+
+
+ON_FINISHING = CFUNCTYPE(c_int, c_char_p, c_double)
+
 _RESULT = "tarn_result"
 
 # Name: what it returns (a tarn_result where it says so), what it takes.
@@ -178,6 +217,17 @@ _FUNCTIONS: dict[str, tuple[Any, list[Any]]] = {
     "tarnpy_free_bytes": (None, [c_void_p]),
 }
 
+# Of the finishing stage, which may be missing.
+_FINISHING_FUNCTIONS: dict[str, tuple[Any, list[Any]]] = {
+    "tarnpy_finish": (
+        c_int,
+        [POINTER(FinishingFrame), c_int, c_int, c_double, ON_FINISHING, POINTER(Finished)],
+    ),
+    "tarnpy_finishing_outcome": (c_char_p, [c_int]),
+    "tarnpy_left_out": (c_char_p, [c_int]),
+    "tarnpy_free_finished": (None, [c_void_p]),
+}
+
 _FILE = "libtarnstitch_python.so"
 _lock = threading.Lock()
 _loaded: ctypes.CDLL | None = None
@@ -189,7 +239,10 @@ def _load() -> ctypes.CDLL:
     path = os.environ.get("TARNSTITCH_PYTHON_LIBRARY") or str(Path(__file__).with_name(_FILE))
     try:
         library = ctypes.CDLL(path, mode=ctypes.RTLD_LOCAL)
-        for name, (result, arguments) in _FUNCTIONS.items():
+        functions = _FUNCTIONS
+        if hasattr(library, "tarnpy_finish"):
+            functions = {**functions, **_FINISHING_FUNCTIONS}
+        for name, (result, arguments) in functions.items():
             function = getattr(library, name)
             function.argtypes = arguments
             function.restype = c_int if result is _RESULT else result

@@ -5,7 +5,6 @@ from __future__ import annotations
 
 import ctypes
 import os
-import threading
 import time
 from collections.abc import Callable
 from types import TracebackType
@@ -19,10 +18,10 @@ from ._frames import Frame, FrameReader, Order, ReadFrame, pixels_of, view_of_pi
 from ._library import check, library
 from ._results import Answer, KeyFrame, Panorama, Preview, Status, answer_of
 from ._turns import Direction, Turn, corners_of, hint_for, quarters_back, quarters_of, working_from_frame
+from ._waits import LOOK_AGAIN, interruptible
 from ._words import Extent, Pipeline, Reason
 
 _Result = TypeVar("_Result")
-_LOOK_AGAIN = 0.05  # s, how long a wait in the library may keep Ctrl-C waiting
 
 
 class _Callbacks:
@@ -42,6 +41,9 @@ class _Callbacks:
 
     def keep(self, error: BaseException) -> None:
         self.raised = self.raised or error
+        self.end_the_wait()
+
+    def end_the_wait(self) -> None:
         self.give_up = True
 
     def while_waiting(self, _user: object, _under_way: int) -> int:
@@ -299,7 +301,7 @@ class Sweep:
         deadline = None if timeout is None else time.monotonic() + max(0.0, timeout)
         has_room = ctypes.c_int()
         while True:
-            left = _LOOK_AGAIN if deadline is None else min(_LOOK_AGAIN, max(0.0, deadline - time.monotonic()))
+            left = LOOK_AGAIN if deadline is None else min(LOOK_AGAIN, max(0.0, deadline - time.monotonic()))
             begun = time.monotonic()
             check(library().tarn_sweep_wait_for_room(self._usable_handle(), most, round(left * 1000), has_room))
             if has_room.value:
@@ -333,46 +335,11 @@ class Sweep:
         return not has_room.value or self.status.pipeline is Pipeline.FAILED
 
     def _interruptible(self, call: Callable[[], _Result]) -> _Result:
-        """Makes a call that may wait, so that Ctrl-C ends it.
-
-        Python's signal handlers run on the main thread, between two of its own steps. A call from there is made on a
-        thread of its own, while the main one waits where it can be interrupted.
-        """
+        """Makes a call that may wait, so that Ctrl-C ends it, and raises what a callback has raised meanwhile."""
         callbacks = self._callbacks
         callbacks.give_up = False
         callbacks.raised = None
-        if threading.current_thread() is not threading.main_thread():
-            result = call()
-        else:
-            results: list[_Result] = []
-            errors: list[BaseException] = []
-            done = threading.Event()
-            has_begun = is_given_up = False
-
-            def run() -> None:
-                nonlocal has_begun
-                has_begun = True
-                try:
-                    if not is_given_up:
-                        results.append(call())
-                except BaseException as error:
-                    errors.append(error)
-                finally:
-                    done.set()
-
-            try:
-                threading.Thread(target=run, name="tarnstitch", daemon=True).start()
-                # Not in one go: a signal that comes just before a wait does not end it.
-                while not done.wait(_LOOK_AGAIN):
-                    pass
-            except BaseException:
-                is_given_up = True
-                while has_begun and not done.wait(_LOOK_AGAIN):
-                    callbacks.give_up = True  # again and again: a call on another thread may begin meanwhile
-                raise
-            if errors:
-                raise errors[0]
-            result = results[0]
+        result = interruptible(call, callbacks.end_the_wait)
         raised, callbacks.raised = callbacks.raised, None
         if raised is not None:
             raise raised
