@@ -891,7 +891,7 @@ public:
         pthread_attr_t attributes;
         pthread_getattr_default_np(&attributes);
         pthread_attr_getstacksize(&attributes, &kept_size_);
-        constexpr size_t whole_address_space = size_t{1} << 47U;
+        constexpr size_t whole_address_space = std::numeric_limits<size_t>::max() >> 17U;
         pthread_attr_setstacksize(&attributes, whole_address_space);
         worked_ = pthread_setattr_default_np(&attributes) == 0;
         pthread_attr_destroy(&attributes);
