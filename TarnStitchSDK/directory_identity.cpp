@@ -41,14 +41,26 @@ std::vector<directory_identity> directories_towards(const std::string& path)
     if (path.empty()) {
         return way;
     }
+    const auto add = [&way](const std::optional<directory_identity>& directory) {
+        if (directory && std::find(way.begin(), way.end(), *directory) == way.end()) {
+            way.push_back(*directory);
+        }
+    };
+    // Those that the path names: it may lead through a directory that it does not lie in, and one that may not be
+    // entered does not tell what is above it.
+    for (std::size_t slash = path.find('/', 1); slash != std::string::npos; slash = path.find('/', slash + 1)) {
+        add(identity_of(path.substr(0, slash)));
+    }
     std::string place = path;
     std::optional<directory_identity> here = identity_of(place);
     while (!here && place != "." && place != "/") {
         place = directory_above(place);
         here = identity_of(place);
     }
-    while (here && std::find(way.begin(), way.end(), *here) == way.end()) {  // the root is above itself
-        way.push_back(*here);
+    std::optional<directory_identity> below;
+    while (here && !(here == below)) {  // the root is above itself
+        add(here);
+        below = here;
         place += "/..";
         here = identity_of(place);
     }

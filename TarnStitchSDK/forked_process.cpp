@@ -51,6 +51,9 @@ void in_the_parent()
 // The status with which the child exits.
 volatile std::sig_atomic_t exit_status = 0;
 
+// What the host does about SIGALRM.
+struct sigaction host_s_action = {};
+
 #ifdef __GLIBC__
 void note_exit_status(int status, void* /*unused*/)
 {
@@ -83,12 +86,18 @@ void bound_the_end_of_a_forked_process()
     constexpr unsigned longest_end = 2;  // s
     struct sigaction end_now = {};
     end_now.sa_handler = [](int /*unused*/) { _exit(exit_status); };
-    sigaction(SIGALRM, &end_now, nullptr);
+    sigaction(SIGALRM, &end_now, &host_s_action);
     sigset_t alarms;
     sigemptyset(&alarms);
     sigaddset(&alarms, SIGALRM);
     pthread_sigmask(SIG_UNBLOCK, &alarms, nullptr);
     alarm(longest_end);
+}
+
+void the_library_has_ended()
+{
+    alarm(0);
+    sigaction(SIGALRM, &host_s_action, nullptr);
 }
 
 bool is_forked_process()

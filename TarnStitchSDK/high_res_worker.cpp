@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "internal/worker_life.h"
+#include "internal/worker_pool.h"
 #include "module_globals.h"
 #include "shared_access.h"
 
@@ -23,6 +24,12 @@ void set_max_wait_seconds(int seconds)
 
 pipeline_snapshot look_at_pipeline()
 {
+    const call_inside call(nullptr);
+    if (!call.may_look()) {
+        pipeline_snapshot nothing;
+        nothing.status = pipeline_failed;
+        return nothing;
+    }
     const auto lock = lock_handover();
     return {big_stitch_status, big_frame_num, first_failed_frame(), big_stitch_image, first_failure()};
 }

@@ -51,6 +51,11 @@ void stall_watch::look(int under_way)
     under_way_ = under_way;
 }
 
+void stall_watch::look_after_callback()
+{
+    since_last_move_.look_after_work();
+}
+
 bool stall_watch::has_stalled() const
 {
     constexpr double waits = 3.0;
@@ -211,6 +216,7 @@ session::wait_end session::wait_for_workers(int most, bool also_until_failure, c
         if (on_progress && !on_progress(key_frames_ - never_started_ - watch.under_way(), key_frames_)) {
             return wait_end::declined;
         }
+        watch.look_after_callback();
         sleep_between_looks();
         watch.look(under_way());
     }
@@ -255,7 +261,11 @@ frame_answer session::register_frame(const frame_view& frame, direction_code hin
         });
     }
     if (!milliseconds) {
-        return not_handed_over(code_lost, reason::process_ends);
+        const frame_answer refused = not_handed_over(code_lost, reason::process_ends);
+        if (is_last) {
+            last_frame_ = refused;
+        }
+        return refused;
     }
     const frame_account account = account_of_this_thread();
     frame_answer answer = account.answer;
@@ -383,16 +393,20 @@ panorama session::collect(wait_end waited)
     const bool works = pipeline.status == pipeline_ready;
     const bool whole = waited == wait_end::reached && works && pipeline.turns_over == result.key_frames
                        && (!last_frame_ || last_frame_->taken);
-    if (whole && written_turns_ != pipeline.turns_over
-        && write_panorama(tarn_stitcher, result.key_frames, generation_) == panorama_write::written) {
-        written_turns_ = pipeline.turns_over;
+    panorama_write outcome = panorama_write::written;
+    if (whole && written_turns_ != pipeline.turns_over) {
+        outcome = write_panorama(tarn_stitcher, result.key_frames, generation_);
+        if (outcome == panorama_write::written) {
+            written_turns_ = pipeline.turns_over;
+        }
     }
     if (!whole) {
         result.why = why_not_whole(waited, result, works);
     } else if (written_turns_ == pipeline.turns_over) {
         result.file = getCurrentPanoramaShow();
     } else {
-        result.why = reason::disk;
+        result.why =
+            outcome == panorama_write::file_failed ? reason::disk : why_not_whole(wait_end::cancelled, result, works);
     }
     if (!pipeline.panorama.empty()) {
         result.extent = whole ? panorama_extent::whole : panorama_extent::partial;

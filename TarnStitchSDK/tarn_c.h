@@ -105,7 +105,7 @@ enum tarn_error {
     TARN_ERROR_NO_PANORAMA = 5,          ///< there is none; tarn_panorama_get_info says why
     TARN_ERROR_NO_MEMORY = 6,            ///< memory is short
     TARN_ERROR_DISK = 7,                 ///< a file could not be written
-    TARN_ERROR_PROCESS_ENDS = 8,         ///< so it is, or was forked off, or another copy of the library has the task
+    TARN_ERROR_PROCESS_ENDS = 8,         ///< or it was forked off, or another copy of the library has the task
     TARN_ERROR_NO_SUCH_HANDLE = 100,     ///< a handle is null, was freed, or is none of the kind that is asked for
     TARN_ERROR_UNSUPPORTED = 101,        ///< a structure asks for what only a newer library has
     TARN_ERROR_IN_CALLBACK = 102,        ///< a call from a callback that could only wait for itself
@@ -172,7 +172,7 @@ enum tarn_reason {
     TARN_REASON_NO_THREAD = 17,         ///< no thread could be started
     TARN_REASON_DISK = 18,              ///< a file or directory could not be written
     TARN_REASON_CANCELLED = 19,         ///< the sweep was cancelled, or a callback ended the wait
-    TARN_REASON_PROCESS_ENDS = 20,      ///< so it is, or was forked off, or another copy of the library has the task
+    TARN_REASON_PROCESS_ENDS = 20,      ///< or it was forked off, or another copy of the library has the task
     TARN_REASON_NO_FRAMES = 21          ///< nothing was handed over that a panorama could be made of
 };
 
@@ -327,7 +327,8 @@ enum tarn_extent {
 typedef struct tarn_panorama_info {
     size_t size;                 ///< of this structure
     int extent;                  ///< of enum tarn_extent
-    int why;                     ///< of enum tarn_reason: why it is not whole
+    int why;                     ///< of enum tarn_reason: why it is not whole; of a whole one TARN_REASON_DISK where
+                                 ///< its file could not be written
     int first_failed_key_frame;  ///< that could not be joined, from 1; 0 if all could. May be set though the panorama
                                  ///< goes on behind it
     int key_frames;              ///< given to workers

@@ -21,6 +21,11 @@
 #include "internal/worker_life.h"
 #include "internal/worker_pool.h"
 
+// The variables that its constructor resets are inline variables of a header included above, so they are constructed
+// before it whatever the order in which the objects are linked. Inline here, and nowhere else, for the guard that this
+// gives it: another copy of the library that shares the name does not construct it again.
+inline TarnStitcher tarn_stitcher("");
+
 namespace {
 
 constexpr int one_sleep = 100000;     // µs

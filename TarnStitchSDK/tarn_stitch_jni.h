@@ -16,14 +16,18 @@
 // within its bound, and ends the wait of a last one.
 // Strings, result arrays: owned by the library, valid until the next call.
 // Failure: no exception leaves these functions, but for one of matToBitmapArray; a frame-level outcome is a code.
-// Output: the library writes log lines to standard output. One of them has no line end. Where that is a pipe that nobody
-// reads, a call waits for its reader as any program would: read it, or use tarn::sweep (tarn_sweep.h), which writes
-// nothing there. No failure of the stream leaves a call.
-// Copies: a process may load the shared library several times, from several files or with several name spaces, as
-// plug-ins do that each bring their own. Each copy that is loaded locally (RTLD_LOCAL) has a task of its own. Of copies
-// that are loaded globally, or linked beside each other, the first one that is used has the task; calls of the others are
-// refused, with code -1, and change nothing. Parts of a plug-in that include this header are compiled with
-// -fno-gnu-unique where the compiler is GCC; the CMake target sees to that.
+// Output: the library writes log lines to standard output. One of them has no line end. Where that is a pipe that
+// nobody reads, a call waits for its reader as any program would: read it, or use tarn::sweep (tarn_sweep.h), which
+// writes nothing there. No failure of the stream leaves a call.
+// Copies: plug-ins may each bring a copy of the shared library, with a name (SONAME) of its own or opened by its path.
+// Each copy that is loaded locally (RTLD_LOCAL) has a task of its own. Of copies that are loaded globally, or linked
+// beside each other, the first one that is used has the task; calls of the others are refused, with code -1, and change
+// nothing. Where several plug-ins use one copy, only the functions speak of its task: the variables of module_globals.h
+// are those of the part that reads them. Parts of a plug-in that include this header are to be compiled with
+// -fno-gnu-unique where the compiler is GCC; the CMake target says so.
+// Forks: a forked child may look at what there was, but its frames are answered -1, its resets do nothing, and no sweep
+// can be begun. The fork itself waits for the frame inside. The library bounds its own part of the child's end by an
+// alarm of two seconds (SIGALRM).
 // Orientation: frames are taken as a camera's sensor delivers them when the device is held upright. The
 // high-resolution panorama is turned by 90 degrees clockwise against them; the preview is not.
 #pragma once
@@ -32,11 +36,8 @@
 
 #include "tarn_stitcher.h"
 
-#pragma GCC visibility push(default)
-/// The task that all entry points act on. Constructed with "" before main, after the variables that it resets: it is an
-/// inline variable as they are.
-inline TarnStitcher tarn_stitcher("");
-#pragma GCC visibility pop
+/// The task that all entry points act on. Constructed with "" before main, after the variables that it resets.
+extern TarnStitcher tarn_stitcher;
 
 /// Starts a new task: removes the working directory of the old one if the path changes; creates the new one if it is
 /// missing, else empties it.

@@ -229,6 +229,7 @@ bool sweep::wait_for_room(int most, std::chrono::milliseconds time_out,
         if (while_waiting && !while_waiting(watch.under_way())) {
             return false;
         }
+        watch.look_after_callback();
         sleep_between_looks();
         watch.look(status().under_way);
     }

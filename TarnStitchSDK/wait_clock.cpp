@@ -23,6 +23,13 @@ void running_time::look()
     last_look_ = now;
 }
 
+void running_time::look_after_work()
+{
+    const std::int64_t now = cv::getTickCount();
+    ticks_ += now - last_look_;
+    last_look_ = now;
+}
+
 double running_time::seconds() const
 {
     return static_cast<double>(ticks_) / cv::getTickFrequency();

@@ -27,8 +27,6 @@ thread_local int calls_of_this_thread = 0;
 struct end_of_process {
     explicit end_of_process(void (*construct_what_workers_use)())
     {
-        be_ready_for_forks();
-        pthread_atfork(nullptr, nullptr, admit_nobody);
         construct_what_workers_use();
     }
 
@@ -52,22 +50,42 @@ struct end_of_process {
     end_of_process& operator=(const end_of_process&) = delete;
 
 private:
-    // In a process that was forked off: its end is that of one without a library.
-    static void admit_nobody()
-    {
-        process_ends = true;
-        in_flight = 0;
-        calls_inside = calls_of_this_thread;
-    }
-
     static bool others_are_at_work()
     {
         return in_flight.load() > 0 || calls_inside.load() > calls_of_this_thread;
     }
 };
 
+// Destroyed at the end of the process after what was constructed for workers.
+struct end_of_the_bound {
+    end_of_the_bound() = default;
+
+    ~end_of_the_bound()
+    {
+        if (is_forked_process()) {
+            the_library_has_ended();
+        }
+    }
+
+    end_of_the_bound(const end_of_the_bound&) = delete;
+    end_of_the_bound& operator=(const end_of_the_bound&) = delete;
+};
+
+// In a process that was forked off: its end is that of one without a library.
+void admit_nobody()
+{
+    process_ends = true;
+    in_flight = 0;
+    calls_inside = calls_of_this_thread;
+}
+
 void arrange_for_the_end(void (*construct_what_workers_use)())
 {
+    // First, so that a process which is forked off meanwhile does not wait for what its parent's thread was constructing.
+    static const int arranged = pthread_atfork(nullptr, nullptr, admit_nobody);
+    static_cast<void>(arranged);
+    be_ready_for_forks();
+    static const end_of_the_bound comes_last;
     static const end_of_process stop_workers_first(construct_what_workers_use);
 }
 

@@ -1,9 +1,10 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: Apache-2.0
 #
-# The long runs: 1,000 sweeps cancelled and restarted, 20,000 frames in one sweep, as many with many key frames, and
-# 500 short sweeps, each in one process whose memory, threads and descriptors must stay flat. Takes about ten minutes on
-# an idle machine. The argument is a factor on the numbers, by default 1; arguments after it go to CMake.
+# The long runs: 1,000 sweeps cancelled and restarted, 20,000 frames in one sweep, as many with many key frames, 500
+# short sweeps, 15,000 frames of a hasty camera and of one before traffic, an hour of a slow one, each in one process
+# whose memory, threads and descriptors must stay flat. Takes about twenty minutes on an idle machine. The argument is a
+# factor on the numbers, by default 1; arguments after it go to CMake.
 set -euo pipefail
 # shellcheck source=scripts/lib/common.sh
 source "$(dirname "${BASH_SOURCE[0]}")/lib/common.sh"

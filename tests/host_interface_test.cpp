@@ -232,6 +232,37 @@ TEST_F(ResetStitch, MissingDirectoryInsideTheOldOneIsMade)
     EXPECT_EQ(entries_of(directory()), std::vector<std::string>({"2"}));
 }
 
+TEST_F(ResetStitch, PathThroughTheOldDirectoryIsFollowed)
+{
+    const std::string other = root() + "other/";
+    fs::create_directory(other);
+    fs::create_directory_symlink(other, directory() + "link");
+    write_file(directory() + "big_frame1.jpg");
+    const std::string through = directory() + "link/";
+    EXPECT_EQ(resetStitch(through.c_str()), 1);
+    EXPECT_EQ(tarn_stitcher.local_path, through);
+    EXPECT_EQ(entries_of(directory()), std::vector<std::string>({"link"}));
+
+    fs::create_directory(root() + "third");
+    const std::string up_again = directory() + "../third/";
+    resetStitch(directory().c_str());
+    EXPECT_EQ(resetStitch(up_again.c_str()), 1);
+    EXPECT_EQ(tarn_stitcher.local_path, up_again);
+    EXPECT_TRUE(fs::is_directory(up_again));
+}
+
+TEST_F(ResetStitch, DirectoryInsideTheOldOneThatMayNotBeEnteredStays)
+{
+    const std::string inside = directory() + "2/";
+    fs::create_directory(inside);
+    const ordinary_user nobody(root());
+    fs::permissions(inside, fs::perms(0200));
+    EXPECT_EQ(resetStitch(inside.c_str()), 1);
+    EXPECT_EQ(entries_of(directory()), std::vector<std::string>({"2"}));
+    EXPECT_EQ(mode_of(inside.substr(0, inside.size() - 1)), 0200U);
+    fs::permissions(inside, fs::perms(0700));
+}
+
 TEST_F(ResetStitch, DirectoryBelowAMissingOneInsideTheOldOneCostsNothing)
 {
     EXPECT_EQ(resetStitch((directory() + "no/parent/").c_str()), 1);

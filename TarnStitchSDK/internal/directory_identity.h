@@ -21,7 +21,8 @@ struct directory_identity {
 };
 
 /// The directories on the way to a path: the one that it names, or where there is none yet the nearest above it that
-/// exists, and all those above that one. Empty for a path of which nothing can be found out. Links are followed. Throws
+/// exists; all those above that one; and those that its spelling leads through. Empty for a path of which nothing can be
+/// found out. Links are followed. Throws
 /// nothing but std::bad_alloc. Any thread.
 std::vector<directory_identity> directories_towards(const std::string& path);
 
@@ -29,7 +30,7 @@ std::vector<directory_identity> directories_towards(const std::string& path);
 enum class directories_lie {
     apart,
     as_one,          ///< two spellings of one directory
-    new_inside_old,  ///< the new one is somewhere below the old one, or would be
+    new_inside_old,  ///< the new one is below the old one, or would be, or its path leads through it
 };
 
 /// @param old_path  the directory that is about to be removed

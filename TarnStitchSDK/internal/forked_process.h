@@ -20,7 +20,10 @@ bool is_forked_process();
 /// For the end of such a process, when it comes to the exit handlers of OpenCV's that were registered by the library's
 /// first call: these, and destructors of OpenCV's, take locks that a thread of the parent's may have had when it was
 /// copied. It happens to one child in thousands; after two seconds that one ends without them, with the exit status
-/// that it was given. Takes SIGALRM.
+/// that it was given. Takes SIGALRM until the_library_has_ended.
 void bound_the_end_of_a_forked_process();
+
+/// When those are done: what comes then is the host's, and takes its time. Gives SIGALRM back.
+void the_library_has_ended();
 
 }  // namespace tarn

@@ -27,6 +27,9 @@ public:
     /// Takes note of how many are under way now.
     void look(int under_way);
 
+    /// After a callback, whose time counts whole.
+    void look_after_callback();
+
     bool has_stalled() const;
 
     int under_way() const

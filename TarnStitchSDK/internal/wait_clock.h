@@ -20,6 +20,9 @@ public:
     /// Takes the time since the look before in.
     void look();
 
+    /// The same, whatever the time: what came between was work of the process's own.
+    void look_after_work();
+
     /// Between the first look and the last one.
     double seconds() const;
 
