@@ -7,13 +7,20 @@ set -euo pipefail
 source "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
 
 sweep=("$samples/parking_pan.mp4" --step 5)
+files=(now.jpg now.png now.txt)
+if "$program" "${sweep[@]}" --finish -q -o now.jpg 2>stderr; then
+  sweep+=(--finish)
+  files+=(now-finished.jpg)
+else
+  expect_said "finish" # a program built without it says so
+fi
 for numbers in "1 1" "1 4" "2 2" "3 1" "16 16"; do
   read -r threads workers <<<"$numbers"
   run 0 "${sweep[@]}" -o now.jpg --preview now.png --frames now.csv --threads "$threads" --workers "$workers"
   cut -d , -f 1-18 now.csv >now.txt # without the time that each took
-  for file in now.jpg now.png now.txt; do
-    [[ $numbers != "1 1" ]] || cp $file first.${file#now.}
-    cmp first.${file#now.} $file || fail "another ${file#now.} with --threads $threads --workers $workers"
+  for file in "${files[@]}"; do
+    [[ $numbers != "1 1" ]] || cp "$file" "first${file#now}"
+    cmp "first${file#now}" "$file" || fail "another $file with --threads $threads --workers $workers"
   done
 done
 
