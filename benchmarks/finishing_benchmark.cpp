@@ -143,7 +143,7 @@ double geometry_of(const clip& from, const neighbour_homography& found)
     const cv::Size size = from.pictures[0].size();
     for (std::size_t k = 1; k < from.truth.size(); ++k) {
         cv::Matx33d homography;
-        if (found(static_cast<int>(k), static_cast<int>(k) - 1, homography)) {
+        if (found && found(static_cast<int>(k), static_cast<int>(k) - 1, homography)) {
             errors.push_back(
                 100.0 / size.width
                 * tarn::test::mean_corner_error(homography, from.truth[k - 1].inv() * from.truth[k], size));
@@ -170,13 +170,15 @@ void finish_cameras(const tarn::finishing::finishing_result& result, neighbour_h
     };
 }
 
-/// Those of OpenCV's stitcher.
+/// Those of OpenCV's stitcher for a camera that turns. What its affine mode keeps is not compared.
 void stitcher_cameras(cv::Stitcher& stitcher, neighbour_homography& homography)
 {
     const auto cameras = stitcher.cameras();
     const auto component = stitcher.component();
     const double scale = stitcher.workScale();
-    const bool affine = stitcher.estimator().dynamicCast<cv::detail::AffineBasedEstimator>() != nullptr;
+    if (stitcher.estimator().dynamicCast<cv::detail::AffineBasedEstimator>() != nullptr) {
+        return;
+    }
     homography = [=](int i, int j, cv::Matx33d& j_from_i) {
         const auto position = [&](int index) {
             return std::find(component.begin(), component.end(), index) - component.begin();
@@ -192,9 +194,7 @@ void stitcher_cameras(cv::Stitcher& stitcher, neighbour_homography& homography)
             cv::Mat rotation;
             camera.R.convertTo(rotation, CV_64F);
             const cv::Matx33d work_from_full(scale, 0, 0, 0, scale, 0, 0, 0, 1);
-            // An affine camera's "rotation" is its map, of pixels.
-            return affine ? cv::Matx33d(rotation) * work_from_full
-                          : cv::Matx33d(rotation) * cv::Matx33d(cv::Mat(camera.K())).inv() * work_from_full;
+            return cv::Matx33d(cv::Matx33d(rotation) * cv::Matx33d(cv::Mat(camera.K())).inv() * work_from_full);
         };
         j_from_i = reference_from_pixel(at_j).inv() * reference_from_pixel(at_i);
         return true;
