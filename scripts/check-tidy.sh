@@ -11,7 +11,8 @@ need_packages "${build_packages[@]}" "${test_packages[@]}" clang-tidy-14
 command -v clang-tidy-14 >/dev/null || fail "clang-tidy-14 is missing."
 
 java=$(java_option)
-configure dev --log-level=WARNING "$java"
+python=$(python_option)
+configure dev --log-level=WARNING "$java" "$python"
 
 if (($# > 0)); then
   files=("$@")

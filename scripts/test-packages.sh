@@ -65,7 +65,7 @@ if inside ldd /usr/bin/tarnstitch | grep 'not found'; then
 fi
 
 say "The Python package"
-mapfile -t python < <(cd "$clean" && ls packages/python3-tarnstitch_*.deb)
+mapfile -t python < <(cd "$clean" && ls packages/python3-tarnstitch_*.deb packages/libtarnstitch-finishing1_*.deb)
 install_quietly "${python[@]/#//}" python3-opencv
 for order in 'cv2, tarnstitch' 'tarnstitch, cv2'; do
   show python3 -c "import $order
@@ -91,7 +91,7 @@ printf '%s\n' 'cmake_minimum_required(VERSION 3.22)' 'project(host CXX)' \
 show sh -c 'cmake -S /packages -B /packages/build >/dev/null && cmake --build /packages/build && /packages/build/host >/packages/output && tail -n 1 /packages/output'
 
 say "Removal"
-install_quietly --purge libtarnstitch1- libtarnstitch-dev- python3-tarnstitch- tarnstitch-
+install_quietly --purge libtarnstitch1- libtarnstitch-dev- libtarnstitch-finishing1- python3-tarnstitch- tarnstitch-
 left=$(inside find /usr -name '*tarn*')
 [[ -z $left ]] || fail "left behind: $left"
 say "Packages: installed, run and removed in a clean root"
