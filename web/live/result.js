@@ -22,6 +22,8 @@ export class Result {
   constructor(advice) {
     this.#advice = advice;
     new Viewer($('viewer'), this.#picture);
+    // Behind the viewer, which fits a picture into its frame when it is there: not before is it shown.
+    this.#picture.addEventListener('load', () => (this.#picture.style.visibility = 'visible'));
     $('again').addEventListener('click', () => this.#close());
     $('crop').addEventListener('click', () => {
       this.#isCropped = !this.#isCropped;
@@ -59,6 +61,7 @@ export class Result {
 
   #setPicture(url, small) {
     this.#picture.classList.toggle('small', small);
+    this.#picture.style.visibility = 'hidden';
     this.#picture.src = url;
   }
 
