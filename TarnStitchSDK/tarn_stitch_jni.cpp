@@ -18,7 +18,6 @@
 #include "internal/live_call.h"
 #include "internal/shared_state.h"
 #include "internal/spare_frames.h"
-#include "internal/worker_life.h"
 #include "internal/worker_pool.h"
 
 // The variables that its constructor resets are inline variables of a header included above, so they are constructed
@@ -125,7 +124,8 @@ int resetStitch(const char* input_path)
     using std::chrono::microseconds;
     using clock = std::chrono::steady_clock;
     try {
-        const tarn::call_inside call(tarn::construct_what_workers_use);
+        // Before the first frame there is nothing that the end of the process or a fork would have to wait for.
+        const tarn::call_inside call(nullptr);
         if (!call.is_admitted()) {
             return 1;
         }

@@ -13,6 +13,7 @@ import pytest
 from material import Pixels, sample_frames, small_frames
 
 import tarnstitch
+from tarnstitch import _finishing
 from tarnstitch._finishing import _placement
 from tarnstitch._library import library
 
@@ -122,6 +123,6 @@ def test_where_it_is_not_installed_it_says_so(monkeypatch: pytest.MonkeyPatch) -
     class Library:
         pass
 
-    monkeypatch.setattr("tarnstitch._finishing.library", Library)
+    monkeypatch.setattr(_finishing, "library", Library)
     with pytest.raises(tarnstitch.FinishingError, match="not installed"):
         tarnstitch.finish(small_frames(2))
