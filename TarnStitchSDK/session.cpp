@@ -261,7 +261,7 @@ frame_answer session::register_frame(const frame_view& frame, direction_code hin
         });
     }
     if (!milliseconds) {
-        const frame_answer refused = not_handed_over(code_lost, reason::process_ends);
+        frame_answer refused = not_handed_over(code_lost, reason::process_ends);
         if (is_last) {
             last_frame_ = refused;
         }
