@@ -98,7 +98,7 @@ def finish(
         FinishingError: the stage is not installed, or no picture can be made; the text says why.
     """
     one_of("crop", crop, _CROPS)
-    if not (most_megapixels > 0 and math.isfinite(most_megapixels)):
+    if not isinstance(most_megapixels, (int, float)) or not (most_megapixels > 0 and math.isfinite(most_megapixels)):
         raise BadArgumentError(f"most_megapixels is {most_megapixels}; it must be more than 0")
     _library.refuse_fork()
     if not hasattr(library(), "tarnpy_finish"):
@@ -147,7 +147,7 @@ def finish(
         ):
             raise OutOfMemoryError("there is no memory for the finished picture")
         try:
-            return _finished_of(finished, len(frames))
+            return _finished_of(finished, len(kept))  # which the call holds until it is over, whoever has left
         finally:
             library().tarnpy_free_finished(finished.held)
 

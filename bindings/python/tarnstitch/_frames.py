@@ -48,7 +48,7 @@ def _array_of(frame: object, order: Order) -> tuple[Pixels, Order]:
         if pil is not None and isinstance(frame, pil.Image):
             if frame.mode not in ("RGB", "RGBA", "L"):
                 raise FrameError(f'the frame is a PIL image of mode {frame.mode}; convert it to "RGB"')
-            return np.asarray(frame), "rgb"
+            frame, order = np.asarray(frame), "rgb"
         if not isinstance(frame, np.ndarray):
             raise FrameError(f"the frame is of type {type(frame).__name__}; {_WANTED}")
     array: npt.NDArray[Any] = frame

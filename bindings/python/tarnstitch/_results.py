@@ -4,8 +4,8 @@
 from __future__ import annotations
 
 import os
+import secrets
 import struct
-import tempfile
 import zlib
 from dataclasses import dataclass, field
 from pathlib import Path
@@ -217,16 +217,16 @@ class Panorama:
 
 def write_whole(path: Path, content: bytes) -> None:
     """Writes a file with the mode that the process's umask gives, under another name first."""
-    beside = ""
+    beside = f"{path}.{secrets.token_hex(8)}"
     try:
-        descriptor, beside = tempfile.mkstemp(prefix=path.name + ".", dir=path.parent)
-        with open(descriptor, "wb") as file:
-            file.write(content)
-        umask = os.umask(0o077)
-        os.umask(umask)
-        os.chmod(beside, 0o666 & ~umask)
-        os.replace(beside, path)
-    except OSError as error:
-        if beside and os.path.exists(beside):
+        descriptor = os.open(beside, os.O_WRONLY | os.O_CREAT | os.O_EXCL | os.O_CLOEXEC, 0o666)
+        try:
+            with open(descriptor, "wb") as file:
+                file.write(content)
+            os.replace(beside, path)
+        except BaseException:
             os.unlink(beside)
-        raise DiskError(f"{str(path)!r} cannot be written: {error.strerror or error}") from error
+            raise
+    except (OSError, ValueError) as error:
+        text = error.strerror or error if isinstance(error, OSError) else error
+        raise DiskError(f"{str(path)!r} cannot be written: {text}") from error

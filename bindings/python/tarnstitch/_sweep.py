@@ -3,9 +3,13 @@
 
 from __future__ import annotations
 
+import atexit
 import ctypes
+import operator
 import os
+import threading
 import time
+import weakref
 from collections.abc import Callable
 from types import TracebackType
 from typing import Any, TypeVar
@@ -14,7 +18,7 @@ import numpy as np
 
 from . import _library
 from ._errors import BadArgumentError, SweepOverError
-from ._frames import Frame, FrameReader, Order, ReadFrame, pixels_of, view_of_picture
+from ._frames import Frame, FrameReader, Order, Pixels, ReadFrame, pixels_of, view_of_picture
 from ._library import check, library
 from ._results import Answer, KeyFrame, Panorama, Preview, Status, answer_of
 from ._turns import Direction, Turn, corners_of, hint_for, quarters_back, quarters_of, working_from_frame
@@ -22,6 +26,31 @@ from ._waits import LOOK_AGAIN, interruptible
 from ._words import Extent, Pipeline, Reason
 
 _Result = TypeVar("_Result")
+
+
+# A thread that is in a call when the interpreter ends would be unwound by its next callback, through the library.
+_begun: weakref.WeakSet[Sweep] = weakref.WeakSet()
+
+
+@atexit.register
+def _close_all() -> None:
+    for sweep in list(_begun):
+        sweep.close()
+
+
+class _Call:
+    """A call that may be ended, and what its callbacks have raised."""
+
+    def __init__(self) -> None:
+        self.give_up = False
+        self.raised: BaseException | None = None
+
+    def keep(self, error: BaseException) -> None:
+        self.raised = self.raised or error
+        self.give_up = True
+
+    def end_the_wait(self) -> None:
+        self.give_up = True
 
 
 class _Callbacks:
@@ -36,32 +65,37 @@ class _Callbacks:
         self.quarters = quarters
         self.on_key_frame = on_key_frame
         self.on_log = on_log
-        self.give_up = False
-        self.raised: BaseException | None = None
+        self._of_this_thread = threading.local()
 
-    def keep(self, error: BaseException) -> None:
-        self.raised = self.raised or error
-        self.end_the_wait()
+    @property
+    def call(self) -> _Call:
+        """The one that this thread is in. Callbacks come on the thread of the call that they belong to."""
+        return getattr(self._of_this_thread, "call", None) or _Call()
 
-    def end_the_wait(self) -> None:
-        self.give_up = True
+    def made(self, call: _Call, what: Callable[[], _Result]) -> _Result:
+        """Makes a call of the library's as `call`."""
+        self._of_this_thread.call = call
+        try:
+            return what()
+        finally:
+            self._of_this_thread.call = None
 
     def while_waiting(self, _user: object, _under_way: int) -> int:
-        return 0 if self.give_up else 1
+        return 0 if self.call.give_up else 1
 
     def key_frame(self, _user: object, given: Any) -> None:
         try:
             if self.on_key_frame is not None:
                 self.on_key_frame(self._key_frame_of(given.contents))
         except BaseException as error:
-            self.keep(error)
+            self.call.keep(error)
 
     def log(self, _user: object, text: bytes) -> None:
         try:
             if self.on_log is not None:
                 self.on_log(text.decode("utf-8", "replace"))
         except BaseException as error:
-            self.keep(error)
+            self.call.keep(error)
 
     def _key_frame_of(self, told: _library.KeyFrame) -> KeyFrame:
         image = view_of_picture(told.picture)
@@ -74,6 +108,24 @@ class _Callbacks:
             plane_from_frame = np.linalg.inv(working) @ in_working_copies @ working
             plane_from_frame /= plane_from_frame[2, 2]
         return KeyFrame(pixels_of(image, quarters_back(self.quarters)), told.number, plane_from_frame)
+
+
+def _whole_number(name: str, value: int) -> int:
+    """A number of key frames, checked."""
+    try:
+        number = operator.index(value)
+    except TypeError:
+        raise BadArgumentError(f"{name} is {value!r}; it must be a whole number") from None
+    if not 0 <= number <= 1000:
+        raise BadArgumentError(f"{name} is {number}; it must be 0 to 1000")
+    return number
+
+
+def _path(name: str, path: str | os.PathLike[str] | None) -> bytes | None:
+    encoded = None if path is None else os.fsencode(path)
+    if encoded is not None and b"\0" in encoded:
+        raise BadArgumentError(f"{name} is {path!r}; a path has no NUL in it")
+    return encoded
 
 
 class Sweep:
@@ -119,9 +171,10 @@ class Sweep:
         self._direction = direction
         self._hint = hint_for(direction, self._quarters)
         self._reader = FrameReader(order, self._quarters)
-        if not 0 <= most_under_way <= 1000:
-            raise BadArgumentError(f"most_under_way is {most_under_way}; it must be 0 to 1000")
-        self._most_under_way = most_under_way
+        self._most_under_way = _whole_number("most_under_way", most_under_way)
+        for name, callback in (("on_key_frame", on_key_frame), ("on_log", on_log)):
+            if callback is not None and not callable(callback):
+                raise BadArgumentError(f"{name} is {callback!r}; it must be callable")
         _library.refuse_fork()
         self._callbacks = callbacks = _Callbacks(self._quarters, on_key_frame, on_log)
         self._calls_back = on_key_frame is not None or on_log is not None
@@ -133,17 +186,20 @@ class Sweep:
         )
         options = _library.SweepOptions(
             ctypes.sizeof(_library.SweepOptions),
-            None if directory is None else os.fsencode(directory),
-            None if private_parent is None else os.fsencode(private_parent),
+            _path("directory", directory),
+            _path("private_parent", private_parent),
             None,
             *self._kept,
-            most_under_way,
+            self._most_under_way,
         )
         handle = ctypes.c_void_p()
         begin = library().tarn_sweep_begin
         _library.note_sweep()
-        check(begin(options, handle))
-        self._handle = handle.value
+        try:
+            check(begin(options, handle))
+        finally:
+            self._handle = handle.value
+        _begun.add(self)
 
     def __enter__(self) -> Sweep:
         return self
@@ -157,6 +213,15 @@ class Sweep:
         # In a forked process the handle is the parent's; at the interpreter's end the library sees to itself.
         if getattr(self, "_handle", None) is not None and _library is not None and not _library.is_forked():
             self.close()
+
+    def __copy__(self) -> Sweep:
+        raise TypeError("a sweep cannot be copied: it is one thing in the library")
+
+    def __deepcopy__(self, _memo: object) -> Sweep:
+        return self.__copy__()
+
+    def __reduce__(self) -> str:
+        raise TypeError("a sweep cannot be pickled: it is one thing in the library")
 
     def __repr__(self) -> str:
         return f"<Sweep: {'current' if self.is_current else 'over'}>"
@@ -186,7 +251,12 @@ class Sweep:
         told = _library.Answer(ctypes.sizeof(_library.Answer))
         feed = library().tarn_sweep_feed
         if self._calls_back or (self._most_under_way > 0 and self._would_wait(handle)):
-            self._interruptible(lambda: check(feed(handle, image, hint, told)))
+
+            def call() -> Pixels:
+                check(feed(handle, image, hint, told))
+                return array  # which lives as long as the call, also where Ctrl-C has left it
+
+            self._interruptible(call)
         else:
             check(feed(handle, image, hint, told))
         self._reader.give_back(array)
@@ -225,10 +295,10 @@ class Sweep:
 
         def progress(_user: object, done: int, key_frames: int) -> int:
             try:
-                if callbacks.give_up or (on_progress is not None and on_progress(done, key_frames) is False):
+                if callbacks.call.give_up or (on_progress is not None and on_progress(done, key_frames) is False):
                     return 0
             except BaseException as error:
-                callbacks.keep(error)
+                callbacks.call.keep(error)
                 return 0
             return 1
 
@@ -253,10 +323,10 @@ class Sweep:
         handle = self._usable_handle()
         picture = ctypes.c_void_p()
         info = _library.PreviewInfo(ctypes.sizeof(_library.PreviewInfo))
-        check(library().tarn_sweep_preview(handle, picture, info))
-        if picture.value is None:
-            return None
         try:
+            check(library().tarn_sweep_preview(handle, picture, info))
+            if picture.value is None:
+                return None
             image = view_of_picture(picture.value)
             outline = None
             if info.has_outline:
@@ -298,6 +368,7 @@ class Sweep:
         Returns:
             False if it is not so when the time is over, or the workers do not move any more.
         """
+        most = _whole_number("most", most)
         deadline = None if timeout is None else time.monotonic() + max(0.0, timeout)
         has_room = ctypes.c_int()
         while True:
@@ -336,18 +407,15 @@ class Sweep:
 
     def _interruptible(self, call: Callable[[], _Result]) -> _Result:
         """Makes a call that may wait, so that Ctrl-C ends it, and raises what a callback has raised meanwhile."""
-        callbacks = self._callbacks
-        callbacks.give_up = False
-        callbacks.raised = None
-        result = interruptible(call, callbacks.end_the_wait)
-        raised, callbacks.raised = callbacks.raised, None
-        if raised is not None:
-            raise raised
+        of_this = _Call()
+        result = interruptible(lambda: self._callbacks.made(of_this, call), of_this.end_the_wait)
+        if of_this.raised is not None:
+            raise of_this.raised
         return result
 
     def _answer_of(self, told: _library.Answer) -> Answer:
         size = (0, 0)
-        if self._quarters != 0 and told.placed and self._handle is not None:
+        if self._quarters != 0 and self._handle is not None:
             picture = ctypes.c_void_p()
             if library().tarn_sweep_preview(self._handle, picture, None) == 0 and picture.value is not None:
                 image = view_of_picture(picture.value)

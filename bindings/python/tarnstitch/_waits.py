@@ -51,5 +51,5 @@ def interruptible(call: Callable[[], _Result], end_the_wait: Callable[[], None])
             end_the_wait()
         raise
     if errors:
-        raise errors[0]
+        raise errors.pop()  # not kept: it would keep its frames
     return results[0]

@@ -3,6 +3,8 @@
 
 from __future__ import annotations
 
+import copy
+import pickle
 from collections.abc import Callable
 from typing import Any
 
@@ -160,6 +162,9 @@ def test_what_is_no_frame_is_refused(frame: Any, said: str) -> None:
         ({"turn": "left"}, '"ccw", "cw", "none"'),
         ({"direction": "north"}, '"any", "right"'),
         ({"most_under_way": -1}, "-1"),
+        ({"most_under_way": 2.5}, "2.5; it must be a whole number"),
+        ({"on_log": "no function"}, "callable"),
+        ({"directory": "/tmp/a\0b"}, "NUL"),
     ],
 )
 def test_wrong_options_are_refused(options: dict[str, Any], said: str) -> None:
@@ -167,6 +172,13 @@ def test_wrong_options_are_refused(options: dict[str, Any], said: str) -> None:
         with pytest.raises(tarnstitch.BadArgumentError, match=said):
             tarnstitch.Sweep(**options)
         assert before.is_current
+
+
+def test_pil_images_have_the_same_limits() -> None:
+    with tarnstitch.Sweep() as sweep:
+        for size in ((20000, 2), (0, 0)):
+            with pytest.raises(tarnstitch.FrameError, match=f"{size[0]} px wide and {size[1]} px high"):
+                sweep.feed(PIL.Image.new("RGB", size))
 
 
 def test_wrong_arguments_of_calls_are_refused() -> None:
@@ -178,5 +190,12 @@ def test_wrong_arguments_of_calls_are_refused() -> None:
             sweep.feed(frame, order="gbr")  # type: ignore[arg-type]
         with pytest.raises(tarnstitch.BadArgumentError, match="-1"):
             sweep.wait_for_room(-1)
+        with pytest.raises(tarnstitch.BadArgumentError, match="1.5"):
+            sweep.wait_for_room(1.5)  # type: ignore[arg-type]
+        with pytest.raises(TypeError, match="cannot be copied"):
+            copy.copy(sweep)
+        with pytest.raises(TypeError, match="cannot be pickled"):
+            pickle.dumps(sweep)
+        assert sweep.is_current
     with pytest.raises(tarnstitch.BadArgumentError, match="most_under_way is 0"):
         tarnstitch.stitch([frame], most_under_way=0)

@@ -107,7 +107,7 @@ def test_a_sweep_may_be_closed_while_threads_use_it() -> None:
 def interrupt_and_wait(sweep: tarnstitch.Sweep) -> None:
     """In a callback: Ctrl-C, and a call that does not end by itself before that is heeded."""
     os.kill(os.getpid(), signal.SIGINT)
-    while not sweep._callbacks.give_up:
+    while not sweep._callbacks.call.give_up:
         threading.Event().wait(0.001)
 
 
@@ -239,6 +239,35 @@ print("done")
 def test_a_process_may_end_in_the_middle_of_a_sweep() -> None:
     done = run_python(ENDS)
     assert (done.stdout, done.stderr, done.returncode) == ("done\n", "", 0)
+
+
+ENDS_WITH_CALLBACKS = """
+import threading
+import tarnstitch
+from material import small_frames
+
+frames = small_frames()
+begun = threading.Event()
+
+def feed():
+    with tarnstitch.Sweep(on_log=lambda text: begun.set(), on_key_frame=lambda key_frame: None) as sweep:
+        try:
+            while True:
+                for frame in frames:
+                    sweep.feed(frame)
+        except tarnstitch.SweepOverError:
+            pass
+
+threading.Thread(target=feed, daemon=True).start()
+begun.wait()
+print("done", flush=True)
+"""
+
+
+def test_a_process_may_end_while_a_thread_is_called_back() -> None:
+    for _ in range(3):
+        done = run_python(ENDS_WITH_CALLBACKS)
+        assert (done.stdout, done.returncode) == ("done\n", 0), done.stderr
 
 
 MEMORY = """

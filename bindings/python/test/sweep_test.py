@@ -8,6 +8,7 @@ import gc
 import io
 import os
 import stat
+import threading
 from collections.abc import Callable
 from pathlib import Path
 from typing import Any
@@ -291,6 +292,46 @@ def test_what_a_callback_raises_is_raised_by_the_call() -> None:
         with pytest.raises(Oops, match="here"):
             sweep.finish(frames[-1], on_progress=lambda done, key_frames: fail(None))
         assert sweep.finish()
+
+
+@pytest.mark.parametrize("turn", ["ccw", "cw", "none"])
+def test_the_outline_of_a_rejected_frame_is_that_of_the_one_before(turn: Any) -> None:
+    frames = small_frames(3)
+    with tarnstitch.Sweep(turn=turn) as sweep:
+        for frame in frames:
+            sweep.feed(frame)
+        answer = sweep.feed(np.full_like(frames[0], 128))
+        preview = sweep.preview
+        assert not answer.taken and preview is not None and preview.outline is not None
+        assert np.allclose(np.asarray(answer.outline), np.asarray(preview.outline))
+
+
+def test_a_callbacks_exception_stays_with_its_call() -> None:
+    class Oops(Exception):
+        pass
+
+    frames = small_frames(2)
+    inside, go_on = threading.Event(), threading.Event()
+    codes: list[Code] = []
+
+    def fail(_: object) -> None:
+        inside.set()
+        go_on.wait(60)
+        raise Oops("here")
+
+    with tarnstitch.Sweep(on_key_frame=fail) as sweep:
+
+        def feed_another() -> None:
+            inside.wait(60)
+            codes.append(sweep.feed(frames[1]).code)
+            go_on.set()
+
+        thread = threading.Thread(target=feed_another)
+        thread.start()
+        with pytest.raises(Oops, match="here"):
+            sweep.feed(frames[0])
+        thread.join()
+    assert codes == [Code.LOST]
 
 
 def test_calls_from_a_callback_that_could_only_wait_are_refused() -> None:
