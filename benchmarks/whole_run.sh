@@ -47,7 +47,7 @@ for size in 1280x720 1920x1080 3840x2160; do
     timed "decoding.$size" ffmpeg -v error -i "$size.mp4" -f null -
     read -r wall busy extent < <("$stitching" "$size.mp4" "$under_way")
     echo "$wall $busy" >>"stitching.$size"
-    timed "run.$size" "$program" "$size.mp4" --quiet --json run.json --workers "$under_way" -o panorama.jpg
+    timed "run.$size" "$program" "$size.mp4" --quiet --workers "$under_way" -o panorama.jpg
     # The same sweep, or the figures are of something else; the program turns its panorama back.
     found=$(identify -format '%wx%h' panorama.jpg)
     [[ $found == "$extent" || $found == "${extent#*x}x${extent%x*}" ]] || fail "$size: $found by the run, $extent alone"

@@ -210,12 +210,18 @@ private:
         sweep_settings further = settings;
         further.kept_files.clear();
         further.observers = {&progress};
-        made.last_piece = sweep_on(input, further, *made.collected, *made.result.refused);
+        const bool stopped_before = stop_asked_for() != stop_kind::none;
+        try {
+            made.last_piece = sweep_on(input, further, *made.collected, *made.result.refused);
+        } catch (const std::exception& error) {  // the first piece stays, whatever it is
+            made.last_piece = sweep_outcome::pipeline_failed;
+            made.notes.push_back(std::string("the sweep could not be gone on with: ") + error.what());
+        }
         made.result.refused.reset();
         if (made.last_piece == sweep_outcome::given_up) {
             made.result.outcome = sweep_outcome::given_up;
         }
-        made.second_interrupted = stop_asked_for() == stop_kind::interrupted;
+        made.second_interrupted = !stopped_before && stop_asked_for() == stop_kind::interrupted;
     }
 
     /// A second try with the frames turned the other way: features are found, described and matched anew, and what
@@ -276,7 +282,12 @@ private:
         if (!done.collected) {
             return;
         }
-        finished_picture& finished = summary_.finished.emplace(finish_sweep(*done.collected, asked_));
+        finished_picture& finished = summary_.finished.emplace();
+        try {
+            finished = finish_sweep(*done.collected, asked_);
+        } catch (const std::exception& error) {  // all else is written, and is to be told of
+            finished.error = error.what();
+        }
         if (!finished.picture.empty()) {
             const bool whole = done.last_piece == sweep_outcome::complete && finished.reaches_the_end;
             files_.write_finished(finished.picture, whole, *metadata_, finished.view, summary_.written);
@@ -473,7 +484,9 @@ exit_code stitch(const options& given)
     if (wants_summary(asked) && !panorama.empty()) {
         summary.outputs = outputs_of(asked, panorama, summary.written.preview.file, summary.written.finished.file);
     }
-    if (asked.skip_done && summary.code == exit_code::done && summary.earlier.empty()) {
+    // What a stop has shortened, by a key in the window too, may be made whole by another run.
+    if (asked.skip_done && summary.code == exit_code::done && summary.earlier.empty()
+        && stop_asked_for() == stop_kind::none) {
         leave_record(asked, summary);
     }
     if (asked.json_summary) {

@@ -56,8 +56,10 @@ private:
             return begun;
         } catch (const sweep_error& error) {
             const bool is_about_directory = error.problem() == sweep_problem::directory_unusable;
-            throw host_error(exit_code::output_failed, (is_about_directory ? "cannot make a temporary directory: " : "")
-                                                           + std::string(error.what()));
+            const bool is_about_memory = error.problem() == sweep_problem::no_memory;
+            throw host_error(is_about_memory ? exit_code::short_of_means : exit_code::output_failed,
+                             (is_about_directory ? "cannot make a temporary directory: " : "")
+                                 + std::string(error.what()));
         }
     }
 

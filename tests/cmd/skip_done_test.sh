@@ -89,6 +89,19 @@ asked=(slide -o elsewhere/a.jpg --skip-done --preview elsewhere/p.png --frames e
 run 0 "${asked[@]}"
 expect_said "nothing to do"
 
+# Other pictures of the same size and time: archives and memory cards give many files the same.
+mkdir one other
+for number in 1 2 3 4 5 6 7 8; do
+  convert slide/$number.png -strip bmp:one/$number.bmp
+  cp one/$number.bmp other/$((9 - number)).bmp
+done
+touch -d 2026-01-01 one/* other/*
+run 0 one -o c.jpg --skip-done
+run 0 other -o c.jpg --skip-done
+expect_said "8 frames, 8 taken"
+run 0 other -o c.jpg --skip-done
+expect_said "nothing to do"
+
 # A run that fails leaves no record, and the one of an earlier run as it was.
 run 4 slide -o full.jpg --skip-done --log /dev/full
 expect_no_file full.jpg.json

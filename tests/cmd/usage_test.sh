@@ -70,6 +70,7 @@ wrong "there is no option -x (in -qx) $hint" -qx
 # Values that are missing, also where another option stands in their place.
 wrong "-o needs a value: -o FILE $hint" -o
 wrong "--turn needs a value: auto, ccw, cw or none $hint" --turn --crop
+wrong "--crop needs a value: full or auto $hint" --crop=
 wrong "a value follows -o without \"=\": -o out.jpg $hint" -o=out.jpg
 wrong "-o needs a name: -o FILE $hint" -o ""
 

@@ -101,8 +101,9 @@ private:
 
     void complain_of_no_value(const option_row& row, const std::string& name)
     {
-        complain(name
-                 + " needs a value: " + (row.kind == value_kind::words ? listed(row.choices) : name + " " + row.value));
+        complain(
+            name + " needs a value: "
+            + (row.kind == value_kind::words || row.value[0] == '\0' ? listed(row.choices) : name + " " + row.value));
     }
 
     void take_long(const std::string& argument)

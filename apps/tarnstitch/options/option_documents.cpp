@@ -44,7 +44,8 @@ struct exit_line {
 
 constexpr const char* another_try =
     "Another try is worth it after 5, and after 4 once there is room; after 1, 2 and 3 the\n"
-    "same would come of it. What a signal ended leaves earlier outputs and no others.";
+    "same would come of it. What a signal ended (143, 137) is worth it, too; its outputs are\n"
+    "earlier ones, or new and whole.";
 
 constexpr std::array exit_lines = {
     exit_line{0, "done"},
