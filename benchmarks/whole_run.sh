@@ -41,11 +41,13 @@ echo
 echo "| frames | decoding, s | processor s | stitching, s | processor s | the whole run, s | processor s | least, s | times |"
 echo "| --- | ---: | ---: | ---: | ---: | ---: | ---: | ---: | ---: |"
 for size in 1280x720 1920x1080 3840x2160; do
-  ffmpeg -v error -i "$root/samples/river_pan.mp4" -vf "scale=${size/x/:},setsar=1" -c:v libx264 -preset fast -crf 20 \
+  ffmpeg -v error -i "$root/samples/hall_slide.mp4" -vf "scale=${size/x/:},setsar=1" -c:v libx264 -preset fast -crf 20 \
     -pix_fmt yuv420p "$size.mp4"
   for ((round = 0; round < rounds; ++round)); do
     timed "decoding.$size" ffmpeg -v error -i "$size.mp4" -f null -
-    read -r wall busy extent < <("$stitching" "$size.mp4" "$under_way")
+    # Not by <(…), whose time would be told of the next command.
+    figures=$("$stitching" "$size.mp4" "$under_way")
+    read -r wall busy extent <<<"$figures"
     echo "$wall $busy" >>"stitching.$size"
     timed "run.$size" "$program" "$size.mp4" --quiet --workers "$under_way" -o panorama.jpg
     # The same sweep, or the figures are of something else; the program turns its panorama back.
