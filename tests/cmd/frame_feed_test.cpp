@@ -115,7 +115,7 @@ TEST(FrameFeedAhead, TellsTheSameAtEachFrameAsReadingOneByOne)
     for (const int broken : {0, 2, 30, length}) {
         SCOPED_TRACE("broken: " + std::to_string(broken));
         std::vector<std::vector<std::string>> told;
-        for (const std::size_t ahead : {0, 1, 2, 100}) {
+        for (const std::size_t ahead : {0U, 1U, 2U, 100U}) {
             sightings seen;
             frame_feed feed(std::make_unique<watched_list>(some_pictures(length), seen, true, broken), {},
                             frame_turn::none, 0, ahead);
