@@ -15,6 +15,7 @@
 #include "internal/high_res_registration.h"
 #include "internal/parallel_loop.h"
 #include "internal/picture_file.h"
+#include "internal/turn_account.h"
 #include "internal/wait_clock.h"
 #include "internal/worker_pool.h"
 #include "internal/worker_queue.h"
@@ -45,6 +46,7 @@ public:
 
     void run()
     {
+        const noted_turn noted(generation_, index_);
         pass(worker_stage::started);
         if (load_acquire(big_stitch_status) == pipeline_failed) {
             const auto lock = lock_handover(generation_);
@@ -55,6 +57,7 @@ public:
             prepare_frame();
             describe_frame();
             write_frame_file();
+            note_turn(generation_, index_, turn_point::prepared);
             if (wait_until_idle() && wait_for_ticket()) {
                 take_turn();
             }
@@ -187,6 +190,7 @@ private:
 
     void take_turn()
     {
+        note_turn(generation_, index_, turn_point::taken);
         int old_status = pipeline_empty;
         {
             const auto lock = lock_handover(generation_);
@@ -205,8 +209,10 @@ private:
             hand_over(frame_, cv::Mat::eye(3, 3, CV_64F));
             return;
         }
-        const joined_frame joined =
-            join_frame(neighbour_, frame_, described_, [this] { pass(worker_stage::registered); });
+        const joined_frame joined = join_frame(neighbour_, frame_, described_, [this] {
+            note_turn(generation_, index_, turn_point::registered);
+            pass(worker_stage::registered);
+        });
         if (joined.merged) {
             pass(worker_stage::composed);
             hand_over(*joined.merged);
