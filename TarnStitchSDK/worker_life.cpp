@@ -46,11 +46,11 @@ public:
 
     void run()
     {
-        const noted_turn noted(generation_, index_);
+        note_turn(generation_, index_, turn_point::begun);
         pass(worker_stage::started);
         if (load_acquire(big_stitch_status) == pipeline_failed) {
             const auto lock = lock_handover(generation_);
-            raise_ticket();
+            leave_account_and_raise_ticket();
             return;
         }
         try {
@@ -244,6 +244,13 @@ private:
         end_turn(panorama, panorama_from_frame);
     }
 
+    // The hand-over mutex must be held. In this order: who waits for the ticket finds the whole account.
+    void leave_account_and_raise_ticket() const
+    {
+        note_turn(generation_, index_, turn_point::ended);
+        raise_ticket();
+    }
+
     // The hand-over mutex must be held.
     void end_turn(const cv::Mat& panorama, const cv::Mat& panorama_from_frame)
     {
@@ -252,20 +259,20 @@ private:
         neighbour_keypoints.swap(described_.keypoints);
         neighbour_descriptors = described_.descriptors;
         store_release(big_stitch_status, pipeline_ready);
-        raise_ticket();
+        leave_account_and_raise_ticket();
     }
 
     void fail(reason why) const
     {
         const auto lock = lock_handover(generation_);
         mark_failed(index_, why);
-        raise_ticket();
+        leave_account_and_raise_ticket();
     }
 
     void give_up() const
     {
         const auto lock = lock_handover(generation_);
-        raise_ticket();
+        leave_account_and_raise_ticket();
         mark_failed(index_, reason::timed_out);
     }
 

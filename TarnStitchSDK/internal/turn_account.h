@@ -14,31 +14,10 @@ namespace tarn {
 enum class turn_point { begun, prepared, taken, registered, ended };
 
 /// Notes that a key frame's worker has come to a point now, unless its task has been replaced by one of which something
-/// is noted already. Any thread. Never throws: without memory nothing is noted.
+/// is noted already. Any thread, with or without the hand-over lock. Never throws: without memory nothing is noted.
 void note_turn(task_generation generation, int key_frame, turn_point point) noexcept;
 
 /// What has been noted in a task so far, by the key frames' numbers. Any thread.
 std::vector<worker_turn> turns_of(task_generation generation);
-
-/// Notes that a worker has begun, and in the end that it has ended, whichever way it leaves.
-class noted_turn {
-public:
-    noted_turn(task_generation generation, int key_frame) noexcept : generation_(generation), key_frame_(key_frame)
-    {
-        note_turn(generation_, key_frame_, turn_point::begun);
-    }
-
-    ~noted_turn()
-    {
-        note_turn(generation_, key_frame_, turn_point::ended);
-    }
-
-    noted_turn(const noted_turn&) = delete;
-    noted_turn& operator=(const noted_turn&) = delete;
-
-private:
-    task_generation generation_;
-    int key_frame_;
-};
 
 }  // namespace tarn

@@ -13,8 +13,8 @@ jobs=$(nproc 2>/dev/null || getconf _NPROCESSORS_ONLN 2>/dev/null || echo 2)
 build_packages=(g++ cmake ninja-build libopencv-dev nlohmann-json3-dev libkainjow-mustache-dev libexiv2-dev
   pkg-config libavformat-dev libavcodec-dev libswscale-dev libavutil-dev)
 # shellcheck disable=SC2034
-# The consumers among the tests use make and pkg-config; without the last six some of the command-line host are skipped.
-test_packages=(libgtest-dev make ffmpeg xvfb xdotool imagemagick zsh parallel)
+# The consumers among the tests use make and pkg-config; without the last seven some of the command-line host are skipped.
+test_packages=(libgtest-dev make ffmpeg xvfb xdotool imagemagick zsh parallel tidy)
 # For the tests of the Java binding, which are left out where these are missing.
 java_packages=(default-jdk-headless junit5)
 # For the tests of the Python package, which are left out where these are missing.

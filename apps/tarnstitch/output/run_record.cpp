@@ -118,6 +118,17 @@ bool are_same_outputs(const ordered_json& recorded, const std::vector<file_ident
                          });
 }
 
+/// The outputs that a run to the end leaves.
+std::vector<file_identity> all_outputs(const options& asked, const std::string& panorama)
+{
+    std::vector<file_identity> outputs =
+        outputs_of(asked, panorama, asked.preview, asked.finish ? name_of_finished_picture(asked) : "");
+    if (!asked.report.empty()) {
+        outputs.push_back(identity_of_report(asked.report));
+    }
+    return outputs;
+}
+
 }  // namespace
 
 std::vector<file_identity> identities_of(const std::vector<std::string>& files)
@@ -159,17 +170,6 @@ std::vector<file_identity> outputs_of(const options& asked, const std::string& p
 file_identity identity_of_report(const std::string& file)
 {
     return read_through("report", file);
-}
-
-/// The outputs that a run to the end leaves.
-static std::vector<file_identity> all_outputs(const options& asked, const std::string& panorama)
-{
-    std::vector<file_identity> outputs =
-        outputs_of(asked, panorama, asked.preview, asked.finish ? name_of_finished_picture(asked) : "");
-    if (!asked.report.empty()) {
-        outputs.push_back(identity_of_report(asked.report));
-    }
-    return outputs;
 }
 
 std::string record_place(const std::string& panorama)

@@ -38,7 +38,7 @@ std::string machine()
     struct utsname system = {};
     std::string words;
     if (uname(&system) == 0) {
-        words = std::string(system.sysname) + " " + system.release + ", " + system.machine;
+        words = std::string(system.sysname) + ", " + system.machine;
     }
     const std::string processor = processor_name();
     return words + (processor.empty() ? "" : ", " + processor) + ", " + std::to_string(processors_given())

@@ -62,8 +62,7 @@ void fill(plot& drawn, const std::vector<reported_frame>& frames, const sweep_ax
     }
     const auto [least, greatest] = std::minmax_element(
         all.points.begin(), all.points.end(), [](const curve_point& a, const curve_point& b) { return a.y < b.y; });
-    drawn.found = "From " + short_number(least->y, digits) + " to " + short_number(greatest->y, digits)
-                  + (drawn.sign.empty() ? "" : " " + drawn.sign);
+    drawn.found = "From " + short_number(least->y, digits) + " to " + short_number(greatest->y, digits) + drawn.sign;
     drawn.top = greatest->y > drawn.top ? round_above(greatest->y) : drawn.top;
     drawn.bottom = std::min(drawn.bottom, least->y);
     // The frames' numbers go along as the points are thinned.
@@ -110,7 +109,7 @@ std::optional<double> frame_interval(const std::vector<reported_frame>& frames)
 
 plot motion_plot(const std::vector<reported_frame>& frames, const sweep_axis& axis)
 {
-    plot drawn{"motion", "Motion", "px from frame to frame, of a frame 300 px wide", "px"};
+    plot drawn{"motion", "Motion", "px from frame to frame, of a frame 300 px wide", " px"};
     drawn.rule = "Too fast above 10 px on average of ten frames.";
     drawn.limits = {fastest};
     drawn.top = fastest * 1.25;
@@ -191,7 +190,7 @@ plot scale_plot(const std::vector<reported_frame>& frames, const sweep_axis& axi
 
 plot time_plot(const std::vector<reported_frame>& frames, const sweep_axis& axis)
 {
-    plot drawn{"milliseconds", "Time", "ms in the library for each frame", "ms"};
+    plot drawn{"milliseconds", "Time", "ms in the library for each frame", " ms"};
     const std::optional<double> interval = frame_interval(frames);
     if (interval) {
         drawn.rule = "The input's frames are " + short_number(*interval, 1) + " ms apart.";

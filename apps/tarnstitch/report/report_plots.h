@@ -48,7 +48,7 @@ struct plot {
     std::string id;
     std::string title;
     std::string unit;        ///< what is drawn, with its unit
-    std::string sign;        ///< of the unit, behind a number; "" without one
+    std::string sign;        ///< of the unit, as it stands behind a number; "" without one
     std::string rule = {};   ///< the thresholds, as a sentence; "" without any
     std::string found = {};  ///< the least and the greatest value, and how many frames are beyond a threshold
     double bottom = 0.0;

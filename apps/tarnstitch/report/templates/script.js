@@ -46,7 +46,7 @@
       if (curve.at.length > 0) {
         const place = nearest(curve.at, at);
         frame ??= curve.frame[place];
-        words.push(`${curve.title} ${curve.value[place]} ${curve.sign}`.trim());
+        words.push(`${curve.title} ${curve.value[place]}${curve.sign}`);
       }
     }
     readout.textContent = frame === null ? '' : `Frame ${frame}: ${words.join(', ')}`;
