@@ -34,15 +34,15 @@ if [[ ${1:-} == --reports ]]; then
   configure release -DTARN_BUILD_TESTS=OFF -DTARN_BUILD_BENCHMARKS=OFF >/dev/null
   build release --target tarnstitch
   program=$root/build/release/apps/tarnstitch/tarnstitch
-  reports=$root/docs/samples
   work=$(mktemp -d)
   trap 'rm -rf "$work"' EXIT
-  mkdir -p "$reports"
   ln -s "$root"/samples/*.mp4 "$work"
   cd "$work"
-  "$program" parking_pan.mp4 --quiet --finish -o car-park.jpg --report "$reports/report-good.html"
-  "$program" river_pan.mp4 --quiet --step 20 -o river-sparse.jpg --report "$reports/report-failed.html" || [[ $? == 1 ]]
+  "$program" parking_pan.mp4 --quiet --finish -o car-park.jpg --report report-good.html
+  "$program" river_pan.mp4 --quiet --step 20 -o river-sparse.jpg --report report-failed.html || [[ $? == 1 ]]
   cd "$root"
+  mkdir -p docs/samples
+  cp "$work"/report-*.html docs/samples
   say "Reports: docs/samples/report-good.html, docs/samples/report-failed.html"
 fi
 
