@@ -101,6 +101,20 @@ struct sweep_status {
     reason why = reason::none;                 ///< why it could not
 };
 
+/// When the worker of a key frame came to which point of its work, in the order of that work. A point that it did not
+/// come to, or not yet, is the clock's own beginning, instant().
+struct worker_turn {
+    using instant = std::chrono::steady_clock::time_point;  ///< the clock by which it is told
+
+    int key_frame = 0;     ///< from 1
+    instant begun{};       ///< the worker runs
+    instant prepared{};    ///< the frame is described, and its file written; the wait for the turn begins
+    instant taken{};       ///< the turn begins: the frame is to be registered
+    instant registered{};  ///< it is known where the frame lies in the panorama, or that nothing tells; not of the
+                           ///< first one, which is the panorama
+    instant ended{};       ///< the worker's work is over, however it ended
+};
+
 /// What a sweep begins with.
 struct sweep_options {
     /// Where the sweep keeps its files until it ends, when it removes them and the directory. "": a private directory,
@@ -234,6 +248,10 @@ public:
 
     /// @throws sweep_error (over; process_ends), as the methods below
     sweep_status status() const;
+
+    /// What the workers of the sweep have taken their time for so far, by the numbers of the key frames; those that have
+    /// not begun are missing.
+    std::vector<worker_turn> worker_turns() const;
 
     /// Waits until at most so many key frames are under way.
     /// @param most           0 or more

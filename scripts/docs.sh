@@ -2,7 +2,8 @@
 # SPDX-License-Identifier: Apache-2.0
 #
 # Makes the API reference in build/docs/html, after installing what is missing; a warning fails. With --figures,
-# draws the figures of the documents anew as well (docs/images/*.svg from the .dot files beside them).
+# draws the figures of the documents anew as well (docs/images/*.svg from the .dot files beside them), with --reports makes
+# the sample reports (docs/samples).
 set -euo pipefail
 # shellcheck source=scripts/lib/common.sh
 source "$(dirname "${BASH_SOURCE[0]}")/lib/common.sh"
@@ -25,6 +26,24 @@ if [[ ${1:-} == --figures ]]; then
   else
     say "The figures of the live page are left as they are: they need what scripts/test-web.sh builds."
   fi
+fi
+
+if [[ ${1:-} == --reports ]]; then
+  need_packages "${build_packages[@]}"
+  say "Building tarnstitch"
+  configure release -DTARN_BUILD_TESTS=OFF -DTARN_BUILD_BENCHMARKS=OFF >/dev/null
+  build release --target tarnstitch
+  program=$root/build/release/apps/tarnstitch/tarnstitch
+  work=$(mktemp -d)
+  trap 'rm -rf "$work"' EXIT
+  ln -s "$root"/samples/*.mp4 "$work"
+  cd "$work"
+  "$program" parking_pan.mp4 --quiet --finish -o car-park.jpg --report report-good.html
+  "$program" river_pan.mp4 --quiet --step 20 -o river-sparse.jpg --report report-failed.html || [[ $? == 1 ]]
+  cd "$root"
+  mkdir -p docs/samples
+  cp "$work"/report-*.html docs/samples
+  say "Reports: docs/samples/report-good.html, docs/samples/report-failed.html"
 fi
 
 rm -rf build/docs

@@ -34,6 +34,8 @@
 #include "progress.h"
 #include "realtime_feed.h"
 #include "report.h"
+#include "report_collector.h"
+#include "report_page.h"
 #include "resources.h"
 #include "run_record.h"
 #include "scratch_directory.h"
@@ -51,15 +53,16 @@ using clock = std::chrono::steady_clock;
 /// Whether what a run has come to is to be written down.
 bool wants_summary(const options& asked)
 {
-    return asked.json_summary || asked.skip_done;
+    return asked.json_summary || asked.skip_done || !asked.report.empty();
 }
 
 /// One way of stitching the input, and what came of it.
 struct attempt {
     frame_turn turn = frame_turn::counter_clockwise;
     sweep_result result;
-    std::unique_ptr<frames_file> frames;  ///< not at its place yet
-    std::string kept_files;               ///< where the working files are; "" if they are not kept
+    std::unique_ptr<frames_file> frames;         ///< not at its place yet
+    std::shared_ptr<report_collector> reported;  ///< for the report; none if there is to be none
+    std::string kept_files;                      ///< where the working files are; "" if they are not kept
     cv::Size frame_size;
     int announced = 0;
     int pictures = 0;
@@ -169,6 +172,10 @@ private:
         if (!asked_.frames.empty()) {
             made.frames = std::make_unique<frames_file>(asked_.frames, turn);
             settings.observers.push_back(made.frames.get());
+        }
+        if (!asked_.report.empty()) {
+            made.reported = std::make_shared<report_collector>(turn, asked_.workers);
+            settings.observers.push_back(made.reported.get());
         }
         std::optional<preview_window> window;
         if (asked_.show) {
@@ -308,6 +315,9 @@ private:
         summary_.pictures = done.pictures;
         summary_.lost = done.lost;
         summary_.cut_short = done.cut_short;
+        if (result.outcome != sweep_outcome::given_up) {
+            summary_.reported = done.reported;
+        }
         summary_.code = code_of(done);
 
         const std::string partial = summary_.written.whole ? "" : summary_.written.panorama.file;
@@ -393,8 +403,11 @@ void check_summary_place(const options& asked)
     if (!has_standard_output()) {
         throw host_error(exit_code::output_failed, "cannot write the summary to standard output: it is closed");
     }
-    const std::array<std::pair<const char*, const std::string&>, 4> outputs = {
-        {{"--output", asked.output}, {"--preview", asked.preview}, {"--frames", asked.frames}, {"--log", asked.log}}};
+    const std::array<std::pair<const char*, const std::string&>, 5> outputs = {{{"--output", asked.output},
+                                                                                {"--preview", asked.preview},
+                                                                                {"--frames", asked.frames},
+                                                                                {"--report", asked.report},
+                                                                                {"--log", asked.log}}};
     for (const auto& [option, file] : outputs) {
         if (!file.empty() && is_standard_output(file)) {
             throw host_error(exit_code::usage, "--json and " + asked.as_written(option) + " cannot both write to "
@@ -423,6 +436,27 @@ void leave_record(const options& asked, run_summary& summary)
         summary.code = error.code();
         summary.error = error.what();
         say(summary.error);
+    }
+}
+
+/// Writes the report, with the summary as it stands. Where it cannot be written, the summary tells of that instead.
+void leave_report(const options& asked, run_summary& summary)
+{
+    try {
+        summary.report = asked.report;
+        write_report(summary, asked);
+        if (!summary.outputs.empty()) {
+            summary.outputs.push_back(identity_of_report(asked.report));
+        }
+        note("the report is in " + asked.report);
+    } catch (const std::exception& error) {
+        const auto* const known = dynamic_cast<const host_error*>(&error);
+        const std::string line =
+            known != nullptr ? error.what() : "cannot make the report: " + std::string(error.what());
+        say(line);
+        summary.report.clear();
+        summary.code = summary.code == exit_code::done ? exit_code::output_failed : summary.code;
+        summary.error = summary.error.empty() ? line : summary.error;
     }
 }
 
@@ -480,9 +514,13 @@ exit_code stitch(const options& given)
     if (summary.result.frames > 0) {
         note(summary_line(summary.result, summary.written, summary.lost, summary.seconds));
     }
+    summary.peak_memory = peak_memory();
     const std::string& panorama = summary.written.panorama.file;
     if (wants_summary(asked) && !panorama.empty()) {
         summary.outputs = outputs_of(asked, panorama, summary.written.preview.file, summary.written.finished.file);
+    }
+    if (summary.reported && summary.result.frames > 0) {
+        leave_report(asked, summary);
     }
     // What a stop has shortened, by a key in the window too, may be made whole by another run.
     if (asked.skip_done && summary.code == exit_code::done && summary.earlier.empty()

@@ -94,6 +94,7 @@ public:
             collect_preview();
         }
         result_.key_frames = session_->status().key_frames;
+        result_.turns = session_->worker_turns();
         keep_working_files();
         return result_;
     }
@@ -111,11 +112,12 @@ private:
             return goes_on_waiting();
         };
         options.on_log = settings_.on_log;
-        if (settings_.collector != nullptr) {
-            options.on_key_frame = [this](const tarn::key_frame& frame) {
+        options.on_key_frame = [this](const tarn::key_frame& frame) {
+            if (settings_.collector != nullptr) {
                 settings_.collector->key_frame(frame, handed_over_);
-            };
-        }
+            }
+            key_frame_ = frame;
+        };
         return options;
     }
 
@@ -159,6 +161,7 @@ private:
         if (answer.why != reason::timed_out) {  // or it was not handed over
             count(frame, answer);
         }
+        key_frame_.reset();  // its pixels are the library's to use again
         if (!works) {
             result_.outcome = sweep_outcome::pipeline_failed;
             result_.broken_at_frame = frame.stamp.number;
@@ -222,7 +225,8 @@ private:
             settings_.collector->frame_taken(frame, answer);
         }
         if (!settings_.observers.empty()) {
-            const frame_record record = {frame.stamp, frame.place, answer, session_->preview()};
+            frame_record record = {frame.stamp, frame.place, answer, session_->preview(), &frame.rgba};
+            record.key_frame = key_frame_ ? &*key_frame_ : nullptr;
             for (sweep_observer* const observer : settings_.observers) {
                 observer->frame_done(record);
             }
@@ -292,7 +296,8 @@ private:
     sweep_result result_;
     std::optional<panorama> made_;  ///< with the last frame
     bool finishing_ = false;
-    frame_stamp handed_over_;  ///< of the frame at hand
+    frame_stamp handed_over_;                   ///< of the frame at hand
+    std::optional<tarn::key_frame> key_frame_;  ///< that this frame has become
     cv::Mat last_frame_;
     std::vector<key_frame_stamps> key_stamps_;
     frame_stamp last_fitted_;                  ///< the last frame that was taken

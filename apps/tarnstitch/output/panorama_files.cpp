@@ -20,6 +20,7 @@
 #include "frames_file.h"
 #include "host_error.h"
 #include "output_file.h"
+#include "report_pictures.h"
 #include "run_record.h"
 #include "scratch_directory.h"
 #include "working_directory.h"
@@ -156,6 +157,9 @@ panorama_files::panorama_files(const options& asked)
     if (!asked.frames.empty() && !is_frames_name(asked.frames)) {
         fail("cannot write " + asked.frames + ": the name of the file on frames must end in .csv or .jsonl");
     }
+    if (!asked.report.empty() && kind_of(asked.report) != ".html" && kind_of(asked.report) != ".htm") {
+        fail("cannot write " + asked.report + ": the name of the report must end in .html or .htm");
+    }
     check_names();
 }
 
@@ -201,6 +205,9 @@ std::vector<panorama_files::named_output> panorama_files::all() const
     if (!asked_.frames.empty()) {
         outputs.push_back({"--frames", asked_.frames});
     }
+    if (!asked_.report.empty()) {
+        outputs.push_back({"--report", asked_.report});
+    }
     if (!asked_.log.empty()) {
         outputs.push_back({"--log", asked_.log});
     }
@@ -241,8 +248,9 @@ void panorama_files::check_against_inputs(const std::vector<std::string>& input_
 void panorama_files::check_places() const
 {
     check_output_place(panorama_);
-    for (const std::string& name : {asked_.preview, asked_.frames, asked_.finish ? finished_ : std::string(),
-                                    asked_.skip_done ? record_place(panorama_) : std::string()}) {
+    for (const std::string& name :
+         {asked_.preview, asked_.frames, asked_.report, asked_.finish ? finished_ : std::string(),
+          asked_.skip_done ? record_place(panorama_) : std::string()}) {
         if (!name.empty()) {
             check_output_place(name);
         }
@@ -299,7 +307,7 @@ void panorama_files::write_panorama(const sweep_result& result, frame_turn turn,
     const bool as_it_is = is_jpeg_name(name) && asked_.quality == 0 && !result.panorama_file.empty()
                           && image.data == result.panorama.data && image.size() == result.panorama.size();
     if (write_noting(name, as_it_is ? result.panorama_file : encoded(name, image, asked_.quality), metadata, written)) {
-        written.panorama = {name, image.size()};
+        written.panorama = {name, image.size(), asked_.report.empty() ? cv::Mat() : small_copy_of(image)};
         written.whole = whole;
     }
 }
@@ -325,7 +333,7 @@ void panorama_files::write_finished(const cv::Mat& picture, bool whole, const ou
     constexpr int usual_quality = 95;
     const int quality = asked_.quality > 0 ? asked_.quality : usual_quality;
     if (write_noting(name, encoded(name, picture, is_jpeg_name(name) ? quality : 0), metadata, written, view)) {
-        written.finished = {name, picture.size()};
+        written.finished = {name, picture.size(), asked_.report.empty() ? cv::Mat() : small_copy_of(picture)};
         written.finished_whole = whole;
     }
 }

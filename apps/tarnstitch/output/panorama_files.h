@@ -20,6 +20,7 @@ namespace tarn::host {
 struct written_picture {
     std::string file;  ///< "" if there is none
     cv::Size size;
+    cv::Mat small_copy = {};  ///< where a report is to show it, and no larger than that needs
 };
 
 /// What has become of the files.

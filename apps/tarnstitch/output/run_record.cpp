@@ -118,6 +118,17 @@ bool are_same_outputs(const ordered_json& recorded, const std::vector<file_ident
                          });
 }
 
+/// The outputs that a run to the end leaves.
+std::vector<file_identity> all_outputs(const options& asked, const std::string& panorama)
+{
+    std::vector<file_identity> outputs =
+        outputs_of(asked, panorama, asked.preview, asked.finish ? name_of_finished_picture(asked) : "");
+    if (!asked.report.empty()) {
+        outputs.push_back(identity_of_report(asked.report));
+    }
+    return outputs;
+}
+
 }  // namespace
 
 std::vector<file_identity> identities_of(const std::vector<std::string>& files)
@@ -156,6 +167,11 @@ std::vector<file_identity> outputs_of(const options& asked, const std::string& p
     return outputs;
 }
 
+file_identity identity_of_report(const std::string& file)
+{
+    return read_through("report", file);
+}
+
 std::string record_place(const std::string& panorama)
 {
     return panorama + ".json";
@@ -177,9 +193,7 @@ bool is_done(const options& asked, const std::string& panorama, const std::vecto
                         [&recorded](const auto& one) { return recorded.at(one.key()) == one.value(); });
         if (!of_this || recorded.at("exit_code") != 0 || recorded.at("options") != options_as_json(asked)
             || !is_same_input(recorded.at("input").at("files"), input_files)
-            || !are_same_outputs(
-                recorded.at("outputs"),
-                outputs_of(asked, panorama, asked.preview, asked.finish ? name_of_finished_picture(asked) : ""))) {
+            || !are_same_outputs(recorded.at("outputs"), all_outputs(asked, panorama))) {
             return false;
         }
         recorded["skipped"] = true;

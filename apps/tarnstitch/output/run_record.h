@@ -14,7 +14,8 @@ namespace tarn::host {
 
 /// A file by its content. One that is no regular file, or cannot be read, has none.
 struct file_identity {
-    std::string what;  ///< of an output: "panorama", "preview", "frames", "log" or "working file"; "" for an input
+    std::string
+        what;  ///< of an output: "panorama", "preview", "finished", "frames", "report", "log" or "working file"; "" for an input
     std::string file;
     std::int64_t bytes = -1;    ///< negative for what has no content of its own: a camera, a pipe
     std::int64_t modified = 0;  ///< nanoseconds since the beginning of 1970
@@ -25,9 +26,13 @@ struct file_identity {
 std::vector<file_identity> identities_of(const std::vector<std::string>& files);
 
 /// The outputs of a run as they are now: of the panorama, the preview and the finished picture those with the names
-/// given, unless these are empty, and all others that were asked for.
+/// given, unless these are empty, and all others that were asked for, but for
+/// the report.
 std::vector<file_identity> outputs_of(const options& asked, const std::string& panorama, const std::string& preview,
                                       const std::string& finished);
+
+/// The report, which comes after all other outputs, of which it tells.
+file_identity identity_of_report(const std::string& file);
 
 /// Where the record of a run lies: "river.jpg.json" for "river.jpg".
 std::string record_place(const std::string& panorama);

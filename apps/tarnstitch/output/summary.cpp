@@ -139,9 +139,9 @@ ordered_json versions_as_json()
 
 ordered_json options_as_json(const options& asked)
 {
-    static const std::set<std::string> without_effect = {"--output", "--preview", "--frames", "--keep-work",
-                                                         "--log",    "--json",    "--quiet",  "--skip-done",
-                                                         "--show",   "--threads", "--workers"};
+    static const std::set<std::string> without_effect = {"--output", "--preview", "--frames",  "--keep-work",
+                                                         "--log",    "--json",    "--quiet",   "--skip-done",
+                                                         "--report", "--show",    "--threads", "--workers"};
     ordered_json all = ordered_json::object();
     for (const auto& [name, given] : asked.written) {
         if (without_effect.count(name) == 0) {
@@ -192,10 +192,11 @@ std::string summary_as_json(const run_summary& summary, const options& asked)
         {"failure", failure_as_json(result)},
         {"panorama", panorama},
         {"preview", picture_as_json(summary.written.preview)},
+        {"report", text_or_null(summary.report)},
         {"outputs", files_as_json(summary.outputs)},
         {"threads", summary.threads},
         {"seconds", std::round(summary.seconds * milliseconds) / milliseconds},
-        {"peak_memory_bytes", static_cast<std::int64_t>(peak_memory())},
+        {"peak_memory_bytes", static_cast<std::int64_t>(summary.peak_memory)},
     });
     if (asked.finish) {
         object["finished"] = finished_as_json(summary);

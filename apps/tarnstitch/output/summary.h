@@ -3,6 +3,7 @@
 // The summary of --json: all that is known of a run at its end, for a program to read.
 #pragma once
 
+#include <memory>
 #include <nlohmann/json_fwd.hpp>
 #include <optional>
 #include <string>
@@ -20,6 +21,8 @@
 #include "sweep.h"
 
 namespace tarn::host {
+
+class report_collector;
 
 struct run_summary {
     exit_code code = exit_code::done;
@@ -41,7 +44,11 @@ struct run_summary {
     std::string earlier;             ///< the record of an earlier run that has left nothing to do; "" if there is none
     std::vector<std::string> notes;  ///< what was said beside, a line each
     double seconds = 0.0;
+    double peak_memory = 0.0;  ///< bytes
     int threads = 0;
+    std::string report;  ///< the file of the report; "" if there is none
+
+    std::shared_ptr<report_collector> reported;  ///< what a report is made of; none where none is asked for
 };
 
 /// One JSON object over several lines, the last of which ends. Text that is no UTF-8 is repaired.
