@@ -4,7 +4,6 @@
 #include "stitching.h"
 
 #include <algorithm>
-#include <array>
 #include <chrono>
 #include <exception>
 #include <filesystem>
@@ -76,13 +75,14 @@ struct attempt {
 
 class run {
 public:
-    run(const options& asked, silenced_descriptor& library_lines, run_summary& summary)
-        : asked_(asked), library_lines_(library_lines), summary_(summary), files_(asked)
+    run(const options& asked, silenced_descriptor& library_lines, input_identities& identities, run_summary& summary)
+        : asked_(asked), library_lines_(library_lines), identities_(identities), summary_(summary), files_(asked)
     {
     }
 
     void go()
     {
+        identities_.look_at(asked_.inputs);
         std::unique_ptr<frame_source> source = open();
         const source_facts facts = source->facts();
         if (asked_.skip_done && is_done(asked_, files_.panorama(), facts.files, summary_.earlier)) {
@@ -91,7 +91,7 @@ public:
         }
         files_.check_places();
         if (wants_summary(asked_)) {
-            summary_.input_files = identities_of(facts.files);
+            identities_.begin(facts.files, asked_.threads > 1);
         }
         if (!asked_.log.empty()) {
             // Only now: opening it empties it, and it might have been one of the files that the checks protect.
@@ -389,6 +389,7 @@ private:
 
     const options& asked_;
     silenced_descriptor& library_lines_;
+    input_identities& identities_;
     run_summary& summary_;
     const panorama_files files_;
     std::optional<scratch_directory> scratch_;  ///< for working files that are to be kept
@@ -403,15 +404,10 @@ void check_summary_place(const options& asked)
     if (!has_standard_output()) {
         throw host_error(exit_code::output_failed, "cannot write the summary to standard output: it is closed");
     }
-    const std::array<std::pair<const char*, const std::string&>, 5> outputs = {{{"--output", asked.output},
-                                                                                {"--preview", asked.preview},
-                                                                                {"--frames", asked.frames},
-                                                                                {"--report", asked.report},
-                                                                                {"--log", asked.log}}};
-    for (const auto& [option, file] : outputs) {
-        if (!file.empty() && is_standard_output(file)) {
-            throw host_error(exit_code::usage, "--json and " + asked.as_written(option) + " cannot both write to "
-                                                   + file + ": standard output is the summary's");
+    for (const named_output& output : named_outputs(asked)) {
+        if (is_standard_output(output.file)) {
+            throw host_error(exit_code::usage, "--json and " + output.what + " cannot both write to " + output.file
+                                                   + ": standard output is the summary's");
         }
     }
 }
@@ -424,6 +420,17 @@ options with_numbers(options asked)
     asked.threads = asked.threads > 0 ? std::min(asked.threads, processors) : processors;
     asked.workers = asked.workers > 0 ? asked.workers : default_workers(asked.threads);
     return asked;
+}
+
+/// What the input was, by now read through; and a word on what is not any more what it was.
+void take_identities(input_identities& identities, run_summary& summary)
+{
+    std::vector<std::string> changed;
+    summary.input_files = identities.take(changed);
+    for (const std::string& file : changed) {
+        summary.notes.push_back(file + " was changed while it was read");
+        note(summary.notes.back());
+    }
 }
 
 /// Leaves the record for a later run: last of all, so that it tells of outputs that are whole.
@@ -461,7 +468,7 @@ void leave_report(const options& asked, run_summary& summary)
 }
 
 /// Runs, with what libraries print kept away from standard output.
-void run_apart(const options& asked, run_summary& summary)
+void run_apart(const options& asked, input_identities& identities, run_summary& summary)
 {
     silenced_descriptor library_lines(STDOUT_FILENO);
     try {
@@ -472,7 +479,7 @@ void run_apart(const options& asked, run_summary& summary)
             check_display();
         }
         check_resources(asked.threads, asked.workers);
-        run(asked, library_lines, summary).go();
+        run(asked, library_lines, identities, summary).go();
     } catch (const host_error& error) {
         summary.code = error.code();
         summary.error = error.what();
@@ -509,7 +516,8 @@ exit_code stitch(const options& given)
     if (asked.json_summary) {
         check_summary_place(asked);
     }
-    run_apart(asked, summary);
+    input_identities identities;
+    run_apart(asked, identities, summary);
     summary.seconds = std::chrono::duration<double>(clock::now() - begun).count();
     if (summary.result.frames > 0) {
         note(summary_line(summary.result, summary.written, summary.lost, summary.seconds));
@@ -519,12 +527,15 @@ exit_code stitch(const options& given)
     if (wants_summary(asked) && !panorama.empty()) {
         summary.outputs = outputs_of(asked, panorama, summary.written.preview.file, summary.written.finished.file);
     }
+    const bool recorded = asked.skip_done && summary.code == exit_code::done && summary.earlier.empty();
+    if (recorded || summary.reported || asked.json_summary) {
+        take_identities(identities, summary);
+    }
     if (summary.reported && summary.result.frames > 0) {
         leave_report(asked, summary);
     }
     // What a stop has shortened, by a key in the window too, may be made whole by another run.
-    if (asked.skip_done && summary.code == exit_code::done && summary.earlier.empty()
-        && stop_asked_for() == stop_kind::none) {
+    if (recorded && summary.code == exit_code::done && stop_asked_for() == stop_kind::none) {
         leave_record(asked, summary);
     }
     if (asked.json_summary) {

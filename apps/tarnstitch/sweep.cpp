@@ -4,11 +4,11 @@
 #include "sweep.h"
 
 #include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <optional>
 #include <system_error>
 #include <utility>
-
-#include <opencv2/imgproc.hpp>
 
 #include "host_error.h"
 #include "interruption.h"
@@ -66,6 +66,14 @@ private:
     std::string directory_;
     sweep session_;
 };
+
+/// The panorama's file as the library has written it, which spares encoding it once more.
+std::vector<unsigned char> jpeg_of(const panorama& made)
+{
+    std::ifstream file(made.file, std::ios::binary);
+    std::vector<unsigned char> bytes(std::istreambuf_iterator<char>(file), {});
+    return bytes.empty() || file.bad() ? made.jpeg() : bytes;
+}
 
 /// The sweep as it goes: what run_sweep tells in steps.
 class running_sweep {
@@ -157,7 +165,7 @@ private:
             result_.outcome = sweep_outcome::given_up;
             return false;
         }
-        last_frame_ = frame.rgba;
+        last_frame_ = frame.bgr;
         if (answer.why != reason::timed_out) {  // or it was not handed over
             count(frame, answer);
         }
@@ -174,7 +182,7 @@ private:
     frame_answer feed(const feed_frame& frame)
     {
         try {
-            return session_->feed(view_of(frame.rgba), settings_.direction_hint);
+            return session_->feed(view_of(frame.bgr), settings_.direction_hint);
         } catch (const sweep_error& error) {
             throw unusable(frame, error);
         }
@@ -190,7 +198,7 @@ private:
             return session_->finish(options);
         }
         try {
-            const frame_view view = view_of(last->rgba);
+            const frame_view view = view_of(last->bgr);
             options.last_frame = &view;
             return session_->finish(options);
         } catch (const sweep_error& error) {
@@ -251,7 +259,7 @@ private:
         }
         result_.panorama = made.image;
         if (made.extent != panorama_extent::missing) {
-            result_.panorama_file = made.jpeg();
+            result_.panorama_file = jpeg_of(made);
         }
     }
 
@@ -264,9 +272,7 @@ private:
         if (!result_.preview.empty() || last_frame_.empty()) {
             return;
         }
-        cv::Mat colours;
-        cv::cvtColor(last_frame_, colours, cv::COLOR_RGBA2BGR);
-        image_resize(colours, result_.preview, working_width, 1);
+        image_resize(last_frame_, result_.preview, working_width, 1);
     }
 
     /// Moves the working files out before the session removes them with their directory. What cannot be moved shows

@@ -199,7 +199,7 @@ TEST_F(FinishParts, APieceThatBeginsElsewhereIsNotSaidToLieWhereTheLastOneEnded)
         frame.working_size = {300, 225};
         collector.key_frame(frame, {number, -1.0});
         feed_frame fed;
-        cv::cvtColor(image, fed.rgba, cv::COLOR_BGR2RGBA);
+        fed.bgr = image;
         fed.stamp.number = number;
         tarn::frame_answer answer;
         answer.key_frame = 1;

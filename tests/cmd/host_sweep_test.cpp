@@ -183,6 +183,29 @@ TEST_F(HostSweep, CompleteSweepGivesPanoramaAndPreview)
     EXPECT_GT(result.preview.cols, 500);
 }
 
+TEST_F(HostSweep, AnyNumberOfThreadsAndWorkersGivesTheSameBytes)
+{
+    const std::vector<cv::Mat> pictures = pictures_of_a_slide(24);
+    sweep_result first;
+    // More than there are processors, whatever their number is on this machine.
+    for (const int threads : {1, 2, 3, 4, 7, 16}) {
+        cv::setNumThreads(threads);
+        for (const int workers : {1, 3, 6}) {
+            SCOPED_TRACE(std::to_string(threads) + " threads, " + std::to_string(workers) + " workers");
+            const sweep_result result = sweep_through(pictures, workers);
+            EXPECT_EQ(result.outcome, sweep_outcome::complete);
+            if (first.panorama_file.empty()) {
+                first = result;
+            }
+            EXPECT_FALSE(result.panorama_file.empty());
+            EXPECT_EQ(result.panorama_file, first.panorama_file);
+            ASSERT_EQ(result.preview.size(), first.preview.size());
+            EXPECT_EQ(cv::norm(result.preview, first.preview, cv::NORM_INF), 0.0);
+        }
+    }
+    cv::setNumThreads(-1);
+}
+
 TEST_F(HostSweep, NeverMoreKeyFramesOnTheirWayThanWorkers)
 {
     const std::vector<cv::Mat> pictures = pictures_of_a_slide(24);

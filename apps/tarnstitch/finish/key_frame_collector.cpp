@@ -116,9 +116,7 @@ std::optional<feed_frame> key_frame_collector::begin_piece()
         while (!key_frames_.empty() && key_frames_.back().stamp.number > first->stamp.number) {
             key_frames_.pop_back();
         }
-        cv::Mat picture;
-        cv::cvtColor(first->rgba, picture, cv::COLOR_RGBA2BGR);
-        add(preview_for_viewer(picture, turn_), first->stamp, piece_from_taken_);
+        add(preview_for_viewer(first->bgr, turn_), first->stamp, piece_from_taken_);
         is_linked_ = is_linked_ && piece_from_taken_.has_value();
         common_from_piece_ = common_from_piece_ * piece_from_taken_.value_or(cv::Matx33d::eye());
         must_begin_with_ = first->stamp.number;

@@ -8,6 +8,10 @@
 #include <set>
 #include <sys/resource.h>
 
+extern "C" {
+#include <libavutil/avutil.h>
+}
+
 namespace tarn::host {
 
 namespace {
@@ -134,7 +138,7 @@ std::string as_text(const ordered_json& object)
 
 ordered_json versions_as_json()
 {
-    return {{"tarnstitch", TARNSTITCH_VERSION}, {"opencv", cv::getVersionString()}};
+    return {{"tarnstitch", TARNSTITCH_VERSION}, {"opencv", cv::getVersionString()}, {"ffmpeg", av_version_info()}};
 }
 
 ordered_json options_as_json(const options& asked)

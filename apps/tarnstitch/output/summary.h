@@ -32,7 +32,7 @@ struct run_summary {
     int announced = 0;    ///< pictures that the input says it has; 0 if it does not
     int pictures = 0;     ///< met in it
     bool cut_short = false;
-    std::vector<file_identity> input_files;  ///< as they were before the sweep; none where nobody asks
+    std::vector<file_identity> input_files;  ///< as they were before they were opened; none where nobody asks
     std::vector<file_identity> outputs;      ///< as they are after it; likewise
     lost_frames lost;
 
