@@ -17,7 +17,7 @@
 // Threads: every method may be called from any thread at any time.
 //   feed                while another call is inside, or somebody waits to begin or to cancel: not taken, at once;
 //                       code_lost, reason::busy, or code_pipeline_failed where the pipeline has failed anyway
-//   finish              waits for the call inside, then has its turn
+//   finish              waits for the call inside, then goes on
 //   begin, cancel       wait for the call inside; one that waits for workers is told to give up first
 //   all others          never wait for a frame: they see what there was after the last call that has returned
 // Callbacks run on the thread of the call that they were given to, without a lock of the library's. They may call
@@ -32,7 +32,7 @@
 // Moving and destroying never throw.
 //
 // Orientation: frames are taken as the sensor of a device held upright delivers them, lying on their side: the
-// panorama is turned by 90 degrees clockwise against the frames, the preview is not.
+// panorama is rotated by 90 degrees clockwise against the frames, the preview is not.
 #pragma once
 
 #include <array>
@@ -192,7 +192,7 @@ enum class sweep_problem : int {
     no_panorama = 5,
     no_memory = 6,
     disk = 7,
-    process_ends = 8,  ///< or it was forked off, or another copy of the library in it has the task
+    process_ends = 8,  ///< or it was forked off, or another copy of the library in it has the sweep
 };
 
 /// What is thrown for a wrong argument, a sweep that is over, a directory or a file.

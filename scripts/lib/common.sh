@@ -24,6 +24,8 @@ python_packages=(python3 python3-numpy python3-opencv python3-pil python3-pytest
 web_check_packages=(nodejs)
 # shellcheck disable=SC2034
 benchmark_packages=(libbenchmark-dev)
+# shellcheck disable=SC2034
+success_packages=(python3 python3-numpy python3-opencv ffmpeg hugin-tools enblend)
 
 say() {
   printf '==> %s\n' "$*"
@@ -79,6 +81,7 @@ has_package() {
     python3-pil) python3 -c 'import PIL' 2>/dev/null ;;
     python3-*) python3 -c "import ${1#python3-}" 2>/dev/null ;;
     nodejs) command -v node >/dev/null ;;
+    hugin-tools) command -v cpfind >/dev/null ;;
     libbenchmark-dev) compiles '#include <benchmark/benchmark.h>' ;;
     *) command -v "$1" >/dev/null ;;
   esac
