@@ -222,7 +222,7 @@ private:
             settings_.collector->frame_taken(frame, answer);
         }
         if (!settings_.observers.empty()) {
-            const frame_record record = {frame.stamp, frame.place, answer, session_->preview()};
+            const frame_record record = {frame.stamp, frame.place, answer, session_->preview(), 0};
             for (sweep_observer* const observer : settings_.observers) {
                 observer->frame_done(record);
             }

@@ -24,6 +24,7 @@ struct frame_record {
     int place = 0;  ///< among the frames that the input has given, from 1; those not handed over count
     frame_answer answer;
     preview_view preview;  ///< as it is by now
+    int piece = 0;         ///< of the sweep, from 1; 0 where nobody tells pieces apart
 };
 
 /// Is told of a sweep as it goes, in the thread that runs it.
@@ -39,6 +40,11 @@ public:
     /// Called again and again while the sweep waits for workers.
     /// @param key_frames  that are on their way
     virtual void waiting(int key_frames) = 0;
+
+    /// Called before the library is begun anew behind a failure of its pipeline.
+    virtual void piece_begins()
+    {
+    }
 };
 
 /// Is given what a picture of the whole sweep can be made of later, in the thread that runs the sweep.
