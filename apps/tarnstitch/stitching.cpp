@@ -71,6 +71,7 @@ struct attempt {
     bool second_interrupted = false;                 ///< whether Ctrl-C came in the second try, be it this one or not
     std::unique_ptr<key_frame_collector> collected;  ///< for the finished picture; none if there is to be none
     sweep_outcome last_piece = sweep_outcome::complete;  ///< how the sweep ended that went on behind a failure
+    std::vector<sweep_piece> pieces;                     ///< the sweep, and what went on behind a failure
 };
 
 class run {
@@ -170,7 +171,7 @@ private:
         progress_display progress(feed.expected());
         settings.observers.push_back(&progress);
         if (!asked_.frames.empty()) {
-            made.frames = std::make_unique<frames_file>(asked_.frames, turn);
+            made.frames = std::make_unique<frames_file>(asked_.frames, turn, asked_.finish);
             settings.observers.push_back(made.frames.get());
         }
         if (!asked_.report.empty()) {
@@ -211,15 +212,25 @@ private:
     {
         made.result = run_sweep(input, settings);
         made.last_piece = made.result.outcome;
+        made.pieces = {piece_of(made.result)};
         if (!made.collected || !made.result.refused) {
             return;
         }
         sweep_settings further = settings;
         further.kept_files.clear();
         further.observers = {&progress};
+        if (made.frames) {
+            further.observers.push_back(made.frames.get());
+        }
         const bool stopped_before = stop_asked_for() != stop_kind::none;
         try {
-            made.last_piece = sweep_on(input, further, *made.collected, *made.result.refused);
+            const sweep_rest rest = sweep_on(input, further, *made.collected, *made.result.refused);
+            made.last_piece = rest.outcome;
+            made.pieces.insert(made.pieces.end(), rest.pieces.begin(), rest.pieces.end());
+            if (!rest.input_error.empty()) {
+                made.notes.push_back("behind the failure the input broke off, and the finished picture ends there: "
+                                     + rest.input_error);
+            }
         } catch (const std::exception& error) {  // the first piece stays, whatever it is
             made.last_piece = sweep_outcome::pipeline_failed;
             made.notes.push_back(std::string("the sweep could not be gone on with: ") + error.what());
@@ -292,7 +303,10 @@ private:
         finished_picture& finished = summary_.finished.emplace();
         try {
             finished = finish_sweep(*done.collected, asked_);
-        } catch (const std::exception& error) {  // all else is written, and is to be told of
+        } catch (const std::bad_alloc&) {  // all else is written, and is to be told of
+            finished.error = "there is not enough memory";
+            finished.code = exit_code::short_of_means;
+        } catch (const std::exception& error) {
             finished.error = error.what();
         }
         if (!finished.picture.empty()) {
@@ -318,6 +332,7 @@ private:
         if (result.outcome != sweep_outcome::given_up) {
             summary_.reported = done.reported;
         }
+        summary_.pieces = done.pieces;
         summary_.code = code_of(done);
 
         const std::string partial = summary_.written.whole ? "" : summary_.written.panorama.file;
@@ -378,7 +393,7 @@ private:
             return exit_code::output_failed;
         }
         if (summary_.finished && !summary_.finished->error.empty()) {
-            return summary_.finished->out_of_memory ? exit_code::short_of_means : exit_code::not_stitched;
+            return summary_.finished->code;
         }
         const bool gave_up_finishing = summary_.finished && summary_.finished->stopped;
         if (gave_up_finishing || stop_asked_for() == stop_kind::interrupted) {

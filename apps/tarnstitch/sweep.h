@@ -26,6 +26,7 @@ struct frame_record {
     preview_view preview;             ///< as it is by now
     const cv::Mat* pixels = nullptr;  ///< what was handed over: R,G,B,A, as the library gets it; never written again
     const tarn::key_frame* key_frame = nullptr;  ///< what the frame was given to a worker as; none if it was not
+    int piece = 0;                               ///< of the sweep, from 1; 0 where nobody tells pieces apart
 };
 
 /// Is told of a sweep as it goes, in the thread that runs it.
@@ -41,6 +42,11 @@ public:
     /// Called again and again while the sweep waits for workers.
     /// @param key_frames  that are on their way
     virtual void waiting(int key_frames) = 0;
+
+    /// Called before the library is begun anew behind a failure of its pipeline.
+    virtual void piece_begins()
+    {
+    }
 };
 
 /// Is given what a picture of the whole sweep can be made of later, in the thread that runs the sweep.

@@ -58,7 +58,7 @@ cv::Matx33d turned_copy_from_upright_copy(cv::Size upright, frame_turn turn)
     return copy_from_full(turned) * turned_from_upright(upright, turn) * copy_from_full(upright).inv();
 }
 
-key_frame_collector::key_frame_collector(frame_turn turn) : turn_(turn)
+key_frame_collector::key_frame_collector(frame_turn turn, double memory) : turn_(turn), pictures_(memory)
 {
 }
 

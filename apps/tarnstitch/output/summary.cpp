@@ -111,6 +111,29 @@ ordered_json finished_as_json(const run_summary& summary)
     return object;
 }
 
+/// Codes by their names, and how many frames were answered with each.
+ordered_json counts_as_json(const code_counts& counts)
+{
+    ordered_json by_code;
+    for (int code = lowest_code; code <= highest_code; ++code) {
+        const auto met = static_cast<answer_code>(code);
+        by_code[code_key(met)] = counts[met];
+    }
+    return by_code;
+}
+
+ordered_json pieces_as_json(const std::vector<sweep_piece>& pieces)
+{
+    ordered_json all = ordered_json::array();
+    for (const sweep_piece& piece : pieces) {
+        all.push_back({{"handed_over", piece.frames},
+                       {"taken", piece.taken},
+                       {"by_code", counts_as_json(piece.by_code)},
+                       {"key_frames", piece.key_frames}});
+    }
+    return all;
+}
+
 ordered_json files_as_json(const std::vector<file_identity>& files)
 {
     ordered_json all = ordered_json::array();
@@ -158,11 +181,6 @@ ordered_json options_as_json(const options& asked)
 std::string summary_as_json(const run_summary& summary, const options& asked)
 {
     const sweep_result& result = summary.result;
-    ordered_json by_code;
-    for (int code = lowest_code; code <= highest_code; ++code) {
-        const auto met = static_cast<answer_code>(code);
-        by_code[code_key(met)] = result.by_code[met];
-    }
     ordered_json panorama = picture_as_json(summary.written.panorama);
     if (!panorama.is_null()) {
         panorama["whole"] = summary.written.whole;
@@ -191,7 +209,8 @@ std::string summary_as_json(const run_summary& summary, const options& asked)
         {"turn", turn_word(summary.turn)},
         {"direction", motion_name(asked.direction)},
         {"tries", summary.tries},
-        {"frames", {{"handed_over", result.frames}, {"taken", result.taken}, {"by_code", by_code}}},
+        {"frames",
+         {{"handed_over", result.frames}, {"taken", result.taken}, {"by_code", counts_as_json(result.by_code)}}},
         {"key_frames", result.key_frames},
         {"failure", failure_as_json(result)},
         {"panorama", panorama},
@@ -204,6 +223,7 @@ std::string summary_as_json(const run_summary& summary, const options& asked)
     });
     if (asked.finish) {
         object["finished"] = finished_as_json(summary);
+        object["pieces"] = pieces_as_json(summary.pieces);
         object["finish_error"] = text_or_null(summary.finished ? summary.finished->error : "");
     }
     return as_text(object);

@@ -19,6 +19,7 @@
 #include "report.h"
 #include "run_record.h"
 #include "sweep.h"
+#include "sweep_pieces.h"
 
 namespace tarn::host {
 
@@ -41,6 +42,7 @@ struct run_summary {
     sweep_result result;
     written_files written;
     std::optional<finished_picture> finished;  ///< where one was tried; without its pixels
+    std::vector<sweep_piece> pieces;           ///< for it: the sweep, and what went on behind a failure
     std::string earlier;             ///< the record of an earlier run that has left nothing to do; "" if there is none
     std::vector<std::string> notes;  ///< what was said beside, a line each
     double seconds = 0.0;
