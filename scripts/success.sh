@@ -4,11 +4,13 @@
 # The table of success (docs/success.md): who makes a whole panorama of which sweep, TarnStitch, OpenCV's stitcher or
 # Hugin. Builds tarnstitch after installing what is missing, renders the sweeps, runs all, and writes the page of
 # thumbnails out/success/index.html. What is there from an earlier run is kept; --again makes it anew.
-# usage: success.sh [--data DIR]... [--only NAME]... [--again | --kept] [--limit SECONDS] [--write]
-#   --data DIR  a folder with further photographs and clips, by the names that benchmarks/success/sweeps.py has
-#   --kept      makes nothing, tells what is there
-#   --write     puts the table into docs/success.md and benchmarks/success/table.json, the thumbnails into
-#               docs/images/success.jpg
+# usage: success.sh [--data DIR]... [--only NAME]... [--again | --kept] [--without-hugin] [--limit SECONDS]
+#                   [--write]
+#   --data DIR       a folder with further photographs and clips, by the names that benchmarks/success/sweeps.py has
+#   --kept           makes nothing, tells what is there
+#   --without-hugin  which takes longer than all others together
+#   --write          puts the table into docs/success.md and benchmarks/success/table.json, the thumbnails into
+#                    docs/images/success.jpg
 set -euo pipefail
 here=$PWD
 # shellcheck source=scripts/lib/common.sh

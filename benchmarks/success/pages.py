@@ -47,7 +47,7 @@ def answers(row):
 def cell(row, name):
     one = row["by"].get(name)
     if one is None:
-        return "–"
+        return "not run"
     word = one["word"] + (" (time)" if one["word"] == "none" and one["remark"].endswith("time") else "")
     return f"**{word}**" if word == "whole" else word
 
@@ -60,11 +60,11 @@ def as_markdown(rows, by):
         size = "x".join(str(side) for side in row["size"])
         cells = " | ".join(cell(row, name) for name in names)
         lines.append(f"| {row['sweep']} | {row['kind']} | {row['frames']} of {size} | {answers(row)} | {cells} |")
-    of = len(rows)
+    of = {name: sum(name in row["by"] for row in rows) for name in names}
     count = lambda name, test: sum(test(row["by"][name]) for row in rows if name in row["by"])
-    whole = " | ".join(f"**{count(name, lambda one: one['word'] == 'whole')} of {of}**" for name in names)
+    whole = " | ".join(f"**{count(name, lambda one: one['word'] == 'whole')} of {of[name]}**" for name in names)
     lines.append(f"| **whole** | | | | {whole} |")
-    every = " | ".join(f"{count(name, lambda one: one['shown'] == one['of'])} of {of}" for name in names)
+    every = " | ".join(f"{count(name, lambda one: one['shown'] == one['of'])} of {of[name]}" for name in names)
     lines.append(f"| all frames shown, whole or askew | | | | {every} |")
     seconds = {name: [row["by"][name]["seconds"] for row in rows if name in row["by"]] for name in names}
     middle = " | ".join(f"{statistics.median(seconds[name]):.1f} s" for name in names)
