@@ -10,6 +10,7 @@ import json
 import pathlib
 import resource
 import shutil
+import signal
 import subprocess
 import sys
 import time
@@ -64,7 +65,8 @@ class Limited:
         after = resource.getrusage(resource.RUSAGE_CHILDREN)
         self.used += after.ru_utime + after.ru_stime - before.ru_utime - before.ru_stime
         if done.returncode < 0:
-            self.remark = "time" if self.used >= self.limit - 1 else f"signal {-done.returncode}"
+            is_late = done.returncode == -signal.SIGXCPU or self.used >= self.limit - 1
+            self.remark = "time" if is_late else f"signal {-done.returncode}"
         elif done.returncode > 0:
             self.remark = (done.stderr.strip().splitlines() or [f"exit code {done.returncode}"])[-1][:200]
         self.wall = time.monotonic() - begun

@@ -91,13 +91,19 @@ def read_frames(files, numbers):
     return frames, count
 
 
-def evenly(count):
-    return sorted({round(index * (count - 1) / (LOOKED_FOR - 1)) for index in range(LOOKED_FOR)})
+def evenly(count, chosen=LOOKED_FOR):
+    """The numbers of so many frames, from the first to the last."""
+    return sorted({round(index * (count - 1) / (chosen - 1)) for index in range(chosen)})
 
 
 def made_by_all(asked, files, folder, rivals):
     live, finished, key_frames = makers.tarnstitch(asked.program, files, folder, asked.limit)
     result = {"live": live, "finished": finished}
+    count = read_frames(files, [])[1]
+    if len(files) > 1:
+        key_frames = list(range(count))
+    elif not key_frames or key_frames[-1] < 0.95 * (count - 1):
+        key_frames = evenly(count, max(LOOKED_FOR, len(key_frames)))
     frames, _ = read_frames(files, key_frames)
     pictures = []
     for number in key_frames:
