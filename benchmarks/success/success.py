@@ -16,6 +16,7 @@ import json
 import pathlib
 import re
 import shutil
+import subprocess
 import sys
 import time
 
@@ -62,7 +63,7 @@ def material(sweep, asked, folder):
     """The sweep's files and its truth, which is None of what was filmed; None where something is missing."""
     if sweep.recipe is None:
         names = found(sweep.source, [asked.samples, *asked.data])
-        return (names, None) if names else None
+        return (contained(names, folder), None) if names else None
     if sweep.recipe.photo == "arcade":
         photo = the_arcade(asked.samples)
     else:
@@ -76,6 +77,15 @@ def material(sweep, asked, folder):
     if outside:
         print(f"{sweep.name}: {outside} frames look past the photograph's edge", file=sys.stderr)
     return [video], truth
+
+
+def contained(files, folder):
+    """A bare stream of JPEGs is put into a container, or its first picture would be taken for all of it."""
+    if files[0].suffix != ".mjpeg":
+        return files
+    video = folder / f"{files[0].stem}.avi"
+    subprocess.run(["ffmpeg", "-v", "error", "-f", "mjpeg", "-i", files[0], "-c", "copy", video], check=True)
+    return [video]
 
 
 def read_frames(files, numbers):
@@ -106,7 +116,7 @@ def made_by_all(asked, files, folder, rivals):
         key_frames = evenly(count, max(LOOKED_FOR, len(key_frames)))
     frames, _ = read_frames(files, key_frames)
     pictures = []
-    for number in key_frames:
+    for number in sorted(frames):  # readers may count what is damaged differently
         pictures.append(folder / f"key-{number:05d}.png")
         cv2.imwrite(str(pictures[-1]), frames[number], [cv2.IMWRITE_PNG_COMPRESSION, 1])
     for name in rivals:
@@ -176,7 +186,7 @@ def run(sweep, asked, rivals):
         if picture is not None:
             pages.write_thumbnail([picture], folder / f"{name}.jpg")
     for name in folder.iterdir():
-        if name.suffix in (".png", ".mp4", ".pto", ".csv") or name.name.startswith(("panorama", "second")):
+        if name.suffix in (".png", ".mp4", ".avi", ".pto", ".csv") or name.name.startswith(("panorama", "second")):
             name.unlink()
     kept.write_text(json.dumps(row, indent=1) + "\n")
     words = ", ".join(f"{name} {one['word']}" for name, one in row["by"].items())
