@@ -1,14 +1,15 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // How long it takes to the first frame of a stretch: from opening a video to its picture, as tarnstitch reads it. Prints
-// the frame's number, its time, a checksum of its pixels, and the seconds that it took. From the beginning, all frames
-// before it are decoded.
+// the frame's number, its time, a checksum of its pixels, and the seconds that it took on the wall and of processors. From
+// the beginning, all frames before it are decoded.
 //
 //     first_frame VIDEO SECONDS [from-the-beginning]
 #include <chrono>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <ctime>
 #include <exception>
 #include <limits>
 #include <memory>
@@ -41,6 +42,7 @@ std::uint64_t checksum(const cv::Mat& image)
 int look(const std::string& video, double start, bool from_the_beginning)
 {
     const clock_type::time_point begun = clock_type::now();
+    const std::clock_t processors_before = std::clock();
     const std::unique_ptr<tarn::host::frame_source> source =
         tarn::host::open_frame_source({video}, {}, std::numeric_limits<int>::max());
     if (!from_the_beginning) {
@@ -56,8 +58,9 @@ int look(const std::string& video, double start, bool from_the_beginning)
     } while (stamp.seconds < start - rounding);
     const cv::Mat picture = source->picture(source->facts().as_recorded);
     const double seconds = std::chrono::duration<double>(clock_type::now() - begun).count();
-    std::printf("%d %.6f %016llx %.3f\n", stamp.number, stamp.seconds,
-                static_cast<unsigned long long>(checksum(picture)), seconds);
+    const double of_processors = static_cast<double>(std::clock() - processors_before) / CLOCKS_PER_SEC;
+    std::printf("%d %.6f %016llx %.3f %.3f\n", stamp.number, stamp.seconds,
+                static_cast<unsigned long long>(checksum(picture)), seconds, of_processors);
     return picture.empty() ? 1 : 0;
 }
 
