@@ -416,7 +416,11 @@ figures in_own_process(const clip& from, const maker& make, int threads, const s
         own.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
         own.cpu_seconds = process_cpu_seconds() - cpu_before;
         const double programs = largest_program_megabytes();
-        own.megabytes = programs > resident_megabytes("VmHWM") ? programs : resident_megabytes("VmHWM") - before;
+        own.megabytes = resident_megabytes("VmHWM") - before;
+        if (programs > 0.0) {
+            // Smaller than this process, from which they began, they cannot be told from it.
+            own.megabytes = programs > resident_megabytes("VmHWM") ? programs : unknown;
+        }
         if (is_made) {
             own.width = picture.cols;
             own.height = picture.rows;
