@@ -416,7 +416,11 @@ figures in_own_process(const clip& from, const maker& make, int threads, const s
         own.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
         own.cpu_seconds = process_cpu_seconds() - cpu_before;
         const double programs = largest_program_megabytes();
-        own.megabytes = programs > resident_megabytes("VmHWM") ? programs : resident_megabytes("VmHWM") - before;
+        own.megabytes = resident_megabytes("VmHWM") - before;
+        if (programs > 0.0) {
+            // Smaller than this process, from which they began, they cannot be told from it.
+            own.megabytes = programs > resident_megabytes("VmHWM") ? programs : unknown;
+        }
         if (is_made) {
             own.width = picture.cols;
             own.height = picture.rows;
@@ -458,36 +462,35 @@ struct rival {
     maker make;
 };
 
-/// Looks at the clock whenever it could be cancelled. The time in which key frames are read does not count.
+/// Looks at the clock whenever it could be cancelled: that of the processors, which is no slower than the one on the wall
+/// while nobody else wants them. The time in which key frames are read does not count.
 class cancel_looks {
 public:
-    using clock = std::chrono::steady_clock;
-
     bool look(tarn::finishing::stage now)
     {
-        const double gap = std::chrono::duration<double>(clock::now() - before_).count() - reading_;
+        const double gap = process_cpu_seconds() - before_ - reading_;
         if (gap > longest_.at(static_cast<std::size_t>(stage_))) {
             longest_.at(static_cast<std::size_t>(stage_)) = gap;
         }
         stage_ = now;
         reading_ = 0.0;
-        before_ = clock::now();
+        before_ = process_cpu_seconds();
         return true;
     }
 
     template <typename Read>
     cv::Mat read(const Read& how)
     {
-        const clock::time_point begin = clock::now();
+        const double begin = process_cpu_seconds();
         const cv::Mat picture = how();
-        reading_ += std::chrono::duration<double>(clock::now() - begin).count();
+        reading_ += process_cpu_seconds() - begin;
         return picture;
     }
 
     void tell() const
     {
         for (std::size_t which = 0; which < longest_.size(); ++which) {
-            std::printf("longest time between two looks, %s: %.2f s\n",
+            std::printf("longest processor time between two looks, %s: %.2f s\n",
                         name_of(static_cast<tarn::finishing::stage>(which)), longest_.at(which));
         }
     }
@@ -496,7 +499,7 @@ private:
     std::array<double, 6> longest_{};
     tarn::finishing::stage stage_ = tarn::finishing::stage::reading;
     double reading_ = 0.0;
-    clock::time_point before_ = clock::now();
+    double before_ = process_cpu_seconds();
 };
 
 int finish_large(int count)

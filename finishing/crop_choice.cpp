@@ -180,15 +180,20 @@ cv::Rect nearly_full_rectangle(const cv::Mat& mask, cv::Rect full)
 }
 
 cv::Rect exact_full_rectangle(cv::Rect rectangle, const drawing_surface& surface, const std::vector<int>& frames,
-                              const std::vector<cv::Size>& sizes, int reach)
+                              const std::vector<cv::Size>& sizes, int reach, const std::function<void()>& each_line)
 {
     const coverage_at_full_size coverage(surface, frames, sizes);
-    const auto empty_pixels = [&](cv::Rect line) { return coverage.empty_pixels(line); };
+    const auto empty_pixels = [&](cv::Rect line) {
+        if (each_line) {
+            each_line();
+        }
+        return coverage.empty_pixels(line);
+    };
     rectangle = moved_in(rectangle, empty_pixels);
     for (const side which : all_sides) {
         for (int k = 0; k < reach && !rectangle.empty(); ++k) {
             const cv::Rect candidate = grown(rectangle, which, 1);
-            if (coverage.empty_pixels(edge(candidate, which)) > 0) {
+            if (empty_pixels(edge(candidate, which)) > 0) {
                 break;
             }
             rectangle = candidate;

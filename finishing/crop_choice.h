@@ -3,6 +3,7 @@
 // Which rectangle of what was seen becomes the picture. Pure. This header is the library's own.
 #pragma once
 
+#include <functional>
 #include <vector>
 
 #include <opencv2/core.hpp>
@@ -23,9 +24,11 @@ cv::Rect nearly_full_rectangle(const cv::Mat& mask, cv::Rect full);
 /// far as there are empty pixels, outwards while there are none.
 /// @param surface  at full size
 /// @param frames   those that are shown, and their full sizes, by index
-/// @param reach    px at most outwards; inwards as far as it takes
+/// @param reach      px at most outwards; inwards as far as it takes
+/// @param each_line  called again and again; may throw
 cv::Rect exact_full_rectangle(cv::Rect rectangle, const drawing_surface& surface, const std::vector<int>& frames,
-                              const std::vector<cv::Size>& sizes, int reach);
+                              const std::vector<cv::Size>& sizes, int reach,
+                              const std::function<void()>& each_line = nullptr);
 
 /// The rectangle that is left when rows and columns with zeros are taken off the sides, the emptiest first, until none
 /// of the outermost has any.

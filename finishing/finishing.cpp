@@ -259,7 +259,8 @@ private:
             for (const small_drawing& drawing : plan.drawings) {
                 shown.push_back(drawing.index);
             }
-            area = exact_full_rectangle(area, plan.surface, shown, sizes_, cvCeil(2 * factor));
+            area = exact_full_rectangle(area, plan.surface, shown, sizes_, cvCeil(2 * factor),
+                                        [this] { progress_.at(stage::seams, 1.0); });
         }
         const int turn = cvRound(2 * CV_PI * plan.surface.scale);
         if (plan.surface.kind == projection::cylinder || plan.surface.kind == projection::sphere) {

@@ -126,7 +126,11 @@ public:
                 is_empty = false;
             }
         }
+        const cv::Rect target = strip - plan_.area.tl();
+        cv::Mat target_mask = mask(target);
         if (is_empty) {
+            picture(target).setTo(cv::Scalar::all(0));
+            target_mask.setTo(0);
             return;
         }
         progress_.at(stage::blending, part_done);
@@ -135,9 +139,7 @@ public:
         blender.blend(blended, blended_mask);
         progress_.at(stage::blending, part_done);
         const cv::Rect inner = strip - outer.tl();
-        const cv::Rect target = strip - plan_.area.tl();
         blended(inner).convertTo(picture(target), CV_8U, 1.0 / finer);
-        cv::Mat target_mask = mask(target);
         shown(inner).copyTo(target_mask);
         if (!plan_.fills_gaps) {
             picture(target).setTo(cv::Scalar::all(0), target_mask == 0);
@@ -199,6 +201,7 @@ private:
         const cv::Mat own = shown_part(pixels, source.size());
         cv::Mat image;
         cv::remap(source, image, pixels, cv::noArray(), cv::INTER_LINEAR, cv::BORDER_REFLECT);
+        progress_.at(stage::blending, part_done);
         apply_gains(plan_.gains[k], image, cv::Point2d(part.tl()) * plan_.small_scale - cv::Point2d(drawing.place.tl()),
                     plan_.small_scale);
 
@@ -217,6 +220,7 @@ private:
             mask &= own;
         }
         image.convertTo(image, CV_16S, finer);
+        progress_.at(stage::blending, part_done);
         blender.feed(image, mask, part.tl());
     }
 
@@ -232,8 +236,9 @@ private:
 void blend_strips(const picture_plan& plan, const std::function<cv::Mat(int index)>& frame_image, double cache_bytes,
                   const progress_meter& progress, cv::Mat& picture, cv::Mat& mask)
 {
-    picture = cv::Mat::zeros(plan.area.size(), CV_8UC3);
-    mask = cv::Mat::zeros(plan.area.size(), CV_8UC1);
+    // Each strip fills its own part: memory of this size, touched at once, takes longer than a cancel may.
+    picture.create(plan.area.size(), CV_8UC3);
+    mask.create(plan.area.size(), CV_8UC1);
     image_cache images(frame_image, cache_bytes, plan.frame_scale);
     const strip_measures measures = measures_for(plan);
     const strip_painter painter(plan, measures, images, progress);
