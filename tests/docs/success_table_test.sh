@@ -36,4 +36,6 @@ table = json.loads((source / "benchmarks/success/table.json").read_text())["swee
 document = (source / "docs/success.md").read_text()
 if pages.as_markdown(table, success.BY) not in document:
     sys.exit("docs/success.md does not show benchmarks/success/table.json: run scripts/success.sh --write")
+if len(table) < 40:
+    sys.exit(f"the table has {len(table)} sweeps only")
 END
