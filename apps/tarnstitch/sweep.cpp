@@ -3,6 +3,7 @@
 // The input's frames into the library's session, its answers into the program's terms.
 #include "sweep.h"
 
+#include <algorithm>
 #include <filesystem>
 #include <optional>
 #include <system_error>
@@ -67,6 +68,13 @@ private:
     sweep session_;
 };
 
+/// What becomes of a frame's size, as the library gets it, before it is laid into the panorama.
+cv::Size size_in_panorama(cv::Size frame)
+{
+    const double scale = std::min(1.0, static_cast<double>(greatest_frame_width) / frame.width);
+    return {cvRound(frame.height * scale), cvRound(frame.width * scale)};  // turned
+}
+
 /// The sweep as it goes: what run_sweep tells in steps.
 class running_sweep {
 public:
@@ -111,11 +119,15 @@ private:
             return goes_on_waiting();
         };
         options.on_log = settings_.on_log;
-        if (settings_.collector != nullptr) {
-            options.on_key_frame = [this](const tarn::key_frame& frame) {
+        options.key_frame_overlap = settings_.key_frame_overlap;
+        options.on_key_frame = [this](const tarn::key_frame& frame) {
+            if (frame.placed) {
+                result_.places.push_back({frame.working_size, frame.plane_from_frame});
+            }
+            if (settings_.collector != nullptr) {
                 settings_.collector->key_frame(frame, handed_over_);
-            };
-        }
+            }
+        };
         return options;
     }
 
@@ -156,6 +168,7 @@ private:
             return false;
         }
         last_frame_ = frame.rgba;
+        result_.frame = size_in_panorama(frame.rgba.size());
         if (answer.why != reason::timed_out) {  // or it was not handed over
             count(frame, answer);
         }
@@ -246,6 +259,7 @@ private:
             result_.misfit_seconds = failed.after_fitted.seconds;
         }
         result_.panorama = made.image;
+        result_.composed = made.composed;
         if (made.extent != panorama_extent::missing) {
             result_.panorama_file = made.jpeg();
         }

@@ -15,6 +15,7 @@
 #include "host_error.h"
 #include "options.h"
 #include "panorama_files.h"
+#include "panorama_verdict.h"
 #include "report.h"
 #include "run_record.h"
 #include "sweep.h"
@@ -36,6 +37,8 @@ struct run_summary {
     frame_turn turn = frame_turn::counter_clockwise;
     int tries = 0;
     sweep_result result;
+    verdict judged;                      ///< of the panorama
+    std::vector<std::string> sentences;  ///< what is wrong with it and why, the worst first
     written_files written;
     std::optional<finished_picture> finished;  ///< where one was tried; without its pixels
     std::string earlier;             ///< the record of an earlier run that has left nothing to do; "" if there is none
