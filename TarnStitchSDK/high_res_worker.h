@@ -16,7 +16,7 @@
 //                         whatever the status was. While it lasts the live path answers -1, and workers that
 //                         start now do nothing but pass the ticket on.
 //
-// The life of the worker with index N (1, 2, 3, … within a task):
+// The life of the worker with index N (1, 2, 3, … within a sweep):
 //
 //   1  status 4: raise the ticket and end.
 //   2  Prepare the frame, describe it, write its frame file. No shared state is needed, so workers do this side
@@ -33,7 +33,7 @@
 //      fail: set 4, raise the ticket.
 //
 // Every way out raises the ticket by exactly one, so that a failure never blocks those behind it. The one
-// exception is a worker whose task has been replaced: the ticket is not its own any more, and it just ends.
+// exception is a worker whose sweep has been replaced: the ticket is not its own any more, and it just ends.
 //
 // A time-out, and an error in step 2, raise the ticket out of turn, so after one two workers may hold turns at
 // once: the one that was at work meanwhile and the one that the raised ticket let in. Each works on the record that
@@ -47,7 +47,7 @@
 
 #include "vocabulary.h"
 
-/// Body of a worker: adds one frame to the high-resolution panorama of the current task. The live path runs it
+/// Body of a worker: adds one frame to the high-resolution panorama of the current sweep. The live path runs it
 /// on a detached thread; called directly it works on the caller's thread and blocks until its turn is over.
 ///
 /// @param frame            full-size camera frame, CV_8UC3, B,G,R; its pixels are shared and only read;
@@ -56,7 +56,7 @@
 ///                         bottom-left; fewer than four fail the turn
 /// @param scales           the frame's four side ratios; fewer than four fail the turn
 /// @param direction        direction of the sweep, 0 to 4 (motion.h)
-/// @param big_frame_index  1, 2, 3, … within the task: names the frame file and fixes the turn
+/// @param big_frame_index  1, 2, 3, … within the sweep: names the frame file and fixes the turn
 ///
 /// Failure shows in big_stitch_status only; nothing derived from std::exception leaves the function.
 void stitch_big_image(cv::Mat frame, std::vector<float> angles, std::vector<float> scales, int direction,
@@ -70,11 +70,11 @@ struct composed_key_frame {
     cv::Matx33d panorama_from_frame;  ///< into the panorama as it was then; what came later has only shifted it
 };
 
-/// One consistent look at the high-resolution pipeline of the current task.
+/// One consistent look at the high-resolution pipeline of the current sweep.
 struct pipeline_snapshot {
     int status;              ///< big_stitch_status
     int turns_over;          ///< big_frame_num: key frames done with, successfully or not
-    int first_failed_frame;  ///< big_frame_index of the first worker that failed in this task; 0 if none has
+    int first_failed_frame;  ///< big_frame_index of the first worker that failed in this sweep; 0 if none has
     cv::Mat panorama;        ///< big_stitch_image so far, CV_8UC3, perhaps a view; its pixels never change
     reason first_failure;    ///< why that first one failed; none if none has
 };

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// The variables of the module: what a task shares with its workers, and what they use.
+// The variables of the module: what a sweep shares with its workers, and what they use.
 #pragma once
 
 #include <string>
@@ -9,13 +9,13 @@
 #include <opencv2/core.hpp>
 #include <opencv2/features2d.hpp>
 
-// The variables that a task shares with its workers, in the order in which they are constructed. As inline
+// The variables that a sweep shares with its workers, in the order in which they are constructed. As inline
 // variables of one header they are constructed in this order in every program, and before the global
 // tarn_stitcher, whose constructor resets them, in whatever order the objects are linked. Visible whatever the
 // host's own flags say: with hidden ones, a host of the shared library would get a second set of its own.
 #pragma GCC visibility push(default)
 
-/// Path of the frame file that a worker wrote last; "" before the first one. Not reset with the task.
+/// Path of the frame file that a worker wrote last; "" before the first one. Not reset with the sweep.
 inline std::string test_image_path;
 
 /// Detector and descriptor of the high-resolution frames. Safe to use from several threads at once.
@@ -45,7 +45,7 @@ inline cv::Mat neighbour_descriptors;
 /// State of the high-resolution pipeline: 0, 2, 3 or 4 (high_res_worker.h).
 inline int big_stitch_status = 0;
 
-/// Whether the sphere has been switched on: every later frame of the task is projected onto it.
+/// Whether the sphere has been switched on: every later frame of the sweep is projected onto it.
 inline bool SP = false;
 
 /// Number of worker turns over: the ticket.
@@ -59,7 +59,7 @@ inline float big_work_scale = 0.0f;
 inline std::string big_local_path;
 
 /// Seconds after which a wait for a worker's turn gives up. The host may change it, in mid-sweep by
-/// tarn::set_max_wait_seconds; a new task does not.
+/// tarn::set_max_wait_seconds; a new sweep does not.
 inline int max_wait_seconds = 20;
 
 #pragma GCC visibility pop

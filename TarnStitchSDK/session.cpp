@@ -15,6 +15,7 @@
 #include "internal/live_registration.h"
 #include "internal/log.h"
 #include "internal/session_gate.h"
+#include "internal/turn_account.h"
 #include "internal/worker_queue.h"
 #include "preview_limit.h"
 #include "tarn_stitch_jni.h"
@@ -157,6 +158,11 @@ sweep_status session::status() const
         result.why = why_never_started_;
     }
     return result;
+}
+
+std::vector<worker_turn> session::worker_turns() const
+{
+    return turns_of(generation_);
 }
 
 preview_view session::preview() const

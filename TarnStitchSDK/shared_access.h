@@ -2,7 +2,7 @@
 //
 // The one pair of helpers through which the host's thread and the workers meet on a plain variable.
 //
-// The task's shared variables keep plain types (int, bool, float): they are part of the interface. Read and
+// The sweep's shared variables keep plain types (int, bool, float): they are part of the interface. Read and
 // written plainly by two threads they would be data races, and a compiler could lift a poll out of its loop.
 #pragma once
 

@@ -45,7 +45,7 @@
 //   tarn_sweep_feed            while another call is inside, or somebody waits to begin or to cancel: not taken, at
 //                              once; TARN_CODE_LOST, TARN_REASON_BUSY, or TARN_CODE_PIPELINE_FAILED where that has
 //                              failed anyway
-//   tarn_sweep_finish          waits for the call inside, then has its turn
+//   tarn_sweep_finish          waits for the call inside, then goes on
 //   tarn_sweep_begin, tarn_sweep_cancel, tarn_sweep_free
 //                              wait for the call inside; one that waits for workers is told to give up first
 //   all others                 never wait for a frame: they see what there was after the last call that has returned
@@ -62,7 +62,7 @@
 //
 // Coordinates: x is the column, y the row, y grows downward; (0, 0) is the centre of the top-left pixel. Corners come
 // as x, y of the top-left, top-right, bottom-right and bottom-left one. Frames are taken as the sensor of a device held
-// upright delivers them, lying on their side: the panorama is turned by 90 degrees clockwise against the frames, the
+// upright delivers them, lying on their side: the panorama is rotated by 90 degrees clockwise against the frames, the
 // preview is not.
 //
 // The shared library stays in the process once it is loaded: closing it (dlclose) is harmless, and does nothing.
@@ -105,7 +105,7 @@ enum tarn_error {
     TARN_ERROR_NO_PANORAMA = 5,          ///< there is none; tarn_panorama_get_info says why
     TARN_ERROR_NO_MEMORY = 6,            ///< memory is short
     TARN_ERROR_DISK = 7,                 ///< a file could not be written
-    TARN_ERROR_PROCESS_ENDS = 8,         ///< or it was forked off, or another copy of the library has the task
+    TARN_ERROR_PROCESS_ENDS = 8,         ///< or it was forked off, or another copy of the library has the sweep
     TARN_ERROR_NO_SUCH_HANDLE = 100,     ///< a handle is null, was freed, or is none of the kind that is asked for
     TARN_ERROR_UNSUPPORTED = 101,        ///< a structure asks for what only a newer library has
     TARN_ERROR_IN_CALLBACK = 102,        ///< a call from a callback that could only wait for itself
@@ -172,7 +172,7 @@ enum tarn_reason {
     TARN_REASON_NO_THREAD = 17,         ///< no thread could be started
     TARN_REASON_DISK = 18,              ///< a file or directory could not be written
     TARN_REASON_CANCELLED = 19,         ///< the sweep was cancelled, or a callback ended the wait
-    TARN_REASON_PROCESS_ENDS = 20,      ///< or it was forked off, or another copy of the library has the task
+    TARN_REASON_PROCESS_ENDS = 20,      ///< or it was forked off, or another copy of the library has the sweep
     TARN_REASON_NO_FRAMES = 21          ///< nothing was handed over that a panorama could be made of
 };
 

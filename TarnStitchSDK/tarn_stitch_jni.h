@@ -20,42 +20,42 @@
 // nobody reads, a call waits for its reader as any program would: read it, or use tarn::sweep (tarn_sweep.h), which
 // writes nothing there. No failure of the stream leaves a call.
 // Copies: plug-ins may each bring a copy of the shared library, with a name (SONAME) of its own or opened by its path.
-// Each copy that is loaded locally (RTLD_LOCAL) has a task of its own. Of copies that are loaded globally, or linked
-// beside each other, the first one that is used has the task; calls of the others are refused, with code -1, and change
-// nothing. Where several plug-ins use one copy, only the functions speak of its task: the variables of module_globals.h
-// are those of the part that reads them. Parts of a plug-in that include this header are to be compiled with
-// -fno-gnu-unique where the compiler is GCC; the CMake target says so.
+// Each copy that is loaded locally (RTLD_LOCAL) has a sweep of its own. Of copies that are loaded globally, or linked
+// beside each other, the first one that is used has the sweep. Calls of the others are refused, with code -1, and
+// change nothing. Where several plug-ins use one copy, only the functions speak of its sweep: the variables of
+// module_globals.h are those of the part that reads them. Parts of a plug-in that include this header are to be
+// compiled with -fno-gnu-unique where the compiler is GCC; the CMake target says so.
 // Forks: a forked child may look at what there was, but its frames are answered -1, its resets do nothing, and no sweep
 // can be begun. The fork itself waits for the frame inside. The library bounds its own part of the child's end by an
 // alarm of two seconds (SIGALRM).
 // Orientation: frames are taken as a camera's sensor delivers them when the device is held upright. The
-// high-resolution panorama is turned by 90 degrees clockwise against them; the preview is not.
+// high-resolution panorama is rotated by 90 degrees clockwise against them; the preview is not.
 #pragma once
 
 #include <opencv2/core.hpp>
 
 #include "tarn_stitcher.h"
 
-/// The task that all entry points act on. Constructed with "" before main, after the variables that it resets.
+/// The sweep that all entry points act on. Constructed with "" before main, after the variables that it resets.
 extern TarnStitcher tarn_stitcher;
 
-/// Starts a new task: removes the working directory of the old one if the path changes; creates the new one if it is
+/// Starts a new sweep: removes the working directory of the old one if the path changes; creates the new one if it is
 /// missing, else empties it.
 ///
 /// Waits for 1.1 seconds at most, all in all: for a worker that is just writing its file, for a frame that another
-/// thread has inside, and where a task is marked busy without a frame. If the file or the frame takes longer - a disk
-/// does not answer, a thread has been stopped - no new task can begin: the old one stays in place, but has ended. Its
+/// thread has inside, and where a sweep is marked busy without a frame. If the file or the frame takes longer - a disk
+/// does not answer, a thread has been stopped - no new sweep can begin: the old one stays in place, but has ended. Its
 /// workers leave, its frames are answered -1, "start again", and so does the host with another reset. What cannot be
 /// bounded is a disk that does not answer while the directories themselves are emptied, removed or made.
 ///
 /// @param input_path  working directory with a trailing "/", wholly the library's: whatever lies in it is
 ///                    deleted. "" (or null) touches no directory, and the
-///                    task's files then lie in the current one. A missing directory is created with mode
+///                    sweep's files then lie in the current one. A missing directory is created with mode
 ///                    0200, which an ordinary user cannot enter on most file systems: create it yourself first.
 ///                    Another spelling of the old path names another path: its directory is removed and made anew,
 ///                    for an ordinary user with the mode that it had. A directory inside the old one may be the new
 ///                    one: the old one then stays, emptied.
-/// @returns 1, always. When a missing directory cannot be created the old task stays in place, and goes on.
+/// @returns 1, always. When a missing directory cannot be created the old sweep stays in place, and goes on.
 int resetStitch(const char* input_path);
 
 /// Registers one frame. Typically a few milliseconds; the call with the last frame also waits for the workers

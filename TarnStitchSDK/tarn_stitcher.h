@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// The stitching task and the state that it shares with its workers.
+// A sweep as the library holds it, and the state that it shares with its workers.
 //
 // Conventions of the whole library
 // --------------------------------
@@ -58,8 +58,8 @@ struct stitch_data {
     ~stitch_data() = default;
 };
 
-/// One stitching task, from its first frame to its panorama. The library keeps one, the global tarn_stitcher;
-/// constructing another one starts a new task just the same, since all share the variables below.
+/// One sweep, from its first frame to its panorama. The library keeps one, the global tarn_stitcher;
+/// constructing another one starts a new sweep just the same, since all share the variables below.
 class TarnStitcher {
 public:
     std::string task_id;      ///< never written after construction
@@ -90,10 +90,10 @@ public:
     std::string big_stitch_image_path;  ///< path of the finished panorama; "" until there is one
     std::string test_image_path;        ///< unused; the host reads the global of the same name
 
-    /// Starts a new task in the directory `input_path` (with a trailing "/"; "" for none): resets everything
-    /// that workers share, so that workers of an earlier task end without trace, and empties the directory if
+    /// Starts a new sweep in the directory `input_path` (with a trailing "/"; "" for none): resets everything
+    /// that workers share, so that workers of an earlier sweep end without trace, and empties the directory if
     /// it exists. Never creates it.
-    TarnStitcher(std::string input_path);  // NOLINT(google-explicit-constructor): a path may stand for a task
+    TarnStitcher(std::string input_path);  // NOLINT(google-explicit-constructor): a path may stand for a sweep
     /// Moves every member; the shared variables are not touched.
     TarnStitcher& operator=(TarnStitcher&&) = default;
     /// Touches neither the working directory nor the shared variables.

@@ -219,6 +219,13 @@ sweep_status sweep::status() const
     return result;
 }
 
+std::vector<worker_turn> sweep::worker_turns() const
+{
+    const std::shared_ptr<state> held = state_;
+    status();  // throws where the sweep is over
+    return held->worker_turns();
+}
+
 bool sweep::wait_for_room(int most, std::chrono::milliseconds time_out,
                           const std::function<bool(int under_way)>& while_waiting)
 {

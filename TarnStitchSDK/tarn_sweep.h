@@ -17,7 +17,7 @@
 // Threads: every method may be called from any thread at any time.
 //   feed                while another call is inside, or somebody waits to begin or to cancel: not taken, at once;
 //                       code_lost, reason::busy, or code_pipeline_failed where the pipeline has failed anyway
-//   finish              waits for the call inside, then has its turn
+//   finish              waits for the call inside, then goes on
 //   begin, cancel       wait for the call inside; one that waits for workers is told to give up first
 //   all others          never wait for a frame: they see what there was after the last call that has returned
 // Callbacks run on the thread of the call that they were given to, without a lock of the library's. They may call
@@ -32,7 +32,7 @@
 // Moving and destroying never throw.
 //
 // Orientation: frames are taken as the sensor of a device held upright delivers them, lying on their side: the
-// panorama is turned by 90 degrees clockwise against the frames, the preview is not.
+// panorama is rotated by 90 degrees clockwise against the frames, the preview is not.
 #pragma once
 
 #include <array>
@@ -100,6 +100,20 @@ struct sweep_status {
     pipeline_state pipeline = pipeline_empty;  ///< what the workers are at
     int first_failed_key_frame = 0;            ///< that could not be joined, from 1; 0 if all could
     reason why = reason::none;                 ///< why it could not
+};
+
+/// When the worker of a key frame came to which point of its work, in the order of that work. A point that it did not
+/// come to, or not yet, is the clock's own beginning, instant().
+struct worker_turn {
+    using instant = std::chrono::steady_clock::time_point;  ///< the clock by which it is told
+
+    int key_frame = 0;     ///< from 1
+    instant begun{};       ///< the worker runs
+    instant prepared{};    ///< the frame is described, and its file written; the wait for the turn begins
+    instant taken{};       ///< the turn begins: the frame is to be registered
+    instant registered{};  ///< it is known where the frame lies in the panorama, or that nothing tells; not of the
+                           ///< first one, which is the panorama
+    instant ended{};       ///< the worker's work is over, however it ended
 };
 
 /// The overlap of key frames with which the library begins.
@@ -188,7 +202,7 @@ enum class sweep_problem : int {
     no_panorama = 5,
     no_memory = 6,
     disk = 7,
-    process_ends = 8,  ///< or it was forked off, or another copy of the library in it has the task
+    process_ends = 8,  ///< or it was forked off, or another copy of the library in it has the sweep
 };
 
 /// What is thrown for a wrong argument, a sweep that is over, a directory or a file.
@@ -244,6 +258,10 @@ public:
 
     /// @throws sweep_error (over; process_ends), as the methods below
     sweep_status status() const;
+
+    /// What the workers of the sweep have taken their time for so far, by the numbers of the key frames; those that have
+    /// not begun are missing.
+    std::vector<worker_turn> worker_turns() const;
 
     /// Waits until at most so many key frames are under way.
     /// @param most           0 or more

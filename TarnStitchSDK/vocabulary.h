@@ -80,7 +80,7 @@ enum class reason : int {
     no_thread = 17,  ///< no thread could be started
     disk = 18,       ///< a file or directory could not be written
     cancelled = 19,
-    process_ends = 20,  ///< or it was forked off, or another copy of the library in it has the task
+    process_ends = 20,  ///< or it was forked off, or another copy of the library in it has the sweep
     no_frames = 21,     ///< nothing was handed over that a panorama could be made of
 };
 

@@ -15,6 +15,7 @@
 #include "internal/high_res_registration.h"
 #include "internal/parallel_loop.h"
 #include "internal/picture_file.h"
+#include "internal/turn_account.h"
 #include "internal/wait_clock.h"
 #include "internal/worker_pool.h"
 #include "internal/worker_queue.h"
@@ -45,16 +46,18 @@ public:
 
     void run()
     {
+        note_turn(generation_, index_, turn_point::begun);
         pass(worker_stage::started);
         if (load_acquire(big_stitch_status) == pipeline_failed) {
             const auto lock = lock_handover(generation_);
-            raise_ticket();
+            leave_account_and_raise_ticket();
             return;
         }
         try {
             prepare_frame();
             describe_frame();
             write_frame_file();
+            note_turn(generation_, index_, turn_point::prepared);
             if (wait_until_idle() && wait_for_ticket()) {
                 take_turn();
             }
@@ -187,6 +190,7 @@ private:
 
     void take_turn()
     {
+        note_turn(generation_, index_, turn_point::taken);
         int old_status = pipeline_empty;
         {
             const auto lock = lock_handover(generation_);
@@ -205,8 +209,10 @@ private:
             hand_over(frame_, cv::Mat::eye(3, 3, CV_64F));
             return;
         }
-        const joined_frame joined =
-            join_frame(neighbour_, frame_, described_, [this] { pass(worker_stage::registered); });
+        const joined_frame joined = join_frame(neighbour_, frame_, described_, [this] {
+            note_turn(generation_, index_, turn_point::registered);
+            pass(worker_stage::registered);
+        });
         if (joined.merged) {
             pass(worker_stage::composed);
             hand_over(*joined.merged);
@@ -238,6 +244,13 @@ private:
         end_turn(panorama, panorama_from_frame);
     }
 
+    // The hand-over mutex must be held. In this order: who waits for the ticket finds the whole account.
+    void leave_account_and_raise_ticket() const
+    {
+        note_turn(generation_, index_, turn_point::ended);
+        raise_ticket();
+    }
+
     // The hand-over mutex must be held.
     void end_turn(const cv::Mat& panorama, const cv::Mat& panorama_from_frame)
     {
@@ -247,20 +260,20 @@ private:
         neighbour_keypoints.swap(described_.keypoints);
         neighbour_descriptors = described_.descriptors;
         store_release(big_stitch_status, pipeline_ready);
-        raise_ticket();
+        leave_account_and_raise_ticket();
     }
 
     void fail(reason why) const
     {
         const auto lock = lock_handover(generation_);
         mark_failed(index_, why);
-        raise_ticket();
+        leave_account_and_raise_ticket();
     }
 
     void give_up() const
     {
         const auto lock = lock_handover(generation_);
-        raise_ticket();
+        leave_account_and_raise_ticket();
         mark_failed(index_, reason::timed_out);
     }
 

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// The directory in which a task keeps its files: testing for it, emptying it, naming what lies in it.
+// The directory in which a sweep keeps its files: testing for it, emptying it, naming what lies in it.
 //
 // All functions take NUL-terminated paths in the file system's own encoding, follow no symbolic link inside a
 // tree that they delete, and report no failure: an entry that cannot be removed stays. They may be called from
@@ -9,7 +9,7 @@
 
 namespace tarn {
 
-/// The name of the panorama's file in a task's directory.
+/// The name of the panorama's file in a sweep's directory.
 inline constexpr const char* panorama_file_name = "big_stitch.jpg";
 
 }  // namespace tarn

@@ -1,12 +1,16 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// The finished picture beside those that OpenCV's own stitcher makes of the same key frames: whether there is one, how
-// exact its geometry is, what ghosts, joints and steps it has, how long it takes and how much memory. Each runs in a
-// process of its own; its answer is looked at when its time is over. Clips beyond the samples are named on the command
+// The finished picture beside those that OpenCV's own stitcher makes of the same key frames, and Hugin's tools where they
+// are installed: whether there is one, how exact its geometry is, what ghosts, joints and steps it has, how long it
+// takes and how much memory. Each runs in a process of its own; its answer is looked at when its time is over. Clips beyond the samples are named on the command
 // line; a table in Markdown goes to standard output.
 //
-//     finishing_benchmark [--threads=N] [--pictures=DIRECTORY] [--lengths] [--alone] [--limit=SECONDS]
+//     finishing_benchmark [--threads=N] [--pictures=DIRECTORY] [--lengths] [--alone] [--only=RIVAL] [--limit=SECONDS]
 //                         [VIDEO[:TRUTH.csv]]...
+//     finishing_benchmark --large[=KEY_FRAMES]
+//
+// --large makes a picture of key frames of 12 megapixels, 60 without a number, that are drawn when they are asked for,
+// and tells how much memory that takes, and how long it goes on without asking whether the user wants no more.
 #include <algorithm>
 #include <array>
 #include <chrono>
@@ -14,12 +18,15 @@
 #include <cstdio>
 #include <cstring>
 #include <ctime>
+#include <filesystem>
 #include <fstream>
 #include <functional>
 #include <iostream>
 #include <limits>
+#include <memory>
 #include <sstream>
 #include <string>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 #include <vector>
@@ -28,6 +35,7 @@
 #include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
 #include <opencv2/stitching.hpp>
+#include <opencv2/stitching/detail/warpers.hpp>
 #include <opencv2/videoio.hpp>
 
 #include "live_key_frames.h"
@@ -61,10 +69,15 @@ double median(std::vector<double> values)
     return *middle;
 }
 
-/// Of all threads of the process so far.
+/// Of all threads of the process so far, and of the programs that it has run.
 double process_cpu_seconds()
 {
-    return static_cast<double>(std::clock()) / CLOCKS_PER_SEC;
+    rusage programs{};
+    getrusage(RUSAGE_CHILDREN, &programs);
+    const auto seconds = [](const timeval& time) {
+        return static_cast<double>(time.tv_sec) + 1e-6 * static_cast<double>(time.tv_usec);
+    };
+    return static_cast<double>(std::clock()) / CLOCKS_PER_SEC + seconds(programs.ru_utime) + seconds(programs.ru_stime);
 }
 
 double resident_megabytes(const char* key)
@@ -170,15 +183,24 @@ void finish_cameras(const tarn::finishing::finishing_result& result, neighbour_h
     };
 }
 
-/// Those of OpenCV's stitcher for a camera that turns. What its affine mode keeps is not compared.
-void stitcher_cameras(cv::Stitcher& stitcher, neighbour_homography& homography)
+/// Where corners of one frame lie in another, as a homography.
+using way_between_frames = std::function<std::vector<cv::Point2f>(const std::vector<cv::Point2f>& of_i)>;
+
+cv::Matx33d homography_of(const way_between_frames& way, cv::Size size)
+{
+    const auto width = static_cast<float>(size.width - 1);
+    const auto height = static_cast<float>(size.height - 1);
+    const std::vector<cv::Point2f> corners = {{0, 0}, {width, 0}, {width, height}, {0, height}};
+    return cv::Matx33d(cv::getPerspectiveTransform(corners, way(corners)));
+}
+
+/// Those of OpenCV's stitcher.
+void stitcher_cameras(cv::Stitcher& stitcher, neighbour_homography& homography, cv::Size size)
 {
     const auto cameras = stitcher.cameras();
     const auto component = stitcher.component();
     const double scale = stitcher.workScale();
-    if (stitcher.estimator().dynamicCast<cv::detail::AffineBasedEstimator>() != nullptr) {
-        return;
-    }
+    const bool affine = stitcher.estimator().dynamicCast<cv::detail::AffineBasedEstimator>() != nullptr;
     homography = [=](int i, int j, cv::Matx33d& j_from_i) {
         const auto position = [&](int index) {
             return std::find(component.begin(), component.end(), index) - component.begin();
@@ -188,6 +210,27 @@ void stitcher_cameras(cv::Stitcher& stitcher, neighbour_homography& homography)
         const auto count = static_cast<std::ptrdiff_t>(component.size());
         if (at_i == count || at_j == count) {
             return false;
+        }
+        if (affine) {
+            // Where its warper draws a frame is not what its matrix says, but for a rotation.
+            const auto drawn = [&](std::ptrdiff_t at, const cv::Point2f& p, bool back) {
+                const cv::detail::CameraParams& camera = cameras[static_cast<std::size_t>(at)];
+                cv::Mat internal;
+                cv::Mat place;
+                camera.K().convertTo(internal, CV_32F);
+                camera.R.convertTo(place, CV_32F);
+                cv::detail::AffineWarper warper(1.0F);
+                return back ? warper.warpPointBackward(p, internal, place) : warper.warpPoint(p, internal, place);
+            };
+            j_from_i = homography_of(
+                [&](std::vector<cv::Point2f> points) {
+                    for (cv::Point2f& p : points) {
+                        p = drawn(at_j, drawn(at_i, p * scale, false), true) / scale;
+                    }
+                    return points;
+                },
+                size);
+            return true;
         }
         const auto reference_from_pixel = [&](std::ptrdiff_t at) {
             const cv::detail::CameraParams& camera = cameras[static_cast<std::size_t>(at)];
@@ -201,13 +244,20 @@ void stitcher_cameras(cv::Stitcher& stitcher, neighbour_homography& homography)
     };
 }
 
-void measure_quality(const clip& from, const cv::Mat& picture, figures& own)
+/// @param map_file  where to write where the jumps are, 16 times as bright; "" for nowhere
+void measure_quality(const clip& from, const cv::Mat& picture, figures& own, const std::string& map_file)
 {
     const tarn::bench::picture_quality quality = tarn::bench::quality_of(picture, from.pictures);
     if (quality.known) {
         own.ghosting = quality.ghosting;
         own.gradient_jump = quality.gradient_jump;
         own.exposure_step = quality.exposure_step;
+        if (!map_file.empty()) {
+            constexpr double brighter = 16.0;
+            cv::Mat map;
+            quality.jumps.convertTo(map, CV_8U, brighter);
+            cv::imwrite(map_file, map);
+        }
     }
 }
 
@@ -235,9 +285,107 @@ maker stitcher_of(cv::Stitcher::Mode mode)
             return false;
         }
         own.used = static_cast<int>(stitcher->component().size());
-        stitcher_cameras(*stitcher, homography);
+        stitcher_cameras(*stitcher, homography, from.pictures[0].size());
         return true;
     };
+}
+
+/// What a command prints; "" when it fails.
+std::string output_of(const std::string& command)
+{
+    std::string text;
+    FILE* const pipe = popen(command.c_str(), "r");
+    if (pipe == nullptr) {
+        return text;
+    }
+    std::array<char, 256> part{};
+    while (std::fgets(part.data(), part.size(), pipe) != nullptr) {
+        text += part.data();
+    }
+    return pclose(pipe) == 0 ? text : "";
+}
+
+bool runs(const std::string& command)
+{
+    return std::system((command + " >/dev/null 2>&1").c_str()) == 0;  // NOLINT(cert-env33-c,concurrency-mt-unsafe)
+}
+
+/// Points by Hugin's tool, one of which a line has.
+std::vector<cv::Point2f> hugin_points(const std::string& directory, const std::string& how, int image,
+                                      const std::vector<cv::Point2f>& points)
+{
+    const std::string file = directory + "/points";
+    std::ofstream out(file);
+    for (const cv::Point2f& p : points) {
+        out << p.x << ' ' << p.y << '\n';
+    }
+    out.close();
+    std::istringstream in(
+        output_of("pano_trafo " + how + directory + "/all.pto " + std::to_string(image) + " <" + file));
+    std::vector<cv::Point2f> result(points.size());
+    for (cv::Point2f& p : result) {
+        in >> p.x >> p.y;
+    }
+    return result;
+}
+
+/// A directory for the frames that Hugin's tools read. Stays until the geometry is known.
+struct hugin_directory {
+    std::string path = (std::filesystem::temp_directory_path() / "hugin_chain_XXXXXX").string();
+
+    hugin_directory()
+    {
+        if (mkdtemp(path.data()) == nullptr) {
+            throw std::runtime_error("no temporary directory");
+        }
+    }
+
+    ~hugin_directory()
+    {
+        std::error_code ignored;
+        std::filesystem::remove_all(path, ignored);
+    }
+
+    hugin_directory(const hugin_directory&) = delete;
+    hugin_directory& operator=(const hugin_directory&) = delete;
+};
+
+/// Hugin's chain, by a script beside this source, within so many seconds.
+maker hugin_within(unsigned limit)
+{
+    return [limit](const clip& from, cv::Mat& picture, figures& own, neighbour_homography& homography) {
+        const auto directory = std::make_shared<hugin_directory>();
+        for (std::size_t k = 0; k < from.pictures.size(); ++k) {
+            std::array<char, 32> name{};
+            std::snprintf(name.data(), name.size(), "/%04zu.bmp", k);
+            cv::imwrite(directory->path + name.data(), from.pictures[k]);
+        }
+        if (!runs("timeout " + std::to_string(limit) + " " TARN_HUGIN_CHAIN " " + directory->path)) {
+            return false;
+        }
+        picture = cv::imread(directory->path + "/picture.tif", cv::IMREAD_COLOR);
+        for (const auto& entry : std::filesystem::directory_iterator(directory->path)) {
+            own.used += entry.path().filename().string().rfind("part", 0) == 0 ? 1 : 0;
+        }
+        const cv::Size size = from.pictures[0].size();
+        homography = [directory, size](int i, int j, cv::Matx33d& j_from_i) {
+            j_from_i = homography_of(
+                [&](const std::vector<cv::Point2f>& points) {
+                    return hugin_points(directory->path, "-r ", j, hugin_points(directory->path, "", i, points));
+                },
+                size);
+            return true;
+        };
+        return !picture.empty();
+    };
+}
+
+/// The largest of the programs that this process has run, in megabytes. They begin as a copy of it.
+double largest_program_megabytes()
+{
+    rusage programs{};
+    getrusage(RUSAGE_CHILDREN, &programs);
+    return static_cast<double>(programs.ru_maxrss) / 1024.0;
 }
 
 figures in_own_process(const clip& from, const maker& make, int threads, const std::string& picture_file,
@@ -267,18 +415,20 @@ figures in_own_process(const clip& from, const maker& make, int threads, const s
         alarm(0);
         own.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
         own.cpu_seconds = process_cpu_seconds() - cpu_before;
-        own.megabytes = resident_megabytes("VmHWM") - before;
+        const double programs = largest_program_megabytes();
+        own.megabytes = programs > resident_megabytes("VmHWM") ? programs : resident_megabytes("VmHWM") - before;
         if (is_made) {
             own.width = picture.cols;
             own.height = picture.rows;
             own.geometry = geometry_of(from, homography);
-            measure_quality(from, picture, own);
+            measure_quality(from, picture, own, picture_file.empty() ? "" : picture_file + "-jumps.png");
             if (!picture_file.empty()) {
-                cv::imwrite(picture_file, picture);
+                cv::imwrite(picture_file + ".jpg", picture);
             }
         } else {
             own.used = 0;
         }
+        homography = nullptr;
         const bool is_written = write(ends[1], &own, sizeof own) == sizeof own;
         _exit(is_written ? 0 : 1);
     }
@@ -308,6 +458,82 @@ struct rival {
     maker make;
 };
 
+/// Looks at the clock whenever it could be cancelled. The time in which key frames are read does not count.
+class cancel_looks {
+public:
+    using clock = std::chrono::steady_clock;
+
+    bool look(tarn::finishing::stage now)
+    {
+        const double gap = std::chrono::duration<double>(clock::now() - before_).count() - reading_;
+        if (gap > longest_.at(static_cast<std::size_t>(stage_))) {
+            longest_.at(static_cast<std::size_t>(stage_)) = gap;
+        }
+        stage_ = now;
+        reading_ = 0.0;
+        before_ = clock::now();
+        return true;
+    }
+
+    template <typename Read>
+    cv::Mat read(const Read& how)
+    {
+        const clock::time_point begin = clock::now();
+        const cv::Mat picture = how();
+        reading_ += std::chrono::duration<double>(clock::now() - begin).count();
+        return picture;
+    }
+
+    void tell() const
+    {
+        for (std::size_t which = 0; which < longest_.size(); ++which) {
+            std::printf("longest time between two looks, %s: %.2f s\n",
+                        name_of(static_cast<tarn::finishing::stage>(which)), longest_.at(which));
+        }
+    }
+
+private:
+    std::array<double, 6> longest_{};
+    tarn::finishing::stage stage_ = tarn::finishing::stage::reading;
+    double reading_ = 0.0;
+    clock::time_point before_ = clock::now();
+};
+
+int finish_large(int count)
+{
+    const cv::Size window(800, 600);
+    const cv::Size frame_size(4000, 3000);
+    constexpr int step = 130;  // px of the plane
+    const cv::Mat& plane = tarn::test::textured_plane({window.width + step * (count - 1), window.height}, 11);
+    cancel_looks looks;
+    std::vector<key_frame> key_frames;
+    for (int i = 0; i < count; ++i) {
+        const double working_scale = 300.0 / window.width;
+        const cv::Matx33d place(1, 0, working_scale * step * i, 0, 1, 0, 0, 0, 1);
+        const auto drawn = [&plane, i, window, frame_size] {
+            cv::Mat frame;
+            cv::resize(plane(cv::Rect({step * i, 0}, window)), frame, frame_size, 0, 0, cv::INTER_CUBIC);
+            return frame;
+        };
+        key_frames.push_back({i, cv::Mat(place), [&looks, drawn] { return looks.read(drawn); }});
+    }
+    tarn::finishing::finishing_options options;
+    options.progress = [&looks](tarn::finishing::stage now, double) { return looks.look(now); };
+    const double before = resident_megabytes("VmRSS");
+    const double cpu_before = process_cpu_seconds();
+    const auto begin = std::chrono::steady_clock::now();
+    const auto result = tarn::finishing::finish(key_frames, options);
+    looks.look(tarn::finishing::stage::reading);
+    std::printf("%s, %d key frames of %d Mpx: %dx%d\n", name_of(result.outcome), count, frame_size.area() / 1000000,
+                result.picture.cols, result.picture.rows);
+    std::printf("%.1f s, of processors %.1f s, key frames drawn included\n",
+                std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count(),
+                process_cpu_seconds() - cpu_before);
+    std::printf("most memory: %.0f MB, of which %.0f MB were there before\n", resident_megabytes("VmHWM"), before);
+    looks.tell();
+    return result.outcome == tarn::finishing::status::ok ? 0 : 1;
+}
+
 }  // namespace
 
 int main(int argc, char** argv)
@@ -317,6 +543,7 @@ int main(int argc, char** argv)
     int threads = cv::getNumThreads();
     bool lengths = false;
     bool alone = false;    // without rivals
+    std::string only;      // one of them, or ourselves
     unsigned limit = 600;  // s: who takes longer has failed
     for (int i = 1; i < argc; ++i) {
         const std::string argument = argv[i];
@@ -328,6 +555,11 @@ int main(int argc, char** argv)
             limit = static_cast<unsigned>(std::stoul(argument.substr(8)));
         } else if (argument == "--lengths") {
             lengths = true;
+        } else if (argument.rfind("--large", 0) == 0) {
+            constexpr int many = 60;
+            return finish_large(argument.size() > 8 ? std::stoi(argument.substr(8)) : many);
+        } else if (argument.rfind("--only=", 0) == 0) {
+            only = argument.substr(7);
         } else if (argument == "--alone") {
             alone = true;
         } else if (argument.rfind("--", 0) != 0) {
@@ -340,9 +572,14 @@ int main(int argc, char** argv)
                  samples + "river_pan.mp4"};
     }
     cv::setNumThreads(1);  // until the processes that are measured are on their own: one with threads cannot be forked
-    const std::array<rival, 3> rivals = {{{"finishing", finish_clip},
-                                          {"PANORAMA", stitcher_of(cv::Stitcher::PANORAMA)},
-                                          {"SCANS", stitcher_of(cv::Stitcher::SCANS)}}};
+    std::vector<rival> rivals = {{"finishing", finish_clip},
+                                 {"PANORAMA", stitcher_of(cv::Stitcher::PANORAMA)},
+                                 {"SCANS", stitcher_of(cv::Stitcher::SCANS)}};
+    if (runs(TARN_HUGIN_CHAIN)) {
+        rivals.push_back({"Hugin", hugin_within(limit)});
+    } else {
+        std::fprintf(stderr, "Hugin's tools are not installed (hugin-tools, enblend): without them\n");
+    }
     std::printf(
         "| clip | by | key frames | in the picture | s | CPU s | MB | geometry, %% | ghosting | jump | step, %% "
         "| size |\n");
@@ -364,12 +601,12 @@ int main(int argc, char** argv)
             part.truth.resize(std::min(count, part.truth.size()));
             for (const rival& one : rivals) {
                 const bool is_rival = std::strcmp(one.name, "finishing") != 0;
-                if ((alone && is_rival) || (lengths && std::strcmp(one.name, "SCANS") == 0)) {
+                const bool is_for_lengths = !is_rival || std::strcmp(one.name, "PANORAMA") == 0;
+                if ((alone && is_rival) || (lengths && !is_for_lengths) || (!only.empty() && only != one.name)) {
                     continue;
                 }
                 const std::string file =
-                    pictures.empty() ? ""
-                                     : pictures + part.name + "-" + std::to_string(count) + "-" + one.name + ".jpg";
+                    pictures.empty() ? "" : pictures + part.name + "-" + std::to_string(count) + "-" + one.name;
                 const figures own = in_own_process(part, one.make, threads, file, limit);
                 std::printf("| %s | %s | %zu%s | %d | %s | %s | %s | %s | %s | %s | %s | %dx%d |\n", part.name.c_str(),
                             one.name, count, part.reached_the_end ? "" : " (lost)", own.used,

@@ -96,19 +96,47 @@ bool explain(const cv::Mat& picture, const cv::Mat& frame, const cv::Mat& homogr
             }
         }
     }
-    cv::remap(warped, result.gray, map, cv::noArray(), cv::INTER_LINEAR, cv::BORDER_REPLICATE);
+    // Out of the frame itself and not out of what was drawn of it: each time it is drawn it grows less sharp.
+    cv::perspectiveTransform(map, map, local.inv());
+    cv::remap(frame, result.gray, map, cv::noArray(), cv::INTER_CUBIC, cv::BORDER_REPLICATE);
     result.mask = mask;
     return true;
 }
 
-cv::Mat detail_of(const cv::Mat& gray)
+/// A drawing between pixels loses of the finest detail as much as its way of drawing makes it, and noise with it. That
+/// is no joint, and a picture that is less sharp is not to be called better for it: what is finer is not compared.
+cv::Mat without_finest_detail(const cv::Mat& gray)
+{
+    constexpr double finest = 1.0;  // px
+    cv::Mat smooth;
+    gray.convertTo(smooth, CV_32F);
+    cv::GaussianBlur(smooth, smooth, {}, finest);
+    return smooth;
+}
+
+/// A frame as bright as the picture is around each place: a picture that is brighter than a frame has steeper edges all
+/// over, and those are no joints either. Steps in brightness are another measure's.
+cv::Mat as_bright_as(const cv::Mat& picture, const cv::Mat& frame, const cv::Mat& mask)
+{
+    constexpr double around = 24.0;  // px
+    constexpr double dark = 8.0;     // gray levels: so that the dark does not count for more than it is seen
+    const auto brightness_around = [&](const cv::Mat& values) {
+        cv::Mat known = cv::Mat::zeros(values.size(), CV_32F);
+        cv::Mat(values + dark).copyTo(known, mask);
+        cv::GaussianBlur(known, known, {}, around, around, cv::BORDER_CONSTANT);
+        return known;
+    };
+    cv::Mat ratio;
+    cv::divide(brightness_around(picture), cv::max(brightness_around(frame), 1e-3), ratio);
+    return frame.mul(ratio);
+}
+
+cv::Mat detail_of(const cv::Mat& smooth)
 {
     constexpr double coarse = 6.0;  // px
-    cv::Mat sharp;
-    gray.convertTo(sharp, CV_32F);
     cv::Mat blurred;
-    cv::GaussianBlur(sharp, blurred, {}, coarse);
-    return sharp - blurred;
+    cv::GaussianBlur(smooth, blurred, {}, coarse);
+    return smooth - blurred;
 }
 
 cv::Mat logarithm_of_brightness(const cv::Mat& gray)
@@ -184,10 +212,9 @@ picture_quality quality_of(const cv::Mat& picture, const std::vector<cv::Mat>& f
     cv::Mat gray;
     cv::cvtColor(picture, gray, cv::COLOR_BGR2GRAY);
     const described in_picture = describe(gray, 20000);
-    const cv::Mat detail = detail_of(gray);
+    const cv::Mat smooth = without_finest_detail(gray);
+    const cv::Mat detail = detail_of(smooth);
     const cv::Mat brightness = logarithm_of_brightness(gray);
-    cv::Mat sharp;
-    gray.convertTo(sharp, CV_32F);
 
     cv::Mat ghosting(gray.size(), CV_32F, cv::Scalar(nothing));
     cv::Mat jump = ghosting.clone();
@@ -200,12 +227,12 @@ picture_quality quality_of(const cv::Mat& picture, const std::vector<cv::Mat>& f
         if (homography.empty() || !explain(gray, frame_gray, homography, own)) {
             continue;
         }
-        cv::Mat difference = cv::abs(detail(own.place) - detail_of(own.gray));
+        const cv::Mat here = smooth(own.place);
+        const cv::Mat own_smooth = as_bright_as(here, without_finest_detail(own.gray), own.mask);
+        cv::Mat difference = cv::abs(detail(own.place) - detail_of(own_smooth));
         cv::blur(difference, difference, {7, 7});
         keep_least(ghosting(own.place), difference, own.mask);
-        cv::Mat own_sharp;
-        own.gray.convertTo(own_sharp, CV_32F);
-        keep_least(jump(own.place), change_across(sharp(own.place) - own_sharp, 1) / 2.0, own.mask);
+        keep_least(jump(own.place), change_across(here - own_smooth, 1) / 2.0, own.mask);
         keep_least(exposure(own.place), change_across(brightness(own.place) - logarithm_of_brightness(own.gray), step),
                    own.mask);
     }
@@ -228,6 +255,7 @@ picture_quality quality_of(const cv::Mat& picture, const std::vector<cv::Mat>& f
     result.seen = static_cast<double>(ghosts.size()) / std::max(1, cv::countNonZero(gray));
     result.ghosting = sum / static_cast<double>(ghosts.size());
     result.gradient_jump = percentile(known_values(jump), nearly_all);
+    result.jumps = jump;
     result.exposure_step = percent * (std::exp(percentile(known_values(exposure), nearly_all)) - 1.0);
     return result;
 }

@@ -2,8 +2,8 @@
 //
 // The logarithms of the gains are the unknowns of a sparse linear problem: cells that show the same want the same
 // brightness, neighbouring cells want neighbouring gains, and each wants to stay as it is, a little. It is solved by
-// conjugate gradients, for each colour, and again when it is known which overlaps do not fit: there something has
-// moved.
+// conjugate gradients, for the three colours side by side, and again when it is known which overlaps do not fit: there
+// something has moved.
 #include "exposure.h"
 
 #include <algorithm>
@@ -34,13 +34,13 @@ struct equation {
     int a;
     int b;
     double weight;
-    std::array<double, colours> difference;  // of b's logarithm less a's
-    double doubt = 1.0;                      // factor on the weight
+    cv::Vec3d difference;  // of b's logarithm less a's
+    double doubt = 1.0;    // factor on the weight
 };
 
 struct ratio_sum {
     double count = 0.0;
-    std::array<double, colours> sum{};
+    cv::Vec3d sum;
 };
 
 int cells_along(int length, double cell)
@@ -68,7 +68,18 @@ void compare(const small_drawing& a, const small_drawing& b, const cell_grid& ce
     const auto is_usable = [&](const cv::Vec3b& p) {
         return std::min({p[0], p[1], p[2]}) >= darkest && std::max({p[0], p[1], p[2]}) <= brightest;
     };
+    const auto columns_of = [&](int first) {
+        std::vector<int> columns;
+        for (int x = 0; x < common.width; ++x) {
+            columns.push_back(static_cast<int>((first + x) / cell));
+        }
+        return columns;
+    };
+    const std::vector<int> columns_a = columns_of(in_a.x);
+    const std::vector<int> columns_b = columns_of(in_b.x);
     std::map<std::pair<int, int>, ratio_sum> sums;
+    std::pair<int, int> cells(-1, -1);
+    ratio_sum* sum = nullptr;  // of these cells
     for (int y = 0; y < common.height; y += step) {
         const auto* const mask_a = a.mask.ptr<uchar>(in_a.y + y) + in_a.x;
         const auto* const mask_b = b.mask.ptr<uchar>(in_b.y + y) + in_b.x;
@@ -80,21 +91,21 @@ void compare(const small_drawing& a, const small_drawing& b, const cell_grid& ce
             if (mask_a[x] == 0 || mask_b[x] == 0 || !is_usable(image_a[x]) || !is_usable(image_b[x])) {
                 continue;
             }
-            ratio_sum& sum =
-                sums[{row_a + static_cast<int>((in_a.x + x) / cell), row_b + static_cast<int>((in_b.x + x) / cell)}];
-            sum.count += 1.0;
+            const auto column = static_cast<std::size_t>(x);
+            const std::pair<int, int> here(row_a + columns_a[column], row_b + columns_b[column]);
+            if (here != cells) {
+                cells = here;
+                sum = &sums[cells];
+            }
+            sum->count += 1.0;
             for (int c = 0; c < colours; ++c) {
-                sum.sum[static_cast<std::size_t>(c)] += logarithm[image_a[x][c]] - logarithm[image_b[x][c]];
+                sum->sum[c] += logarithm[image_a[x][c]] - logarithm[image_b[x][c]];
             }
         }
     }
     const double full = cell * cell / (step * step);
-    for (const auto& [pair, sum] : sums) {
-        equation next{pair.first, pair.second, sum.count / full, {}};
-        for (std::size_t c = 0; c < colours; ++c) {
-            next.difference[c] = sum.sum[c] / sum.count;
-        }
-        equations.push_back(next);
+    for (const auto& [pair, ratios] : sums) {
+        equations.push_back({pair.first, pair.second, ratios.count / full, ratios.sum * (1.0 / ratios.count)});
     }
 }
 
@@ -120,66 +131,89 @@ std::vector<std::pair<std::size_t, std::size_t>> overlapping(const std::vector<s
     return pairs;
 }
 
-using values = std::vector<double>;
+using values = std::vector<cv::Vec3d>;
 
-double dot(const values& a, const values& b)
+/// Of each colour.
+cv::Vec3d dot(const values& a, const values& b)
 {
-    double sum = 0.0;
+    cv::Vec3d sum;
     for (std::size_t i = 0; i < a.size(); ++i) {
-        sum += a[i] * b[i];
+        sum += a[i].mul(b[i]);
     }
     return sum;
 }
 
 /// The matrix of the problem times a vector.
-values times(const std::vector<equation>& equations, const values& x)
+void multiply(const std::vector<equation>& equations, const values& x, values& result)
 {
-    values result(x.size());
     for (std::size_t i = 0; i < x.size(); ++i) {
-        result[i] = weight_of_staying * x[i];
+        result[i] = x[i] * weight_of_staying;
     }
     for (const equation& e : equations) {
         const auto a = static_cast<std::size_t>(e.a);
         const auto b = static_cast<std::size_t>(e.b);
-        const double flow = e.weight * e.doubt * (x[b] - x[a]);
+        const cv::Vec3d flow = (x[b] - x[a]) * (e.weight * e.doubt);
         result[b] += flow;
         result[a] -= flow;
+    }
+}
+
+/// The parts, and nought for a colour of which there is nothing left to do.
+cv::Vec3d parts_of(const cv::Vec3d& numerator, const cv::Vec3d& denominator)
+{
+    cv::Vec3d result;
+    for (int c = 0; c < colours; ++c) {
+        result[c] = denominator[c] > 0.0 ? numerator[c] / denominator[c] : 0.0;
     }
     return result;
 }
 
-values solve(const std::vector<equation>& equations, std::size_t unknowns, std::size_t colour,
-             const progress_meter& progress)
+/// @param x  where to begin; changed to the solution
+void solve(const std::vector<equation>& equations, const progress_meter& progress, values& x)
 {
     constexpr int most_steps = 300;
     constexpr double exact_enough = 1e-8;  // of the right side's square
-    values x(unknowns);
-    values rest(unknowns);
+    values rest(x.size());
+    values diagonal(x.size(), cv::Vec3d::all(weight_of_staying));
+    values image(x.size());
     for (const equation& e : equations) {
-        const double flow = e.weight * e.doubt * e.difference[colour];
-        rest[static_cast<std::size_t>(e.b)] += flow;
-        rest[static_cast<std::size_t>(e.a)] -= flow;
+        const double weight = e.weight * e.doubt;
+        rest[static_cast<std::size_t>(e.b)] += e.difference * weight;
+        rest[static_cast<std::size_t>(e.a)] -= e.difference * weight;
+        diagonal[static_cast<std::size_t>(e.b)] += cv::Vec3d::all(weight);
+        diagonal[static_cast<std::size_t>(e.a)] += cv::Vec3d::all(weight);
     }
-    values direction = rest;
-    double square = dot(rest, rest);
-    const double goal = exact_enough * square;
-    for (int step = 0; step < most_steps && square > goal; ++step) {
+    const auto goal = exact_enough * dot(rest, rest);
+    multiply(equations, x, image);
+    values eased(x.size());
+    for (std::size_t i = 0; i < x.size(); ++i) {
+        rest[i] -= image[i];
+        eased[i] = cv::Vec3d(rest[i][0] / diagonal[i][0], rest[i][1] / diagonal[i][1], rest[i][2] / diagonal[i][2]);
+    }
+    values direction = eased;
+    cv::Vec3d product = dot(rest, eased);
+    const auto is_done = [&] {
+        const cv::Vec3d square = dot(rest, rest);
+        return square[0] <= goal[0] && square[1] <= goal[1] && square[2] <= goal[2];
+    };
+    for (int step = 0; step < most_steps && !is_done(); ++step) {
         if (step % 50 == 0) {
             progress.at(stage::exposure, 0.6);
         }
-        const values image = times(equations, direction);
-        const double length = square / dot(direction, image);
-        for (std::size_t i = 0; i < unknowns; ++i) {
-            x[i] += length * direction[i];
-            rest[i] -= length * image[i];
+        multiply(equations, direction, image);
+        const cv::Vec3d length = parts_of(product, dot(direction, image));
+        for (std::size_t i = 0; i < x.size(); ++i) {
+            x[i] += length.mul(direction[i]);
+            rest[i] -= length.mul(image[i]);
+            eased[i] = cv::Vec3d(rest[i][0] / diagonal[i][0], rest[i][1] / diagonal[i][1], rest[i][2] / diagonal[i][2]);
         }
-        const double next = dot(rest, rest);
-        for (std::size_t i = 0; i < unknowns; ++i) {
-            direction[i] = rest[i] + next / square * direction[i];
+        const cv::Vec3d next = dot(rest, eased);
+        const cv::Vec3d turn = parts_of(next, product);
+        for (std::size_t i = 0; i < x.size(); ++i) {
+            direction[i] = eased[i] + turn.mul(direction[i]);
         }
-        square = next;
+        product = next;
     }
-    return x;
 }
 
 }  // namespace
@@ -221,22 +255,17 @@ std::vector<block_gains> balance_exposure(const std::vector<small_drawing>& draw
     }
 
     constexpr double tolerance = 0.08;  // of a logarithm: a twelfth brighter
-    std::array<values, colours> logarithms;
+    values logarithms(static_cast<std::size_t>(unknowns));
     constexpr int rounds = 4;
     for (int round = 0; round < rounds; ++round) {
         for (std::size_t k = smoothing; round > 0 && k < equations.size(); ++k) {
             equation& e = equations[k];
-            double worst = 0.0;
-            for (std::size_t c = 0; c < colours; ++c) {
-                const values& x = logarithms[c];
-                worst = std::max(worst, std::abs(x[static_cast<std::size_t>(e.b)] - x[static_cast<std::size_t>(e.a)]
-                                                 - e.difference[c]));
-            }
+            const cv::Vec3d misfit =
+                logarithms[static_cast<std::size_t>(e.b)] - logarithms[static_cast<std::size_t>(e.a)] - e.difference;
+            const double worst = cv::norm(misfit, cv::NORM_INF);
             e.doubt = 1.0 / (1.0 + worst * worst / (tolerance * tolerance));
         }
-        for (std::size_t c = 0; c < colours; ++c) {
-            logarithms[c] = solve(equations, static_cast<std::size_t>(unknowns), c, progress);
-        }
+        solve(equations, progress, logarithms);
     }
 
     std::vector<block_gains> result;
@@ -247,9 +276,9 @@ std::vector<block_gains> balance_exposure(const std::vector<small_drawing>& draw
             for (int column = 0; column < grid.columns; ++column) {
                 const int cell_number = grid.first + row * grid.columns + column;
                 const auto own = static_cast<std::size_t>(cell_number);
-                for (std::size_t c = 0; c < colours; ++c) {
-                    gains.grid.at<cv::Vec3f>(row, column)[static_cast<int>(c)] = static_cast<float>(
-                        std::clamp(std::exp(logarithms[c][own]), 1.0 / greatest_gain, greatest_gain));
+                for (int c = 0; c < colours; ++c) {
+                    gains.grid.at<cv::Vec3f>(row, column)[c] = static_cast<float>(
+                        std::clamp(std::exp(logarithms[own][c]), 1.0 / greatest_gain, greatest_gain));
                 }
             }
         }
@@ -266,11 +295,25 @@ constexpr float brightest_value = 255.0F;
 
 float with_gain(float value, float gain)
 {
-    const float begin = shoulder / gain;  // of what is bent
-    if (gain <= 1.0F || value <= begin) {
-        return value * gain;
+    const float brighter = value * gain;
+    if (gain <= 1.0F || brighter <= shoulder) {
+        return brighter;
     }
+    const float begin = shoulder / gain;  // of what is bent
     return shoulder + (value - begin) * (brightest_value - shoulder) / (brightest_value - begin);
+}
+
+/// A place between two cells of a row or a column.
+struct between {
+    int cell;    ///< the first of both; the other one is the next, or the same at the end
+    float part;  ///< of the way to the other one
+};
+
+between place_between(double at, int cells)
+{
+    const double inside = std::clamp(at, 0.0, cells - 1.0);
+    const int cell = cvFloor(inside);
+    return {cell, static_cast<float>(inside - cell)};
 }
 
 }  // namespace
@@ -279,16 +322,30 @@ void apply_gains(const block_gains& gains, cv::Mat& image, cv::Point2d first, do
 {
     // From a pixel of the image to one of the grid, whose values hold at the middles of its cells.
     const double factor = small_scale / gains.cell;
-    const cv::Matx23d grid_from_image(factor, 0, first.x / gains.cell - 0.5, 0, factor, first.y / gains.cell - 0.5);
-    cv::Mat smooth;
-    cv::warpAffine(gains.grid, smooth, grid_from_image, image.size(), cv::INTER_LINEAR | cv::WARP_INVERSE_MAP,
-                   cv::BORDER_REPLICATE);
+    const cv::Mat& grid = gains.grid;
+    std::vector<between> columns;
+    columns.reserve(static_cast<std::size_t>(image.cols));
+    for (int x = 0; x < image.cols; ++x) {
+        columns.push_back(place_between(factor * x + first.x / gains.cell - 0.5, grid.cols));
+    }
     cv::parallel_for_(cv::Range(0, image.rows), [&](const cv::Range& rows) {
+        std::vector<cv::Vec3f> row(static_cast<std::size_t>(grid.cols) + 1);
         for (int y = rows.start; y < rows.end; ++y) {
-            auto* const pixel = image.ptr<uchar>(y);
-            const auto* const gain = smooth.ptr<float>(y);
-            for (int x = 0; x < colours * image.cols; ++x) {
-                pixel[x] = cv::saturate_cast<uchar>(with_gain(static_cast<float>(pixel[x]), gain[x]));
+            const between down = place_between(factor * y + first.y / gains.cell - 0.5, grid.rows);
+            const auto* const above = grid.ptr<cv::Vec3f>(down.cell);
+            const auto* const below = grid.ptr<cv::Vec3f>(std::min(down.cell + 1, grid.rows - 1));
+            for (int column = 0; column <= grid.cols; ++column) {
+                const int own = std::min(column, grid.cols - 1);
+                row[static_cast<std::size_t>(column)] = above[own] + (below[own] - above[own]) * down.part;
+            }
+            auto* const pixel = image.ptr<cv::Vec3b>(y);
+            for (int x = 0; x < image.cols; ++x) {
+                const between& across = columns[static_cast<std::size_t>(x)];
+                const auto* const two = &row[static_cast<std::size_t>(across.cell)];
+                for (int c = 0; c < colours; ++c) {
+                    const float gain = two[0][c] + (two[1][c] - two[0][c]) * across.part;
+                    pixel[x][c] = cv::saturate_cast<uchar>(with_gain(static_cast<float>(pixel[x][c]), gain));
+                }
             }
         }
     });

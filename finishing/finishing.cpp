@@ -19,6 +19,7 @@
 #include "frame_matching.h"
 #include "pair_graph.h"
 #include "progress.h"
+#include "refused_memory.h"
 #include "seams.h"
 #include "small_canvas.h"
 #include "strip_blending.h"
@@ -211,6 +212,7 @@ private:
         const double pixels = enlargement * enlargement * small_area.area();
         plan.frame_scale = std::min(1.0, std::sqrt(options_.most_megapixels * 1e6 / std::max(1.0, pixels)));
         plan.surface = surface.scaled(plan.frame_scale);
+        plan.frame_side = plan.frame_scale * shorter_side();
         plan.small_scale = small_surface.scale / plan.surface.scale;
         plan.area = at_full_size(small_area, plan);
         if (plan.area.empty()) {
@@ -222,6 +224,16 @@ private:
         area_ = plan.area;
         result_.scale = plan.frame_scale;
         trim();
+    }
+
+    /// Of the largest key frame.
+    int shorter_side() const
+    {
+        int most = 0;
+        for (const cv::Size& size : sizes_) {
+            most = std::max(most, std::min(size.width, size.height));
+        }
+        return most;
     }
 
     /// On the small surface.
@@ -383,6 +395,18 @@ finishing_result ended(const std::vector<key_frame>& key_frames, status outcome,
     return result;
 }
 
+/// Memory that was refused may be refused to the words about it, too.
+finishing_result ended_without_memory(const std::vector<key_frame>& key_frames)
+{
+    try {
+        return ended(key_frames, status::out_of_memory, "There is not enough memory.");
+    } catch (const std::bad_alloc&) {
+        finishing_result result;
+        result.outcome = status::out_of_memory;
+        return result;
+    }
+}
+
 }  // namespace
 
 finishing_result finish(const std::vector<key_frame>& key_frames, const finishing_options& options)
@@ -398,10 +422,10 @@ finishing_result finish(const std::vector<key_frame>& key_frames, const finishin
         result.failed_number = frame.number;
         return result;
     } catch (const std::bad_alloc&) {
-        return ended(key_frames, status::out_of_memory, "There is not enough memory.");
+        return ended_without_memory(key_frames);
     } catch (const cv::Exception& error) {
-        if (error.code == cv::Error::StsNoMem) {
-            return ended(key_frames, status::out_of_memory, "There is not enough memory.");
+        if (is_about_memory(error)) {
+            return ended_without_memory(key_frames);
         }
         return ended(key_frames, status::failed, error.what());
     } catch (const std::exception& error) {

@@ -14,6 +14,8 @@
 #include <opencv2/imgproc.hpp>
 #include <opencv2/video/tracking.hpp>
 
+#include "refused_memory.h"
+
 namespace tarn::finishing {
 
 namespace {
@@ -74,7 +76,7 @@ struct pixel_pairs {
 /// Points of i followed into j from where the prediction says, there and back again.
 pixel_pairs follow(const working_frame& frame_i, const working_frame& frame_j, const cv::Matx33d& j_from_i)
 {
-    constexpr int levels = 4;
+    constexpr int levels = 3;
     constexpr float greatest_way_back = 0.7f;  // px between a point and where it comes back to
     constexpr float border = 2.0f;             // px
     const cv::Size window(21, 21);
@@ -265,7 +267,7 @@ frame_link align_frames(const working_frame& frame_i, const working_frame& frame
                 link.weight = weight_of_aligned;
             }
         } catch (const cv::Exception& error) {
-            if (error.code == cv::Error::StsNoMem) {
+            if (is_about_memory(error)) {
                 throw;
             }
             // It does not converge where there is nothing to compare.

@@ -71,30 +71,45 @@ camera_set find_cameras(const std::vector<frame_link>& links, int count, const s
     constexpr double unseen = 0.0002;
     // By so much must a motion with more freedom be better to be taken.
     constexpr double clearly_better = 0.75;
+    constexpr double much_nearer = 0.25;
     // Longer sides: a longer focal length means that what turning does cannot be told from sliding.
     constexpr double longest_focal = 6.0;
     constexpr double shortest_focal = 0.3;
 
+    // Each is only looked for while it may still be chosen.
+    const auto residual_of = [&](const camera_set& cameras) {
+        return std::max(unseen, median_residual(cameras, links));
+    };
     const camera_set turning = turning_cameras(links, count, each_step);
-    const camera_set sliding = planar_cameras(links, chained_cameras(links, count, camera_motion::sliding, 1.0),
-                                              camera_motion::sliding, each_step);
-    const camera_set tilting = planar_cameras(links, sliding, camera_motion::tilting, each_step);
-    const camera_set projective = planar_cameras(links, tilting, camera_motion::projective, each_step);
-
-    camera_set best = sliding;
-    double residual = std::max(unseen, median_residual(sliding, links));
-    for (const camera_set* const freer : {&tilting, &projective}) {
-        const double own = std::max(unseen, median_residual(*freer, links));
-        if (own < clearly_better * residual) {
-            best = *freer;
-            residual = own;
-        }
+    bool turns = turning.focal < longest_focal && turning.focal > shortest_focal;
+    const double exact_turning_residual = median_residual(turning, links);
+    const double turning_residual = residual_of(turning);
+    if (turns && exact_turning_residual <= much_nearer * unseen) {
+        return turning;
     }
-    // A homography for each explains everything, parallax and a bent lens included, so it does not count against
-    // turning.
-    const bool turns = turning.focal < longest_focal && turning.focal > shortest_focal;
-    if (turns && median_residual(turning, links) <= std::max(unseen, median_residual(tilting, links))) {
-        best = turning;
+    camera_set best = planar_cameras(links, chained_cameras(links, count, camera_motion::sliding, 1.0),
+                                     camera_motion::sliding, each_step);
+    double residual = residual_of(best);
+    // A turn through a long lens is nearly a slide: the one that is nearer by far is meant, however near both are.
+    turns = turns && median_residual(best, links) >= much_nearer * exact_turning_residual;
+    if (turns && turning_residual <= unseen) {
+        return turning;
+    }
+    if (residual > unseen) {
+        camera_set freer = best;
+        for (const camera_motion motion : {camera_motion::tilting, camera_motion::projective}) {
+            freer = planar_cameras(links, freer, motion, each_step);
+            const double own = residual_of(freer);
+            // A homography for each explains everything, parallax and a bent lens included, so it does not count
+            // against turning.
+            if (motion == camera_motion::tilting && turns && turning_residual <= own) {
+                return turning;
+            }
+            if (own < clearly_better * residual) {
+                best = freer;
+                residual = own;
+            }
+        }
     }
     return best;
 }

@@ -55,6 +55,80 @@ overlap divided(const cv::Mat& old_mask, const cv::Mat& new_mask)
     return result;
 }
 
+/// How different two images are where a cut may run, as a length of colours. What lies between differences, within the
+/// width of an arm, costs as much as those: a dark coat before a dark wall is still somebody, who is not to be cut.
+cv::Mat cost_of_crossing(const cv::Mat& one, const cv::Mat& other, const cv::Mat& both)
+{
+    constexpr int width_of_arm = 9;  // px of the small surface
+    cv::Mat difference;
+    cv::absdiff(one, other, difference);
+    difference.convertTo(difference, CV_32F);
+    cv::Mat squares;
+    cv::transform(difference.mul(difference), squares, cv::Matx13f(1, 1, 1));
+    cv::Mat cost;
+    cv::sqrt(squares, cost);
+    cost.setTo(0.0, ~both);
+    cv::Mat closed;
+    const cv::Mat disc = cv::getStructuringElement(cv::MORPH_ELLIPSE, {width_of_arm, width_of_arm});
+    cv::morphologyEx(cost, closed, cv::MORPH_CLOSE, disc);
+    return closed;
+}
+
+/// A minimal cut between two images.
+/// @param cost     of crossing a pixel, as a length of colours
+/// @param for_old  255 where the old one may be shown
+/// @param for_new  the same of the new one
+/// @returns 255 where the new one is to be shown
+cv::Mat minimal_cut(const cv::Mat& cost, const cv::Mat& for_old, const cv::Mat& for_new)
+{
+    const cv::Mat both = for_old & for_new;
+    cv::Mat result = for_new & ~for_old;
+    const cv::Rect box = cv::boundingRect(both);
+    if (box.empty()) {
+        return result;
+    }
+    const cv::Rect graph = cv::Rect(box.x - surroundings, box.y - surroundings, box.width + 2 * surroundings,
+                                    box.height + 2 * surroundings)
+                           & cv::Rect(cv::Point(), cost.size());
+    // The finder adds up squares of differences: it is given the cost as one colour, and nothing to compare it with.
+    const cv::Mat nothing = cv::Mat::zeros(graph.size(), CV_32F);
+    std::vector<cv::UMat> images(2);
+    cv::merge(std::vector<cv::Mat>{cost(graph), nothing, nothing}, images[0]);
+    images[1] = cv::UMat::zeros(graph.size(), CV_32FC3);
+    std::vector<cv::UMat> masks(2);
+    for_old(graph).copyTo(masks[0]);
+    for_new(graph).copyTo(masks[1]);
+    cv::detail::GraphCutSeamFinder(cv::detail::GraphCutSeamFinderBase::COST_COLOR)
+        .find(images, {graph.tl(), graph.tl()}, masks);
+    cv::Mat chosen;
+    masks[1].copyTo(chosen);
+    chosen.copyTo(result(graph), both(graph));
+    return result;
+}
+
+/// The same in a fraction of the time: first at half the size, then exactly beside where that one runs.
+cv::Mat nearly_minimal_cut(const cv::Mat& cost, const cv::Mat& for_old, const cv::Mat& for_new)
+{
+    constexpr int beside = 7;  // px, across the whole
+    const cv::Size half((cost.cols + 1) / 2, (cost.rows + 1) / 2);
+    const auto smaller = [&](const cv::Mat& mask) {
+        cv::Mat result;
+        cv::resize(mask, result, half, 0, 0, cv::INTER_AREA);
+        return cv::Mat(result > 0);
+    };
+    cv::Mat small_cost;
+    cv::resize(cost, small_cost, half, 0, 0, cv::INTER_AREA);
+    cv::Mat rough;
+    cv::resize(minimal_cut(small_cost, smaller(for_old), smaller(for_new)), rough, cost.size(), 0, 0,
+               cv::INTER_NEAREST);
+    cv::Mat wide;
+    cv::Mat narrow;
+    const cv::Mat square = cv::getStructuringElement(cv::MORPH_RECT, {beside, beside});
+    cv::dilate(rough, wide, square);
+    cv::erode(rough, narrow, square);
+    return minimal_cut(cost, for_old & ~(narrow & for_new), for_new & ~(~wide & for_old));
+}
+
 /// Where the drawing is to replace what is there.
 cv::Mat cut_out(const composite& so_far, const small_drawing& drawing, const cv::Mat& image, const cv::Mat& mask)
 {
@@ -68,7 +142,6 @@ cv::Mat cut_out(const composite& so_far, const small_drawing& drawing, const cv:
         return cv::Mat::zeros(mask.size(), CV_8UC1);  // nothing new
     }
     // What surrounds the drawing is seen by it as well, as something that only the old picture has.
-    const cv::Rect whole(cv::Point(), mask.size());
     cv::Mat old_around;
     cv::Mat new_around;
     const cv::Rect around = cv::Rect(place.x - 1, place.y - 1, place.width + 2, place.height + 2);
@@ -82,21 +155,8 @@ cv::Mat cut_out(const composite& so_far, const small_drawing& drawing, const cv:
     if (cv::countNonZero(open) == 0) {
         return result;
     }
-    const cv::Rect box = cv::boundingRect(open);
-    const cv::Rect graph = cv::Rect(box.x - surroundings, box.y - surroundings, box.width + 2 * surroundings,
-                                    box.height + 2 * surroundings)
-                           & whole;
-    std::vector<cv::UMat> images(2);
-    std::vector<cv::UMat> masks(2);
-    old_image(graph).convertTo(images[0], CV_32F);
-    image(graph).convertTo(images[1], CV_32F);
-    cv::Mat(old_mask(graph) & ~result(graph)).copyTo(masks[0]);
-    cv::Mat((result | open)(graph)).copyTo(masks[1]);
-    cv::detail::GraphCutSeamFinder(cv::detail::GraphCutSeamFinderBase::COST_COLOR)
-        .find(images, {graph.tl(), graph.tl()}, masks);
-    cv::Mat chosen;
-    masks[1].copyTo(chosen);
-    chosen.copyTo(result(graph), open(graph));
+    const cv::Mat cost = cost_of_crossing(old_image, image, old_mask & mask);
+    nearly_minimal_cut(cost, old_mask & ~result, result | open).copyTo(result, open);
     return result;
 }
 

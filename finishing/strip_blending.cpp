@@ -15,10 +15,35 @@ namespace tarn::finishing {
 
 namespace {
 
-constexpr int bands = 5;
-constexpr int coarsest = 1 << bands;  // px
-constexpr int margin = 4 * coarsest;  // px
-constexpr double pixels_of_strip = 3e6;
+/// How wide the blending is, and what that makes of strips.
+struct strip_measures {
+    int bands;
+    int coarsest;   ///< px of the picture for one of the coarsest band's
+    int margin;     ///< px: what lies farther away has no influence
+    double pixels;  ///< of a strip with its margins
+};
+
+/// The coarsest band is so fine that a frame has some of its pixels across: small frames have fewer bands, narrower
+/// margins and smaller strips, and take less time and memory.
+strip_measures measures_for(const picture_plan& plan)
+{
+    constexpr int most_bands = 5;
+    constexpr int fewest_bands = 3;
+    constexpr int pixels_across = 15;
+    constexpr int reach = 3;  // as far as OpenCV's blender looks
+    constexpr double frames_of_strip = 0.75;
+    constexpr double fewest_pixels = 0.2e6;
+    constexpr double most_pixels = 3e6;
+    strip_measures result{fewest_bands, 0, 0, 0.0};
+    while (result.bands < most_bands && pixels_across << (result.bands + 1) <= plan.frame_side) {
+        ++result.bands;
+    }
+    result.coarsest = 1 << result.bands;
+    result.margin = reach * result.coarsest;
+    result.pixels = std::clamp(frames_of_strip * plan.frame_side * plan.frame_side, fewest_pixels, most_pixels);
+    return result;
+}
+
 /// Bands are whole numbers, cut off towards nought: so they count in sixteenths, else the picture grows darker by two.
 constexpr double finer = 16.0;
 /// A drawing that is so much smaller than its frame is made from a smaller copy, so that fine detail does not flicker.
@@ -62,11 +87,11 @@ private:
     std::list<std::pair<int, cv::Mat>> kept_;
 };
 
-/// Multiples of the coarsest band's pixels around a range.
-cv::Range in_whole_steps(int begin, int end)
+/// Multiples of a step around a range.
+cv::Range in_whole_steps(int begin, int end, int step)
 {
-    const auto down = [](int value) { return cvFloor(static_cast<double>(value) / coarsest) * coarsest; };
-    return {down(begin), down(end + coarsest - 1)};
+    const auto down = [step](int value) { return cvFloor(static_cast<double>(value) / step) * step; };
+    return {down(begin), down(end + step - 1)};
 }
 
 cv::Rect inflated(cv::Rect r, int by)
@@ -76,16 +101,18 @@ cv::Rect inflated(cv::Rect r, int by)
 
 class strip_painter {
 public:
-    strip_painter(const picture_plan& plan, image_cache& images, const progress_meter& progress)
-        : plan_(plan), images_(images), progress_(progress), owned_(boxes_of_owners(plan))
+    strip_painter(const picture_plan& plan, const strip_measures& measures, image_cache& images,
+                  const progress_meter& progress)
+        : plan_(plan), measures_(measures), images_(images), progress_(progress), owned_(boxes_of_owners(plan))
     {
     }
 
     /// Paints the part of the picture that lies in `strip`, which is a rectangle of the surface.
     void paint(cv::Rect strip, double part_done, cv::Mat& picture, cv::Mat& mask) const
     {
-        const cv::Range columns = in_whole_steps(strip.x - margin, strip.br().x + margin);
-        const cv::Range rows = in_whole_steps(strip.y - margin, strip.br().y + margin);
+        const auto [bands, coarsest, margin, pixels] = measures_;
+        const cv::Range columns = in_whole_steps(strip.x - margin, strip.br().x + margin, coarsest);
+        const cv::Range rows = in_whole_steps(strip.y - margin, strip.br().y + margin, coarsest);
         const cv::Rect outer(columns.start, rows.start, columns.size(), rows.size());
         cv::detail::MultiBandBlender blender(false, bands, CV_32F);
         blender.prepare(outer);
@@ -158,7 +185,7 @@ private:
         const cv::Rect owned = box + small.tl();
         const cv::Rect full(cv::Point(cvFloor((owned.x - 1) / scale), cvFloor((owned.y - 1) / scale)),
                             cv::Point(cvCeil((owned.br().x + 1) / scale), cvCeil((owned.br().y + 1) / scale)));
-        return inflated(full, margin) & outer;
+        return inflated(full, measures_.margin) & outer;
     }
 
     void feed(std::size_t k, cv::Rect part, cv::Rect outer, double part_done, cv::detail::MultiBandBlender& blender,
@@ -194,6 +221,7 @@ private:
     }
 
     const picture_plan& plan_;
+    const strip_measures measures_;
     image_cache& images_;
     const progress_meter& progress_;
     std::vector<cv::Rect> owned_;
@@ -207,14 +235,15 @@ void blend_strips(const picture_plan& plan, const std::function<cv::Mat(int inde
     picture = cv::Mat::zeros(plan.area.size(), CV_8UC3);
     mask = cv::Mat::zeros(plan.area.size(), CV_8UC1);
     image_cache images(frame_image, cache_bytes, plan.frame_scale);
-    const strip_painter painter(plan, images, progress);
+    const strip_measures measures = measures_for(plan);
+    const strip_painter painter(plan, measures, images, progress);
     // Across the longer side, so that a strip shows few key frames.
     const bool upright = plan.area.width >= plan.area.height;
     const int length = upright ? plan.area.width : plan.area.height;
     const int across = upright ? plan.area.height : plan.area.width;
-    const int thickness =
-        std::max(2 * margin, static_cast<int>(pixels_of_strip / std::max(1, across + 2 * margin)) - 2 * margin)
-        / coarsest * coarsest;
+    const int margins = 2 * measures.margin;
+    const int thickness = std::max(margins, static_cast<int>(measures.pixels / std::max(1, across + margins)) - margins)
+                          / measures.coarsest * measures.coarsest;
     for (int begin = 0; begin < length; begin += thickness) {
         const int size = std::min(thickness, length - begin);
         const cv::Rect strip = upright ? cv::Rect(plan.area.x + begin, plan.area.y, size, across)

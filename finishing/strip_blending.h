@@ -22,6 +22,7 @@ struct picture_plan {
     cv::Rect area;             ///< of the picture, on it
     double small_scale = 1.0;  ///< px of the small surface for one of the full one
     double frame_scale = 1.0;  ///< px of the picture for one of a key frame, in the middle
+    double frame_side = 0.0;   ///< px of the picture for the shorter side of a key frame
     std::vector<small_drawing> drawings;
     std::vector<block_gains> gains;
     ownership owners;

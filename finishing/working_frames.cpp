@@ -7,6 +7,8 @@
 
 #include <opencv2/imgproc.hpp>
 
+#include "refused_memory.h"
+
 namespace tarn::finishing {
 
 namespace {
@@ -64,7 +66,7 @@ void make_equally_large(std::vector<working_frame>& frames)
 
 void find_corners(working_frame& frame)
 {
-    constexpr int most = 400;
+    constexpr int most = 300;
     constexpr double quality = 0.005;
     const double spacing = std::sqrt(static_cast<double>(frame.gray.total()) / most) * 0.6;
     cv::goodFeaturesToTrack(frame.gray, frame.corners, most, quality, spacing);
@@ -81,6 +83,11 @@ cv::Mat picture_of(const key_frame& frame)
         }
     } catch (const std::bad_alloc&) {
         throw;
+    } catch (const cv::Exception& error) {
+        if (is_about_memory(error)) {
+            throw;
+        }
+        image.release();
     } catch (const std::exception&) {
         image.release();
     }

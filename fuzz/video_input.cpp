@@ -41,7 +41,7 @@ std::vector<frame_stamp> stamps_of(const std::string& file, double start)
         stamps.push_back(stamp);
         if (stamps.size() <= 8) {
             const cv::Mat picture = source->picture(frame_turn::counter_clockwise);
-            check(picture.empty() || (picture.type() == CV_8UC4 && picture.total() <= most_pixels),
+            check(picture.empty() || (picture.type() == CV_8UC3 && picture.total() <= most_pixels),
                   "a picture is of the library's kind, and no larger than allowed");
         }
     }

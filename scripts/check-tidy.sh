@@ -40,6 +40,9 @@ for file in "${files[@]}"; do
     *) shipped+=("$file") ;;
   esac
 done
-((${#shipped[@]} == 0)) || printf '%s\0' "${shipped[@]}" | tidy
-((${#around[@]} == 0)) || printf '%s\0' "${around[@]}" | tidy --checks='-clang-analyzer-*,-bugprone-reserved-identifier'
+status=0
+((${#shipped[@]} == 0)) || printf '%s\0' "${shipped[@]}" | tidy || status=$?
+((${#around[@]} == 0)) || printf '%s\0' "${around[@]}" | tidy --checks='-clang-analyzer-*,-bugprone-reserved-identifier' \
+  || status=$?
+((status == 0)) || exit "$status"
 say "Tidy: nothing found in ${#files[@]} files."

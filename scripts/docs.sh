@@ -2,7 +2,8 @@
 # SPDX-License-Identifier: Apache-2.0
 #
 # Makes the API reference in build/docs/html, after installing what is missing; a warning fails. With --figures,
-# draws the figures of the documents anew as well (docs/images/*.svg from the .dot files beside them).
+# draws the figures of the documents anew as well: docs/images/*.svg from the .dot files beside them, and the first
+# pictures of the README from a sample; with --reports makes the sample reports (docs/samples).
 set -euo pipefail
 # shellcheck source=scripts/lib/common.sh
 source "$(dirname "${BASH_SOURCE[0]}")/lib/common.sh"
@@ -19,12 +20,43 @@ if [[ ${1:-} == --figures ]]; then
       >"${source%.dot}.svg"
     say "Figure: ${source%.dot}.svg"
   done
+  need_packages "${build_packages[@]}" ffmpeg
+  configure release -DTARN_BUILD_TESTS=OFF --log-level=WARNING
+  build release --target tarnstitch
+  work=$(mktemp -d)
+  trap 'rm -rf "$work"' EXIT
+  build/release/apps/tarnstitch/tarnstitch samples/hall_slide.mp4 --quiet -o "$work/panorama.png"
+  ffmpeg -v error -y -i "$work/panorama.png" -vf scale=1000:-1:flags=area -q:v 4 docs/images/sweep-panorama.jpg
+  ffmpeg -v error -y -i samples/hall_slide.mp4 -frames:v 1 -q:v 4 \
+    -vf "select=not(mod(n-10\,55)),scale=196:-1:flags=area,tile=5x1:padding=5:color=white" docs/images/sweep-frames.jpg
+  build/release/apps/tarnstitch/tarnstitch samples/parking_pan.mp4 --quiet --finish -o "$work/panorama.jpg"
+  cp "$work/panorama.jpg" docs/images/panorama.jpg
+  cp "$work/panorama-finished.jpg" docs/images/finished.jpg
+  say "Figures: docs/images/sweep-frames.jpg, sweep-panorama.jpg, panorama.jpg, finished.jpg"
   if [[ -e out/web/live/index.html && -d build/web/test/node_modules ]]; then
     node web/test/figures.mjs
     say "Figures: docs/images/live.gif, docs/images/live.jpg"
   else
     say "The figures of the live page are left as they are: they need what scripts/test-web.sh builds."
   fi
+fi
+
+if [[ ${1:-} == --reports ]]; then
+  need_packages "${build_packages[@]}"
+  say "Building tarnstitch"
+  configure release -DTARN_BUILD_TESTS=OFF -DTARN_BUILD_BENCHMARKS=OFF >/dev/null
+  build release --target tarnstitch
+  program=$root/build/release/apps/tarnstitch/tarnstitch
+  work=$(mktemp -d)
+  trap 'rm -rf "$work"' EXIT
+  ln -s "$root"/samples/*.mp4 "$work"
+  cd "$work"
+  "$program" parking_pan.mp4 --quiet --finish -o car-park.jpg --report report-good.html
+  "$program" river_pan.mp4 --quiet --step 20 -o river-sparse.jpg --report report-failed.html || [[ $? == 1 ]]
+  cd "$root"
+  mkdir -p docs/samples
+  cp "$work"/report-*.html docs/samples
+  say "Reports: docs/samples/report-good.html, docs/samples/report-failed.html"
 fi
 
 rm -rf build/docs

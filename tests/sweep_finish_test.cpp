@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // The end of a sweep: a panorama that is whole, partial or missing, why, and how it is handed out.
+#include <chrono>
 #include <filesystem>
 #include <fstream>
 #include <string>
@@ -230,6 +231,55 @@ TEST_F(SweepFinish, KeyFrameThatDoesNotFitIsTheReason)
         << name_of(result.why);
     EXPECT_EQ(result.first_failed_key_frame, result.key_frames);
     EXPECT_TRUE(result.last_frame.taken) << "it was handed over; that it does not fit is found out later";
+}
+
+// ---------------------------------------------------------------------------------------------- what workers took
+
+TEST_F(SweepFinish, WorkersTurnsAreToldInTheirOrder)
+{
+    constexpr worker_turn::instant never{};
+    const worker_turn::instant before = std::chrono::steady_clock::now();
+    sweep sweeping = sweep::begin(options());
+    EXPECT_TRUE(sweeping.worker_turns().empty()) << "those of an earlier sweep are gone";
+    feed(sweeping, 0, 12);
+    const int key_frames = sweeping.finish().key_frames;
+    const std::vector<worker_turn> turns = sweeping.worker_turns();
+    const worker_turn::instant after = std::chrono::steady_clock::now();
+    ASSERT_EQ(static_cast<int>(turns.size()), key_frames);
+    ASSERT_GE(key_frames, 3);
+    for (const worker_turn& turn : turns) {
+        EXPECT_EQ(turn.key_frame, 1 + static_cast<int>(&turn - turns.data()));
+        EXPECT_LE(before, turn.begun);
+        EXPECT_LE(turn.begun, turn.prepared);
+        EXPECT_LE(turn.prepared, turn.taken);
+        EXPECT_LE(turn.taken, turn.ended);
+        EXPECT_LE(turn.ended, after);
+        if (turn.key_frame == 1) {
+            EXPECT_EQ(turn.registered, never) << "it is the panorama";
+        } else {
+            EXPECT_LE(turn.taken, turn.registered);
+            EXPECT_LE(turn.registered, turn.ended);
+            EXPECT_LE(turns[static_cast<std::size_t>(turn.key_frame) - 2].ended, turn.taken) << "one at a time";
+        }
+    }
+    sweeping.cancel();
+    EXPECT_NE(refusal(sweep_problem::over, [&] { sweeping.worker_turns(); }), "");
+}
+
+TEST_F(SweepFinish, WorkersThatFailHaveEndedAllTheSame)
+{
+    stepper.at(worker_stage::frame_prepared, 2, run_out_of_memory);
+    sweep sweeping = sweep::begin(options());
+    feed(sweeping, 0, 12);
+    sweeping.finish();
+    constexpr worker_turn::instant never{};
+    const std::vector<worker_turn> turns = sweeping.worker_turns();
+    ASSERT_GE(turns.size(), 2U);
+    EXPECT_EQ(turns[1].key_frame, 2);
+    EXPECT_NE(turns[1].begun, never);
+    EXPECT_EQ(turns[1].prepared, never);
+    EXPECT_EQ(turns[1].taken, never);
+    EXPECT_NE(turns[1].ended, never);
 }
 
 TEST_F(SweepFinish, FailureOfTheLastWorkerIsTold)

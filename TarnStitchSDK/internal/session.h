@@ -10,6 +10,7 @@
 #include <optional>
 #include <string>
 #include <unistd.h>
+#include <vector>
 
 #include "shared_state.h"
 #include "tarn_sweep.h"
@@ -85,6 +86,9 @@ public:
     sweep_status status() const;
 
     preview_view preview() const;
+
+    /// What its workers have taken their time for.
+    std::vector<worker_turn> worker_turns() const;
 
     // Inside only.
 

@@ -24,6 +24,7 @@
 //   doorkeeper   session_gate.cpp     the gate's own variables                             for moments
 //   view         session.h            what a sweep shows of the last call that returned    for header copies
 //   spare        spare_frames.cpp     the images that are kept to be used again            while one is made
+//   turns        turn_account.cpp     when workers came to which point of their work       for moments
 //   pyramids     live_tracking.h      of one frame's flow: who makes what it derives       while they are made
 //   queue        worker_queue.cpp     workers that wait for a thread of the host's         for moments
 //   encoding     c_boundary.h         a panorama's JPEG, which is made when it is asked for   while it is made

@@ -4,7 +4,6 @@
 #include "stitching.h"
 
 #include <algorithm>
-#include <array>
 #include <chrono>
 #include <exception>
 #include <filesystem>
@@ -35,6 +34,8 @@
 #include "progress.h"
 #include "realtime_feed.h"
 #include "report.h"
+#include "report_collector.h"
+#include "report_page.h"
 #include "resources.h"
 #include "run_record.h"
 #include "scratch_directory.h"
@@ -53,7 +54,7 @@ using clock = std::chrono::steady_clock;
 /// Whether what a run has come to is to be written down.
 bool wants_summary(const options& asked)
 {
-    return asked.json_summary || asked.skip_done;
+    return asked.json_summary || asked.skip_done || !asked.report.empty();
 }
 
 /// One way of stitching the input, and what came of it.
@@ -61,8 +62,9 @@ struct attempt {
     way made_by;
     sweep_result result;
     verdict judged;
-    std::unique_ptr<frames_file> frames;  ///< not at its place yet
-    std::string kept_files;               ///< where the working files are; "" if they are not kept
+    std::unique_ptr<frames_file> frames;         ///< not at its place yet
+    std::shared_ptr<report_collector> reported;  ///< for the report; none if there is to be none
+    std::string kept_files;                      ///< where the working files are; "" if they are not kept
     cv::Size frame_size;
     int announced = 0;
     int pictures = 0;
@@ -72,6 +74,7 @@ struct attempt {
     bool later_interrupted = false;                  ///< whether Ctrl-C came in a further try, be it this one or not
     std::unique_ptr<key_frame_collector> collected;  ///< for the finished picture; none if there is to be none
     sweep_outcome last_piece = sweep_outcome::complete;  ///< how the sweep ended that went on behind a failure
+    std::vector<sweep_piece> pieces;                     ///< the sweep, and what went on behind a failure
 
     /// Whether the panorama may take the place of an earlier one: it reaches to the end, and shows more than one frame.
     bool holds_the_sweep() const
@@ -82,13 +85,14 @@ struct attempt {
 
 class run {
 public:
-    run(const options& asked, silenced_descriptor& library_lines, run_summary& summary)
-        : asked_(asked), library_lines_(library_lines), summary_(summary), files_(asked)
+    run(const options& asked, silenced_descriptor& library_lines, input_identities& identities, run_summary& summary)
+        : asked_(asked), library_lines_(library_lines), identities_(identities), summary_(summary), files_(asked)
     {
     }
 
     void go()
     {
+        identities_.look_at(asked_.inputs);
         std::unique_ptr<frame_source> source = open();
         const source_facts facts = source->facts();
         if (asked_.skip_done && is_done(asked_, files_.panorama(), facts.files, summary_.earlier)) {
@@ -97,7 +101,7 @@ public:
         }
         files_.check_places();
         if (wants_summary(asked_)) {
-            summary_.input_files = identities_of(facts.files);
+            identities_.begin(facts.files, asked_.threads > 1);
         }
         if (!asked_.log.empty()) {
             // Only now: opening it empties it, and it might have been one of the files that the checks protect.
@@ -181,8 +185,12 @@ private:
         size_watch size(turn == frame_turn::none ? feed.size().width : feed.size().height);
         settings.observers = {&progress, &size};
         if (!asked_.frames.empty()) {
-            made.frames = std::make_unique<frames_file>(asked_.frames, turn);
+            made.frames = std::make_unique<frames_file>(asked_.frames, turn, asked_.finish);
             settings.observers.push_back(made.frames.get());
+        }
+        if (!asked_.report.empty()) {
+            made.reported = std::make_shared<report_collector>(turn, asked_.workers);
+            settings.observers.push_back(made.reported.get());
         }
         std::optional<preview_window> window;
         if (asked_.show) {
@@ -219,15 +227,25 @@ private:
     {
         made.result = run_sweep(input, settings);
         made.last_piece = made.result.outcome;
+        made.pieces = {piece_of(made.result)};
         if (!made.collected || !made.result.refused) {
             return;
         }
         sweep_settings further = settings;
         further.kept_files.clear();
         further.observers = {&progress};
+        if (made.frames) {
+            further.observers.push_back(made.frames.get());
+        }
         const bool stopped_before = stop_asked_for() != stop_kind::none;
         try {
-            made.last_piece = sweep_on(input, further, *made.collected, *made.result.refused);
+            const sweep_rest rest = sweep_on(input, further, *made.collected, *made.result.refused);
+            made.last_piece = rest.outcome;
+            made.pieces.insert(made.pieces.end(), rest.pieces.begin(), rest.pieces.end());
+            if (!rest.input_error.empty()) {
+                made.notes.push_back("behind the failure the input broke off, and the finished picture ends there: "
+                                     + rest.input_error);
+            }
         } catch (const std::exception& error) {  // the first piece stays, whatever it is
             made.last_piece = sweep_outcome::pipeline_failed;
             made.notes.push_back(std::string("the sweep could not be gone on with: ") + error.what());
@@ -350,7 +368,10 @@ private:
         finished_picture& finished = summary_.finished.emplace();
         try {
             finished = finish_sweep(*done.collected, asked_);
-        } catch (const std::exception& error) {  // all else is written, and is to be told of
+        } catch (const std::bad_alloc&) {  // all else is written, and is to be told of
+            finished.error = "there is not enough memory";
+            finished.code = exit_code::short_of_means;
+        } catch (const std::exception& error) {
             finished.error = error.what();
         }
         if (!finished.picture.empty()) {
@@ -412,6 +433,10 @@ private:
         summary_.pictures = done.pictures;
         summary_.lost = done.lost;
         summary_.cut_short = done.cut_short;
+        if (done.result.outcome != sweep_outcome::given_up) {
+            summary_.reported = done.reported;
+        }
+        summary_.pieces = done.pieces;
         summary_.code = code_of(done);
         if (done.result.outcome == sweep_outcome::complete) {
             summary_.sentences = sentences_on(done.judged, done.result, context_of_verdict());
@@ -482,7 +507,7 @@ private:
             return exit_code::output_failed;
         }
         if (summary_.finished && !summary_.finished->error.empty()) {
-            return summary_.finished->out_of_memory ? exit_code::short_of_means : exit_code::not_stitched;
+            return summary_.finished->code;
         }
         const bool gave_up_finishing = summary_.finished && summary_.finished->stopped;
         if (gave_up_finishing || stop_asked_for() == stop_kind::interrupted) {
@@ -496,6 +521,7 @@ private:
 
     const options& asked_;
     silenced_descriptor& library_lines_;
+    input_identities& identities_;
     run_summary& summary_;
     const panorama_files files_;
     std::optional<scratch_directory> scratch_;  ///< for working files that are to be kept
@@ -510,12 +536,10 @@ void check_summary_place(const options& asked)
     if (!has_standard_output()) {
         throw host_error(exit_code::output_failed, "cannot write the summary to standard output: it is closed");
     }
-    const std::array<std::pair<const char*, const std::string&>, 4> outputs = {
-        {{"--output", asked.output}, {"--preview", asked.preview}, {"--frames", asked.frames}, {"--log", asked.log}}};
-    for (const auto& [option, file] : outputs) {
-        if (!file.empty() && is_standard_output(file)) {
-            throw host_error(exit_code::usage, "--json and " + asked.as_written(option) + " cannot both write to "
-                                                   + file + ": standard output is the summary's");
+    for (const named_output& output : named_outputs(asked)) {
+        if (is_standard_output(output.file)) {
+            throw host_error(exit_code::usage, "--json and " + output.what + " cannot both write to " + output.file
+                                                   + ": standard output is the summary's");
         }
     }
 }
@@ -528,6 +552,17 @@ options with_numbers(options asked)
     asked.threads = asked.threads > 0 ? std::min(asked.threads, processors) : processors;
     asked.workers = asked.workers > 0 ? asked.workers : default_workers(asked.threads);
     return asked;
+}
+
+/// What the input was, by now read through; and a word on what is not any more what it was.
+void take_identities(input_identities& identities, run_summary& summary)
+{
+    std::vector<std::string> changed;
+    summary.input_files = identities.take(changed);
+    for (const std::string& file : changed) {
+        summary.notes.push_back(file + " was changed while it was read");
+        note(summary.notes.back());
+    }
 }
 
 /// Leaves the record for a later run: last of all, so that it tells of outputs that are whole.
@@ -543,8 +578,29 @@ void leave_record(const options& asked, run_summary& summary)
     }
 }
 
+/// Writes the report, with the summary as it stands. Where it cannot be written, the summary tells of that instead.
+void leave_report(const options& asked, run_summary& summary)
+{
+    try {
+        summary.report = asked.report;
+        write_report(summary, asked);
+        if (!summary.outputs.empty()) {
+            summary.outputs.push_back(identity_of_report(asked.report));
+        }
+        note("the report is in " + asked.report);
+    } catch (const std::exception& error) {
+        const auto* const known = dynamic_cast<const host_error*>(&error);
+        const std::string line =
+            known != nullptr ? error.what() : "cannot make the report: " + std::string(error.what());
+        say(line);
+        summary.report.clear();
+        summary.code = summary.code == exit_code::done ? exit_code::output_failed : summary.code;
+        summary.error = summary.error.empty() ? line : summary.error;
+    }
+}
+
 /// Runs, with what libraries print kept away from standard output.
-void run_apart(const options& asked, run_summary& summary)
+void run_apart(const options& asked, input_identities& identities, run_summary& summary)
 {
     silenced_descriptor library_lines(STDOUT_FILENO);
     try {
@@ -555,7 +611,7 @@ void run_apart(const options& asked, run_summary& summary)
             check_display();
         }
         check_resources(asked.threads, asked.workers);
-        run(asked, library_lines, summary).go();
+        run(asked, library_lines, identities, summary).go();
     } catch (const host_error& error) {
         summary.code = error.code();
         summary.error = error.what();
@@ -592,18 +648,27 @@ exit_code stitch(const options& given)
     if (asked.json_summary) {
         check_summary_place(asked);
     }
-    run_apart(asked, summary);
+    input_identities identities;
+    run_apart(asked, identities, summary);
     summary.seconds = std::chrono::duration<double>(clock::now() - begun).count();
     if (summary.result.frames > 0) {
         note(summary_line(summary.result, summary.written, summary.lost, summary.seconds));
     }
+    summary.peak_memory = peak_memory();
     const std::string& panorama = summary.written.panorama.file;
     if (wants_summary(asked) && !panorama.empty()) {
         summary.outputs = outputs_of(asked, panorama, summary.written.preview.file, summary.written.finished.file);
     }
+    const bool recorded = asked.skip_done && summary.code == exit_code::done && summary.earlier.empty();
+    if (recorded || summary.reported || asked.json_summary) {
+        take_identities(identities, summary);
+    }
+    if (summary.reported && summary.result.frames > 0) {
+        leave_report(asked, summary);
+    }
     // What a stop has shortened, by a key in the window too, may be made whole by another run.
     // And no record tells of a panorama that is under its partial name, since a finished picture made up for it.
-    if (asked.skip_done && summary.code == exit_code::done && summary.written.whole && summary.earlier.empty()
+    if (recorded && summary.written.whole && summary.code == exit_code::done
         && stop_asked_for() == stop_kind::none) {
         leave_record(asked, summary);
     }

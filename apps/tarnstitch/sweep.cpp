@@ -5,11 +5,11 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <optional>
 #include <system_error>
 #include <utility>
-
-#include <opencv2/imgproc.hpp>
 
 #include "host_error.h"
 #include "interruption.h"
@@ -75,6 +75,14 @@ cv::Size size_in_panorama(cv::Size frame)
     return {cvRound(frame.height * scale), cvRound(frame.width * scale)};  // turned
 }
 
+/// The panorama's file as the library has written it, which spares encoding it once more.
+std::vector<unsigned char> jpeg_of(const panorama& made)
+{
+    std::ifstream file(made.file, std::ios::binary);
+    std::vector<unsigned char> bytes(std::istreambuf_iterator<char>(file), {});
+    return bytes.empty() || file.bad() ? made.jpeg() : bytes;
+}
+
 /// The sweep as it goes: what run_sweep tells in steps.
 class running_sweep {
 public:
@@ -102,6 +110,7 @@ public:
             collect_preview();
         }
         result_.key_frames = session_->status().key_frames;
+        result_.turns = session_->worker_turns();
         keep_working_files();
         return result_;
     }
@@ -127,6 +136,7 @@ private:
             if (settings_.collector != nullptr) {
                 settings_.collector->key_frame(frame, handed_over_);
             }
+            key_frame_ = frame;
         };
         return options;
     }
@@ -167,11 +177,12 @@ private:
             result_.outcome = sweep_outcome::given_up;
             return false;
         }
-        last_frame_ = frame.rgba;
-        result_.frame = size_in_panorama(frame.rgba.size());
+        last_frame_ = frame.bgr;
+        result_.frame = size_in_panorama(frame.bgr.size());
         if (answer.why != reason::timed_out) {  // or it was not handed over
             count(frame, answer);
         }
+        key_frame_.reset();  // its pixels are the library's to use again
         if (!works) {
             result_.outcome = sweep_outcome::pipeline_failed;
             result_.broken_at_frame = frame.stamp.number;
@@ -184,7 +195,7 @@ private:
     frame_answer feed(const feed_frame& frame)
     {
         try {
-            return session_->feed(view_of(frame.rgba), settings_.direction_hint);
+            return session_->feed(view_of(frame.bgr), settings_.direction_hint);
         } catch (const sweep_error& error) {
             throw unusable(frame, error);
         }
@@ -200,7 +211,7 @@ private:
             return session_->finish(options);
         }
         try {
-            const frame_view view = view_of(last->rgba);
+            const frame_view view = view_of(last->bgr);
             options.last_frame = &view;
             return session_->finish(options);
         } catch (const sweep_error& error) {
@@ -235,7 +246,8 @@ private:
             settings_.collector->frame_taken(frame, answer);
         }
         if (!settings_.observers.empty()) {
-            const frame_record record = {frame.stamp, frame.place, answer, session_->preview()};
+            frame_record record = {frame.stamp, frame.place, answer, session_->preview(), &frame.bgr};
+            record.key_frame = key_frame_ ? &*key_frame_ : nullptr;
             for (sweep_observer* const observer : settings_.observers) {
                 observer->frame_done(record);
             }
@@ -261,7 +273,7 @@ private:
         result_.panorama = made.image;
         result_.composed = made.composed;
         if (made.extent != panorama_extent::missing) {
-            result_.panorama_file = made.jpeg();
+            result_.panorama_file = jpeg_of(made);
         }
     }
 
@@ -274,9 +286,7 @@ private:
         if (!result_.preview.empty() || last_frame_.empty()) {
             return;
         }
-        cv::Mat colours;
-        cv::cvtColor(last_frame_, colours, cv::COLOR_RGBA2BGR);
-        image_resize(colours, result_.preview, working_width, 1);
+        image_resize(last_frame_, result_.preview, working_width, 1);
     }
 
     /// Moves the working files out before the session removes them with their directory. What cannot be moved shows
@@ -306,7 +316,8 @@ private:
     sweep_result result_;
     std::optional<panorama> made_;  ///< with the last frame
     bool finishing_ = false;
-    frame_stamp handed_over_;  ///< of the frame at hand
+    frame_stamp handed_over_;                   ///< of the frame at hand
+    std::optional<tarn::key_frame> key_frame_;  ///< that this frame has become
     cv::Mat last_frame_;
     std::vector<key_frame_stamps> key_stamps_;
     frame_stamp last_fitted_;                  ///< the last frame that was taken

@@ -23,7 +23,10 @@ struct frame_record {
     frame_stamp stamp;
     int place = 0;  ///< among the frames that the input has given, from 1; those not handed over count
     frame_answer answer;
-    preview_view preview;  ///< as it is by now
+    preview_view preview;             ///< as it is by now
+    const cv::Mat* pixels = nullptr;  ///< what was handed over: R,G,B,A, as the library gets it; never written again
+    const tarn::key_frame* key_frame = nullptr;  ///< what the frame was given to a worker as; none if it was not
+    int piece = 0;                               ///< of the sweep, from 1; 0 where nobody tells pieces apart
 };
 
 /// Is told of a sweep as it goes, in the thread that runs it.
@@ -39,6 +42,11 @@ public:
     /// Called again and again while the sweep waits for workers.
     /// @param key_frames  that are on their way
     virtual void waiting(int key_frames) = 0;
+
+    /// Called before the library is begun anew behind a failure of its pipeline.
+    virtual void piece_begins()
+    {
+    }
 };
 
 /// Is given what a picture of the whole sweep can be made of later, in the thread that runs the sweep.
@@ -129,6 +137,8 @@ struct sweep_result {
     double fitted_seconds = -1.0;  ///< that of the last frame before it that fitted; negative if there is none
     /// That of the first frame handed over after the last one that fitted; the failed one's at the latest.
     double misfit_seconds = -1.0;
+
+    std::vector<worker_turn> turns;  ///< what the workers took their time for, by key frames
 
     cv::Mat preview;   ///< CV_8UC3, as the library's frames are turned
     cv::Mat panorama;  ///< CV_8UC3, as the library turns it; whole if complete, else as far as it got; may be empty

@@ -10,11 +10,11 @@ jobs=$(nproc 2>/dev/null || getconf _NPROCESSORS_ONLN 2>/dev/null || echo 2)
 
 # By their Debian names; those of Ubuntu are the same. Used by the scripts that source this one.
 # shellcheck disable=SC2034
-build_packages=(g++ cmake ninja-build libopencv-dev nlohmann-json3-dev libexiv2-dev
+build_packages=(g++ cmake ninja-build libopencv-dev nlohmann-json3-dev libkainjow-mustache-dev libexiv2-dev
   pkg-config libavformat-dev libavcodec-dev libswscale-dev libavutil-dev)
 # shellcheck disable=SC2034
-# The consumers among the tests use make and pkg-config; without the last six some of the command-line host are skipped.
-test_packages=(libgtest-dev make ffmpeg xvfb xdotool imagemagick zsh parallel)
+# The consumers among the tests use make and pkg-config; without the last seven some of the command-line host are skipped.
+test_packages=(libgtest-dev make ffmpeg xvfb xdotool imagemagick zsh parallel tidy)
 # For the tests of the Java binding, which are left out where these are missing.
 java_packages=(default-jdk-headless junit5)
 # For the tests of the Python package, which are left out where these are missing.
@@ -24,6 +24,8 @@ python_packages=(python3 python3-numpy python3-opencv python3-pil python3-pytest
 web_check_packages=(nodejs)
 # shellcheck disable=SC2034
 benchmark_packages=(libbenchmark-dev)
+# shellcheck disable=SC2034
+success_packages=(python3 python3-numpy python3-opencv ffmpeg hugin-tools enblend)
 
 say() {
   printf '==> %s\n' "$*"
@@ -56,6 +58,7 @@ has_package() {
     ninja-build) command -v ninja >/dev/null || command -v make >/dev/null ;;
     libopencv-dev) compiles '#include <opencv2/core.hpp>' ;;
     nlohmann-json3-dev) compiles '#include <nlohmann/json.hpp>' ;;
+    libkainjow-mustache-dev) compiles '#include <kainjow/mustache.hpp>' ;;
     libexiv2-dev) compiles '#include <exiv2/exiv2.hpp>' ;;
     libavformat-dev) compiles 'extern "C" {
 #include <libavformat/avformat.h>
@@ -78,6 +81,7 @@ has_package() {
     python3-pil) python3 -c 'import PIL' 2>/dev/null ;;
     python3-*) python3 -c "import ${1#python3-}" 2>/dev/null ;;
     nodejs) command -v node >/dev/null ;;
+    hugin-tools) command -v cpfind >/dev/null ;;
     libbenchmark-dev) compiles '#include <benchmark/benchmark.h>' ;;
     *) command -v "$1" >/dev/null ;;
   esac

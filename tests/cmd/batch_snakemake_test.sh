@@ -33,14 +33,14 @@ expect_all_made
 
 # The pages: each sweep's, and all of them with thumbnails; the one that cannot be read is told of.
 for number in 1 2 3 4 5; do
-  grep -qF "<img src=\"sweep$number.jpg\"" panoramas/sweep$number.html || fail "no panorama in the report"
-  grep -qF "<tr><th>frames</th><td>6, 6 taken</td></tr>" panoramas/sweep$number.html || fail "no frames in the report"
+  grep -qF 'alt="The panorama"' panoramas/sweep$number.html || fail "no panorama in the report"
+  grep -qF "6 frames, 6 taken" panoramas/sweep$number.html || fail "no frames in the report"
   grep -qF "<a href=\"sweep$number.html\"><img src=\"sweep$number-preview.jpg\"" panoramas/index.html \
     || fail "no thumbnail of sweep$number"
   expect_file panoramas/sweep$number-preview.jpg
 done
 grep -qF "<h1>5 of 6 sweeps</h1>" panoramas/index.html || fail "not five of six sweeps"
-grep -qF "input_failed" panoramas/bad.html || fail "no word on the bad sweep"
+grep -qF '<a href="bad.summary.json">' panoramas/index.html || fail "no way to the bad sweep"
 grep -qF '<span class="failed">' panoramas/index.html \
   || fail "no word on the bad sweep in the index"
 

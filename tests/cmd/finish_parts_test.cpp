@@ -12,6 +12,7 @@
 #include "finish_display.h"
 #include "finish_stage.h"
 #include "frame_feed.h"
+#include "host_error.h"
 #include "key_frame_collector.h"
 #include "picture_list.h"
 #include "picture_store.h"
@@ -169,7 +170,15 @@ TEST_F(FinishParts, PiecesHangTogether)
     const std::size_t before = collector.key_frames().size();
     feed_frame refused;
     ASSERT_TRUE(feed.next(refused));
-    EXPECT_EQ(sweep_on(feed, settings, collector, refused), sweep_outcome::complete);
+    const sweep_rest rest = sweep_on(feed, settings, collector, refused);
+    EXPECT_EQ(rest.outcome, sweep_outcome::complete);
+    EXPECT_EQ(rest.input_error, "");
+    // The frame taken last again, and the eight that were left.
+    ASSERT_EQ(rest.pieces.size(), 1U);
+    EXPECT_EQ(rest.pieces[0].frames, 9);
+    EXPECT_EQ(rest.pieces[0].taken, 9);
+    EXPECT_EQ(rest.pieces[0].by_code[tarn::code_normal], 9);
+    EXPECT_GT(rest.pieces[0].key_frames, 1);
     EXPECT_EQ(collector.pieces(), 2);
     std::vector<collected_key_frame> key_frames = collector.key_frames();
     ASSERT_GT(key_frames.size(), before + 2);
@@ -199,7 +208,7 @@ TEST_F(FinishParts, APieceThatBeginsElsewhereIsNotSaidToLieWhereTheLastOneEnded)
         frame.working_size = {300, 225};
         collector.key_frame(frame, {number, -1.0});
         feed_frame fed;
-        cv::cvtColor(image, fed.rgba, cv::COLOR_BGR2RGBA);
+        fed.bgr = image;
         fed.stamp.number = number;
         tarn::frame_answer answer;
         answer.key_frame = 1;
@@ -237,6 +246,54 @@ TEST_F(FinishParts, TheFrameThatFailedIsNotCollectedTwice)
     }
     EXPECT_EQ(key_frames.back().stamp.number, 7);
     EXPECT_FALSE(key_frames.back().placement);
+}
+
+TEST_F(FinishParts, AnInputThatBreaksOffBehindAFailureSaysWhy)
+{
+    class broken_input : public sweep_input {
+    public:
+        bool next(feed_frame& /*frame*/) override
+        {
+            throw host_error(exit_code::input_failed, "picture 7 is gone");
+        }
+    };
+
+    const std::vector<cv::Mat> pictures = pictures_of_a_slide(6);
+    key_frame_collector collector(frame_turn::none);
+    sweep_settings settings;
+    settings.collector = &collector;
+    frame_feed feed(std::make_unique<tarn::test::picture_list>(pictures), {}, frame_turn::none);
+    feed_frame refused;
+    ASSERT_TRUE(feed.next(refused));
+    broken_input gone;
+    const sweep_rest rest = sweep_on(gone, settings, collector, refused);
+    EXPECT_EQ(rest.outcome, sweep_outcome::input_failed);
+    EXPECT_EQ(rest.input_error, "picture 7 is gone");
+    ASSERT_EQ(rest.pieces.size(), 1U);
+    EXPECT_EQ(rest.pieces[0].frames, 1);
+}
+
+TEST_F(FinishParts, AKeptKeyFrameThatIsGoneIsNamed)
+{
+    try {
+        check_finishing();
+    } catch (const host_error& error) {
+        GTEST_SKIP() << error.what();
+    }
+    const std::vector<cv::Mat> pictures = pictures_of_a_slide(8);
+    frame_feed feed(std::make_unique<tarn::test::picture_list>(pictures), {}, frame_turn::none);
+    key_frame_collector collector(frame_turn::none, 0.0);
+    sweep_settings settings;
+    settings.collector = &collector;
+    ASSERT_EQ(run_sweep(feed, settings).outcome, sweep_outcome::complete);
+    ASSERT_GT(collector.pictures().in_files(), 1);
+    ASSERT_TRUE(std::filesystem::remove(collector.pictures().file(1)));
+    const finished_picture finished = finish_sweep(collector, options());
+    EXPECT_TRUE(finished.picture.empty());
+    EXPECT_FALSE(finished.stopped);
+    EXPECT_EQ(finished.code, exit_code::output_failed);
+    EXPECT_EQ(finished.error, "the kept copy of frame " + std::to_string(collector.key_frames()[1].stamp.number)
+                                  + " cannot be read again from the temporary directory");
 }
 
 TEST(FinishLines, TellTheStageAndHowMuchOfItIsDone)

@@ -35,11 +35,11 @@ expect_file generous-finished.jpg
 # The summary knows of it, and of nothing of the kind where it is not asked for.
 "$program" -q slide -o both.png --finish --json >summary.json
 for line in '"file": "both-finished.png"' '"whole": true' '"camera_motion": "sliding"' '"projection": "plane"' \
-  '"viewer_tags": false' '"pieces": 1' '"finish_error": null'; do
+  '"viewer_tags": false' '"pieces": 1' '"pieces": [' '"finish_error": null'; do
   grep -qF "$line" summary.json || fail "the summary is without $line"
 done
 "$program" -q slide -o both.png --json >summary.json
-! grep -qF finish summary.json || fail "the summary tells of a finished picture"
+! grep -qE 'finish|pieces' summary.json || fail "the summary tells of a finished picture"
 
 # One picture is the finished one, too, and neither is done.
 run 1 slide/1.png -o one.png --finish
@@ -93,8 +93,17 @@ expect_file out-finished.jpg
 # outgrows the largest panorama.
 mkdir long
 "$media" slide long/%d.jpg 140 3000 200 75 3 # 3000 + 139 * 75 = 13425 pixels in all
-run 1 long -o long.jpg --finish --no-retry
+run 1 long -o long.jpg --finish --no-retry --frames long.csv
 expect_no_file long.jpg
 expect_said "stitching failed at frame"
 expect_said "the library was begun 2 times, and the finished picture joins the pieces"
 (($(width long-finished.jpg) > 13400)) || fail "the finished picture ends as well: $("$media" size long-finished.jpg)"
+
+# All pieces are told of, apart from each other: the frame taken last, and the one refused, come again.
+expect_equal "last column" piece "$(head -n 1 long.csv | sed 's/.*,//')"
+expect_equal "pieces in the table" "1 2" "$(tail -n +2 long.csv | sed 's/.*,//' | uniq | paste -sd ' ')"
+expect_equal "frames in the table" 142 "$(tail -n +2 long.csv | wc -l)"
+expect_equal "last frame" 140 "$(tail -n 1 long.csv | cut -d, -f1)"
+"$program" -q long -o long.jpg --finish --no-retry --json >long.json || true
+expect_equal "frames in the summary" 142 "$(sed -n '/"pieces": \[/,$p' long.json \
+  | awk -F': ' '/"handed_over"/ { sum += $2 } END { print sum }')"

@@ -88,9 +88,9 @@ std::vector<cv::Mat> some_pictures(int count)
 std::string told_at(const feed_frame& frame, const frame_feed& feed)
 {
     return "frame " + std::to_string(frame.stamp.number) + ", place " + std::to_string(frame.place) + ", brightness "
-           + std::to_string(frame.rgba.at<cv::Vec4b>(0, 0)[0]) + ", last "
-           + std::to_string(static_cast<int>(frame.last)) + ", met " + std::to_string(feed.pictures()) + ", unreadable "
-           + std::to_string(feed.unreadable()) + ", " + feed.damage() + feed.early_end();
+           + std::to_string(frame.bgr.at<cv::Vec3b>(0, 0)[0]) + ", last " + std::to_string(static_cast<int>(frame.last))
+           + ", met " + std::to_string(feed.pictures()) + ", unreadable " + std::to_string(feed.unreadable()) + ", "
+           + feed.damage() + feed.early_end();
 }
 
 /// Takes all frames. @returns what was told at each, and the error at the end, if there was one

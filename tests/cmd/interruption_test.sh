@@ -30,6 +30,19 @@ for signals in TERM HUP QUIT XCPU ALRM VTALRM PROF USR1 USR2 IO PWR STKFLT RTMIN
   expect_equal "standard output" 0 "$(wc -c <stdout)"
 done
 
+# SIGKILL leaves what was there before, no part of an output, and what the guide names.
+start "$program" slide --frames frames.csv
+kill -s KILL "$started"
+code=0
+{ wait "$started" || code=$?; } 2>/dev/null # the shell tells of a kill
+exec 9>&-
+expect_equal "exit code after SIGKILL" $((128 + $(kill -l KILL))) $code
+expect_no_file frames.csv
+expect_equal "earlier panorama" kept "$(cat slide-panorama.jpg)"
+expect_equal "left in $TMPDIR" "" "$(find "$TMPDIR" -mindepth 1 -maxdepth 1 ! -name 'tarnstitch-??????')"
+expect_equal "left beside the outputs" "" "$(find . -maxdepth 1 -name '.*' ! -name . ! -name '.tarnstitch-????????')"
+rm -rf "$TMPDIR"/tarnstitch-* .tarnstitch-*
+
 # until_ended: waits until the program started has ended, but not for ever.
 until_ended() {
   local round state

@@ -64,6 +64,13 @@ for option in -o:both.jpg --preview:both.png --frames:both.csv; do
   expect_equal "exit code of --json with an output in the same file" 2 $code
   expect_said "--json and ${option%:*} cannot both write to $file"
 done
+for file in slide-panorama.jpg slide-panorama.jpg.json; do # the names that nobody gave
+  code=0
+  "$program" slide --skip-done --json >$file 2>stderr || code=$?
+  expect_equal "exit code of --json in the place of $file" 2 $code
+  expect_said "cannot both write to $file"
+  rm $file
+done
 for log in /dev/stdout summary.json; do
   code=0
   "$program" slide -o summed.jpg --json --log $log >summary.json 2>stderr || code=$?

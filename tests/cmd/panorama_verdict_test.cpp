@@ -3,6 +3,7 @@
 // What is found wrong with a panorama, from places of key frames that are known.
 #include <cmath>
 #include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -76,7 +77,7 @@ TEST(Verdict, FullPanoramaOfLevelFramesIsGood)
     EXPECT_DOUBLE_EQ(judged.numbers.length, 2.0);
     EXPECT_DOUBLE_EQ(judged.numbers.filled, 1.0);
     EXPECT_DOUBLE_EQ(judged.numbers.taken, 1.0);
-    EXPECT_TRUE(sentences_on(judged, good_sweep(), {true}).empty());
+    EXPECT_TRUE(sentences_on(judged, good_sweep(), {true, std::nullopt}).empty());
 }
 
 TEST(Verdict, NothingBeyondTheFirstFrameIsNothing)
@@ -212,7 +213,7 @@ TEST(Verdict, WedgeSaysWhatTheCameraDidAndWhatFinishingDoes)
     };
     EXPECT_TRUE(has({}, "the camera turned"));
     EXPECT_FALSE(has({}, "--finish"));
-    EXPECT_TRUE(has({true}, "--finish makes a picture that is bent as the camera turned"));
+    EXPECT_TRUE(has({true, std::nullopt}, "--finish makes a picture that is bent as the camera turned"));
     verdict_context finished;
     finished.finished_is_good = true;
     EXPECT_TRUE(has(finished, "the finished picture is made anew and has none of this"));

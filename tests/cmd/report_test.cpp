@@ -302,6 +302,16 @@ TEST(FramesFile, LinesAreInTheViewersOrientation)
               R"("scale_bottom":1.0625,"scale_left":1.5,"shift_x":4.5,"shift_y":1.5,"milliseconds":6.5})");
 }
 
+TEST(FramesFile, PiecesAreToldApartWhereThereMayBeSome)
+{
+    frame_record frame;
+    frame.piece = 2;
+    EXPECT_EQ(csv_header(true), csv_header() + ",piece");
+    const std::string csv = frame_as_csv(frame, frame_turn::none);
+    EXPECT_EQ(csv.substr(csv.rfind(',')), ",2");
+    EXPECT_NE(frame_as_json(frame, frame_turn::none).find(R"("piece":2})"), std::string::npos);
+}
+
 TEST(FramesFile, WhatThereIsNotIsLeftEmpty)
 {
     frame_record frame;

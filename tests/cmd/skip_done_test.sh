@@ -79,6 +79,8 @@ for text in "" "{" "null" "[1]" '{"tarnstitch": 1}'; do
 done
 sed -i 's/"tarnstitch": ".*"/"tarnstitch": "0.9.0"/' out/a.jpg.json
 does
+sed -i 's/"ffmpeg": ".*"/"ffmpeg": "0.9.0"/' out/a.jpg.json
+does
 sed -i 's/"exit_code": 0/"exit_code": 1/' out/a.jpg.json
 does
 

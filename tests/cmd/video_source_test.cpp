@@ -2,7 +2,7 @@
 //
 // Videos of all kinds, made by the ffmpeg program, which is then asked what it shows of them: each picture must be the
 // same to the last byte, and come at the same time. What it decodes is made R,G,B,A by libswscale's scaler of the kind
-// "bicubic", as here, and turned after that.
+// "bicubic", the whole picture at once, and turned after that.
 #include <algorithm>
 #include <array>
 #include <cmath>
@@ -22,6 +22,7 @@ extern "C" {
 
 #include <gtest/gtest.h>
 #include <opencv2/core.hpp>
+#include <opencv2/imgproc.hpp>
 
 #include "frame_feed.h"
 #include "frame_turn.h"
@@ -41,9 +42,11 @@ struct shown_picture {
     std::string sum;
 };
 
+/// Of the pixels as R,G,B,A.
 std::string md5_of(const cv::Mat& image)
 {
-    const cv::Mat whole = image.isContinuous() ? image : image.clone();
+    cv::Mat whole;
+    cv::cvtColor(image, whole, cv::COLOR_BGR2RGBA);
     std::array<unsigned char, 16> sum{};
     av_md5_sum(sum.data(), whole.data, whole.total() * whole.elemSize());
     std::string text;
@@ -271,4 +274,45 @@ TEST_F(Video, IsTurnedAndMirroredAsItsDisplayMatrixSays)
         std::ofstream(at("b.mp4"), std::ios::binary) << movie;
         expect_same(pictures_of(at("b.mp4")), expected(at("b.mp4")));
     }
+}
+
+TEST_F(Video, GivesPicturesThatStayAsTheyAre)
+{
+    // More than a converter keeps, of which every other one is held; a height that ends within a band, and full range.
+    ASSERT_TRUE(run("-f lavfi -i testsrc2=s=322x250:r=25:d=1 -pix_fmt yuvj420p -c:v libx264 '" + at("a.mp4") + "'"));
+    for (const frame_turn turn : {frame_turn::none, frame_turn::clockwise, frame_turn::counter_clockwise}) {
+        const std::unique_ptr<frame_source> source = open_video(at("a.mp4"), enough_pixels);
+        ASSERT_TRUE(source);
+        std::vector<cv::Mat> held;
+        std::vector<std::string> sums;
+        for (frame_stamp stamp; source->advance(stamp);) {
+            const cv::Mat picture = source->picture(turn);
+            sums.push_back(md5_of(preview_for_viewer(picture, turn)));
+            if (stamp.number % 2 == 0) {
+                held.push_back(picture);
+            }
+        }
+        const std::vector<shown_picture> shown = expected(at("a.mp4"));
+        ASSERT_EQ(sums.size(), shown.size());
+        for (std::size_t i = 0; i < shown.size(); ++i) {
+            EXPECT_EQ(sums[i], shown[i].sum) << i;
+            if (i % 2 == 1) {
+                EXPECT_EQ(md5_of(preview_for_viewer(held[i / 2], turn)), shown[i].sum) << i;
+            }
+        }
+    }
+}
+
+TEST_F(Video, IsTheSameWithAnyNumberOfThreads)
+{
+    ASSERT_TRUE(
+        run("-f lavfi -i testsrc2=s=322x242:r=25:d=1 -c:v libx264 -g 12 -pix_fmt yuv420p '" + at("a.mp4") + "'"));
+    const std::vector<shown_picture> shown = expected(at("a.mp4"));
+    // More than there are processors, whatever their number is on this machine.
+    for (const int threads : {1, 2, 3, 5, 16, 40}) {
+        SCOPED_TRACE(threads);
+        cv::setNumThreads(threads);
+        expect_same(pictures_of(at("a.mp4")), shown);
+    }
+    cv::setNumThreads(-1);
 }

@@ -30,7 +30,7 @@ while IFS= read -r line; do
   fi
   commands=$((commands + 1))
 done < <(awk '/^```sh$/ { inside = 1; next } /^```$/ { inside = 0 } inside' "$guide")
-for file in parking_pan-panorama.jpg parking_pan-finished.jpg car-park.png car-park-preview.jpg hall.jpg sparse.jpg river.jpg car-park.csv \
+for file in parking_pan-panorama.jpg parking_pan-finished.jpg car-park.png car-park-preview.jpg hall.jpg sparse.jpg river.jpg car-park.csv car-park.html \
   river.json river-sparse-partial.jpg; do
   [[ -s $file ]] || { echo "the guide's commands do not write $file"; exit 1; }
 done

@@ -30,6 +30,12 @@ public:
     watched_allocations(const watched_allocations&) = delete;
     watched_allocations& operator=(const watched_allocations&) = delete;
 
+    /// Allocations until the action's turn; 0 or less when that has come.
+    int remaining() const
+    {
+        return remaining_;
+    }
+
     bool came_so_far() const
     {
         return remaining_ <= 0;

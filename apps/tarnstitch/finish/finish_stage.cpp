@@ -94,8 +94,14 @@ finished_picture finish_sweep(const key_frame_collector& collected, const option
         describe(result, finished);
     } else if (result.outcome == stage_library::status::no_key_frames) {
         finished.error = "no frame of the sweep could be taken";
+    } else if (result.outcome == stage_library::status::unreadable) {
+        // Key frames that are not in memory are in the temporary directory, and somebody has been there.
+        finished.code = exit_code::output_failed;
+        finished.error = "the kept copy of frame " + std::to_string(result.failed_number)
+                         + " cannot be read again from the temporary directory";
     } else if (!finished.stopped) {
-        finished.out_of_memory = result.outcome == stage_library::status::out_of_memory;
+        finished.code = result.outcome == stage_library::status::out_of_memory ? exit_code::short_of_means
+                                                                               : exit_code::not_stitched;
         finished.error = result.explanation;
     }
     finished.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - begun).count();

@@ -8,6 +8,7 @@
 
 #include <opencv2/core.hpp>
 
+#include "host_error.h"
 #include "key_frame_collector.h"
 #include "options.h"
 #include "panorama_view.h"
@@ -16,10 +17,10 @@ namespace tarn::host {
 
 /// What has come of it.
 struct finished_picture {
-    cv::Mat picture;             ///< CV_8UC3, as the input's viewer sees it; empty when there is none
-    std::string error;           ///< why there is none, or "" when the user wanted none any more
-    bool out_of_memory = false;  ///< whether that is the error
-    bool stopped = false;        ///< whether the user wanted none any more
+    cv::Mat picture;                           ///< CV_8UC3, as the input's viewer sees it; empty when there is none
+    std::string error;                         ///< why there is none, or "" when the user wanted none any more
+    exit_code code = exit_code::not_stitched;  ///< with an error: what it makes of the program's end
+    bool stopped = false;                      ///< whether the user wanted none any more
 
     std::string motion;                     ///< of the camera: "turning"
     std::string projection;                 ///< that it is drawn on: "cylinder"

@@ -58,7 +58,7 @@ cv::Matx33d turned_copy_from_upright_copy(cv::Size upright, frame_turn turn)
     return copy_from_full(turned) * turned_from_upright(upright, turn) * copy_from_full(upright).inv();
 }
 
-key_frame_collector::key_frame_collector(frame_turn turn) : turn_(turn)
+key_frame_collector::key_frame_collector(frame_turn turn, double memory) : turn_(turn), pictures_(memory)
 {
 }
 
@@ -116,9 +116,7 @@ std::optional<feed_frame> key_frame_collector::begin_piece()
         while (!key_frames_.empty() && key_frames_.back().stamp.number > first->stamp.number) {
             key_frames_.pop_back();
         }
-        cv::Mat picture;
-        cv::cvtColor(first->rgba, picture, cv::COLOR_RGBA2BGR);
-        add(preview_for_viewer(picture, turn_), first->stamp, piece_from_taken_);
+        add(preview_for_viewer(first->bgr, turn_), first->stamp, piece_from_taken_);
         is_linked_ = is_linked_ && piece_from_taken_.has_value();
         common_from_piece_ = common_from_piece_ * piece_from_taken_.value_or(cv::Matx33d::eye());
         must_begin_with_ = first->stamp.number;

@@ -33,7 +33,8 @@ cv::Matx33d turned_copy_from_upright_copy(cv::Size upright, frame_turn turn);
 
 class key_frame_collector : public frame_collector {
 public:
-    explicit key_frame_collector(frame_turn turn);
+    /// @param memory  bytes of pixels that are kept in memory; the others go to files
+    explicit key_frame_collector(frame_turn turn, double memory = picture_store::usual_memory);
 
     void key_frame(const tarn::key_frame& frame, const frame_stamp& stamp) override;
     void frame_taken(const feed_frame& frame, const frame_answer& answer) override;

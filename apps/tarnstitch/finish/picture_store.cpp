@@ -59,6 +59,7 @@ bool picture_store::write(entry& one, const cv::Mat& picture)
     file.close();
     if (!file) {
         std::remove(one.file.c_str());
+        one.file.clear();
         return false;
     }
     return true;

@@ -18,8 +18,10 @@ namespace tarn::host {
 /// files go with the object, and when the program is interrupted.
 class picture_store {
 public:
+    static constexpr double usual_memory = 192e6;  ///< bytes
+
     /// @param memory  bytes of pixels to keep in memory
-    explicit picture_store(double memory = 192e6);
+    explicit picture_store(double memory = usual_memory);
 
     /// Takes a picture, CV_8UC3, whose pixels must not change afterwards. Where no file can be written, it stays in
     /// memory all the same.
@@ -28,6 +30,12 @@ public:
 
     /// A picture; empty when its file cannot be read.
     cv::Mat picture(std::size_t number) const;
+
+    /// Where a picture lies; "" when it is in memory.
+    const std::string& file(std::size_t number) const
+    {
+        return entries_.at(number).file;
+    }
 
     /// Pictures that are in files.
     int in_files() const

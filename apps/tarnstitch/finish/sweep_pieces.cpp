@@ -37,19 +37,30 @@ private:
 
 }  // namespace
 
-sweep_outcome sweep_on(sweep_input& input, const sweep_settings& settings, key_frame_collector& collector,
-                       const feed_frame& refused)
+sweep_piece piece_of(const sweep_result& result)
+{
+    return {result.frames, result.taken, result.by_code, result.key_frames};
+}
+
+sweep_rest sweep_on(sweep_input& input, const sweep_settings& settings, key_frame_collector& collector,
+                    const feed_frame& refused)
 {
     std::optional<feed_frame> at = refused;
-    sweep_outcome outcome = sweep_outcome::pipeline_failed;
+    sweep_rest rest_of_sweep;
+    sweep_outcome& outcome = rest_of_sweep.outcome;
     while (outcome == sweep_outcome::pipeline_failed && at && stop_asked_for() == stop_kind::none) {
         std::deque<feed_frame> first = {*at};
         if (std::optional<feed_frame> taken = collector.begin_piece();
             taken && taken->stamp.number != at->stamp.number) {
             first.push_front(*std::move(taken));
         }
+        for (sweep_observer* const observer : settings.observers) {
+            observer->piece_begins();
+        }
         resumed_input rest(std::move(first), input);
         const sweep_result piece = run_sweep(rest, settings);
+        rest_of_sweep.pieces.push_back(piece_of(piece));
+        rest_of_sweep.input_error = piece.input_error;
         outcome = piece.outcome;
         // A frame with which the library fails at once again is left out.
         const bool again = piece.refused && piece.refused->stamp.number == at->stamp.number;
@@ -59,10 +70,10 @@ sweep_outcome sweep_on(sweep_input& input, const sweep_settings& settings, key_f
             at = input.next(next) ? std::optional(next) : std::nullopt;
             outcome = at ? outcome : sweep_outcome::complete;
         } else if (again) {
-            return sweep_outcome::complete;
+            outcome = sweep_outcome::complete;
         }
     }
-    return outcome;
+    return rest_of_sweep;
 }
 
 }  // namespace tarn::host

@@ -52,7 +52,7 @@ frame_feed::frame_feed(std::unique_ptr<frame_source> source, const frame_selecti
     if (ahead_.failed) {
         std::rethrow_exception(ahead_.failed);
     }
-    if (ahead_.frame.rgba.empty()) {
+    if (ahead_.frame.bgr.empty()) {
         if (stop_asked_for() != stop_kind::none && !ahead_.ended) {
             throw host_error(exit_code::stopped, "stopped before the first frame; nothing is written");
         }
@@ -94,14 +94,14 @@ bool frame_feed::next(feed_frame& frame)
     if (ahead_.failed) {
         std::rethrow_exception(ahead_.failed);
     }
-    if (ahead_.frame.rgba.empty()) {
+    if (ahead_.frame.bgr.empty()) {
         return false;
     }
     feed_frame current = std::move(ahead_.frame);
     ahead_.frame = feed_frame();
     // The frame at hand is good whatever comes after it: an error waits until that frame has been given.
     take_step();
-    current.last = ahead_.frame.rgba.empty();
+    current.last = ahead_.frame.bgr.empty();
     frame = std::move(current);
     return true;
 }
@@ -128,7 +128,7 @@ void frame_feed::read_all()
 {
     for (bool goes_on = true; goes_on;) {
         step now = read_on();
-        goes_on = !now.frame.rgba.empty();
+        goes_on = !now.frame.bgr.empty();
         std::unique_lock<std::mutex> lock(mutex_);
         changed_.wait(lock, [this] { return closed_ || ready_.size() < most_ready_; });
         if (closed_) {
@@ -189,7 +189,7 @@ void frame_feed::read_frame(step& now)
             throw host_error(exit_code::input_failed, source_->name() + " is of " + shown(size)
                                                           + " pixels, the frames before it of " + shown(size_));
         }
-        now.frame.rgba = image;
+        now.frame.bgr = image;
         now.frame.stamp = stamp;
         ++now.frame.place;
         return;

@@ -24,7 +24,7 @@ namespace tarn::host {
 
 /// A frame ready for the library.
 struct feed_frame {
-    cv::Mat rgba;  ///< CV_8UC4, R,G,B,A, turned
+    cv::Mat bgr;  ///< CV_8UC3, B,G,R, turned
     frame_stamp stamp;
     int place = 0;      ///< among the frames that the input has given, from 1
     bool last = false;  ///< nothing comes after it

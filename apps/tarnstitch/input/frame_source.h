@@ -49,7 +49,7 @@ public:
     /// @returns false when there are no more
     virtual bool advance(frame_stamp& stamp) = 0;
 
-    /// The picture as the library takes it: CV_8UC4, R,G,B,A, upright and then turned; empty when it cannot be read,
+    /// The picture as the library takes it: CV_8UC3, B,G,R, upright and then turned; empty when it cannot be read,
     /// though others may follow. To be called once at most for each picture; one that is not asked for costs as little
     /// as the input's kind allows.
     /// @throws host_error (input_failed) for a picture that is too large

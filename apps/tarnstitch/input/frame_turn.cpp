@@ -6,8 +6,6 @@
 #include <cstddef>
 #include <optional>
 
-#include <opencv2/imgproc.hpp>
-
 namespace tarn::host {
 
 int quarters_of(frame_turn turn)
@@ -114,12 +112,7 @@ const char* motion_name(camera_motion motion)
 
 cv::Mat frame_for_library(const cv::Mat& image, frame_turn turn)
 {
-    cv::Mat rgba;
-    if (image.empty()) {
-        return rgba;
-    }
-    cv::cvtColor(turned(image, quarters_of(turn)), rgba, cv::COLOR_BGR2RGBA);
-    return rgba;
+    return turned(image, quarters_of(turn));
 }
 
 cv::Mat preview_for_viewer(const cv::Mat& preview, frame_turn turn)

@@ -38,9 +38,7 @@ const char* turn_name(frame_turn turn);
 /// "right", "left", "up", "down" or "none".
 const char* motion_name(camera_motion motion);
 
-/// A frame of the input as the library takes it: turned, and R,G,B,A. Always a new image; an
-/// empty one of an empty one.
-/// @param image  CV_8UC3, B,G,R
+/// A frame of the input as the library takes it: turned. May share the pixels of `image`; empty of an empty one.
 cv::Mat frame_for_library(const cv::Mat& image, frame_turn turn);
 
 /// A preview, or a frame that was handed over, as the input's viewer sees it. May share the pixels of `preview`.

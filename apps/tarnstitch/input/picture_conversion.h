@@ -4,6 +4,9 @@
 // the turn.
 #pragma once
 
+#include <array>
+#include <vector>
+
 #include <opencv2/core.hpp>
 
 #include "frame_turn.h"
@@ -17,20 +20,31 @@ struct picture_orientation {
     bool mirrored = false;
 };
 
-/// Converts the pictures of one video. Not for several threads at once.
+/// Converts the pictures of one video, each in the memory of an earlier one that nobody holds any more. Not for several
+/// threads at once.
 class picture_converter {
 public:
-    /// A picture as the library takes it: R,G,B,A, upright and then turned. The turn that a device's recording wants is
-    /// often the library's the other way round: the two are one, and at most one further pass over the pixels.
-    /// @returns CV_8UC4, an image of its own; empty when the picture's kind cannot be converted
+    /// A picture as the library takes it: B,G,R, upright and then turned. The turn that a device's recording wants is
+    /// often the library's the other way round: the two are one. Colours are made band by band, and each band is turned
+    /// while it is in the cache.
+    /// @returns CV_8UC3; empty when the picture's kind cannot be converted
     cv::Mat convert(const AVFrame& picture, picture_orientation shown, frame_turn turn);
 
 private:
-    bool prepare(const AVFrame& picture);
+    /// Colours of so many rows at a time, of one kind of picture.
+    struct colours_of_rows {
+        media_handle<SwsContext> scaler;
+        std::array<int, 5> kind{};  ///< width, rows, format, colour space and range that it was made for
+    };
 
-    media_handle<SwsContext> scaler_;
-    AVColorSpace colours_ = AVCOL_SPC_UNSPECIFIED;
-    AVColorRange range_ = AVCOL_RANGE_UNSPECIFIED;
+    static bool prepare(colours_of_rows& colours, const AVFrame& picture, int rows, AVPixelFormat wanted);
+    bool make_colours(const AVFrame& picture, int top, cv::Mat& pixels, AVPixelFormat wanted);
+    cv::Mat storage(cv::Size size);
+
+    std::array<colours_of_rows, 2> colours_;  ///< of bands, and of the last one, or a whole picture
+    cv::Mat band_;
+    cv::Mat whole_;               ///< of pictures that cannot be converted by bands
+    std::vector<cv::Mat> given_;  ///< whose memory is used again
 };
 
 }  // namespace tarn::host

@@ -30,6 +30,7 @@ constexpr std::array examples = {
     example{"the picture that a person expects as well, river-finished.jpg", "tarnstitch river.mp4 --finish"},
     example{"from the tenth to the twentieth second, every second frame",
             "tarnstitch long.mp4 --start 10 --end 0:20 --step 2"},
+    example{"what became of a sweep, at a glance", "tarnstitch sweep.mp4 --report sweep.html"},
     example{"why a sweep failed: one line on each frame", "tarnstitch sweep.mp4 --frames sweep.csv --log sweep.log"},
     example{"as an application would see it, live", "tarnstitch camera:0 --end 20 --direction right --show"},
     example{"one of many, on one processor, unless it is there already",

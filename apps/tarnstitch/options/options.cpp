@@ -188,6 +188,10 @@ const std::vector<option_row>& option_table()
          "what became of each frame: its code, direction, motion, shape, time;\n"
          ".csv or .jsonl",
          read_path<&options::frames>},
+        {outputs, "--report", "FILE", value_kind::file, "html htm",
+         "a page that tells of the sweep at a glance, in one file: its pictures,\n"
+         "each frame along time, the workers, where and why it broke",
+         read_path<&options::report>},
         {outputs, "--keep-work", "DIR", value_kind::directory, "",
          "copy the library's working files (each key frame, the panorama) to DIR", read_path<&options::keep_work>},
         {outputs, "--json", "", value_kind::none, "", "a summary of the run on standard output, as one JSON object",

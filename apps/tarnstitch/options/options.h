@@ -26,6 +26,7 @@ struct options {
     bool generous_crop = false;  ///< which may take in thin empty corners
     std::string preview;         ///< "" for none
     std::string frames;          ///< the file that tells of each frame; "" for none
+    std::string report;          ///< the page that tells of the sweep; "" for none
     std::string keep_work;       ///< the directory for the working files; "" for none
     bool json_summary = false;
     bool skip_done = false;  ///< nothing is done where an earlier run has done the same

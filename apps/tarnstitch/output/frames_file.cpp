@@ -89,6 +89,9 @@ std::vector<named_value> values_of(const frame_record& frame, frame_turn turn)
     values.emplace_back("shift_x", decimal(beyond[3], pixel_digits));
     values.emplace_back("shift_y", decimal(beyond[0], pixel_digits));
     values.emplace_back("milliseconds", decimal(answer.milliseconds, pixel_digits));
+    if (frame.piece > 0) {
+        values.emplace_back("piece", frame.piece);
+    }
     return values;
 }
 
@@ -110,10 +113,12 @@ bool is_frames_name(const std::string& path)
     return has_ending(path, ".csv") || has_ending(path, ".jsonl");
 }
 
-std::string csv_header()
+std::string csv_header(bool with_pieces)
 {
+    frame_record frame;
+    frame.piece = with_pieces ? 1 : 0;
     std::string line;
-    for (const named_value& value : values_of(frame_record(), frame_turn::none)) {
+    for (const named_value& value : values_of(frame, frame_turn::none)) {
         line += (line.empty() ? "" : ",") + value.first;
     }
     return line;
@@ -137,17 +142,24 @@ std::string frame_as_json(const frame_record& frame, frame_turn turn)
     return line.dump();
 }
 
-frames_file::frames_file(const std::string& path, frame_turn turn)
-    : file_(path), turn_(turn), csv_(has_ending(path, ".csv"))
+frames_file::frames_file(const std::string& path, frame_turn turn, bool with_pieces)
+    : file_(path), turn_(turn), csv_(has_ending(path, ".csv")), piece_(with_pieces ? 1 : 0)
 {
     if (csv_) {
-        file_.append(csv_header() + "\n");
+        file_.append(csv_header(with_pieces) + "\n");
     }
 }
 
 void frames_file::frame_done(const frame_record& frame)
 {
-    file_.append((csv_ ? frame_as_csv(frame, turn_) : frame_as_json(frame, turn_)) + "\n");
+    frame_record told = frame;
+    told.piece = piece_;
+    file_.append((csv_ ? frame_as_csv(told, turn_) : frame_as_json(told, turn_)) + "\n");
+}
+
+void frames_file::piece_begins()
+{
+    piece_ += piece_ > 0 ? 1 : 0;
 }
 
 void frames_file::finish()

@@ -20,19 +20,23 @@ std::string frame_as_csv(const frame_record& frame, frame_turn turn);
 std::string frame_as_json(const frame_record& frame, frame_turn turn);
 
 /// The names of the columns of frame_as_csv.
-std::string csv_header();
+/// @param with_pieces  whether the frames tell their piece of the sweep
+std::string csv_header(bool with_pieces = false);
 
 /// Writes a sweep's frames as they come. The file is at its place only after finish().
 class frames_file : public sweep_observer {
 public:
+    /// @param with_pieces  whether each frame tells its piece of the sweep
     /// @throws host_error (output_failed)
-    frames_file(const std::string& path, frame_turn turn);
+    frames_file(const std::string& path, frame_turn turn, bool with_pieces = false);
 
     void frame_done(const frame_record& frame) override;
 
     void waiting(int) override
     {
     }
+
+    void piece_begins() override;
 
     /// @throws host_error (output_failed) when it, or a frame before, could not be written
     void finish();
@@ -41,6 +45,7 @@ private:
     growing_file file_;
     frame_turn turn_;
     bool csv_;
+    int piece_;  ///< 0 where pieces are not told apart
 };
 
 }  // namespace tarn::host

@@ -20,6 +20,7 @@
 #include "frames_file.h"
 #include "host_error.h"
 #include "output_file.h"
+#include "report_pictures.h"
 #include "run_record.h"
 #include "scratch_directory.h"
 #include "working_directory.h"
@@ -127,6 +128,11 @@ bool write_noting(const std::string& path, std::vector<unsigned char> bytes, con
     }
 }
 
+std::string name_of_panorama(const options& asked)
+{
+    return asked.output.empty() ? name_of_input(asked.inputs.front()) + "-panorama.jpg" : asked.output;
+}
+
 }  // namespace
 
 bool is_working_name(const std::string& name)
@@ -140,10 +146,38 @@ std::string name_of_finished_picture(const options& asked)
                                 : with_addition(asked.output, "-finished");
 }
 
+std::vector<named_output> named_outputs(const options& asked)
+{
+    const std::string panorama = asked.output.empty() ? "the panorama" : asked.as_written("--output");
+    const std::string panorama_file = name_of_panorama(asked);
+    std::vector<named_output> outputs = {{panorama, panorama_file},
+                                         {panorama + "'s -partial file", with_addition(panorama_file, "-partial")}};
+    if (!asked.preview.empty()) {
+        outputs.push_back({"--preview", asked.preview});
+        outputs.push_back({"--preview's -partial file", with_addition(asked.preview, "-partial")});
+    }
+    if (asked.finish) {
+        const std::string finished = name_of_finished_picture(asked);
+        outputs.push_back({"the finished picture", finished});
+        outputs.push_back({"the finished picture's -partial file", with_addition(finished, "-partial")});
+    }
+    if (!asked.frames.empty()) {
+        outputs.push_back({"--frames", asked.frames});
+    }
+    if (!asked.report.empty()) {
+        outputs.push_back({"--report", asked.report});
+    }
+    if (!asked.log.empty()) {
+        outputs.push_back({"--log", asked.log});
+    }
+    if (asked.skip_done) {
+        outputs.push_back({"the record of --skip-done", record_place(panorama_file)});
+    }
+    return outputs;
+}
+
 panorama_files::panorama_files(const options& asked)
-    : asked_(asked),
-      panorama_(asked.output.empty() ? name_of_input(asked.inputs.front()) + "-panorama.jpg" : asked.output),
-      partial_(with_addition(panorama_, "-partial")),
+    : asked_(asked), panorama_(name_of_panorama(asked)), partial_(with_addition(panorama_, "-partial")),
       partial_preview_(asked.preview.empty() ? "" : with_addition(asked.preview, "-partial")),
       finished_(name_of_finished_picture(asked)), partial_finished_(with_addition(finished_, "-partial"))
 {
@@ -162,12 +196,15 @@ panorama_files::panorama_files(const options& asked)
     if (!asked.frames.empty() && !is_frames_name(asked.frames)) {
         refuse("cannot write " + asked.frames + ": the name of the file on frames must end in .csv or .jsonl");
     }
+    if (!asked.report.empty() && kind_of(asked.report) != ".html" && kind_of(asked.report) != ".htm") {
+        refuse("cannot write " + asked.report + ": the name of the report must end in .html or .htm");
+    }
     check_names();
 }
 
 void panorama_files::check_names() const
 {
-    const std::vector<named_output> outputs = all();
+    const std::vector<named_output> outputs = named_outputs(asked_);
     for (std::size_t i = 0; i < outputs.size(); ++i) {
         for (std::size_t j = i + 1; j < outputs.size(); ++j) {
             if (same_place(outputs[i].file, outputs[j].file)) {
@@ -192,30 +229,6 @@ std::string panorama_files::kept_directory() const
     return (directory.has_filename() ? directory : directory.parent_path()).string();
 }
 
-std::vector<panorama_files::named_output> panorama_files::all() const
-{
-    const std::string panorama = asked_.output.empty() ? "the panorama" : asked_.as_written("--output");
-    std::vector<named_output> outputs = {{panorama, panorama_}, {panorama + "'s -partial file", partial_}};
-    if (!asked_.preview.empty()) {
-        outputs.push_back({"--preview", asked_.preview});
-        outputs.push_back({"--preview's -partial file", partial_preview_});
-    }
-    if (asked_.finish) {
-        outputs.push_back({"the finished picture", finished_});
-        outputs.push_back({"the finished picture's -partial file", partial_finished_});
-    }
-    if (!asked_.frames.empty()) {
-        outputs.push_back({"--frames", asked_.frames});
-    }
-    if (!asked_.log.empty()) {
-        outputs.push_back({"--log", asked_.log});
-    }
-    if (asked_.skip_done) {
-        outputs.push_back({"the record of --skip-done", record_place(panorama_)});
-    }
-    return outputs;
-}
-
 std::vector<std::string> panorama_files::left_out_of_inputs() const
 {
     // Only a name that nobody gave is one that nobody thinks of.
@@ -226,7 +239,7 @@ std::vector<std::string> panorama_files::left_out_of_inputs() const
 void panorama_files::check_against_inputs(const std::vector<std::string>& input_files) const
 {
     for (const std::string& file : input_files) {
-        for (const named_output& output : all()) {
+        for (const named_output& output : named_outputs(asked_)) {
             const bool named_by_input = asked_.output.empty()
                                         && (output.file == panorama_ || output.file == partial_
                                             || output.file == finished_ || output.file == partial_finished_);
@@ -247,8 +260,9 @@ void panorama_files::check_against_inputs(const std::vector<std::string>& input_
 void panorama_files::check_places() const
 {
     check_output_place(panorama_);
-    for (const std::string& name : {asked_.preview, asked_.frames, asked_.finish ? finished_ : std::string(),
-                                    asked_.skip_done ? record_place(panorama_) : std::string()}) {
+    for (const std::string& name :
+         {asked_.preview, asked_.frames, asked_.report, asked_.finish ? finished_ : std::string(),
+          asked_.skip_done ? record_place(panorama_) : std::string()}) {
         if (!name.empty()) {
             check_output_place(name);
         }
@@ -305,7 +319,7 @@ void panorama_files::write_panorama(const sweep_result& result, bool whole, fram
     const bool as_it_is = is_jpeg_name(name) && asked_.quality == 0 && !result.panorama_file.empty()
                           && image.data == result.panorama.data && image.size() == result.panorama.size();
     if (write_noting(name, as_it_is ? result.panorama_file : encoded(name, image, asked_.quality), metadata, written)) {
-        written.panorama = {name, image.size()};
+        written.panorama = {name, image.size(), asked_.report.empty() ? cv::Mat() : small_copy_of(image)};
         written.whole = whole;
     }
 }
@@ -330,7 +344,7 @@ void panorama_files::write_finished(const cv::Mat& picture, bool whole, const ou
     constexpr int usual_quality = 95;
     const int quality = asked_.quality > 0 ? asked_.quality : usual_quality;
     if (write_noting(name, encoded(name, picture, is_jpeg_name(name) ? quality : 0), metadata, written, view)) {
-        written.finished = {name, picture.size()};
+        written.finished = {name, picture.size(), asked_.report.empty() ? cv::Mat() : small_copy_of(picture)};
         written.finished_whole = whole;
     }
 }

@@ -20,6 +20,7 @@ namespace tarn::host {
 struct written_picture {
     std::string file;  ///< "" if there is none
     cv::Size size;
+    cv::Mat small_copy = {};  ///< where a report is to show it, and no larger than that needs
 };
 
 /// What has become of the files.
@@ -39,6 +40,15 @@ bool is_working_name(const std::string& name);
 
 /// Where the finished picture goes, if it is asked for.
 std::string name_of_finished_picture(const options& asked);
+
+/// A file that a run may write.
+struct named_output {
+    std::string what;  ///< the option that asks for it, or what it is
+    std::string file;
+};
+
+/// All of them, but for the working files.
+std::vector<named_output> named_outputs(const options& asked);
 
 /// Names, checks and writes the outputs.
 class panorama_files {
@@ -85,12 +95,6 @@ private:
     void write_preview(const sweep_result& result, bool whole, frame_turn turn, const output_metadata& metadata,
                        written_files& written) const;
 
-    struct named_output {
-        std::string what;  ///< the option that asks for it, or what it is
-        std::string file;
-    };
-
-    std::vector<named_output> all() const;
     void check_names() const;
     std::string kept_directory() const;  ///< the directory for working files, without a "/" at its end
 

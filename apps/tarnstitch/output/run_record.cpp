@@ -6,18 +6,23 @@
 #include <algorithm>
 #include <array>
 #include <cstdio>
+#include <fcntl.h>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <memory>
 #include <new>
 #include <nlohmann/json.hpp>
 #include <sys/stat.h>
+#include <system_error>
+#include <unistd.h>
 
 extern "C" {
 #include <libavutil/mem.h>
 #include <libavutil/sha.h>
 }
 
+#include "interruption.h"
 #include "panorama_files.h"
 #include "scratch_directory.h"
 #include "summary.h"
@@ -32,8 +37,9 @@ using nlohmann::ordered_json;
 
 constexpr int digest_bits = 256;
 
-/// The SHA-256 of a file's content; "" if it cannot be read to its end.
-std::string digest_of(const std::string& path)
+/// The SHA-256 of a file's content; "" if it is no regular file, cannot be read to its end, or is not to be.
+std::string digest_of(
+    const std::string& path, const std::function<bool()>& goes_on = [] { return true; })
 {
     const std::unique_ptr<AVSHA, void (*)(void*)> state(av_sha_alloc(), av_free);
     if (!state) {
@@ -41,14 +47,21 @@ std::string digest_of(const std::string& path)
     }
     av_sha_init(state.get(), digest_bits);
     constexpr std::size_t block_size = 1 << 16;
-    std::vector<char> block(block_size);
-    std::ifstream file(path, std::ios::binary);
-    while (file) {
-        file.read(block.data(), static_cast<std::streamsize>(block.size()));
-        av_sha_update(state.get(), reinterpret_cast<const std::uint8_t*>(block.data()),
-                      static_cast<std::size_t>(file.gcount()));
+    std::vector<std::uint8_t> block(block_size);
+    // Without waiting for a pipe that has taken the file's place.
+    const int descriptor = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+    struct stat status = {};
+    ssize_t size = descriptor != -1 && fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode) ? 1 : -1;
+    while (size > 0 && goes_on()) {
+        size = read(descriptor, block.data(), block.size());
+        if (size > 0) {
+            av_sha_update(state.get(), block.data(), static_cast<std::size_t>(size));
+        }
     }
-    if (!file.eof()) {
+    if (descriptor != -1) {
+        close(descriptor);
+    }
+    if (size != 0) {
         return "";
     }
     std::array<std::uint8_t, digest_bits / 8> digest{};
@@ -87,6 +100,12 @@ file_identity read_through(const std::string& what, const std::string& file)
     return identity;
 }
 
+bool is_as_it_was(const file_identity& before)
+{
+    const file_identity now = seen("", before.file);
+    return now.bytes == before.bytes && now.modified == before.modified;
+}
+
 bool is_same_input(const ordered_json& recorded, const std::vector<std::string>& files)
 {
     if (recorded.size() != files.size()) {
@@ -118,16 +137,77 @@ bool are_same_outputs(const ordered_json& recorded, const std::vector<file_ident
                          });
 }
 
+/// The outputs that a run to the end leaves.
+std::vector<file_identity> all_outputs(const options& asked, const std::string& panorama)
+{
+    std::vector<file_identity> outputs =
+        outputs_of(asked, panorama, asked.preview, asked.finish ? name_of_finished_picture(asked) : "");
+    if (!asked.report.empty()) {
+        outputs.push_back(identity_of_report(asked.report));
+    }
+    return outputs;
+}
+
 }  // namespace
 
-std::vector<file_identity> identities_of(const std::vector<std::string>& files)
+input_identities::~input_identities()
 {
-    std::vector<file_identity> identities;
-    identities.reserve(files.size());
-    for (const std::string& file : files) {
-        identities.push_back(read_through("", file));
+    left_ = true;
+    if (reader_.joinable()) {
+        reader_.join();
     }
-    return identities;
+}
+
+void input_identities::look_at(const std::vector<std::string>& names)
+{
+    for (const std::string& name : names) {
+        looked_at_.push_back(seen("", name));
+    }
+}
+
+void input_identities::begin(const std::vector<std::string>& files, bool beside)
+{
+    for (const std::string& file : files) {
+        const auto before = std::find_if(looked_at_.begin(), looked_at_.end(),
+                                         [&file](const file_identity& one) { return one.file == file; });
+        files_.push_back(before != looked_at_.end() ? *before : seen("", file));
+    }
+    if (beside) {
+        try {
+            reader_ = std::thread([this] { read(); });
+        } catch (const std::system_error&) {
+            // There is none to be had: they are read when they are asked for.
+        }
+    }
+}
+
+void input_identities::read()
+{
+    const auto goes_on = [this] { return !left_ && stop_asked_for() == stop_kind::none; };
+    for (file_identity& file : files_) {
+        try {
+            const bool is_there = file.bytes >= 0 && is_as_it_was(file);
+            file.sha256 = is_there && goes_on() ? digest_of(file.file, goes_on) : "";
+        } catch (const std::bad_alloc&) {
+            file.sha256.clear();  // the sweep is worth more
+        }
+    }
+}
+
+std::vector<file_identity> input_identities::take(std::vector<std::string>& changed)
+{
+    if (reader_.joinable()) {
+        reader_.join();
+    } else {
+        read();
+    }
+    for (file_identity& file : files_) {
+        if (!is_as_it_was(file)) {
+            file.sha256.clear();
+            changed.push_back(file.file);
+        }
+    }
+    return files_;
 }
 
 std::vector<file_identity> outputs_of(const options& asked, const std::string& panorama, const std::string& preview,
@@ -156,6 +236,11 @@ std::vector<file_identity> outputs_of(const options& asked, const std::string& p
     return outputs;
 }
 
+file_identity identity_of_report(const std::string& file)
+{
+    return read_through("report", file);
+}
+
 std::string record_place(const std::string& panorama)
 {
     return panorama + ".json";
@@ -177,9 +262,7 @@ bool is_done(const options& asked, const std::string& panorama, const std::vecto
                         [&recorded](const auto& one) { return recorded.at(one.key()) == one.value(); });
         if (!of_this || recorded.at("exit_code") != 0 || recorded.at("options") != options_as_json(asked)
             || !is_same_input(recorded.at("input").at("files"), input_files)
-            || !are_same_outputs(
-                recorded.at("outputs"),
-                outputs_of(asked, panorama, asked.preview, asked.finish ? name_of_finished_picture(asked) : ""))) {
+            || !are_same_outputs(recorded.at("outputs"), all_outputs(asked, panorama))) {
             return false;
         }
         recorded["skipped"] = true;

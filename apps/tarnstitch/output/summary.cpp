@@ -8,6 +8,10 @@
 #include <set>
 #include <sys/resource.h>
 
+extern "C" {
+#include <libavutil/avutil.h>
+}
+
 namespace tarn::host {
 
 namespace {
@@ -134,6 +138,29 @@ ordered_json verdict_as_json(const run_summary& summary)
             {"taken", rounded(numbers.taken)}};
 }
 
+/// Codes by their names, and how many frames were answered with each.
+ordered_json counts_as_json(const code_counts& counts)
+{
+    ordered_json by_code;
+    for (int code = lowest_code; code <= highest_code; ++code) {
+        const auto met = static_cast<answer_code>(code);
+        by_code[code_key(met)] = counts[met];
+    }
+    return by_code;
+}
+
+ordered_json pieces_as_json(const std::vector<sweep_piece>& pieces)
+{
+    ordered_json all = ordered_json::array();
+    for (const sweep_piece& piece : pieces) {
+        all.push_back({{"handed_over", piece.frames},
+                       {"taken", piece.taken},
+                       {"by_code", counts_as_json(piece.by_code)},
+                       {"key_frames", piece.key_frames}});
+    }
+    return all;
+}
+
 ordered_json files_as_json(const std::vector<file_identity>& files)
 {
     ordered_json all = ordered_json::array();
@@ -161,14 +188,14 @@ std::string as_text(const ordered_json& object)
 
 ordered_json versions_as_json()
 {
-    return {{"tarnstitch", TARNSTITCH_VERSION}, {"opencv", cv::getVersionString()}};
+    return {{"tarnstitch", TARNSTITCH_VERSION}, {"opencv", cv::getVersionString()}, {"ffmpeg", av_version_info()}};
 }
 
 ordered_json options_as_json(const options& asked)
 {
-    static const std::set<std::string> without_effect = {"--output", "--preview", "--frames", "--keep-work",
-                                                         "--log",    "--json",    "--quiet",  "--skip-done",
-                                                         "--show",   "--threads", "--workers"};
+    static const std::set<std::string> without_effect = {"--output", "--preview", "--frames",  "--keep-work",
+                                                         "--log",    "--json",    "--quiet",   "--skip-done",
+                                                         "--report", "--show",    "--threads", "--workers"};
     ordered_json all = ordered_json::object();
     for (const auto& [name, given] : asked.written) {
         if (without_effect.count(name) == 0) {
@@ -181,11 +208,6 @@ ordered_json options_as_json(const options& asked)
 std::string summary_as_json(const run_summary& summary, const options& asked)
 {
     const sweep_result& result = summary.result;
-    ordered_json by_code;
-    for (int code = lowest_code; code <= highest_code; ++code) {
-        const auto met = static_cast<answer_code>(code);
-        by_code[code_key(met)] = result.by_code[met];
-    }
     ordered_json panorama = picture_as_json(summary.written.panorama);
     if (!panorama.is_null()) {
         panorama["whole"] = summary.written.whole;
@@ -214,19 +236,22 @@ std::string summary_as_json(const run_summary& summary, const options& asked)
         {"turn", turn_word(summary.turn)},
         {"direction", motion_name(asked.direction)},
         {"tries", summary.tries},
-        {"frames", {{"handed_over", result.frames}, {"taken", result.taken}, {"by_code", by_code}}},
+        {"frames",
+         {{"handed_over", result.frames}, {"taken", result.taken}, {"by_code", counts_as_json(result.by_code)}}},
         {"key_frames", result.key_frames},
         {"failure", failure_as_json(result)},
         {"verdict", verdict_as_json(summary)},
         {"panorama", panorama},
         {"preview", picture_as_json(summary.written.preview)},
+        {"report", text_or_null(summary.report)},
         {"outputs", files_as_json(summary.outputs)},
         {"threads", summary.threads},
         {"seconds", std::round(summary.seconds * milliseconds) / milliseconds},
-        {"peak_memory_bytes", static_cast<std::int64_t>(peak_memory())},
+        {"peak_memory_bytes", static_cast<std::int64_t>(summary.peak_memory)},
     });
     if (asked.finish) {
         object["finished"] = finished_as_json(summary);
+        object["pieces"] = pieces_as_json(summary.pieces);
         object["finish_error"] = text_or_null(summary.finished ? summary.finished->error : "");
     }
     return as_text(object);

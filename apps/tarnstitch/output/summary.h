@@ -3,6 +3,7 @@
 // The summary of --json: all that is known of a run at its end, for a program to read.
 #pragma once
 
+#include <memory>
 #include <nlohmann/json_fwd.hpp>
 #include <optional>
 #include <string>
@@ -19,8 +20,11 @@
 #include "report.h"
 #include "run_record.h"
 #include "sweep.h"
+#include "sweep_pieces.h"
 
 namespace tarn::host {
+
+class report_collector;
 
 struct run_summary {
     exit_code code = exit_code::done;
@@ -30,7 +34,7 @@ struct run_summary {
     int announced = 0;    ///< pictures that the input says it has; 0 if it does not
     int pictures = 0;     ///< met in it
     bool cut_short = false;
-    std::vector<file_identity> input_files;  ///< as they were before the sweep; none where nobody asks
+    std::vector<file_identity> input_files;  ///< as they were before they were opened; none where nobody asks
     std::vector<file_identity> outputs;      ///< as they are after it; likewise
     lost_frames lost;
 
@@ -41,10 +45,15 @@ struct run_summary {
     std::vector<std::string> sentences;  ///< what is wrong with it and why, the worst first
     written_files written;
     std::optional<finished_picture> finished;  ///< where one was tried; without its pixels
+    std::vector<sweep_piece> pieces;           ///< for it: the sweep, and what went on behind a failure
     std::string earlier;             ///< the record of an earlier run that has left nothing to do; "" if there is none
     std::vector<std::string> notes;  ///< what was said beside, a line each
     double seconds = 0.0;
+    double peak_memory = 0.0;  ///< bytes
     int threads = 0;
+    std::string report;  ///< the file of the report; "" if there is none
+
+    std::shared_ptr<report_collector> reported;  ///< what a report is made of; none where none is asked for
 };
 
 /// One JSON object over several lines, the last of which ends. Text that is no UTF-8 is repaired.
