@@ -30,7 +30,8 @@ struct frame_answer {
     int corners_found = 0;       ///< in this frame
     int corners_tracked = 0;     ///< of the reference's, found again
     int inliers = 0;             ///< of these, that agree on one motion
-    float overlap = 0.0f;        ///< with the last key frame, 0 to 1; below 0.7 a frame becomes one
+    float overlap = 0.0f;        ///< with the last key frame, 0 to 1; below 0.7, or what the sweep was
+                                 ///< begun with, a frame becomes one
 
     bool placed = false;  ///< the frame was taken and lies in the preview
     corners outline{};    ///< of the frame taken last, in the preview; may reach beyond it until the next key frame

@@ -64,6 +64,12 @@ void stitch_big_image(cv::Mat frame, std::vector<float> angles, std::vector<floa
 
 namespace tarn {
 
+/// Where a key frame lies in the high-resolution panorama.
+struct composed_key_frame {
+    cv::Size frame;                   ///< as it was composed: shrunk, turned, bent if so; px
+    cv::Matx33d panorama_from_frame;  ///< into the panorama as it was then; what came later has only shifted it
+};
+
 /// One consistent look at the high-resolution pipeline of the current sweep.
 struct pipeline_snapshot {
     int status;              ///< big_stitch_status

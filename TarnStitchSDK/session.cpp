@@ -102,6 +102,10 @@ void session::start()
         throw sweep_error(sweep_problem::directory_unusable, "the directory " + directory_ + " is gone");
     }
     generation_ = current_generation();
+    if (options_.key_frame_overlap != usual_key_frame_overlap) {
+        const auto members = lock_members();
+        tarn_stitcher.iou_thresh = options_.key_frame_overlap;
+    }
 }
 
 void session::note_abandoned()
@@ -417,6 +421,8 @@ panorama session::collect(wait_end waited)
     if (!pipeline.panorama.empty()) {
         result.extent = whole ? panorama_extent::whole : panorama_extent::partial;
         result.image = continuous(pipeline.panorama);
+        const auto lock = lock_handover();
+        result.composed = composed_key_frames();
     }
     return result;
 }

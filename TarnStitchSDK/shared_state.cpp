@@ -2,6 +2,7 @@
 #include "internal/shared_state.h"
 
 #include <atomic>
+#include <exception>
 #include <thread>
 
 #include "module_globals.h"
@@ -16,6 +17,12 @@ namespace {
 std::atomic<task_generation> generation_now{0};
 int first_failed = 0;
 reason first_reason = reason::none;
+
+std::vector<composed_key_frame>& composed_ones()
+{
+    static auto& all = *new std::vector<composed_key_frame>;
+    return all;
+}
 
 struct all_locks {
     std::recursive_mutex directory;
@@ -109,6 +116,7 @@ std::unique_lock<std::mutex> begin_task()
     ++generation_now;
     first_failed = 0;
     first_reason = reason::none;
+    composed_ones().clear();
     return lock;
 }
 
@@ -140,6 +148,20 @@ int first_failed_frame()
 reason first_failure()
 {
     return first_reason;
+}
+
+void note_composed(cv::Size frame, const cv::Mat& panorama_from_frame) noexcept
+{
+    try {
+        composed_ones().push_back({frame, cv::Matx33d(panorama_from_frame)});
+    } catch (const std::exception&) {
+        return;  // the panorama is whole without it
+    }
+}
+
+std::vector<composed_key_frame> composed_key_frames()
+{
+    return composed_ones();
 }
 
 }  // namespace tarn

@@ -76,6 +76,11 @@ sweep sweep::begin(sweep_options options)
         throw sweep_error(sweep_problem::bad_argument,
                           "most_under_way is " + std::to_string(options.most_under_way) + "; it must be at least 0");
     }
+    if (!(options.key_frame_overlap > 0.0f && options.key_frame_overlap < 1.0f)) {  // NaN is refused, too
+        throw sweep_error(sweep_problem::bad_argument, "key_frame_overlap is "
+                                                           + std::to_string(options.key_frame_overlap)
+                                                           + "; it must be more than 0 and less than 1");
+    }
     if (is_forked_process()) {
         throw sweep_error(sweep_problem::process_ends,
                           "no sweep can be begun: this process was forked off from one that had begun to sweep");

@@ -48,6 +48,7 @@
 #include <opencv2/core.hpp>
 
 #include "frame_answer.h"
+#include "high_res_worker.h"
 #include "preview_limit.h"
 #include "vocabulary.h"
 
@@ -115,6 +116,9 @@ struct worker_turn {
     instant ended{};       ///< the worker's work is over, however it ended
 };
 
+/// The overlap of key frames with which the library begins.
+constexpr float usual_key_frame_overlap = 0.7f;
+
 /// What a sweep begins with.
 struct sweep_options {
     /// Where the sweep keeps its files until it ends, when it removes them and the directory. "": a private directory,
@@ -139,6 +143,11 @@ struct sweep_options {
     /// Is given the log of each call, as the interface's functions write it to standard output, which stays untouched.
     /// None: nothing is written.
     std::function<void(const std::string& text)> on_log = nullptr;
+
+    /// Overlap with the last key frame, as frame_answer::overlap, below which a frame becomes one; more than 0, less
+    /// than 1. More than the usual value means more key frames, nearer to each other: more work and memory, and a
+    /// panorama that may hold where the usual one breaks, or becomes a wedge.
+    float key_frame_overlap = usual_key_frame_overlap;
 };
 
 /// How much of the sweep a panorama holds.
@@ -158,8 +167,9 @@ struct panorama {
     int key_frames = 0;              ///< given to workers
     frame_answer last_frame;         ///< the answer for the last frame, if there was one
     cv::Mat image;                   ///< CV_8UC3, B,G,R, continuous; empty if missing
-    std::string file;                ///< its JPEG in the sweep's directory, which goes with the sweep; "" if it is not
-                                     ///< whole or the file could not be written
+    std::vector<composed_key_frame> composed;  ///< the key frames in it, and how they lie there
+    std::string file;  ///< its JPEG in the sweep's directory, which goes with the sweep; "" if it is not
+                       ///< whole or the file could not be written
 
     /// The image as a JPEG, the very bytes that the library writes. Any thread. @throws sweep_error (no_panorama,
     /// no_memory)

@@ -256,6 +256,7 @@ private:
     {
         big_stitch_image = panorama;
         neighbour_homo = panorama_from_frame;
+        note_composed(frame_.size(), panorama_from_frame);
         neighbour_keypoints.swap(described_.keypoints);
         neighbour_descriptors = described_.descriptors;
         store_release(big_stitch_status, pipeline_ready);

@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <limits>
 #include <optional>
 #include <string>
 #include <sys/stat.h>
@@ -262,6 +263,12 @@ TEST_F(SweepBegin, RefusedBeginLeavesTheSweepBeforeAlone)
     sweep_options wrong = options();
     wrong.most_under_way = -1;
     EXPECT_NE(refusal(sweep_problem::bad_argument, [&] { sweep::begin(wrong); }).find("-1"), std::string::npos);
+    for (const float overlap : {0.0f, -0.5f, 1.0f, std::numeric_limits<float>::quiet_NaN()}) {
+        wrong = options();
+        wrong.key_frame_overlap = overlap;
+        EXPECT_NE(refusal(sweep_problem::bad_argument, [&] { sweep::begin(wrong); }).find("key_frame_overlap"),
+                  std::string::npos);
+    }
     wrong = in(at("zero") + std::string(1, '\0') + "byte");
     refusal(sweep_problem::bad_argument, [&] { sweep::begin(wrong); });
     EXPECT_FALSE(fs::exists(at("zero")));

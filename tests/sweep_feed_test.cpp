@@ -1,9 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // One frame after the other: what a sweep makes of a view of pixels, what it answers, and how it holds back.
+#include <algorithm>
 #include <atomic>
 #include <cstring>
 #include <memory>
+#include <optional>
 #include <string>
 #include <system_error>
 #include <thread>
@@ -534,6 +536,35 @@ TEST_F(SweepFeed, DroppedFrameIsFedAgainWhenThePipelineComesBack)
     const panorama result = sweeping.finish();
     EXPECT_EQ(result.extent, panorama_extent::whole);
     EXPECT_EQ(result.first_failed_key_frame, 2) << "may be set though the panorama goes on";
+}
+
+TEST_F(SweepFeed, KeyFramesComeAtTheOverlapThatTheSweepWasBegunWith)
+{
+    const auto overlaps_of_key_frames = [this](std::optional<float> overlap) {
+        sweep_options asked = options();
+        asked.most_under_way = 2;
+        asked.key_frame_overlap = overlap.value_or(asked.key_frame_overlap);
+        sweep sweeping = sweep::begin(asked);
+        std::vector<float> result;
+        for (const frame_answer& answer : feed(sweeping, 0, frames().size())) {
+            if (answer.key_frame > 1) {
+                result.push_back(answer.overlap);
+            }
+        }
+        return result;
+    };
+    const std::vector<float> usual = overlaps_of_key_frames(std::nullopt);
+    EXPECT_EQ(tarn_stitcher.iou_thresh, 0.7f);
+    const std::vector<float> near = overlaps_of_key_frames(0.85f);
+    EXPECT_GT(near.size(), usual.size());
+    for (const float overlap : usual) {
+        EXPECT_LT(overlap, 0.7f);
+    }
+    for (const float overlap : near) {
+        EXPECT_LT(overlap, 0.85f);
+    }
+    EXPECT_GT(*std::max_element(near.begin(), near.end()), 0.7f);
+    EXPECT_EQ(overlaps_of_key_frames(std::nullopt), usual) << "it holds for one sweep";
 }
 
 TEST_F(SweepFeed, FailedPipelineAnswersForEver)

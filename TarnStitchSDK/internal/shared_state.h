@@ -38,7 +38,11 @@
 #include <chrono>
 #include <cstdint>
 #include <mutex>
+#include <vector>
 
+#include <opencv2/core.hpp>
+
+#include "high_res_worker.h"
 #include "vocabulary.h"
 
 namespace tarn {
@@ -108,5 +112,13 @@ int first_failed_frame();
 
 /// The reason noted with it, none if there is none.
 reason first_failure();
+
+/// Notes where the frame of a turn that has ended well lies in the panorama. Without memory nothing is noted.
+/// @param frame                as it was composed: shrunk, turned, bent if so, px
+/// @param panorama_from_frame  3 x 3, CV_64F
+void note_composed(cv::Size frame, const cv::Mat& panorama_from_frame) noexcept;
+
+/// All that has been noted in the task, in the order of the turns.
+std::vector<composed_key_frame> composed_key_frames();
 
 }  // namespace tarn

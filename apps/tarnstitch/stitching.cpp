@@ -28,6 +28,7 @@
 #include "metadata.h"
 #include "output_file.h"
 #include "panorama_files.h"
+#include "panorama_verdict.h"
 #include "preview_window.h"
 #include "processors.h"
 #include "progress.h"
@@ -38,6 +39,7 @@
 #include "resources.h"
 #include "run_record.h"
 #include "scratch_directory.h"
+#include "size_watch.h"
 #include "standard_streams.h"
 #include "summary.h"
 #include "sweep.h"
@@ -57,8 +59,9 @@ bool wants_summary(const options& asked)
 
 /// One way of stitching the input, and what came of it.
 struct attempt {
-    frame_turn turn = frame_turn::counter_clockwise;
+    way made_by;
     sweep_result result;
+    verdict judged;
     std::unique_ptr<frames_file> frames;         ///< not at its place yet
     std::shared_ptr<report_collector> reported;  ///< for the report; none if there is to be none
     std::string kept_files;                      ///< where the working files are; "" if they are not kept
@@ -68,10 +71,16 @@ struct attempt {
     lost_frames lost;
     std::vector<std::string> notes;  ///< on the input
     bool cut_short = false;
-    bool second_interrupted = false;                 ///< whether Ctrl-C came in the second try, be it this one or not
+    bool later_interrupted = false;                  ///< whether Ctrl-C came in a further try, be it this one or not
     std::unique_ptr<key_frame_collector> collected;  ///< for the finished picture; none if there is to be none
     sweep_outcome last_piece = sweep_outcome::complete;  ///< how the sweep ended that went on behind a failure
     std::vector<sweep_piece> pieces;                     ///< the sweep, and what went on behind a failure
+
+    /// Whether the panorama may take the place of an earlier one: it reaches to the end, and shows more than one frame.
+    bool holds_the_sweep() const
+    {
+        return result.outcome == sweep_outcome::complete && judged.how_good != grade::nothing;
+    }
 };
 
 class run {
@@ -99,10 +108,13 @@ public:
             library_lines_.send_to(asked_.log);
         }
         metadata_.emplace(facts);
-        attempt best = make_attempt(std::move(source), first_turn(facts));
-        if (asked_.retry && facts.rereadable && second_try_may_help(best.result)
-            && stop_asked_for() == stop_kind::none) {
-            best = better(std::move(best));
+        const way first = {first_turn(facts)};
+        attempt best = make_attempt(std::move(source), first);
+        if (asked_.retry && facts.rereadable) {
+            best = best_of_tries(std::move(best));
+        }
+        if (best.result.outcome == sweep_outcome::pipeline_failed && asked_.retry && facts.rereadable) {
+            look_for_remedy(best, first);
         }
         if (best.result.outcome != sweep_outcome::given_up) {
             write(best);
@@ -149,12 +161,12 @@ private:
         return asked_.turn == turn_choice::automatic ? facts.as_recorded : turn_for(asked_.turn);
     }
 
-    attempt make_attempt(std::unique_ptr<frame_source> source, frame_turn turn)
+    attempt make_attempt(std::unique_ptr<frame_source> source, const way& by)
     {
         ++summary_.tries;
-        turns_.push_back(turn);
+        const frame_turn turn = by.turn;
         attempt made;
-        made.turn = turn;
+        made.made_by = by;
         // With one thread decoding waits while a frame is stitched.
         const std::size_t frames_ahead = asked_.realtime || asked_.threads < 2 ? 0 : 2;
         frame_feed feed(std::move(source), asked_.selection, turn, looked_at_, frames_ahead);
@@ -167,9 +179,11 @@ private:
         }
         settings.direction_hint = direction_hint(asked_.direction, turn);
         settings.workers = asked_.workers;
+        settings.key_frame_overlap = by.overlap;
 
         progress_display progress(feed.expected());
-        settings.observers.push_back(&progress);
+        size_watch size(turn == frame_turn::none ? feed.size().width : feed.size().height);
+        settings.observers = {&progress, &size};
         if (!asked_.frames.empty()) {
             made.frames = std::make_unique<frames_file>(asked_.frames, turn, asked_.finish);
             settings.observers.push_back(made.frames.get());
@@ -193,6 +207,7 @@ private:
         } else {
             sweep_all(feed, settings, progress, made);
         }
+        made.judged = judge(made.result);
         made.lost.unreadable = feed.unreadable();
         made.frame_size = feed.size();
         made.announced = feed.facts().announced;
@@ -239,25 +254,75 @@ private:
         if (made.last_piece == sweep_outcome::given_up) {
             made.result.outcome = sweep_outcome::given_up;
         }
-        made.second_interrupted = !stopped_before && stop_asked_for() == stop_kind::interrupted;
+        made.later_interrupted = !stopped_before && stop_asked_for() == stop_kind::interrupted;
     }
 
-    /// A second try with the frames turned the other way: features are found, described and matched anew, and what
-    /// did not fit one way may fit the other. The better of the two; the first when the second cannot be made.
-    attempt better(attempt first)
+    /// Further tries, as long as they may help and there are ways left. The best of all; the first where no other can be
+    /// made.
+    attempt best_of_tries(attempt best)
     {
-        const frame_turn turn = other_turn(first.turn);
-        note("the sweep cannot be stitched beyond frame " + std::to_string(reach_of(first.result))
-             + "; trying once more with the frames turned " + turn_name(turn));
+        const way first = best.made_by;
+        for (const way& other : further_ways(first, best.result.outcome)) {
+            if (!another_try_may_help(best.result, best.judged) || stop_asked_for() != stop_kind::none) {
+                break;
+            }
+            note(why_another_try(best.result, best.judged) + "; trying once more with " + difference(first, other));
+            try {
+                attempt further = make_attempt(open(), other);
+                const bool stopped = stop_asked_for() != stop_kind::none;
+                best.later_interrupted = further.later_interrupted = stop_asked_for() == stop_kind::interrupted;
+                if (is_better(best.result, best.judged, further.result, further.judged, stopped)) {
+                    best = std::move(further);
+                }
+            } catch (const host_error& error) {
+                best.later_interrupted = stop_asked_for() == stop_kind::interrupted;
+                best.notes.push_back(std::string("another try could not be made: ") + error.what());
+                break;
+            }
+        }
+        return best;
+    }
+
+    /// Where no way of stitching the sweep has helped: tries the other command line that may give more, so that nothing
+    /// is advised that fails as well. Nothing but its size is kept. One that would take long is not tried.
+    /// @param first  the way in which another command line would begin as well
+    void look_for_remedy(const attempt& failed, const way& first)
+    {
+        constexpr int longest = 1000;  // frames
+        frame_selection selection = asked_.selection;
+        tried_remedy remedy;
+        if (const std::string thinned_by = thinning(); !thinned_by.empty()) {
+            selection.step = 1;
+            selection.fps = 0.0;
+            remedy.what = "all frames, without " + thinned_by;
+        } else if (const std::string start = start_of_rest(failed.result); !start.empty()) {
+            selection.start = parse_time(start);
+            remedy.what = "--start " + start + " for the part behind";
+        }
+        if (remedy.what.empty() || asked_.realtime || stop_asked_for() != stop_kind::none
+            || many_with_code(failed.result, code_wrong_way)) {
+            return;
+        }
         try {
-            attempt second = make_attempt(open(), turn);
-            const bool stopped = stop_asked_for() != stop_kind::none;
-            first.second_interrupted = second.second_interrupted = stop_asked_for() == stop_kind::interrupted;
-            return second_is_better(first.result, second.result, stopped) ? std::move(second) : std::move(first);
-        } catch (const host_error& error) {
-            first.second_interrupted = stop_asked_for() == stop_kind::interrupted;
-            first.notes.push_back(std::string("the second try could not be made: ") + error.what());
-            return first;
+            frame_feed feed(open(), selection, first.turn, looked_at_, asked_.threads < 2 ? 0 : 2);
+            if (feed.expected() == 0 || feed.expected() > longest) {
+                return;
+            }
+            note("trying whether another command line helps: " + remedy.what);
+            sweep_settings settings;
+            settings.direction_hint = direction_hint(asked_.direction, first.turn);
+            settings.workers = asked_.workers;
+            progress_display progress(feed.expected());
+            settings.observers.push_back(&progress);
+            const sweep_result result = run_sweep(feed, settings);
+            if (result.outcome == sweep_outcome::complete && stop_asked_for() == stop_kind::none
+                && judge(result).how_good < grade::bad) {
+                remedy.frames = result.frames;
+                remedy.size = panorama_for_viewer(result.panorama, first.turn).size();
+                remedy_ = remedy;
+            }
+        } catch (const host_error&) {  // nothing is advised
+            return;
         }
     }
 
@@ -277,7 +342,7 @@ private:
 
     void write(attempt& done)
     {
-        summary_.written = files_.write(done.result, done.turn, *metadata_);
+        summary_.written = files_.write(done.result, done.holds_the_sweep(), done.made_by.turn, *metadata_);
         try {
             if (done.frames) {
                 done.frames->finish();
@@ -310,47 +375,89 @@ private:
             finished.error = error.what();
         }
         if (!finished.picture.empty()) {
-            const bool whole = done.last_piece == sweep_outcome::complete && finished.reaches_the_end;
+            const bool whole = done.last_piece == sweep_outcome::complete && finished.reaches_the_end
+                               && shows_more_than_a_frame(finished, finished.picture.size(), done.frame_size);
             files_.write_finished(finished.picture, whole, *metadata_, finished.view, summary_.written);
         }
         finished.picture.release();
         done.collected.reset();
     }
 
+    /// Whether the finished picture makes up for a panorama that falls short.
+    bool finished_is_good() const
+    {
+        return summary_.finished && summary_.written.finished_whole;
+    }
+
+    verdict_context context_of_verdict() const
+    {
+        verdict_context context;
+        context.finishing_can_be_asked_for = !asked_.finish && can_finish();
+        if (summary_.finished) {
+            context.finished_is_good = finished_is_good();
+        }
+        return context;
+    }
+
+    /// What the sweep came to, in lines: those without which the end of the program could not be understood, and others.
+    struct told_lines {
+        std::vector<std::string> errors;
+        std::vector<std::string> notes;
+    };
+
+    told_lines lines_on(const attempt& done) const
+    {
+        const sweep_result& result = done.result;
+        told_lines lines;
+        const std::string partial = summary_.written.whole ? "" : summary_.written.panorama.file;
+        std::vector<std::string> on_sweep =
+            notes_on(result, {!asked_.retry, remedy_, done.judged.numbers.path}, partial);
+        // What ends the program with an error is said to those, too, who want no notes.
+        const bool failed =
+            result.outcome == sweep_outcome::input_failed || result.outcome == sweep_outcome::pipeline_failed;
+        (failed ? lines.errors : lines.notes) = std::move(on_sweep);
+        std::vector<std::string>& of_verdict = is_empty_handed(done) ? lines.errors : lines.notes;
+        of_verdict.insert(of_verdict.end(), summary_.sentences.begin(), summary_.sentences.end());
+        return lines;
+    }
+
     /// Says what there is to say and settles the exit code.
     void conclude(const attempt& done)
     {
-        const sweep_result& result = done.result;
-        const std::vector<std::string>& errors = summary_.written.errors;
-        summary_.turn = done.turn;
-        summary_.result = result;
+        const std::vector<std::string>& write_errors = summary_.written.errors;
+        summary_.turn = done.made_by.turn;
+        summary_.result = done.result;
+        summary_.judged = done.judged;
         summary_.frame_size = done.frame_size;
         summary_.announced = done.announced;
         summary_.pictures = done.pictures;
         summary_.lost = done.lost;
         summary_.cut_short = done.cut_short;
-        if (result.outcome != sweep_outcome::given_up) {
+        if (done.result.outcome != sweep_outcome::given_up) {
             summary_.reported = done.reported;
         }
         summary_.pieces = done.pieces;
         summary_.code = code_of(done);
+        if (done.result.outcome == sweep_outcome::complete) {
+            summary_.sentences = sentences_on(done.judged, done.result, context_of_verdict());
+        }
 
-        const std::string partial = summary_.written.whole ? "" : summary_.written.panorama.file;
-        std::vector<std::string> notes = notes_on(result, {turns_, thinning()}, partial);
-        for (const std::string& line : errors) {
+        told_lines lines = lines_on(done);
+        for (const std::string& line : write_errors) {
             say(line);
         }
-        // What ends the program with an error is said to those, too, who want no notes.
-        const bool failed =
-            result.outcome == sweep_outcome::input_failed || result.outcome == sweep_outcome::pipeline_failed;
-        for (const std::string& line : notes) {
-            failed ? say(line) : note(line);
+        for (const std::string& line : lines.errors) {
+            say(line);
         }
-        if (failed) {
-            summary_.error = notes.front();
-            notes.erase(notes.begin());
-        } else if (!errors.empty()) {
-            summary_.error = errors.front();
+        for (const std::string& line : lines.notes) {
+            note(line);
+        }
+        // There is one place for an error; what else went wrong is not lost.
+        lines.errors.insert(lines.errors.end(), write_errors.begin(), write_errors.end());
+        std::vector<std::string>& notes = lines.notes;
+        if (!lines.errors.empty()) {
+            summary_.error = lines.errors.front();
+            notes.insert(notes.begin(), lines.errors.begin() + 1, lines.errors.end());
         }
         if (summary_.finished) {
             for (const std::string& line : notes_on(*summary_.finished)) {
@@ -365,15 +472,22 @@ private:
                 }
             }
         }
-        // There is one place for an error; what else went wrong is not lost.
-        notes.insert(notes.begin(), errors.begin() + (failed || errors.empty() ? 0 : 1), errors.end());
         std::vector<std::string> asides = summary_.written.warnings;
         asides.insert(asides.end(), done.notes.begin(), done.notes.end());
+        if (const std::string line = note_on_reduction(done.frame_size, done.result.frame.area()); !line.empty()) {
+            asides.push_back(line);
+        }
         for (const std::string& line : asides) {
             note(line);
         }
         notes.insert(notes.end(), asides.begin(), asides.end());
         summary_.notes = notes;
+    }
+
+    /// Whether the sweep came to its end, and neither picture shows more than its first frame.
+    bool is_empty_handed(const attempt& done) const
+    {
+        return done.result.outcome == sweep_outcome::complete && !done.holds_the_sweep() && !finished_is_good();
     }
 
     exit_code code_of(const attempt& done) const
@@ -383,7 +497,7 @@ private:
             return exit_code::input_failed;
         case sweep_outcome::pipeline_failed:
             // A second try left to itself might have come to a better end: it is the user's stop that settled this.
-            return done.second_interrupted ? exit_code::stopped : code_of_failure(done.result.why);
+            return done.later_interrupted ? exit_code::stopped : code_of_failure(done.result.why);
         case sweep_outcome::given_up:
             return exit_code::stopped;
         case sweep_outcome::complete:
@@ -399,6 +513,9 @@ private:
         if (gave_up_finishing || stop_asked_for() == stop_kind::interrupted) {
             return exit_code::stopped;
         }
+        if (is_empty_handed(done)) {
+            return exit_code::not_stitched;
+        }
         return summary_.finished && !summary_.written.finished_whole ? exit_code::not_stitched : exit_code::done;
     }
 
@@ -409,8 +526,8 @@ private:
     const panorama_files files_;
     std::optional<scratch_directory> scratch_;  ///< for working files that are to be kept
     int looked_at_ = 0;                         ///< pictures, in the tries so far
-    std::vector<frame_turn> turns_;             ///< of the frames, try by try
     std::optional<output_metadata> metadata_;
+    std::optional<tried_remedy> remedy_;  ///< of a sweep that failed
 };
 
 /// Makes sure, as far as that can be known before, that the summary can be written, and alone.
@@ -550,7 +667,9 @@ exit_code stitch(const options& given)
         leave_report(asked, summary);
     }
     // What a stop has shortened, by a key in the window too, may be made whole by another run.
-    if (recorded && summary.code == exit_code::done && stop_asked_for() == stop_kind::none) {
+    // And no record tells of a panorama that is under its partial name, since a finished picture made up for it.
+    if (recorded && summary.written.whole && summary.code == exit_code::done
+        && stop_asked_for() == stop_kind::none) {
         leave_record(asked, summary);
     }
     if (asked.json_summary) {

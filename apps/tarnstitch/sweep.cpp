@@ -3,6 +3,7 @@
 // The input's frames into the library's session, its answers into the program's terms.
 #include "sweep.h"
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -67,6 +68,13 @@ private:
     sweep session_;
 };
 
+/// What becomes of a frame's size, as the library gets it, before it is laid into the panorama.
+cv::Size size_in_panorama(cv::Size frame)
+{
+    const double scale = std::min(1.0, static_cast<double>(greatest_frame_width) / frame.width);
+    return {cvRound(frame.height * scale), cvRound(frame.width * scale)};  // turned
+}
+
 /// The panorama's file as the library has written it, which spares encoding it once more.
 std::vector<unsigned char> jpeg_of(const panorama& made)
 {
@@ -120,7 +128,11 @@ private:
             return goes_on_waiting();
         };
         options.on_log = settings_.on_log;
+        options.key_frame_overlap = settings_.key_frame_overlap;
         options.on_key_frame = [this](const tarn::key_frame& frame) {
+            if (frame.placed) {
+                result_.places.push_back({frame.working_size, frame.plane_from_frame});
+            }
             if (settings_.collector != nullptr) {
                 settings_.collector->key_frame(frame, handed_over_);
             }
@@ -166,6 +178,7 @@ private:
             return false;
         }
         last_frame_ = frame.bgr;
+        result_.frame = size_in_panorama(frame.bgr.size());
         if (answer.why != reason::timed_out) {  // or it was not handed over
             count(frame, answer);
         }
@@ -233,7 +246,7 @@ private:
             settings_.collector->frame_taken(frame, answer);
         }
         if (!settings_.observers.empty()) {
-            frame_record record = {frame.stamp, frame.place, answer, session_->preview(), &frame.rgba};
+            frame_record record = {frame.stamp, frame.place, answer, session_->preview(), &frame.bgr};
             record.key_frame = key_frame_ ? &*key_frame_ : nullptr;
             for (sweep_observer* const observer : settings_.observers) {
                 observer->frame_done(record);
@@ -258,6 +271,7 @@ private:
             result_.misfit_seconds = failed.after_fitted.seconds;
         }
         result_.panorama = made.image;
+        result_.composed = made.composed;
         if (made.extent != panorama_extent::missing) {
             result_.panorama_file = jpeg_of(made);
         }

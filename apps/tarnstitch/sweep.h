@@ -64,10 +64,25 @@ public:
     virtual void frame_taken(const feed_frame& frame, const frame_answer& answer) = 0;
 };
 
+/// Where the live path has placed a key frame.
+struct key_frame_place {
+    cv::Size copy;  ///< of the frame, px
+    cv::Matx33d
+        plane_from_frame;  ///< from a pixel of its copy into the plane of the sweep's first frame, scaled likewise
+};
+
+/// To this width, px, the library shrinks a frame that it lays into the panorama; as its frames are turned.
+constexpr int greatest_frame_width = 1000;
+
+/// So many px, the library gives up a panorama that would have to be wider or higher.
+constexpr int greatest_panorama_side = 10000;
+
 struct sweep_settings {
     std::string kept_files;  ///< a directory to which the working files go in the end; "" to lose them
     direction_code direction_hint = direction_undecided;  ///< in the frames as the library gets them
     int workers = 1;                                      ///< key frames that may be on their way at once
+    /// Overlap with the last key frame below which a frame becomes one (sweep_options::key_frame_overlap).
+    float key_frame_overlap = usual_key_frame_overlap;
     std::vector<sweep_observer*> observers;
     frame_collector* collector = nullptr;            ///< or none
     std::function<void(const std::string&)> on_log;  ///< is given the library's lines; or none
@@ -111,6 +126,9 @@ struct sweep_result {
     std::optional<feed_frame> refused;
 
     int key_frames = 0;
+    std::vector<key_frame_place> places;  ///< of those key frames that were placed, as the library's frames are turned
+    std::vector<composed_key_frame> composed;  ///< the key frames in the panorama, as they lie there
+    cv::Size frame;  ///< size of a frame as the library lays it into the panorama: shrunk to 1000 px and turned
     int broken_at_frame = 0;       ///< frame at which a failure of the pipeline showed; 0 if none did
     reason why = reason::none;     ///< why it failed, or the key frame could not be joined
     int failed_key_frame = 0;      ///< first key frame that could not be joined, from 1; 0 if all could

@@ -29,7 +29,8 @@ cp slide-panorama-partial.jpg part.jpg
 echo old >slide-panorama-partial.jpg
 run 1 slide
 expect_said "the sweep cannot be stitched beyond frame 9; trying once more with the frames turned clockwise"
-expect_said "what may help: "
+expect_said "the sweep cannot be stitched beyond frame 9; trying once more with key frames nearer to each other"
+! grep -qF "help" stderr || fail "something is advised that nobody has tried"
 cmp part.jpg slide-panorama-partial.jpg
 rm slide-panorama-partial.jpg
 mkdir slide-panorama-partial.jpg
@@ -68,7 +69,7 @@ done
 # The second try, with the frames turned the other way, may do what the first could not. A pipe or a camera cannot be
 # read again.
 run 1 "$samples/parking_pan.mp4" -o first.jpg --step 24 --no-retry
-expect_said "what may help: "
+expect_said "what may help: without --no-retry the sweep is tried in other ways as well"
 expect_no_file first.jpg
 run 0 "$samples/parking_pan.mp4" -o second.jpg --step 24
 expect_said "trying once more with the frames turned clockwise"
@@ -78,20 +79,19 @@ cmp second.jpg asked.jpg
 "$media" frames "$samples/parking_pan.mp4" first.png 0 1 1
 expect_equal "turn of the second try's panorama" 0 "$("$media" turn first.png second.jpg 1)"
 
-# What is advised can be followed: the part before the break ends with the last frame that fitted.
-run 1 "$samples/river_pan.mp4" -o advised.jpg --step 20 --frames advised.csv
-advice=$(grep -oP 'what may help: all frames, without --step; or \K--end [0-9.]+ for the part before, --start [0-9.]+' \
-  stderr) \
-  || fail "no advice on times"
-read -r _ end _ _ _ _ _ start <<<"$advice"
-run 0 "$samples/river_pan.mp4" -o before.jpg --step 20 --end "$end" --no-retry --turn cw --frames before.csv
-expect_equal "frames of the part before that fitted" "$(awk -F, '$5 == 1' advised.csv | wc -l)" \
-  "$(tail -n +2 before.csv | awk -F, '$5 == 1' | wc -l)"
-run 0 "$samples/river_pan.mp4" -o after.jpg --step 20 --start "$start"
-# None of it for those who have done it already.
-run 1 "$samples/river_pan.mp4" -o none.jpg --step 20 --turn none --no-retry
-! grep -qF -e "--turn none" stderr || fail "--turn none is advised, and was given"
-expect_said "; or --turn ccw"
+# What is advised has been tried, and can be followed: where frames were left out, all of them.
+run 1 "$samples/parking_pan.mp4" -o advised.jpg --step 50
+expect_said "trying whether another command line helps: all frames, without --step"
+size=$(grep -oP 'what helps: all frames, without --step: tried, a panorama of \K[0-9x]+(?= from 150 frames)' stderr) \
+  || fail "no advice"
+run 0 "$samples/parking_pan.mp4" -o followed.jpg
+expect_equal "size of what was advised" "$size" "$("$media" size followed.jpg)"
+# Nothing is advised that does not help either, and nothing is tried for those who do not want it.
+run 1 "$samples/river_pan.mp4" -o none.jpg --step 20
+expect_said "trying whether another command line helps"
+! grep -qE "what (may help|helps)" stderr || fail "something is advised"
+run 1 "$samples/parking_pan.mp4" -o advised.jpg --step 50 --no-retry
+! grep -qF "trying" stderr || fail "something is tried"
 
 # A second try that cannot be made leaves the first one's part: the input goes while the first one is under way.
 cp -p "$samples/parking_pan.mp4" going.mp4 # with its time, which goes into the panorama
@@ -102,7 +102,7 @@ code=0
 wait "$started" || code=$?
 expect_equal "exit code when the input has gone" 1 $code
 expect_said "trying once more"
-expect_said "the second try could not be made: there is no file or directory going.mp4"
+expect_said "another try could not be made: there is no file or directory going.mp4"
 cmp first-partial.jpg gone-partial.jpg
 expect_nothing_left
 

@@ -21,7 +21,7 @@ run 0 slide -o alone.png
 expect_no_file alone-finished.png
 run 0 slide -o both.png --finish
 cmp alone.png both.png
-expect_said "finished $("$media" size both-finished.png) in both-finished.png;"
+expect_said "; finished $("$media" size both-finished.png) in both-finished.png; "
 expect_no_file both-finished-partial.png
 (($(width both-finished.png) > 480 + 7 * 30 - 8)) || fail "not the whole slide: $("$media" size both-finished.png)"
 (($(height both-finished.png) > 340)) || fail "not the whole height: $("$media" size both-finished.png)"
@@ -41,9 +41,10 @@ done
 "$program" -q slide -o both.png --json >summary.json
 ! grep -qE 'finish|pieces' summary.json || fail "the summary tells of a finished picture"
 
-# One picture is the finished one, too.
-run 0 slide/1.png -o one.png --finish
-expect_equal "size of one" "$("$media" size slide/1.png)" "$("$media" size one-finished.png)"
+# One picture is the finished one, too, and neither is done.
+run 1 slide/1.png -o one.png --finish
+expect_equal "size of one" "$("$media" size slide/1.png)" "$("$media" size one-finished-partial.png)"
+expect_no_file one.png
 
 # Names that cannot be.
 expect_error 2 "need different names" slide -o out.jpg --finish --preview out-finished.jpg

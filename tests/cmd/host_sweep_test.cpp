@@ -25,6 +25,7 @@
 #include "frame_turn.h"
 #include "host_error.h"
 #include "interruption.h"
+#include "panorama_verdict.h"
 #include "picture_list.h"
 #include "support/rendered_sweep.h"
 #include "support/stitcher_fixture.h"
@@ -419,6 +420,36 @@ TEST_F(HostSweep, PanoramaNeedsNoWorkingFile)
         EXPECT_EQ(result.outcome, sweep_outcome::complete);
         EXPECT_EQ(result.panorama_file, undisturbed);
     }
+}
+
+TEST_F(HostSweep, PlacesOfKeyFramesAreThoseOfTheSlide)
+{
+    constexpr int length = 20;
+    const sweep_result result = sweep_through(pictures_of_a_slide(length));
+    EXPECT_EQ(result.frame, cv::Size(360, 480));
+    // The last one is composed without being placed live.
+    ASSERT_EQ(result.composed.size(), static_cast<std::size_t>(result.key_frames));
+    EXPECT_EQ(result.places.size(), result.composed.size() - 1);
+    double reached = -1.0;
+    for (const tarn::composed_key_frame& one : result.composed) {
+        EXPECT_NEAR(one.panorama_from_frame(0, 0), 1.0, 0.02);
+        EXPECT_NEAR(one.panorama_from_frame(0, 1), 0.0, 0.02);
+        EXPECT_GT(one.panorama_from_frame(1, 2), reached);
+        reached = one.panorama_from_frame(1, 2);
+    }
+    EXPECT_NEAR(reached, (length - 1) * 48, 10);
+    const verdict judged = judge(result);
+    EXPECT_EQ(judged.how_good, grade::good);
+    EXPECT_EQ(judged.numbers.path, camera_path::sliding);
+}
+
+TEST_F(HostSweep, NearerKeyFramesAreMore)
+{
+    const std::vector<cv::Mat> pictures = pictures_of_a_slide(20);
+    watched_input input(pictures, nullptr);
+    sweep_settings settings;
+    settings.key_frame_overlap = 0.9f;
+    EXPECT_GT(run_sweep(input, settings).key_frames, sweep_through(pictures).key_frames);
 }
 
 TEST_F(HostSweep, WorkingFilesAreKeptWhereTheyAreWanted)

@@ -72,20 +72,32 @@ expect_said "cannot read gaps/9.png; it is left out"
 expect_said "7 frames, 7 taken, 3 unreadable"
 expect_file gaps-panorama.jpg
 
-# One picture is a panorama of one picture, with a preview of it.
-run 0 slide/1.png -o one.jpg --preview one-preview.png
+# One picture is none that was stitched: it is written under the partial name, upright, with a preview of it, and what
+# stood there stays.
+echo kept >one.jpg
+run 1 slide/1.png -o one.jpg --preview one-preview.png
 expect_said "1 frame, 1 taken (1 normal); 1 key frame"
-expect_said "one frame only"
-expect_equal "size of one picture" 480x360 "$("$media" size one.jpg)"
-expect_equal "size of its preview" 400x300 "$("$media" size one-preview.png)"
-expect_equal "turn of one picture" 0 "$("$media" turn slide/1.png one.jpg 1)"
-expect_equal "turn of its preview" 0 "$("$media" turn slide/1.png one-preview.png "$preview_scale")"
+expect_said "the panorama shows nothing beyond the first frame: there is no other one"
+expect_equal "earlier panorama" kept "$(cat one.jpg)"
+expect_equal "size of one picture" 480x360 "$("$media" size one-partial.jpg)"
+expect_equal "size of its preview" 400x300 "$("$media" size one-preview-partial.png)"
+expect_equal "turn of one picture" 0 "$("$media" turn slide/1.png one-partial.jpg 1)"
+expect_equal "turn of its preview" 0 "$("$media" turn slide/1.png one-preview-partial.png "$preview_scale")"
+
+# Nor are several of the same, however many.
+mkdir still
+for number in 1 2 3 4 5 6; do
+  cp slide/1.png still/$number.png
+done
+run 1 still -o one.jpg
+expect_said "the panorama shows nothing beyond the first frame"
+expect_equal "earlier panorama" kept "$(cat one.jpg)"
 
 # Also when there is nothing in it to track. One that is too small to be described is refused, not crashed on.
 "$media" flat flat.png 900 600
-run 0 flat.png --preview flat-preview.png
-expect_equal "size of a flat picture" 900x600 "$("$media" size flat-panorama.jpg)"
-expect_equal "size of its preview" 450x300 "$("$media" size flat-preview.png)"
+run 1 flat.png --preview flat-preview.png
+expect_equal "size of a flat picture" 900x600 "$("$media" size flat-panorama-partial.jpg)"
+expect_equal "size of its preview" 450x300 "$("$media" size flat-preview-partial.png)"
 "$media" flat dot.png 1 1
 run 1 dot.png
 expect_said "nothing of a panorama is left"
@@ -94,9 +106,9 @@ expect_said "1 frame, 0 taken"
 # Orientation in the file is honoured, and what is written is upright.
 "$media" rotate slide/1.png lying.jpg 3
 "$media" exif lying.jpg exif.jpg 6
-run 0 exif.jpg -o exif-upright.jpg --preview exif-upright.png
-expect_equal "turn by Exif" 0 "$("$media" turn slide/1.png exif-upright.jpg 1)"
-expect_equal "turn of its preview" 0 "$("$media" turn slide/1.png exif-upright.png "$preview_scale")"
+run 1 exif.jpg -o exif-upright.jpg --preview exif-upright.png
+expect_equal "turn by Exif" 0 "$("$media" turn slide/1.png exif-upright-partial.jpg 1)"
+expect_equal "turn of its preview" 0 "$("$media" turn slide/1.png exif-upright-partial.png "$preview_scale")"
 
 "$media" matrix "$samples/parking_pan.mp4" "a:turned video.mp4"
 "$media" frames "$samples/parking_pan.mp4" first.png 0 1 1
@@ -133,8 +145,8 @@ expect_file cut-panorama.jpg
 
 # A pattern's name is a file's name first.
 cp slide/1.png "literal%d.png"
-run 0 "literal%d.png"
+run 1 "literal%d.png"
 expect_said "1 frame"
-expect_file "literal%d-panorama.jpg"
+expect_file "literal%d-panorama-partial.jpg"
 
 echo "passed"

@@ -25,7 +25,7 @@ expect_equal "size at quality 30" "$("$media" size usual.jpg)" "$("$media" size 
 (($("$media" empty plain.png) > 0)) || fail "nothing to crop"
 run 0 "${short[@]}" -o cropped.png --crop
 expect_equal "empty pixels after --crop" 0 "$("$media" empty cropped.png)"
-expect_said "panorama $("$media" size cropped.png) of $("$media" size plain.png) in cropped.png;"
+expect_said "tarnstitch: cropped.png: $("$media" size cropped.png) of $("$media" size plain.png); "
 
 # --frames: a line for each frame, in step with the summary.
 expect_equal "lines of the CSV" 151 "$(wc -l <frames.csv)"
@@ -58,7 +58,7 @@ expect_equal "lines of the log" 150 "$(grep -c 'videoStitch finish' library.log)
 # shellcheck disable=SC2094 # nothing reads it
 "$program" "${short[@]}" -o usual.jpg --log both.log 2>both.log || fail "--log to standard error's file"
 expect_equal "lines of the library in both.log" 10 "$(grep -c 'videoStitch finish' both.log)"
-grep -q '^tarnstitch: 10 frames' both.log || fail "no message in both.log"
+grep -q '^tarnstitch: usual.jpg: .*; 10 frames' both.log || fail "no message in both.log"
 "$program" "${short[@]}" -o usual.jpg --log /dev/stdout >library.log 2>stderr || fail "--log /dev/stdout"
 expect_equal "lines of the log on standard output" 10 "$(grep -c 'videoStitch finish' library.log)"
 # What was there stays where standard output is appended to a file.

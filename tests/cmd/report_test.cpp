@@ -13,9 +13,9 @@
 #include <opencv2/core.hpp>
 
 #include "frames_file.h"
-#include "judgement.h"
 #include "progress.h"
 #include "report.h"
+#include "size_watch.h"
 #include "summary.h"
 
 using namespace tarn::host;
@@ -48,7 +48,7 @@ TEST(Report, EveryCodeHasAKeyOfItsOwn)
     EXPECT_EQ(code_key(tarn::code_very_few_details), "very_few_details");
 }
 
-TEST(Report, SummaryCountsFramesByCodeName)
+TEST(Report, SummaryBeginsWithTheFileAndCountsFramesByCodeName)
 {
     sweep_result result;
     result.frames = 12;
@@ -60,19 +60,35 @@ TEST(Report, SummaryCountsFramesByCodeName)
     written.panorama = {"a.jpg", {640, 480}};
     written.uncropped = {640, 480};
     EXPECT_EQ(summary_line(result, written, {2, std::nullopt}, 1.26),
-              "12 frames, 9 taken, 2 unreadable (3 wrong way, 9 normal); 1 key frame; panorama 640x480 in "
-              "a.jpg; 1.3 s");
+              "a.jpg: 640x480; 12 frames, 9 taken, 2 unreadable (3 wrong way, 9 normal); 1 key frame; 1.3 s");
     written.uncropped = {700, 500};
     written.preview = {"b.png", {300, 200}};
+    written.finished = {"c.jpg", {600, 400}};
     EXPECT_EQ(summary_line(result, written, {0, 7}, 1.26),
-              "12 frames, 9 taken, 7 dropped (3 wrong way, 9 normal); 1 key frame; panorama 640x480 of 700x500 "
-              "in a.jpg, preview 300x200 in b.png; 1.3 s");
+              "a.jpg: 640x480 of 700x500; 12 frames, 9 taken, 7 dropped (3 wrong way, 9 normal); 1 key frame; finished "
+              "600x400 in c.jpg; preview 300x200 in b.png; 1.3 s");
     EXPECT_NE(summary_line(result, written_files(), {0, 0}, 1.0).find(", 0 dropped ("), std::string::npos);
-    EXPECT_NE(summary_line(result, written_files(), {}, 1.0).find("no panorama"), std::string::npos);
+    EXPECT_EQ(summary_line(result, written_files(), {}, 1.0).find("no panorama; 12 frames"), 0U);
 }
 
-/// What the program does of its own accord.
-const tried_ways both_ways = {{frame_turn::counter_clockwise, frame_turn::clockwise}, ""};
+TEST(Report, FramesAreSaidToBeReducedWhereTheyAre)
+{
+    EXPECT_EQ(note_on_reduction({1920, 1080}, 1000 * 1778),
+              "frames reduced to 1000 px for the panorama: 1778x1000 of 1920x1080");
+    EXPECT_EQ(note_on_reduction({960, 540}, 960 * 540), "");
+    EXPECT_EQ(note_on_reduction({}, 0), "") << "no frame was handed over";
+}
+
+TEST(Report, LimitOfSizeIsSaidBeforeItIsMet)
+{
+    EXPECT_EQ(note_on_size(7999), "");
+    EXPECT_EQ(note_on_size(8000),
+              "the panorama is about 8000 px long by now; the library makes none of more than 10000 px");
+    // A preview 300 px wide stands for a frame of at most 1000.
+    EXPECT_EQ(panorama_side({300, 500}, 200), 500);
+    EXPECT_EQ(panorama_side({300, 500}, 600), 1000);
+    EXPECT_EQ(panorama_side({900, 500}, 4000), 3000);
+}
 
 TEST(Report, BrokenSweepSaysWhereAndWhatIsLeft)
 {
@@ -82,11 +98,11 @@ TEST(Report, BrokenSweepSaysWhereAndWhatIsLeft)
     result.broken_at_frame = 57;
     result.failed_key_frame = 4;
     result.failed_frame = 41;
-    ASSERT_EQ(notes_on(result, both_ways, "x-partial.jpg").size(), 2U);
-    EXPECT_EQ(notes_on(result, both_ways, "x-partial.jpg")[0],
+    ASSERT_EQ(notes_on(result, {}, "x-partial.jpg").size(), 1U);
+    EXPECT_EQ(notes_on(result, {}, "x-partial.jpg")[0],
               "stitching failed at frame 57: key frame 4 (frame 41) could not be joined to the panorama; what was "
               "composed until then is in x-partial.jpg");
-    EXPECT_EQ(notes_on(result, both_ways, "")[0],
+    EXPECT_EQ(notes_on(result, {}, "")[0],
               "stitching failed at frame 57: key frame 4 (frame 41) could not be joined to the panorama; nothing of "
               "a panorama is left");
 }
@@ -100,17 +116,17 @@ TEST(Report, BrokenSweepSaysWhyInTheLibrarysWords)
     result.failed_key_frame = 4;
     result.failed_frame = 57;
     result.why = tarn::reason::too_few_matches;
-    EXPECT_EQ(notes_on(result, both_ways, "")[0],
+    EXPECT_EQ(notes_on(result, {}, "")[0],
               "stitching failed at frame 57: key frame 4 (frame 57) could not be joined to the panorama: too few "
               "matches; nothing of a panorama is left");
     result.failed_key_frame = 0;
     result.why = tarn::reason::timed_out;
-    EXPECT_EQ(notes_on(result, both_ways, "x-partial.jpg")[0],
+    EXPECT_EQ(notes_on(result, {}, "x-partial.jpg")[0],
               "stitching failed at frame 57: the panorama could not be finished: the wait for the workers was too "
               "long; what was composed until then is in x-partial.jpg");
     // That it failed has been said.
     result.why = tarn::reason::pipeline_failed;
-    EXPECT_EQ(notes_on(result, both_ways, "")[0],
+    EXPECT_EQ(notes_on(result, {}, "")[0],
               "stitching failed at frame 57: the panorama could not be finished; nothing of a panorama is left");
 }
 
@@ -130,24 +146,21 @@ TEST(Summary, FailureHasItsReasonAsTextAndAsNumber)
     EXPECT_EQ(failure["reason_code"], 14);
 }
 
-TEST(Report, BrokenSweepSaysWhatMayHelp)
+TEST(Report, BrokenSweepSaysWhatHasHelpedAndHowToFilm)
 {
     sweep_result result;
     result.outcome = sweep_outcome::pipeline_failed;
     result.frames = 100;
     result.by_code[tarn::code_normal] = 100;
-    const auto help = [&result] { return notes_on(result, both_ways, "").back(); };
-    EXPECT_NE(help().find("smaller steps"), std::string::npos) << help();
-    EXPECT_NE(help().find("; or --turn none"), std::string::npos) << help();
-    result.fitted_seconds = 1.6;
-    result.misfit_seconds = 1.0 + 2.0 / 3.0;
-    result.failed_seconds = 3.4;
-    EXPECT_EQ(help(), "what may help: --end 1.66 for the part before, --start 3.40 for the part after; or --turn none");
-    // 240 a second
-    result.fitted_seconds = 387.0 / 240.0;
-    result.misfit_seconds = result.failed_seconds = 388.0 / 240.0;
-    EXPECT_EQ(help(),
-              "what may help: --end 1.616 for the part before, --start 1.616 for the part after; or --turn none");
+    EXPECT_EQ(notes_on(result, {}, "").size(), 1U) << "nothing has helped, and nothing is advised";
+    advice_facts facts;
+    facts.remedy = tried_remedy{"--start 3.40 for the part behind", 15, {612, 420}};
+    EXPECT_EQ(notes_on(result, facts, "").back(),
+              "what helps: --start 3.40 for the part behind: tried, a panorama of 612x420 from 15 frames");
+    facts = {};
+    facts.tries_left = true;
+    EXPECT_EQ(notes_on(result, facts, "").back(),
+              "what may help: without --no-retry the sweep is tried in other ways as well");
     for (const auto& [code, words] :
          std::vector<std::pair<tarn::answer_code, std::string>>{{tarn::code_lost, "overlap"},
                                                                 {tarn::code_few_details, "little to see"},
@@ -156,6 +169,7 @@ TEST(Report, BrokenSweepSaysWhatMayHelp)
                                                                 {tarn::code_too_fast, "slower"},
                                                                 {tarn::code_skewed, "level"}}) {
         const int many = code == tarn::code_wrong_way ? 5 : 20;
+        const auto help = [&result] { return notes_on(result, {}, "").back(); };
         result.by_code[code] = many - 1;
         EXPECT_EQ(help().find(words), std::string::npos) << help();
         result.by_code[code] = many;
@@ -164,110 +178,45 @@ TEST(Report, BrokenSweepSaysWhatMayHelp)
     }
 }
 
-TEST(Report, NothingIsAdvisedThatWasDoneOrCannotBe)
+TEST(Report, WalkingSidewaysIsToldFromTilting)
 {
     sweep_result result;
     result.outcome = sweep_outcome::pipeline_failed;
     result.frames = 100;
-    const auto help = [&result](const tried_ways& tried) { return notes_on(result, tried, "").back(); };
-    EXPECT_EQ(help({{frame_turn::none}, ""}), "what may help: smaller steps between the pictures; or --turn ccw");
-    EXPECT_EQ(help({{frame_turn::none, frame_turn::counter_clockwise}, ""}),
-              "what may help: smaller steps between the pictures; or --turn cw");
-    result.frames = 1;
-    EXPECT_EQ(help(both_ways), "what may help: --turn none");
-    EXPECT_EQ(
-        notes_on(result, {{frame_turn::none, frame_turn::counter_clockwise, frame_turn::clockwise}, ""}, "").size(),
-        1U);
+    result.by_code[tarn::code_skewed] = 50;
+    advice_facts facts;
+    facts.path = camera_path::walking;
+    EXPECT_EQ(notes_on(result, facts, "").back(),
+              "for the next time: the camera was carried past things at different distances: turn on the spot, do not "
+              "walk");
+    facts.path = camera_path::tilting;
+    EXPECT_EQ(notes_on(result, facts, "").back(), "for the next time: the horizon turned: hold the camera level");
 }
 
-TEST(Report, FramesThatWereLeftOutAreAdvisedFirst)
+TEST(Report, RestBeginsBetweenTheFrameThatFittedAndTheOneThatDidNot)
 {
     sweep_result result;
-    result.outcome = sweep_outcome::pipeline_failed;
-    result.frames = 100;
-    const tried_ways every_third = {both_ways.turns, "--step"};
-    EXPECT_EQ(notes_on(result, every_third, "").back(), "what may help: all frames, without --step; or --turn none");
-    result.by_code[tarn::code_few_details] = 100;
-    EXPECT_EQ(notes_on(result, every_third, "").back(),
-              "what may help: all frames, without --step; or there is little to see: more texture, more light");
-    result.by_code[tarn::code_wrong_way] = 100;
-    EXPECT_EQ(notes_on(result, every_third, "").back(),
-              "what may help: the camera moved against --direction: another direction, or none");
-}
-
-TEST(Judgement, SecondTryMayHelpUnlessManyFramesWentTheWrongWay)
-{
-    sweep_result result;
-    result.frames = 100;
-    EXPECT_FALSE(second_try_may_help(result));
-    result.outcome = sweep_outcome::pipeline_failed;
-    EXPECT_TRUE(second_try_may_help(result));
-    result.by_code[tarn::code_wrong_way] = 4;
-    EXPECT_TRUE(second_try_may_help(result));
-    result.by_code[tarn::code_wrong_way] = 5;
-    EXPECT_FALSE(second_try_may_help(result));
-}
-
-TEST(Judgement, ExitCodeTellsWhetherThePicturesOrTheMachineIsToBlame)
-{
-    for (const tarn::reason why :
-         {tarn::reason::none, tarn::reason::too_few_matches, tarn::reason::no_homography, tarn::reason::too_large}) {
-        EXPECT_EQ(code_of_failure(why), exit_code::not_stitched) << tarn::name_of(why);
-    }
-    for (const tarn::reason why : {tarn::reason::timed_out, tarn::reason::no_memory, tarn::reason::no_thread}) {
-        EXPECT_EQ(code_of_failure(why), exit_code::short_of_means) << tarn::name_of(why);
-    }
-    EXPECT_EQ(code_of_failure(tarn::reason::disk), exit_code::output_failed);
-}
-
-TEST(Judgement, SecondTryIsBetterWhenItGotFurther)
-{
-    sweep_result first;
-    first.outcome = sweep_outcome::pipeline_failed;
-    first.broken_at_frame = 57;
-    EXPECT_EQ(reach_of(first), 57);
-    first.failed_frame = 41;
-    EXPECT_EQ(reach_of(first), 41);
-
-    sweep_result second = first;
-    EXPECT_FALSE(second_is_better(first, second, false));
-    second.failed_frame = 42;
-    EXPECT_TRUE(second_is_better(first, second, false));
-    second.outcome = sweep_outcome::input_failed;
-    EXPECT_FALSE(second_is_better(first, second, false));
-    second.outcome = sweep_outcome::given_up;
-    EXPECT_TRUE(second_is_better(first, second, true));
-
-    // What was cut short is complete as far as it went.
-    second.outcome = sweep_outcome::complete;
-    second.last_frame = 40;
-    EXPECT_TRUE(second_is_better(first, second, false));
-    EXPECT_FALSE(second_is_better(first, second, true));
-    second.last_frame = 41;
-    EXPECT_TRUE(second_is_better(first, second, true));
-}
-
-TEST(Report, SweepOfOneFrameIsNoInputOfOneFrame)
-{
-    // It may have been stopped there, or only one frame was asked for.
-    sweep_result result;
-    result.frames = 1;
-    EXPECT_EQ(notes_on(result, both_ways, ""),
-              std::vector<std::string>{"the sweep has one frame only, so the panorama is that frame"});
+    EXPECT_EQ(start_of_rest(result), "");
+    result.fitted_seconds = 1.6;
+    result.failed_seconds = 3.4;
+    EXPECT_EQ(start_of_rest(result), "3.40");
+    // 240 a second
+    result.fitted_seconds = 387.0 / 240.0;
+    result.failed_seconds = 388.0 / 240.0;
+    EXPECT_EQ(start_of_rest(result), "1.616");
 }
 
 TEST(Report, CompleteSweepThatLostAKeyFrameSaysSo)
 {
     sweep_result result;
     result.frames = 50;
-    EXPECT_TRUE(notes_on(result, both_ways, "").empty());
+    EXPECT_TRUE(notes_on(result, {}, "").empty());
     result.failed_key_frame = 3;
     result.failed_frame = 20;
-    ASSERT_EQ(notes_on(result, both_ways, "").size(), 1U);
-    EXPECT_EQ(notes_on(result, both_ways, "")[0],
-              "the panorama is without key frame 3 (frame 20), which could not be joined");
+    ASSERT_EQ(notes_on(result, {}, "").size(), 1U);
+    EXPECT_EQ(notes_on(result, {}, "")[0], "the panorama is without key frame 3 (frame 20), which could not be joined");
     result.why = tarn::reason::no_homography;
-    EXPECT_EQ(notes_on(result, both_ways, "")[0],
+    EXPECT_EQ(notes_on(result, {}, "")[0],
               "the panorama is without key frame 3 (frame 20), which could not be joined: the matches agree on no "
               "motion");
 }

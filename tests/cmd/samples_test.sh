@@ -16,11 +16,11 @@ check() {
 
   # The names' counts add up to the number of frames.
   line=$(cat stderr)
-  [[ $line =~ ^"tarnstitch: $frames frames, "[0-9]+" taken ("([^\)]*)"); "[0-9]+" key frames; panorama "([0-9x]+)" in "$name-panorama.jpg", preview "([0-9x]+)" in "$name.png"; "[0-9.]+" s"$ ]] \
+  [[ $line =~ ^"tarnstitch: $name-panorama.jpg: "([0-9x]+)"; $frames frames, "[0-9]+" taken ("([^\)]*)"); "[0-9]+" key frames; preview "([0-9x]+)" in "$name.png"; "[0-9.]+" s"$ ]] \
     || fail "summary of $name: $line"
-  sum=$(tr ',' '\n' <<<"${BASH_REMATCH[1]}" | awk '{ sum += $1 } END { print sum }')
+  sum=$(tr ',' '\n' <<<"${BASH_REMATCH[2]}" | awk '{ sum += $1 } END { print sum }')
   expect_equal "frames by code of $name" "$frames" "$sum"
-  expect_equal "panorama of $name" "${BASH_REMATCH[2]}" "$("$media" size "$name-panorama.jpg")"
+  expect_equal "panorama of $name" "${BASH_REMATCH[1]}" "$("$media" size "$name-panorama.jpg")"
   expect_equal "preview of $name" "${BASH_REMATCH[3]}" "$("$media" size "$name.png")"
 
   # Upright: the first frame is found in both as it is. In the preview it is scaled from its height to 300.

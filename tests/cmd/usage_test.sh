@@ -10,7 +10,7 @@ source "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
 for option in --help -h; do
   "$program" $option >help 2>stderr || fail "$option"
   [[ ! -s stderr ]] || fail "$option on standard error"
-  for text in "usage: tarnstitch" "-o, --output" --preview --turn --direction --workers --version "Examples:" \
+  for text in "usage: tarnstitch" "-o, --output" --preview --turn --direction --workers --version "Examples:" "How to film:" "Turn on the spot" \
     "Exit codes:"; do
     grep -qF -e "$text" help || fail "$option does not mention $text"
   done
@@ -126,8 +126,8 @@ expect_error 2 "--realtime is for videos and cameras: images have no times" 1.pn
 "$media" flat 1.png 400 300
 mkdir "[1,2]"
 cp 1.png "[1,2]/"
-run 0 "[1,2]" -o -odd.jpg --log=--crop
-expect_file ./-odd.jpg
+run 1 "[1,2]" -o -odd.jpg --log=--crop
+expect_file ./-odd-partial.jpg
 expect_file ./--crop
 
 echo "passed"

@@ -62,6 +62,11 @@ void describe(const stage_library::finishing_result& result, finished_picture& f
 
 }  // namespace
 
+bool can_finish()
+{
+    return true;
+}
+
 void check_finishing()
 {
 }
@@ -105,6 +110,11 @@ finished_picture finish_sweep(const key_frame_collector& collected, const option
 
 #else
 
+bool can_finish()
+{
+    return false;
+}
+
 void check_finishing()
 {
     throw host_error(exit_code::usage, "--finish: this tarnstitch is built without it");
@@ -118,6 +128,14 @@ finished_picture finish_sweep(const key_frame_collector& /*collected*/, const op
 }
 
 #endif
+
+bool shows_more_than_a_frame(const finished_picture& finished, cv::Size size, cv::Size frame)
+{
+    constexpr double enough = 1.05;  // what joins and cuts cost at the edges is less
+    return finished.shown > 1
+           && (size.width > enough * finished.scale * frame.width
+               || size.height > enough * finished.scale * frame.height);
+}
 
 std::vector<std::string> notes_on(const finished_picture& finished)
 {

@@ -45,6 +45,14 @@ struct finished_picture {
 /// @throws host_error (usage) where the program is built without it
 void check_finishing();
 
+/// Whether the program is built with it.
+bool can_finish();
+
+/// Whether a finished picture shows more than one frame does, which may be cut to a part of its height.
+/// @param size   of the picture
+/// @param frame  size of a frame, px
+bool shows_more_than_a_frame(const finished_picture& finished, cv::Size size, cv::Size frame);
+
 /// Makes the picture, with progress on the screen. A stop that the user asks for meanwhile ends it.
 finished_picture finish_sweep(const key_frame_collector& collected, const options& asked);
 

@@ -38,6 +38,16 @@ constexpr std::array examples = {
     example{"for a script", "tarnstitch -q --json sweep.mp4 -o out.jpg > summary.json"},
 };
 
+/// How to film, so that a panorama comes of it: lines of at most 78 characters.
+constexpr std::array filming = {
+    "Turn on the spot, do not walk; or slide along something flat, equally near.",
+    "Overlap: a video has enough of it; neighbours among stills share a half.",
+    "Speed: even, with three seconds or more for what fills the screen.",
+    "Light: the more the better, since dim pictures blur; keep the sun behind you.",
+    "What moves: let people and cars be far off, or wait until they have gone.",
+    "Start at one end, where there is detail; go level, one way, to the other end.",
+};
+
 struct exit_line {
     int code;
     const char* meaning;
@@ -50,14 +60,15 @@ constexpr const char* another_try =
 
 constexpr std::array exit_lines = {
     exit_line{0, "done"},
-    exit_line{1, "the sweep could not be stitched, or not finished; what was composed is written\n"
-                 "under the outputs' names with \"-partial\" before their endings"},
+    exit_line{1, "the sweep could not be stitched, or not finished, or shows nothing beyond its\n"
+                 "first frame; what was composed is written under the outputs' names with\n"
+                 "\"-partial\" before their endings"},
     exit_line{2, "the command line makes no sense, or --show has no display; nothing was done"},
     exit_line{3, "the input is missing, unreadable or without frames"},
     exit_line{4, "an output, or a temporary file, cannot be written"},
     exit_line{5, "the machine gave too little memory, too few threads or open files, or no time"},
     exit_line{130, "stopped: by Ctrl-C, after which what there was has been written (if it came in\n"
-                   "the second try, perhaps the first one's part), or given up by Esc in the window"},
+                   "a further try, perhaps the first one's part), or given up by Esc in the window"},
 };
 
 struct key_line {
@@ -149,6 +160,10 @@ std::string help_text()
     for (const example& one : examples) {
         text += "  # " + std::string(one.what) + "\n  " + one.command + "\n";
     }
+    text += "\nHow to film:\n";
+    for (const char* const one : filming) {
+        text += "  " + std::string(one) + "\n";
+    }
     text += "\nKeys in the window of --show:\n";
     for (const key_line& one : key_lines) {
         constexpr std::size_t width = 7;
@@ -197,6 +212,10 @@ std::string manual_page()
     page += ".SH KEYS\nIn the window of\n.BR " + roff("--show") + " :\n";
     for (const key_line& one : key_lines) {
         page += ".TP\n.B " + std::string(one.key) + "\n" + roff(one.meaning) + "\n";
+    }
+    page += ".SH FILMING\n";
+    for (const char* const one : filming) {
+        page += ".IP \\(bu 2\n" + roff(one) + "\n";
     }
     page += ".SH EXIT STATUS\n";
     for (const exit_line& one : exit_lines) {

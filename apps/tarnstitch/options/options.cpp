@@ -216,7 +216,8 @@ const std::vector<option_row>& option_table()
          read_word<&options::direction, camera_motion::right, camera_motion::left, camera_motion::up,
                    camera_motion::down, camera_motion::any>},
         {orientation, "--no-retry", "", value_kind::none, "",
-         "no second try, with the frames turned the other way, after a failure", clear_flag<&options::retry>},
+         "no further tries after a failure or a bad panorama: with the frames\n"
+         "turned the other way, and with key frames nearer to each other", clear_flag<&options::retry>},
 
         {pace, "--realtime", "", value_kind::none, "",
          "play a video at its own rate, as a camera would: frames that come\n"

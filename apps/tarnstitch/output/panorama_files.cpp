@@ -81,6 +81,12 @@ std::vector<unsigned char> encoded(const std::string& path, const cv::Mat& image
     throw host_error(exit_code::output_failed, line);
 }
 
+/// For a name that makes no sense, whatever the disk holds.
+[[noreturn]] void refuse(const std::string& line)
+{
+    throw host_error(exit_code::usage, line);
+}
+
 /// Whether the library names a key frame's working file so: "big_frame12.jpg".
 bool is_working_frame_name(const std::string& name)
 {
@@ -176,22 +182,22 @@ panorama_files::panorama_files(const options& asked)
       finished_(name_of_finished_picture(asked)), partial_finished_(with_addition(finished_, "-partial"))
 {
     if (!is_jpeg_name(panorama_) && !is_lossless_name(panorama_)) {
-        fail("cannot write " + panorama_ + ": the panorama's name must end in .jpg, .jpeg, .png, .tif or .tiff");
+        refuse("cannot write " + panorama_ + ": the panorama's name must end in .jpg, .jpeg, .png, .tif or .tiff");
     }
     if (!asked.preview.empty()) {
         const cv::Mat small_image(2, 2, CV_8UC3, cv::Scalar::all(0));
         if (encoded(asked.preview, small_image).empty()) {
             const std::string ending = ending_of(asked.preview);
-            fail("cannot write " + asked.preview + ": "
-                 + (ending.empty() ? "its name has no ending, which would tell the format"
-                                   : ending + " is no image format that can be written"));
+            refuse("cannot write " + asked.preview + ": "
+                   + (ending.empty() ? "its name has no ending, which would tell the format"
+                                     : ending + " is no image format that can be written"));
         }
     }
     if (!asked.frames.empty() && !is_frames_name(asked.frames)) {
-        fail("cannot write " + asked.frames + ": the name of the file on frames must end in .csv or .jsonl");
+        refuse("cannot write " + asked.frames + ": the name of the file on frames must end in .csv or .jsonl");
     }
     if (!asked.report.empty() && kind_of(asked.report) != ".html" && kind_of(asked.report) != ".htm") {
-        fail("cannot write " + asked.report + ": the name of the report must end in .html or .htm");
+        refuse("cannot write " + asked.report + ": the name of the report must end in .html or .htm");
     }
     check_names();
 }
@@ -274,22 +280,22 @@ void panorama_files::check_places() const
     }
 }
 
-written_files panorama_files::write(const sweep_result& result, frame_turn turn, const output_metadata& metadata) const
+written_files panorama_files::write(const sweep_result& result, bool whole, frame_turn turn,
+                                    const output_metadata& metadata) const
 {
     written_files written;
     if (!result.panorama.empty()) {
-        write_panorama(result, turn, metadata, written);
+        write_panorama(result, whole, turn, metadata, written);
     }
     if (!asked_.preview.empty() && !result.preview.empty()) {
-        write_preview(result, turn, metadata, written);
+        write_preview(result, whole, turn, metadata, written);
     }
     return written;
 }
 
-void panorama_files::write_panorama(const sweep_result& result, frame_turn turn, const output_metadata& metadata,
-                                    written_files& written) const
+void panorama_files::write_panorama(const sweep_result& result, bool whole, frame_turn turn,
+                                    const output_metadata& metadata, written_files& written) const
 {
-    const bool whole = result.outcome == sweep_outcome::complete;
     const std::string& name = whole ? panorama_ : partial_;
     cv::Mat image = panorama_for_viewer(result.panorama, turn);
     written.uncropped = image.size();
@@ -318,10 +324,9 @@ void panorama_files::write_panorama(const sweep_result& result, frame_turn turn,
     }
 }
 
-void panorama_files::write_preview(const sweep_result& result, frame_turn turn, const output_metadata& metadata,
-                                   written_files& written) const
+void panorama_files::write_preview(const sweep_result& result, bool whole, frame_turn turn,
+                                   const output_metadata& metadata, written_files& written) const
 {
-    const bool whole = result.outcome == sweep_outcome::complete;
     const std::string& name = whole ? asked_.preview : partial_preview_;
     const cv::Mat image = preview_for_viewer(result.preview, turn);
     if (write_noting(name, encoded(name, image), metadata, written)) {

@@ -54,7 +54,7 @@ std::vector<named_output> named_outputs(const options& asked);
 class panorama_files {
 public:
     /// Takes the names asked for and checks their endings.
-    /// @throws host_error (output_failed for an ending, usage for one name given twice or a working file's)
+    /// @throws host_error (usage): an ending that cannot be written, one name given twice, or a working file's
     explicit panorama_files(const options& asked);
 
     /// The name of the panorama, once it is whole.
@@ -74,10 +74,10 @@ public:
     /// @throws host_error (output_failed)
     void check_places() const;
 
-    /// Writes what the sweep gave, upright: the panorama and the preview, under their own names if they are complete,
+    /// Writes what the sweep gave, upright: the panorama and the preview, under their own names if they are whole,
     /// else under the partial ones, so that earlier whole ones stay. Each file is tried, whatever became of the
     /// other.
-    written_files write(const sweep_result& result, frame_turn turn, const output_metadata& metadata) const;
+    written_files write(const sweep_result& result, bool whole, frame_turn turn, const output_metadata& metadata) const;
 
     /// Writes the finished picture, under the partial name if it does not reach to the end of the sweep.
     void write_finished(const cv::Mat& picture, bool whole, const output_metadata& metadata, const panorama_view& view,
@@ -90,9 +90,9 @@ public:
     void keep_working_files(const std::string& from, const sweep_result& result) const;
 
 private:
-    void write_panorama(const sweep_result& result, frame_turn turn, const output_metadata& metadata,
+    void write_panorama(const sweep_result& result, bool whole, frame_turn turn, const output_metadata& metadata,
                         written_files& written) const;
-    void write_preview(const sweep_result& result, frame_turn turn, const output_metadata& metadata,
+    void write_preview(const sweep_result& result, bool whole, frame_turn turn, const output_metadata& metadata,
                        written_files& written) const;
 
     void check_names() const;

@@ -111,6 +111,33 @@ ordered_json finished_as_json(const run_summary& summary)
     return object;
 }
 
+/// How good the panorama is; null where no frame was handed over.
+ordered_json verdict_as_json(const run_summary& summary)
+{
+    if (summary.result.frames == 0) {
+        return nullptr;
+    }
+    const measured_result& numbers = summary.judged.numbers;
+    ordered_json faults = ordered_json::array();
+    for (const fault one : summary.judged.faults) {
+        faults.push_back(key_of(one));
+    }
+    const auto rounded = [](double number) {
+        constexpr double digits = 1000.0;
+        return std::round(number * digits) / digits;
+    };
+    return {{"grade", key_of(summary.judged.how_good)},
+            {"faults", faults},
+            {"sentences", summary.sentences},
+            {"camera", key_of(numbers.path)},
+            {"stretch", rounded(numbers.stretch)},
+            {"shear", rounded(numbers.shear)},
+            {"roll", rounded(numbers.roll)},
+            {"length", rounded(numbers.length)},
+            {"filled", rounded(numbers.filled)},
+            {"taken", rounded(numbers.taken)}};
+}
+
 /// Codes by their names, and how many frames were answered with each.
 ordered_json counts_as_json(const code_counts& counts)
 {
@@ -213,6 +240,7 @@ std::string summary_as_json(const run_summary& summary, const options& asked)
          {{"handed_over", result.frames}, {"taken", result.taken}, {"by_code", counts_as_json(result.by_code)}}},
         {"key_frames", result.key_frames},
         {"failure", failure_as_json(result)},
+        {"verdict", verdict_as_json(summary)},
         {"panorama", panorama},
         {"preview", picture_as_json(summary.written.preview)},
         {"report", text_or_null(summary.report)},

@@ -16,6 +16,7 @@
 #include "host_error.h"
 #include "options.h"
 #include "panorama_files.h"
+#include "panorama_verdict.h"
 #include "report.h"
 #include "run_record.h"
 #include "sweep.h"
@@ -40,6 +41,8 @@ struct run_summary {
     frame_turn turn = frame_turn::counter_clockwise;
     int tries = 0;
     sweep_result result;
+    verdict judged;                      ///< of the panorama
+    std::vector<std::string> sentences;  ///< what is wrong with it and why, the worst first
     written_files written;
     std::optional<finished_picture> finished;  ///< where one was tried; without its pixels
     std::vector<sweep_piece> pieces;           ///< for it: the sweep, and what went on behind a failure

@@ -17,13 +17,11 @@ namespace tarn::host {
 namespace {
 
 /// A frame as the live path looks at it, in colours.
-cv::Mat live_picture(const cv::Mat& rgba)
+cv::Mat live_picture(const cv::Mat& frame)
 {
     cv::Mat copy;
-    image_resize(rgba, copy, working_width, 1);
-    cv::Mat colours;
-    cv::cvtColor(copy, colours, cv::COLOR_RGBA2BGR);
-    return colours;
+    image_resize(frame, copy, working_width, 1);
+    return copy;
 }
 
 cv::Point2f mapped(const cv::Matx33d& homography, double x, double y)

@@ -44,68 +44,52 @@ std::string time_between(double earlier, double time)
     return text.data();
 }
 
-/// The first turn of those there are that has not been tried: with every other one features are found anew.
-std::string untried_turn(const std::vector<frame_turn>& tried)
+/// What to do, the next time, about what most frames met; "" if there is no such thing.
+std::string help_by_codes(const sweep_result& result, camera_path path)
 {
-    constexpr std::array<std::pair<frame_turn, const char*>, 3> turns = {{{frame_turn::none, "--turn none"},
-                                                                          {frame_turn::counter_clockwise, "--turn ccw"},
-                                                                          {frame_turn::clockwise, "--turn cw"}}};
-    for (const auto& [turn, option] : turns) {
-        if (std::find(tried.begin(), tried.end(), turn) == tried.end()) {
-            return option;
+    if (many_with_code(result, code_too_fast)) {
+        return "the camera moved too fast: a slower sweep, or a higher frame rate";
+    }
+    if (many_with_code(result, code_skewed)) {
+        switch (path) {
+        case camera_path::tilting:
+            return "the horizon turned: hold the camera level";
+        case camera_path::walking:
+            return "the camera was carried past things at different distances: turn on the spot, do not walk";
+        default:
+            return "the frames are skewed: hold the camera level, turn it about one axis only";
         }
+    }
+    if (many_with_code(result, code_very_few_details)) {
+        return "there is too little to see: more texture, more light";
+    }
+    if (many_with_code(result, code_few_details)) {
+        return "there is little to see: more texture, more light";
+    }
+    if (many_with_code(result, code_lost)) {
+        return "frames did not fit to what was before: overlap more, come back to where the panorama ends";
     }
     return "";
 }
 
-/// What the user can do about what most frames met; "" if there is no such thing.
-std::string help_by_codes(const sweep_result& result)
-{
-    struct advice {
-        answer_code code;
-        const char* help;
-    };
-
-    static constexpr std::array all = {
-        advice{code_too_fast, "the camera moved too fast: a slower sweep, or a higher frame rate"},
-        advice{code_skewed, "the frames are skewed: hold the camera level, turn it about one axis only"},
-        advice{code_very_few_details, "there is too little to see: more texture, more light"},
-        advice{code_few_details, "there is little to see: more texture, more light"},
-        advice{code_lost, "frames did not fit to what was before: overlap more, come back to where the panorama ends"},
-    };
-    const auto* const met =
-        std::find_if(all.begin(), all.end(), [&result](const advice& one) { return many_with_code(result, one.code); });
-    return met == all.end() ? "" : met->help;
-}
-
-/// What may help a sweep that could not be stitched; "" when there is nothing to try. Frames that were left out come
-/// before all but the direction: without them points are lost and distances grow, which is what the codes tell of.
-std::string help_for(const sweep_result& result, const tried_ways& tried)
+/// What is to be done about a sweep that could not be stitched: what was tried and has helped, what is sure to be done
+/// without an option, and how to film the next time. Nothing that has failed, or that nobody has tried.
+std::vector<std::string> help_for(const sweep_result& result, const advice_facts& facts)
 {
     if (many_with_code(result, code_wrong_way)) {
-        return "what may help: the camera moved against --direction: another direction, or none";
+        return {"what may help: the camera moved against --direction: another direction, or none"};
     }
-    std::string help;
-    const auto add = [&help](const std::string& more) {
-        if (!more.empty()) {
-            help += (help.empty() ? "what may help: " : "; or ") + more;
-        }
-    };
-    if (!tried.thinning.empty()) {
-        add("all frames, without " + tried.thinning);
+    std::vector<std::string> lines;
+    if (facts.remedy) {
+        lines.push_back("what helps: " + facts.remedy->what + ": tried, a panorama of " + shown(facts.remedy->size)
+                        + " from " + counted(facts.remedy->frames, "frame", "frames"));
+    } else if (facts.tries_left && result.frames > 1) {
+        lines.emplace_back("what may help: without --no-retry the sweep is tried in other ways as well");
     }
-    if (const std::string by_codes = help_by_codes(result); !by_codes.empty()) {
-        add(by_codes);
-        return help;
+    if (const std::string by_codes = help_by_codes(result, facts.path); !by_codes.empty()) {
+        lines.push_back("for the next time: " + by_codes);
     }
-    if (result.fitted_seconds >= 0.0 && result.failed_seconds > result.fitted_seconds) {
-        add("--end " + time_between(result.fitted_seconds, result.misfit_seconds) + " for the part before, --start "
-            + time_between(result.fitted_seconds, result.failed_seconds) + " for the part after");
-    } else if (result.frames > 1 && tried.thinning.empty()) {
-        add("smaller steps between the pictures");
-    }
-    add(untried_turn(tried.turns));
-    return help;
+    return lines;
 }
 
 /// "key frame 3 (frame 57)"
@@ -133,7 +117,20 @@ std::string code_key(answer_code code)
     return key;
 }
 
-std::vector<std::string> notes_on(const sweep_result& result, const tried_ways& tried,
+std::string start_of_rest(const sweep_result& result)
+{
+    const bool is_known = result.fitted_seconds >= 0.0 && result.failed_seconds > result.fitted_seconds;
+    return is_known ? time_between(result.fitted_seconds, result.failed_seconds) : "";
+}
+
+std::string why_another_try(const sweep_result& result, const verdict& judged)
+{
+    return result.outcome == sweep_outcome::pipeline_failed
+               ? "the sweep cannot be stitched beyond frame " + std::to_string(reach_of(result))
+               : "the panorama is " + in_a_word(judged);
+}
+
+std::vector<std::string> notes_on(const sweep_result& result, const advice_facts& facts,
                                   const std::string& partial_panorama)
 {
     const std::string what_is_left = partial_panorama.empty()
@@ -148,8 +145,8 @@ std::vector<std::string> notes_on(const sweep_result& result, const tried_ways& 
                  + (result.failed_key_frame > 0 ? failed_key_frame(result) + " could not be joined to the panorama"
                                                 : "the panorama could not be finished")
                  + because(result.why) + what_is_left};
-        if (const std::string help = help_for(result, tried); !help.empty()) {
-            notes.push_back(help);
+        for (const std::string& line : help_for(result, facts)) {
+            notes.push_back(line);
         }
         return notes;
     case sweep_outcome::given_up:
@@ -161,16 +158,38 @@ std::vector<std::string> notes_on(const sweep_result& result, const tried_ways& 
         notes.push_back("the panorama is without " + failed_key_frame(result) + ", which could not be joined"
                         + because(result.why));
     }
-    if (result.frames == 1) {
-        notes.emplace_back("the sweep has one frame only, so the panorama is that frame");
-    }
     return notes;
+}
+
+std::string note_on_reduction(cv::Size frame, int laid)
+{
+    if (laid <= 0 || laid >= frame.area()) {
+        return "";
+    }
+    const double scale = std::sqrt(static_cast<double>(laid) / frame.area());
+    return "frames reduced to " + std::to_string(greatest_frame_width) + " px for the panorama: "
+           + shown({cvRound(scale * frame.width), cvRound(scale * frame.height)}) + " of " + shown(frame);
+}
+
+std::string note_on_size(int side)
+{
+    constexpr double near = 0.8;
+    if (side < near * greatest_panorama_side) {
+        return "";
+    }
+    return "the panorama is about " + std::to_string(side) + " px long by now; the library makes none of more than "
+           + std::to_string(greatest_panorama_side) + " px";
 }
 
 std::string summary_line(const sweep_result& result, const written_files& written, const lost_frames& lost,
                          double seconds)
 {
-    std::string line = counted(result.frames, "frame", "frames") + ", " + std::to_string(result.taken) + " taken";
+    std::string line = "no panorama";
+    if (!written.panorama.file.empty()) {
+        line = written.panorama.file + ": " + shown(written.panorama.size);
+        line += written.uncropped != written.panorama.size ? " of " + shown(written.uncropped) : "";
+    }
+    line += "; " + counted(result.frames, "frame", "frames") + ", " + std::to_string(result.taken) + " taken";
     if (lost.unreadable > 0) {
         line += ", " + std::to_string(lost.unreadable) + " unreadable";
     }
@@ -185,20 +204,15 @@ std::string summary_line(const sweep_result& result, const written_files& writte
             separator = ", ";
         }
     }
-    char time[32];
-    std::snprintf(time, sizeof time, "%.1f s", seconds);
-    line += (result.frames > 0 ? "); " : "; ") + counted(result.key_frames, "key frame", "key frames") + "; "
-            + (written.panorama.file.empty() ? "no panorama" : "panorama " + shown(written.panorama.size));
-    if (!written.panorama.file.empty()) {
-        line += written.uncropped != written.panorama.size ? " of " + shown(written.uncropped) : "";
-        line += " in " + written.panorama.file;
-    }
+    line += (result.frames > 0 ? "); " : "; ") + counted(result.key_frames, "key frame", "key frames");
     if (!written.finished.file.empty()) {
-        line += ", finished " + shown(written.finished.size) + " in " + written.finished.file;
+        line += "; finished " + shown(written.finished.size) + " in " + written.finished.file;
     }
     if (!written.preview.file.empty()) {
-        line += ", preview " + shown(written.preview.size) + " in " + written.preview.file;
+        line += "; preview " + shown(written.preview.size) + " in " + written.preview.file;
     }
+    char time[32];
+    std::snprintf(time, sizeof time, "%.1f s", seconds);
     return line + "; " + time;
 }
 
