@@ -70,6 +70,7 @@ void compare(const small_drawing& a, const small_drawing& b, const cell_grid& ce
     };
     const auto columns_of = [&](int first) {
         std::vector<int> columns;
+        columns.reserve(static_cast<std::size_t>(common.width));
         for (int x = 0; x < common.width; ++x) {
             columns.push_back(static_cast<int>((first + x) / cell));
         }

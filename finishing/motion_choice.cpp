@@ -80,7 +80,7 @@ camera_set find_cameras(const std::vector<frame_link>& links, int count, const s
     const auto residual_of = [&](const camera_set& cameras) {
         return std::max(unseen, median_residual(cameras, links));
     };
-    const camera_set turning = turning_cameras(links, count, each_step);
+    camera_set turning = turning_cameras(links, count, each_step);
     bool turns = turning.focal < longest_focal && turning.focal > shortest_focal;
     const double exact_turning_residual = median_residual(turning, links);
     const double turning_residual = residual_of(turning);
