@@ -28,7 +28,7 @@ struct limits {
 };
 
 constexpr limits stretch_limits = {1.7, 2.2};
-constexpr limits shear_limits = {25.0, 40.0};  // degrees
+constexpr limits shear_limits = {25.0, 33.0};  // degrees
 constexpr limits filled_limits = {0.6, 0.4};   // or less
 constexpr limits taken_limits = {0.75, 0.5};   // or less
 constexpr double least_gain = 1.05;            // of a frame's side: what a hand shakes, and joints add, is less

@@ -668,8 +668,7 @@ exit_code stitch(const options& given)
     }
     // What a stop has shortened, by a key in the window too, may be made whole by another run.
     // And no record tells of a panorama that is under its partial name, since a finished picture made up for it.
-    if (recorded && summary.written.whole && summary.code == exit_code::done
-        && stop_asked_for() == stop_kind::none) {
+    if (recorded && summary.written.whole && summary.code == exit_code::done && stop_asked_for() == stop_kind::none) {
         leave_record(asked, summary);
     }
     if (asked.json_summary) {

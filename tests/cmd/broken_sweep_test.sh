@@ -80,17 +80,17 @@ cmp second.jpg asked.jpg
 expect_equal "turn of the second try's panorama" 0 "$("$media" turn first.png second.jpg 1)"
 
 # What is advised has been tried, and can be followed: where frames were left out, all of them.
-run 1 "$samples/parking_pan.mp4" -o advised.jpg --step 50
+run 1 "$samples/hall_slide.mp4" -o advised.jpg --step 118
 expect_said "trying whether another command line helps: all frames, without --step"
-size=$(grep -oP 'what helps: all frames, without --step: tried, a panorama of \K[0-9x]+(?= from 150 frames)' stderr) \
+size=$(grep -oP 'what helps: all frames, without --step: tried, a panorama of \K[0-9x]+(?= from 240 frames)' stderr) \
   || fail "no advice"
-run 0 "$samples/parking_pan.mp4" -o followed.jpg
+run 0 "$samples/hall_slide.mp4" -o followed.jpg
 expect_equal "size of what was advised" "$size" "$("$media" size followed.jpg)"
 # Nothing is advised that does not help either, and nothing is tried for those who do not want it.
 run 1 "$samples/river_pan.mp4" -o none.jpg --step 20
 expect_said "trying whether another command line helps"
 ! grep -qE "what (may help|helps)" stderr || fail "something is advised"
-run 1 "$samples/parking_pan.mp4" -o advised.jpg --step 50 --no-retry
+run 1 "$samples/hall_slide.mp4" -o advised.jpg --step 118 --no-retry
 ! grep -qF "trying" stderr || fail "something is tried"
 
 # A second try that cannot be made leaves the first one's part: the input goes while the first one is under way.

@@ -217,7 +217,8 @@ const std::vector<option_row>& option_table()
                    camera_motion::down, camera_motion::any>},
         {orientation, "--no-retry", "", value_kind::none, "",
          "no further tries after a failure or a bad panorama: with the frames\n"
-         "turned the other way, and with key frames nearer to each other", clear_flag<&options::retry>},
+         "turned the other way, and with key frames nearer to each other",
+         clear_flag<&options::retry>},
 
         {pace, "--realtime", "", value_kind::none, "",
          "play a video at its own rate, as a camera would: frames that come\n"
