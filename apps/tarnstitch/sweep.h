@@ -24,7 +24,7 @@ struct frame_record {
     int place = 0;  ///< among the frames that the input has given, from 1; those not handed over count
     frame_answer answer;
     preview_view preview;             ///< as it is by now
-    const cv::Mat* pixels = nullptr;  ///< what was handed over: R,G,B,A, as the library gets it; never written again
+    const cv::Mat* pixels = nullptr;  ///< what was handed over: B,G,R, as the library gets it; never written again
     const tarn::key_frame* key_frame = nullptr;  ///< what the frame was given to a worker as; none if it was not
     int piece = 0;                               ///< of the sweep, from 1; 0 where nobody tells pieces apart
 };

@@ -102,8 +102,8 @@ void report_collector::follow_gap(const frame_record& frame)
     constexpr int worth_telling = 10;
     if (frame.answer.taken) {
         open_gap_ = {};
-        first_rejected_rgba_.release();
-        last_taken_rgba_ = *frame.pixels;
+        first_rejected_pixels_.release();
+        last_taken_pixels_ = *frame.pixels;
         last_taken_ = frame.stamp.number;
         return;
     }
@@ -112,14 +112,14 @@ void report_collector::follow_gap(const frame_record& frame)
         open_gap_.frame_before = last_taken_;
         open_gap_.frame_after = frame.stamp.number;
         open_gap_.why = frame.answer.why;
-        first_rejected_rgba_ = *frame.pixels;
+        first_rejected_pixels_ = *frame.pixels;
     }
-    if (last_taken_rgba_.empty() || open_gap_.frames < worth_telling || (gap_ && open_gap_.frames <= gap_->frames)) {
+    if (last_taken_pixels_.empty() || open_gap_.frames < worth_telling || (gap_ && open_gap_.frames <= gap_->frames)) {
         return;
     }
     if (open_gap_.before.empty()) {
-        open_gap_.before = live_picture(last_taken_rgba_);
-        open_gap_.after = live_picture(first_rejected_rgba_);
+        open_gap_.before = live_picture(last_taken_pixels_);
+        open_gap_.after = live_picture(first_rejected_pixels_);
     }
     gap_ = open_gap_;
 }

@@ -120,9 +120,9 @@ private:
     cv::Point2f preview_from_plane_;
 
     int last_taken_ = 0;  ///< number of the frame
-    cv::Mat last_taken_rgba_;
+    cv::Mat last_taken_pixels_;
     reported_gap open_gap_;  ///< no frames while they are taken
-    cv::Mat first_rejected_rgba_;
+    cv::Mat first_rejected_pixels_;
     std::optional<reported_gap> gap_;
 };
 
