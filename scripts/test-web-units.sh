@@ -14,7 +14,7 @@ wasm_environment
 need_wasm_libraries
 
 say "Building the tests"
-[[ -e build/web/units/build.ninja ]] \
+grep -qs "^OpenCV_DIR:.*=$(wasm_libraries)/" build/web/units/CMakeCache.txt \
   || emcmake cmake -S web/test/units -B build/web/units -G Ninja -DCMAKE_BUILD_TYPE=Release \
     -DOpenCV_DIR="$(wasm_libraries)/lib/cmake/opencv4" >/dev/null
 cmake --build build/web/units --parallel "$jobs" --target tarn_tests

@@ -16,7 +16,7 @@ need_wasm_libraries
 libraries=$(wasm_libraries)
 
 say "Building the library"
-[[ -e build/web/wasm/build.ninja ]] \
+grep -qs "^OpenCV_DIR:.*=$libraries/" build/web/wasm/CMakeCache.txt \
   || emcmake cmake -S web/native -B build/web/wasm -G Ninja -DCMAKE_BUILD_TYPE=Release \
     -DOpenCV_DIR="$libraries/lib/cmake/opencv4" >/dev/null
 cmake --build build/web/wasm --parallel "$jobs"
@@ -32,7 +32,7 @@ done
 cp build/web/wasm/tarnstitch-threads.worker.js "$package"
 {
   printf 'This package contains, compiled into its .wasm and .js files, parts of these works.\n'
-  for name in opencv libjpeg-turbo zlib; do
+  for name in opencv eigen libjpeg-turbo zlib; do
     printf '\n\n======== %s\n\n' "$name"
     cat "$libraries/licences/$name"
   done

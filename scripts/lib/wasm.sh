@@ -9,7 +9,7 @@
 wasm_packages=(emscripten brotli cmake ninja-build dpkg-dev nodejs)
 
 # The versions of Debian 12. The build is tried with these, and the sizes and the answers are those of these.
-wasm_sources=(opencv=4.6.0+dfsg-12 libjpeg-turbo=1:2.1.5-2 zlib=1:1.2.13.dfsg-1)
+wasm_sources=(opencv=4.6.0+dfsg-12 eigen3=3.4.0-4 libjpeg-turbo=1:2.1.5-2 zlib=1:1.2.13.dfsg-1)
 
 # -fexceptions and not those of WebAssembly, which abort in this compiler's threads. The pixel kernels and OpenCV are
 # written for vectors of 128 bits. Everything is compiled for shared memory, also for the build without threads, whose
@@ -30,7 +30,7 @@ wasm_libraries() {
   key=$({
     printf '%s\n' "${wasm_sources[@]}" "$wasm_flags"
     emcc --version | sed -n 1p
-    cat "$root"/web/native/{opencv.cmake,opencv_sources.txt,OpenCVConfig.cmake} "$root/scripts/lib/wasm.sh"
+    cat "$root"/web/native/{opencv.cmake,opencv_sources.txt,OpenCVConfig.cmake,opencv_hal.h} "$root/scripts/lib/wasm.sh"
   } | sha256sum | cut -c 1-16)
   printf '%s/tarnstitch-web/%s\n' "${XDG_CACHE_HOME:-$HOME/.cache}" "$key"
 }
@@ -88,10 +88,23 @@ opencv_objects() {
   done < <(grep -v '^#' "$root/web/native/opencv_sources.txt")
 }
 
-# build_opencv SOURCE PREFIX: of its modules only what is linked, in one archive, with the headers and a configuration
-# for find_package.
+# as_on_other_machines SOURCE EIGEN: what OpenCV does otherwise under emscripten than in Debian's build is done as there,
+# so that both compute the same bits: arc tangents by its own polynomial, not by the C library; eigenvectors by Eigen,
+# with the vectors of two doubles that SSE3 has and emscripten's headers imitate; large products in BLAS's order. Eigen's
+# empty assembler statements, which steer other compilers' registers, and MMX do not exist here.
+as_on_other_machines() {
+  sed -i 's/^#ifdef __EMSCRIPTEN__$/#if 0/' "$1/modules/core/src/mathfuncs_core.simd.hpp"
+  cp "$root/web/native/opencv_hal.h" "$1/wasm/custom_hal.hpp"
+  mkdir -p "$1/wasm/no_mmx"
+  : >"$1/wasm/no_mmx/mmintrin.h"
+  wasm_eigen_flags="-DHAVE_EIGEN -isystem $2 -msse3 -fgnuc-version=12.2 '-D__asm__(...)=' -I$1/wasm/no_mmx \
+    -I$(em-config CACHE)/sysroot/include/compat"
+}
+
+# build_opencv SOURCE PREFIX EIGEN: of its modules only what is linked, in one archive, with the headers and a
+# configuration for find_package.
 build_opencv() {
-  local module object
+  local module object command wasm_eigen_flags
   local -a objects
   emcmake cmake -S "$1" -B "$1/wasm" -G Ninja -C "$root/web/native/opencv.cmake" \
     -DCMAKE_C_FLAGS="$wasm_flags -w" -DCMAKE_CXX_FLAGS="$wasm_flags -w" \
@@ -104,8 +117,11 @@ build_opencv() {
     printf '#include "opencv2/core/%s"\n' ocl.hpp ocl_genbase.hpp opencl/ocl_defs.hpp \
       >"$1/wasm/modules/$module/opencl_kernels_$module.hpp"
   done
+  as_on_other_machines "$1" "$3"
   for object in "${objects[@]}"; do
-    printf 'mkdir -p %s && %s\0' "$(dirname "$object")" "$(ninja -C "$1/wasm" -t commands "$object" | tail -n 1)"
+    command=$(ninja -C "$1/wasm" -t commands "$object" | tail -n 1)
+    [[ $object != */lapack.cpp.o ]] || command+=" $wasm_eigen_flags"
+    printf 'mkdir -p %s && %s\0' "$(dirname "$object")" "$command"
   done >"$1/wasm/commands"
   (cd "$1/wasm" && xargs -0 -P "$jobs" -I '{}' bash -c '{}' <commands)
   (cd "$1/wasm" && rm -f "$2/lib/libopencv.a" && emar rcs "$2/lib/libopencv.a" "${objects[@]}")
@@ -127,19 +143,20 @@ need_wasm_libraries() {
   work=$prefix.making
   rm -rf "$work" "$prefix"
   mkdir -p "$work" "$prefix"
-  say "Fetching the sources of OpenCV, libjpeg-turbo and zlib"
+  say "Fetching the sources of OpenCV, Eigen, libjpeg-turbo and zlib"
   fetch_sources "$work"
   say "Building them as WebAssembly, once, in $prefix; this takes some minutes"
   local log=$prefix/build.log
   {
     build_zlib "$(echo "$work"/zlib-*/)" "$prefix" \
       && build_jpeg "$(echo "$work"/libjpeg-turbo-*/)" "$prefix" \
-      && build_opencv "$(echo "$work"/opencv-*/)" "$prefix"
+      && build_opencv "$(echo "$work"/opencv-*/)" "$prefix" "$(echo "$work"/eigen3-*/)"
   } >"$log" 2>&1 || { tail -n 40 "$log" >&2 && fail "The libraries could not be built; the whole log: $log"; }
   mkdir -p "$prefix/licences"
   cp "$(echo "$work"/zlib-*/)debian/copyright" "$prefix/licences/zlib"
   cp "$(echo "$work"/libjpeg-turbo-*/)debian/copyright" "$prefix/licences/libjpeg-turbo"
   cp "$(echo "$work"/opencv-*/)debian/copyright" "$prefix/licences/opencv"
+  cp "$(echo "$work"/eigen3-*/)debian/copyright" "$prefix/licences/eigen"
   rm -rf "$work"
   touch "$prefix/complete"
 }

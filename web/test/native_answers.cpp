@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // What the library answers on this machine, for comparison with what it answers as WebAssembly: feeds raw frames, and
-// writes the answers as lines of JSON, the preview and the panorama as raw B,G,R, and how long frames took.
+// writes the answers as lines of JSON, with how long frames took, the preview as raw B,G,R, and the panorama's JPEG.
 //
 //     native_answers FRAMES WIDTH HEIGHT THREADS OUT
 //
-// FRAMES holds R,G,B,A without padding, lying on their side. OUT gets .jsonl, .preview, .panorama.
+// FRAMES holds R,G,B,A without padding, lying on their side. OUT gets .jsonl, .preview, .jpg.
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
@@ -97,8 +97,12 @@ int main(int argc, char* argv[])
     tarn_finish_options finish;
     TARN_INIT(finish);
     finish.last_frame = ends_open ? &frame : nullptr;
-    if (tarn_sweep_finish(sweep, &finish, &panorama) == TARN_OK && tarn_panorama_view(panorama, &view) == TARN_OK) {
-        write_pixels(out + ".panorama", view);
+    const unsigned char* jpeg = nullptr;
+    std::size_t bytes = 0;
+    if (tarn_sweep_finish(sweep, &finish, &panorama) == TARN_OK
+        && tarn_panorama_jpeg(panorama, &jpeg, &bytes) == TARN_OK) {
+        std::ofstream(out + ".jpg", std::ios::binary)
+            .write(reinterpret_cast<const char*>(jpeg), static_cast<std::streamsize>(bytes));
     }
     tarn_picture_free(preview);
     tarn_panorama_free(panorama);

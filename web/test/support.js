@@ -55,14 +55,18 @@ export function nativePicture(file) {
   return { width: bytes.readInt32LE(0), height: bytes.readInt32LE(4), data: bytes.subarray(8) };
 }
 
-/** The native host's answers, preview and panorama. */
-export function nativeRun(name, { threads = 2, scale = null } = {}) {
+/**
+ * The native host's answers, preview and panorama.
+ * @param vectors  'all' that this processor has, or 'shared': those alone that WebAssembly has, too
+ */
+export function nativeRun(name, { threads = 2, scale = null, vectors = 'all' } = {}) {
   const { width, height } = scale ?? samples[name];
-  const out = path.join(work, `${name}-${width}-native-${threads}`);
+  const out = path.join(work, `${name}-${width}-native-${threads}-${vectors}`);
+  const env = vectors === 'shared' ? { ...process.env, OPENCV_CPU_DISABLE: 'AVX2,FMA3' } : process.env;
   execFileSync(path.join(root, 'build/web/native/native_answers'),
-    [rawFrames(name, true, scale), height, width, threads, out].map(String));
+    [rawFrames(name, true, scale), height, width, threads, out].map(String), { env });
   const answers = readFileSync(`${out}.jsonl`, 'utf8').trim().split('\n').map((line) => JSON.parse(line));
-  return { answers, preview: nativePicture(`${out}.preview`), panorama: nativePicture(`${out}.panorama`) };
+  return { answers, preview: nativePicture(`${out}.preview`), jpeg: readFileSync(`${out}.jpg`) };
 }
 
 export function median(values) {
