@@ -23,6 +23,7 @@ std::atomic<bool> is_forked{false};
 struct held_by_the_fork {
     recursive_lock members;
     std::unique_lock<std::mutex> handover;
+    std::unique_lock<std::mutex> turns;
 };
 
 held_by_the_fork& held()
@@ -40,12 +41,14 @@ void before_the_fork()
     std::unique_lock<std::mutex> handover = lock_handover();
     held().members = std::move(members);
     held().handover = std::move(handover);
+    held().turns = lock_turns();
 }
 
 void in_the_parent()
 {
     const recursive_lock members = std::move(held().members);
     const std::unique_lock<std::mutex> handover = std::move(held().handover);
+    const std::unique_lock<std::mutex> turns = std::move(held().turns);
 }
 
 // The status with which the child exits.
@@ -69,6 +72,7 @@ void in_the_child()
 #endif
     held().members.release();
     held().handover.release();
+    held().turns.release();
     make_locks_anew();
     abandon_task();
 }

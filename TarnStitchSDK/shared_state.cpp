@@ -28,6 +28,7 @@ struct all_locks {
     std::recursive_mutex directory;
     std::recursive_mutex members;
     std::mutex handover;
+    std::mutex turns;
 };
 
 // A pointer, so that a process that was forked off can leave behind those that nobody will open.
@@ -101,6 +102,11 @@ recursive_lock lock_members_until(std::chrono::steady_clock::time_point deadline
 std::unique_lock<std::mutex> lock_handover()
 {
     return std::unique_lock<std::mutex>(locks().handover);
+}
+
+std::unique_lock<std::mutex> lock_turns()
+{
+    return std::unique_lock<std::mutex>(locks().turns);
 }
 
 std::unique_lock<std::mutex> lock_handover(task_generation generation)

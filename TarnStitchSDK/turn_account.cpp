@@ -5,14 +5,13 @@
 #include <cstddef>
 #include <exception>
 #include <iterator>
-#include <mutex>
 
 namespace tarn {
 
 namespace {
 
+// Guarded by lock_turns().
 struct turn_account {
-    std::mutex mutex;
     task_generation generation = 0;
     std::vector<worker_turn> turns;  ///< [i]: key frame i + 1; one that has not begun is without a number
 };
@@ -47,8 +46,8 @@ void note_turn(task_generation generation, int key_frame, turn_point point) noex
 {
     try {
         const worker_turn::instant now = std::chrono::steady_clock::now();
+        const auto lock = lock_turns();
         turn_account& noted = account();
-        const std::lock_guard<std::mutex> lock(noted.mutex);
         if (generation < noted.generation || key_frame < 1) {
             return;
         }
@@ -67,8 +66,8 @@ void note_turn(task_generation generation, int key_frame, turn_point point) noex
 
 std::vector<worker_turn> turns_of(task_generation generation)
 {
-    turn_account& noted = account();
-    const std::lock_guard<std::mutex> lock(noted.mutex);
+    const auto lock = lock_turns();
+    const turn_account& noted = account();
     std::vector<worker_turn> begun;
     if (generation == noted.generation) {
         std::copy_if(noted.turns.begin(), noted.turns.end(), std::back_inserter(begun),

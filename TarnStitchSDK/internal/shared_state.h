@@ -24,7 +24,7 @@
 //   doorkeeper   session_gate.cpp     the gate's own variables                             for moments
 //   view         session.h            what a sweep shows of the last call that returned    for header copies
 //   spare        spare_frames.cpp     the images that are kept to be used again            while one is made
-//   turns        turn_account.cpp     when workers came to which point of their work       for moments
+//   turns        lock_turns           when workers came to which point of their work       for moments
 //   pyramids     live_tracking.h      of one frame's flow: who makes what it derives       while they are made
 //   queue        worker_queue.cpp     workers that wait for a thread of the host's         for moments
 //   encoding     c_boundary.h         a panorama's JPEG, which is made when it is asked for   while it is made
@@ -90,6 +90,9 @@ std::unique_lock<std::mutex> lock_handover(task_generation generation);
 
 /// For a process that was just forked off: leaves all locks behind, with whoever held them, and takes new ones.
 void make_locks_anew();
+
+/// For turn_account.cpp alone. Any thread, with or without the others.
+std::unique_lock<std::mutex> lock_turns();
 
 /// Raises the generation, so that all workers in flight are of a replaced task, and returns the hand-over lock, for
 /// the constructor to reset what they shared.

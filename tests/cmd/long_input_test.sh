@@ -13,9 +13,10 @@ short=200
 # peak FRAMES: the peak of memory, in KiB, of a sweep that swings to and fro for so many frames.
 peak() {
   "$media" swing "swing$1.avi" "$1" 320 240 16
-  "$program" -q --json "swing$1.avi" -o "$1.jpg" >summary.json 2>stderr || fail "$1 frames"
+  # So little that the picture is hardly larger than a frame, and no panorama.
+  "$program" -q --json "swing$1.avi" -o "$1.jpg" >summary.json 2>stderr || [[ $? == 1 ]] || fail "$1 frames"
   expect_equal "frames" "$1" "$(grep -oP '"handed_over": \K[0-9]+' summary.json)"
-  expect_equal "frames taken" "$1" "$(grep -oP '"taken": \K[0-9]+' summary.json)"
+  expect_equal "frames taken" "$1" "$(grep -m 1 -oP '"taken": \K[0-9]+' summary.json)"
   echo $(($(grep -oP '"peak_memory_bytes": \K[0-9]+' summary.json) / 1024))
 }
 

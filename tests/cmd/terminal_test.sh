@@ -33,7 +33,7 @@ grep -qE '^\[=*>? *\] +[0-9]+ %  frame [0-9]+ of 150  ' parts || fail "no bar: $
 grep -qE 'key frames?' parts || fail "no key frames: $(cat -v shown)"
 awk 'length > 99 && !/^tarnstitch: / { exit 1 }' parts || fail "wider than the terminal"
 # The bar goes, and the summary stands alone at the end.
-[[ $(grep -v '^$' parts | tail -n 1) == "tarnstitch: 150 frames, "* ]] || fail "the end: $(cat -v shown)"
+[[ $(grep -v '^$' parts | tail -n 1) == "tarnstitch: a.jpg: 954x420; 150 frames, "* ]] || fail "the end: $(cat -v shown)"
 
 on_terminal 30 "$samples/parking_pan.mp4" -o a.jpg
 awk 'length > 29 && !/^tarnstitch: / { exit 1 }' parts || fail "wider than a narrow terminal"

@@ -125,9 +125,13 @@ if command -v import >/dev/null; then
   fi
 fi
 
+# What there is by then is no panorama where the camera has hardly moved.
 press q
-expect_equal "exit code after q" 0 $code
-expect_file q.jpg
+case $code in
+  0) expect_file q.jpg ;;
+  1) expect_file q-partial.jpg ;;
+  *) fail "exit code after q: $code" ;;
+esac
 frames=$(grep -oP '"frames_met": \K[0-9]+' summary.json)
 ((frames < 800)) || fail "q did not end the sweep"
 
