@@ -84,8 +84,10 @@ export async function loadModule(located, wantThreads, onAbort, onStart) {
     compile(locate(`${name}.wasm`)),
   ]);
   let instance;
-  onStart(false);
-  setTimeout(onStart, 0, true);
+  if (memory) {
+    onStart(false);
+    setTimeout(onStart, 0, true);
+  }
   const module = await create({
     ...(memory ? { wasmMemory: memory } : {}),
     locateFile: locate,

@@ -87,7 +87,12 @@ const commands = {
         break;
       }
     }
-    return engine.finish(wait && engine.status().underWay === 0);
+    const panorama = engine.finish(wait && engine.status().underWay === 0);
+    // The last frame may have become a key frame of its own.
+    if (panorama.extent === 'whole' && panorama.keyFrames !== told) {
+      port.postMessage({ event: 'progress', id, done: panorama.keyFrames, keyFrames: panorama.keyFrames });
+    }
+    return panorama;
   },
 
   end() {
