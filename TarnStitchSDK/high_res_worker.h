@@ -67,7 +67,8 @@ namespace tarn {
 /// Where a key frame lies in the high-resolution panorama.
 struct composed_key_frame {
     cv::Size frame;                   ///< as it was composed: shrunk, turned, bent if so; px
-    cv::Matx33d panorama_from_frame;  ///< into the panorama as it was then; what came later has only shifted it
+    cv::Matx33d panorama_from_frame;  ///< into the panorama as it is with the last of them
+    int key_frame = 0;                ///< its number in the sweep, from 1
 };
 
 /// One consistent look at the high-resolution pipeline of the current sweep.

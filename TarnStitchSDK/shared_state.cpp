@@ -156,10 +156,14 @@ reason first_failure()
     return first_reason;
 }
 
-void note_composed(cv::Size frame, const cv::Mat& panorama_from_frame) noexcept
+void note_composed(const composed_key_frame& composed, cv::Point moved_by) noexcept
 {
+    const cv::Matx33d moved(1.0, 0.0, moved_by.x, 0.0, 1.0, moved_by.y, 0.0, 0.0, 1.0);
+    for (composed_key_frame& earlier : composed_ones()) {
+        earlier.panorama_from_frame = moved * earlier.panorama_from_frame;
+    }
     try {
-        composed_ones().push_back({frame, cv::Matx33d(panorama_from_frame)});
+        composed_ones().push_back(composed);
     } catch (const std::exception&) {
         return;  // the panorama is whole without it
     }

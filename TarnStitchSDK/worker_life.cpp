@@ -225,6 +225,7 @@ private:
 
     void hand_over(const merged_frame& merged)
     {
+        moved_by_ = merged.old_place.tl();
         {
             // Nobody can ask for a header while the mutex is held, so pixels that only this turn and the task hold
             // can be written. What is written is the frame's box, and black around it: a few milliseconds.
@@ -256,7 +257,7 @@ private:
     {
         big_stitch_image = panorama;
         neighbour_homo = panorama_from_frame;
-        note_composed(frame_.size(), panorama_from_frame);
+        note_composed({frame_.size(), cv::Matx33d(panorama_from_frame), index_}, moved_by_);
         neighbour_keypoints.swap(described_.keypoints);
         neighbour_descriptors = described_.descriptors;
         store_release(big_stitch_status, pipeline_ready);
@@ -287,6 +288,7 @@ private:
     int index_;
     described_frame described_{};
     neighbour_record neighbour_;  // as it was when the turn began
+    cv::Point moved_by_;          // where this frame has moved the panorama that was there, px
 };
 
 void run_worker(high_res_worker& worker)

@@ -17,7 +17,9 @@ configure dev --log-level=WARNING "$java" "$python"
 if (($# > 0)); then
   files=("$@")
 else
-  mapfile -t files < <(sed -n 's/^ *"file": "\(.*\)",\{0,1\}$/\1/p' build/dev/compile_commands.json | LC_ALL=C sort -u)
+  # What the build makes does not exist yet, and is not written by anybody.
+  mapfile -t files < <(sed -n 's/^ *"file": "\(.*\)",\{0,1\}$/\1/p' build/dev/compile_commands.json \
+    | grep -v "^$root/build/" | LC_ALL=C sort -u)
 fi
 ((${#files[@]} > 0)) || fail "build/dev/compile_commands.json names no files."
 

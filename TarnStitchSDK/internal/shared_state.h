@@ -116,10 +116,10 @@ int first_failed_frame();
 /// The reason noted with it, none if there is none.
 reason first_failure();
 
-/// Notes where the frame of a turn that has ended well lies in the panorama. Without memory nothing is noted.
-/// @param frame                as it was composed: shrunk, turned, bent if so, px
-/// @param panorama_from_frame  3 x 3, CV_64F
-void note_composed(cv::Size frame, const cv::Mat& panorama_from_frame) noexcept;
+/// Notes where the frame of a turn that has ended well lies in the panorama. Without memory nothing is noted. The hand-over
+/// lock must be held.
+/// @param moved_by  where the frame has moved what was in the panorama before, px: the others lie there now
+void note_composed(const composed_key_frame& composed, cv::Point moved_by) noexcept;
 
 /// All that has been noted in the task, in the order of the turns.
 std::vector<composed_key_frame> composed_key_frames();

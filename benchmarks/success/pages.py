@@ -52,6 +52,11 @@ def cell(row, name):
     return f"**{word}**" if word == "whole" else word
 
 
+def wholes_of(rows, name, belongs):
+    words = [row["by"][name]["word"] for row in rows if belongs(row) and name in row["by"]]
+    return f"{words.count('whole')} of {len(words)}" if words else "–"
+
+
 def as_markdown(rows, by):
     names = [name for name in by if any(name in row["by"] for row in rows)]
     lines = ["| sweep | kind | frames | live answers | " + " | ".join(HEADINGS[name] for name in names) + " |"]
@@ -64,9 +69,18 @@ def as_markdown(rows, by):
     count = lambda name, test: sum(test(row["by"][name]) for row in rows if name in row["by"])
     whole = " | ".join(f"**{count(name, lambda one: one['word'] == 'whole')} of {of[name]}**" for name in names)
     lines.append(f"| **whole** | | | | {whole} |")
+    parts = {
+        "filmed, stills too": lambda row: not row["kind"].startswith("rendered"),
+        "rendered": lambda row: row["kind"].startswith("rendered"),
+    }
+    if "Hugin" in names and of["Hugin"] < len(rows):
+        parts["of those that Hugin was run on"] = lambda row: "Hugin" in row["by"]
+    for label, belongs in parts.items():
+        lines.append(f"| whole, {label} | | | | " + " | ".join(wholes_of(rows, name, belongs) for name in names) + " |")
     every = " | ".join(f"{count(name, lambda one: one['shown'] == one['of'])} of {of[name]}" for name in names)
     lines.append(f"| all frames shown, whole or askew | | | | {every} |")
-    seconds = {name: [row["by"][name]["seconds"] for row in rows if name in row["by"]] for name in names}
+    # Nothing is known of the time of what was ended before it was asked for it.
+    seconds = {name: [row["by"][name]["seconds"] for row in rows if row["by"].get(name, {}).get("seconds")] for name in names}
     middle = " | ".join(f"{statistics.median(seconds[name]):.1f} s" for name in names)
     lines.append(f"| processor time, median | | | | {middle} |")
     most = " | ".join(f"{max(seconds[name]):.0f} s" for name in names)

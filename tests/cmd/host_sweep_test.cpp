@@ -443,6 +443,18 @@ TEST_F(HostSweep, PlacesOfKeyFramesAreThoseOfTheSlide)
     EXPECT_EQ(judged.numbers.path, camera_path::sliding);
 }
 
+TEST_F(HostSweep, PlacesOfKeyFramesMoveWithThePanorama)
+{
+    constexpr int length = 20;
+    std::vector<cv::Mat> pictures = pictures_of_a_slide(length);
+    std::reverse(pictures.begin(), pictures.end());
+    const sweep_result result = sweep_through(pictures);
+    ASSERT_GT(result.composed.size(), 2U);
+    EXPECT_EQ(result.composed.front().key_frame, 1);
+    EXPECT_NEAR(result.composed.front().panorama_from_frame(1, 2), (length - 1) * 48, 10);
+    EXPECT_NEAR(result.composed.back().panorama_from_frame(1, 2), 0.0, 2.0);
+}
+
 TEST_F(HostSweep, NearerKeyFramesAreMore)
 {
     const std::vector<cv::Mat> pictures = pictures_of_a_slide(20);
