@@ -76,9 +76,11 @@ std::size_t size_in_bytes(const frame_view& frame);
 
 /// A frame that was given to a worker, for a host that wants to do something with it later.
 struct key_frame {
-    cv::Mat image;        ///< full size, CV_8UC3, B,G,R; shared with the workers: never write it
-    int number = 0;       ///< 1, 2, 3, … in the sweep
-    bool placed = false;  ///< false for a last frame, which is composed without being registered live
+    cv::Mat image;   ///< full size, CV_8UC3, B,G,R; shared with the workers: never write it
+    int number = 0;  ///< 1, 2, 3, … in the sweep
+    /// False for a last frame, which is composed without being registered live: then the next two say nothing, the first
+    /// being the identity and the second 0 x 0.
+    bool placed = false;
     /// The frame, scaled to `working_size`, into the plane of the sweep's first frame, scaled likewise. Fixed for the
     /// whole sweep, however the preview grows.
     cv::Matx33d plane_from_frame = cv::Matx33d::eye();
@@ -167,7 +169,7 @@ struct panorama {
     int key_frames = 0;              ///< given to workers
     frame_answer last_frame;         ///< the answer for the last frame, if there was one
     cv::Mat image;                   ///< CV_8UC3, B,G,R, continuous; empty if missing
-    std::vector<composed_key_frame> composed;  ///< the key frames in it, and how they lie there
+    std::vector<composed_key_frame> composed;  ///< the key frames in it, in the order of their turns, and how they lie
     std::string file;  ///< its JPEG in the sweep's directory, which goes with the sweep; "" if it is not
                        ///< whole or the file could not be written
 
@@ -244,7 +246,8 @@ public:
     frame_answer feed(const frame_view& frame, direction_code hint = direction_undecided);
 
     /// Waits for the workers and hands the panorama out. May be called again, when no frame came after the first time:
-    /// the answer is the same. A frame that is fed after a finish goes on with the sweep.
+    /// the answer is the same, unless a last frame is named once more, which is one more key frame. A frame that is fed
+    /// after a finish goes on with the sweep.
     /// @throws sweep_error (over, bad_argument)
     panorama finish(const finish_options& options = {});
 

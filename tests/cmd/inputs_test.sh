@@ -24,6 +24,17 @@ expect_file "a b é.png"
 run 0 "still_%04d.png"
 cmp slide-panorama.jpg still-panorama.jpg
 
+# JPEGs one behind the other are a video by their file's name, and one picture by another.
+for number in {1..8}; do
+  "$media" flat "one$number.jpg" 40 30
+  cat "one$number.jpg" >>many.mjpeg
+done
+rm one?.jpg
+code=0
+"$program" many.mjpeg -o many.jpg 2>stderr || code=$?
+expect_equal "exit code of flat pictures" 1 $code
+expect_said "8 frames"
+
 # What is no visible image of the directory itself is no frame.
 mkdir slide/below slide/below.png
 "$media" flat slide/below/9.png 10 10

@@ -134,6 +134,13 @@ std::unique_ptr<media_file> media_file::open(const std::string& file, int max_pi
     if (av_probe_input_buffer2(io, &format, "", nullptr, 0, 0) < 0 || format == nullptr) {
         return nullptr;
     }
+    // One JPEG and a stream of them begin alike. Here the name tells.
+    if (av_match_list(format->name, "jpeg_pipe", ',') != 0 && av_match_ext(file.c_str(), "mjpeg,mjpg") != 0) {
+        format = av_find_input_format("mjpeg");
+    }
+    if (format == nullptr) {
+        return nullptr;
+    }
     if (av_match_list(format->name, lists, ',') != 0) {
         fail(file + " is a list of other files (" + format->name + "), which is not followed: name a video itself");
     }
