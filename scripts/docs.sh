@@ -21,7 +21,7 @@ if [[ ${1:-} == --figures ]]; then
     say "Figure: ${source%.dot}.svg"
   done
   need_packages "${build_packages[@]}" ffmpeg
-  configure release -DTARN_BUILD_TESTS=OFF --log-level=WARNING
+  configure release -DTARN_BUILD_TESTS=OFF -DTARN_BUILD_BENCHMARKS=OFF --log-level=WARNING
   build release --target tarnstitch
   work=$(mktemp -d)
   trap 'rm -rf "$work"' EXIT

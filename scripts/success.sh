@@ -35,7 +35,7 @@ done
 need_packages "${build_packages[@]}" "${success_packages[@]}"
 
 say "Building tarnstitch"
-configure release -DTARN_BUILD_TESTS=OFF --log-level=WARNING
+configure release -DTARN_BUILD_TESTS=OFF -DTARN_BUILD_BENCHMARKS=OFF --log-level=WARNING
 build release --target tarnstitch
 
 python=python3

@@ -11,7 +11,7 @@ source "$(dirname "${BASH_SOURCE[0]}")/lib/common.sh"
 need_packages "${build_packages[@]}" nodejs npm chromium tidy
 
 say "Building tarnstitch"
-configure release -DTARN_BUILD_TESTS=OFF >/dev/null
+configure release -DTARN_BUILD_TESTS=OFF -DTARN_BUILD_BENCHMARKS=OFF >/dev/null
 build release --target tarnstitch
 
 say "Installing what the tests need"
