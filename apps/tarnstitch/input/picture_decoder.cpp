@@ -41,7 +41,9 @@ picture_decoder::picture_decoder(const media_file& file, int max_pixels)
         throw std::bad_alloc();
     }
     constexpr int most_threads = 16;  // beyond which the decoders gain nothing
-    context_->thread_count = std::clamp(cv::getNumThreads(), 1, most_threads);
+    // One more than may run, so that no processor waits while a finished picture is being converted.
+    const int threads = cv::getNumThreads();
+    context_->thread_count = threads > 1 ? std::min(threads + 1, most_threads) : 1;
     context_->max_pixels = max_pixels;
     if (avcodec_open2(context_.get(), codec, nullptr) < 0) {
         throw host_error(exit_code::input_failed, std::string("the decoder for ")
