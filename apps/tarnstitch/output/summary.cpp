@@ -172,6 +172,7 @@ ordered_json files_as_json(const std::vector<file_identity>& files)
         one["file"] = file.file;
         one["bytes"] = file.bytes < 0 ? ordered_json() : ordered_json(file.bytes);
         one["modified"] = file.bytes < 0 ? ordered_json() : ordered_json(file.modified);
+        one["changed"] = file.bytes < 0 ? ordered_json() : ordered_json(file.changed);
         one["sha256"] = text_or_null(file.sha256);
         all.push_back(one);
     }
