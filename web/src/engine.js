@@ -7,6 +7,7 @@ import {
 } from './words.js';
 
 const errorNoMemory = 6;
+const mostBytes = 2 ** 31; // addresses have 32 bits
 const threadsOfLoops = 2; // more do not help at these sizes
 
 /** Crosses to the page as plain data; SweepError there. */
@@ -65,7 +66,7 @@ export class Engine {
   frameStorage(bytes) {
     if (bytes > this.#frameSize) {
       this.#c._free(this.#frame);
-      this.#frame = this.#c._malloc(bytes);
+      this.#frame = bytes < mostBytes ? this.#c._malloc(bytes) : 0;
       this.#frameSize = this.#frame ? bytes : 0;
       if (!this.#frame) {
         throw new EngineError('no-memory', `no memory for a frame of ${bytes} bytes`);

@@ -11,7 +11,6 @@ const files = {
   'tarnstitch-single.wasm': () => new URL('./tarnstitch-single.wasm', import.meta.url).href,
 };
 
-const pageSize = 65536;
 const initialPages = 512; // as the build says: 32 MB
 const mostPages = [16384, 8192, 4096]; // 1 GB; less where a device does not let us reserve it
 
@@ -104,5 +103,5 @@ export async function loadModule(located, wantThreads, onAbort, onStart) {
     },
   });
   const own = memory ?? Object.values(instance.exports).find((item) => item instanceof WebAssembly.Memory);
-  return { exports: module, memory: own, threads: memory !== null, pageSize };
+  return { exports: module, memory: own, threads: memory !== null };
 }
