@@ -442,7 +442,7 @@ preload().then(
     document.body.dataset.threads = String(threads);
     document.body.dataset.loaded = 'yes';
   },
-  (error) => showTrouble(/SIMD/.test(error.message) ? 'vectors' : 'module'),
+  (error) => showTrouble(error.problem === 'unsupported' ? 'vectors' : 'module'),
 );
 
 // A newer version of the page, which an earlier visit has fetched, takes over before anything has begun.

@@ -147,6 +147,22 @@ for (const threads of [true, false]) {
       sweep.end();
     });
 
+    it('ends with the frame that was taken last, though others were refused since', async () => {
+      for (const upright of [true, false]) {
+        const sweep = await Sweep.begin({ upright });
+        for (const frame of frames.slice(0, 8)) {
+          assert.ok((await sweep.feed(frame, { everyFrame: true })).taken);
+        }
+        for (const [wide, high] of [[20000, 50], [1, 20000]]) {
+          await assert.rejects(sweep.feed({ data: new Uint8Array(4 * wide * high), width: wide, height: high }), { problem: 'bad-argument' });
+        }
+        const panorama = await sweep.finish();
+        assert.equal(panorama.extent, 'whole');
+        assert.ok(panorama.blob.size > 0);
+        sweep.end();
+      }
+    });
+
     it('takes what there is, when it is not to wait', async () => {
       const sweep = await Sweep.begin();
       for (const frame of frames) {
