@@ -163,7 +163,7 @@ describe('the server', () => {
     }
     const empty = path.join(directory, 'empty');
     const { status, stderr } = spawnSync(process.execPath, [script, '--port', '0'], {
-      env: { PATH: empty, XDG_CACHE_HOME: empty, TARN_WEB_ROOT: path.join(directory, 'page') }, encoding: 'utf8' });
+      env: { ...process.env, PATH: empty, XDG_CACHE_HOME: empty, TARN_WEB_ROOT: path.join(directory, 'page') }, encoding: 'utf8' });
     assert.equal(status, 1);
     assert.match(stderr, /openssl is missing/);
   });
