@@ -13,8 +13,6 @@
 
 namespace tarn::host {
 
-namespace {
-
 bool is_key(const AVFrame& picture)
 {
 #ifdef AV_FRAME_FLAG_KEY
@@ -23,8 +21,6 @@ bool is_key(const AVFrame& picture)
     return picture.key_frame != 0;
 #endif
 }
-
-}  // namespace
 
 static_assert(picture_ledger::no_time == AV_NOPTS_VALUE);
 

@@ -9,6 +9,9 @@
 
 namespace tarn::host {
 
+/// Whether a picture can be decoded without others.
+bool is_key(const AVFrame& picture);
+
 class picture_decoder {
 public:
     /// @param max_pixels  that a picture may have: a larger one is missing

@@ -66,9 +66,15 @@ public:
             begin.time + static_cast<std::int64_t>(std::min(seconds, furthest) / av_q2d(file_->stream().time_base));
         if (const std::optional<int> before = file_->seek(target)) {
             decoder_->resume(*before);
-            is_ahead_ = false;
+        } else if (!skip_by_reading(target)) {
+            return;
+        }
+        // Behind a key picture that is damaged there may be none, though there are from the beginning.
+        if (decoder_->next(*file_) && is_key(decoder_->picture())) {
+            take_place();
         } else {
-            is_ahead_ = !skip_by_reading(target);
+            open_anew();
+            is_ahead_ = advance(first);
         }
     }
 
@@ -80,8 +86,7 @@ public:
             return false;
         }
         if (!is_ahead_) {
-            stamp_ = {decoder_->place().number, seconds_of(decoder_->place())};
-            number_ = stamp_.number;
+            take_place();
         }
         is_ahead_ = false;
         stamp = stamp_;
@@ -104,6 +109,32 @@ public:
     }
 
 private:
+    void take_place()
+    {
+        stamp_ = {decoder_->place().number, seconds_of(decoder_->place())};
+        number_ = stamp_.number;
+    }
+
+    /// Goes back to the beginning.
+    void open_anew()
+    {
+        std::unique_ptr<media_file> anew = opened_anew();
+        decoder_.emplace(*anew, max_pixels_);
+        file_ = std::move(anew);
+        first_.reset();
+        number_ = 0;
+        is_ahead_ = false;
+    }
+
+    std::unique_ptr<media_file> opened_anew() const
+    {
+        std::unique_ptr<media_file> anew = media_file::open(path_, max_pixels_);
+        if (!anew) {
+            throw host_error(exit_code::input_failed, path_ + " cannot be read again from its beginning");
+        }
+        return anew;
+    }
+
     /// When a picture is shown, from the first one on. Times that go back begin anew behind those before.
     double seconds_of(const picture_ledger::entry& place)
     {
@@ -131,10 +162,7 @@ private:
     ///          what lies before tells when a picture is shown, and nothing is skipped
     bool skip_by_reading(std::int64_t target)
     {
-        std::unique_ptr<media_file> anew = media_file::open(path_, max_pixels_);
-        if (!anew) {
-            throw host_error(exit_code::input_failed, path_ + " cannot be read again from its beginning");
-        }
+        std::unique_ptr<media_file> anew = opened_anew();
         constexpr std::size_t most_held = std::size_t{256} << 20;  // bytes, far more than lie between two key pictures
         std::deque<media_handle<AVPacket>> held;                   // from the last key picture on
         std::size_t size = 0;

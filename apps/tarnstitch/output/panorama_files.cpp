@@ -8,7 +8,6 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
-#include <new>
 #include <system_error>
 #include <utility>
 
@@ -43,10 +42,7 @@ std::vector<unsigned char> encoded(const std::string& path, const cv::Mat& image
         if (ending.empty() || !cv::imencode(ending, image, bytes, parameters)) {
             bytes.clear();
         }
-    } catch (const cv::Exception& error) {
-        if (error.code == cv::Error::StsNoMem) {
-            throw std::bad_alloc();
-        }
+    } catch (const cv::Exception&) {
         bytes.clear();
     }
     return bytes;
