@@ -10,6 +10,7 @@ import {
   axePath, cameraFile, desktop, frames, keyFrames, launch, open, phone, phoneLying, picture, pictureSize, resultReady,
   savedBytes, serve, state,
 } from './browser.js';
+import { checkAllKinds, feedAllKinds } from './kinds.js';
 import { root } from './support.js';
 
 async function findings(page) {
@@ -203,6 +204,14 @@ describe('with a camera', () => {
     await page.close();
   });
 
+  it('takes every kind of frame, and leaves it to its owner', async () => {
+    const page = await open(chromium.browser, server.address);
+    await state(page, 'ready');
+    checkAllKinds(await page.evaluate(feedAllKinds));
+    assert.deepEqual(page.lines, []);
+    await page.close();
+  });
+
   it('sweeps twenty times with flat memory', async () => {
     const page = await open(chromium.browser, server.address);
     const used = [];
@@ -221,11 +230,15 @@ describe('with a camera', () => {
     await page.close();
   });
 
-  it('works without a network after the first visit', async () => {
+  it('can be installed, and works without a network after the first visit', async () => {
     const page = await open(chromium.browser, server.address);
-    await page.evaluate(() => navigator.serviceWorker.ready);
+    await page.evaluate(() => navigator.serviceWorker.ready.then(() => undefined));
     await page.reload();
     await state(page, 'ready');
+    const session = await page.createCDPSession();
+    assert.deepEqual((await session.send('Page.getInstallabilityErrors')).installabilityErrors, []);
+    assert.deepEqual((await session.send('Page.getAppManifest')).errors, []);
+    await session.detach();
     await page.setOfflineMode(true);
     await page.reload();
     await sweepOnce(page, 1);
