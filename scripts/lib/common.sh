@@ -21,7 +21,7 @@ java_packages=(default-jdk-headless junit5)
 python_packages=(python3 python3-numpy python3-opencv python3-pil python3-pytest mypy python3-pip python3-venv
   python3-matplotlib)
 # shellcheck disable=SC2034
-web_check_packages=(nodejs openssl)
+web_check_packages=(nodejs openssl zbar-tools)
 # shellcheck disable=SC2034
 benchmark_packages=(libbenchmark-dev)
 # shellcheck disable=SC2034
@@ -81,6 +81,7 @@ has_package() {
     python3-pil) python3 -c 'import PIL' 2>/dev/null ;;
     python3-*) python3 -c "import ${1#python3-}" 2>/dev/null ;;
     nodejs) command -v node >/dev/null ;;
+    zbar-tools) command -v zbarimg >/dev/null ;;
     hugin-tools) command -v cpfind >/dev/null ;;
     libbenchmark-dev) compiles '#include <benchmark/benchmark.h>' ;;
     *) command -v "$1" >/dev/null ;;

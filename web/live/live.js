@@ -437,24 +437,26 @@ giveBack().then((given) => {
     openCamera();
   }
 });
-preload().then(
-  ({ threads }) => {
-    document.body.dataset.threads = String(threads);
-    document.body.dataset.loaded = 'yes';
-  },
-  (error) => showTrouble(error.problem === 'unsupported' ? 'vectors' : 'module'),
-);
-
 // A newer version of the page, which an earlier visit has fetched, takes over before anything has begun.
-async function keepOffline() {
+async function renew() {
   const { serviceWorker } = navigator;
-  const { waiting } = await serviceWorker.register('sw.js');
+  const waiting = (await serviceWorker?.getRegistration())?.waiting;
   const isIdle = () => !isBusy() && state !== 'result';
   if (waiting && isIdle()) {
     serviceWorker.addEventListener('controllerchange', () => isIdle() && location.reload(), { once: true });
     waiting.postMessage('take over');
   }
 }
-if ('serviceWorker' in navigator && window.isSecureContext) {
-  keepOffline().catch(() => {});
-}
+
+renew().catch(() => {});
+preload()
+  .then(
+    ({ threads }) => {
+      document.body.dataset.threads = String(threads);
+      document.body.dataset.loaded = 'yes';
+    },
+    (error) => showTrouble(error.problem === 'unsupported' ? 'vectors' : 'module'),
+  )
+  // Not before: a page that gets its service worker while its own worker is loaded loses that one in Firefox.
+  .then(() => navigator.serviceWorker?.register('sw.js'))
+  .catch(() => {});

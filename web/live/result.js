@@ -16,6 +16,7 @@ export class Result {
   #whole = null;
   #cropped = null;
   #isCropped = true;
+  #describe = null; // the text for the picture that is shown, where it depends on it
   #urls = [];
   #cancel = null;
   onAgain = () => {};
@@ -33,6 +34,9 @@ export class Result {
     $('crop').addEventListener('click', () => {
       this.#isCropped = !this.#isCropped;
       this.#showBlob();
+      if (this.#describe) {
+        $('result-text').textContent = this.#describe();
+      }
     });
     $('share').addEventListener('click', () => this.#share());
     $('saving-cancel').addEventListener('click', () => this.#cancel?.abort());
@@ -47,6 +51,7 @@ export class Result {
     $('camera').inert = true;
     this.#whole = null;
     this.#cropped = null;
+    this.#describe = null;
     this.#tell(title, text);
     this.#setReady(false);
     $('result-title').focus();
@@ -144,12 +149,15 @@ export class Result {
       this.#isCropped = Boolean(this.#cropped);
       this.#showBlob();
       keepPanorama({ whole: this.#whole, cropped: this.#cropped });
-      const size = `${panorama.width} × ${panorama.height}, from ${panorama.keyFrames} pictures`;
       const partly = signal.aborted
         ? 'It ends where it was stopped.'
         : `It is not the whole sweep: ${panorama.why ?? 'a part could not be joined'}.${panorama.help ? ` What helps: ${panorama.help}.` : ''}`;
       const wrong = [trouble, panorama.extent === 'whole' ? '' : partly].filter(Boolean).join(' ');
-      this.#tell('Panorama', wrong ? `${wrong} ${size}` : size);
+      this.#describe = () => {
+        const { width, height } = this.#blob === this.#cropped ? panorama.crop : panorama;
+        return `${wrong ? `${wrong} ` : ''}${width} × ${height}, from ${panorama.keyFrames} pictures`;
+      };
+      this.#tell('Panorama', this.#describe());
       this.#advice.say(wrong || 'The panorama is ready');
     } else {
       const why = problem || panorama?.why || 'there was nothing to join';

@@ -70,6 +70,17 @@ for (const threads of [true, false]) {
       sweep.end();
     });
 
+    it('lets no more key frames be under way than it is told', async () => {
+      const sweep = await Sweep.begin({ mostUnderWay: 0 });
+      let most = 0;
+      for (const frame of frames.filter((_, index) => index % 6 === 0)) { // so that they come fast
+        await sweep.feed(frame, { everyFrame: true });
+        most = Math.max(most, (await sweep.status()).underWay);
+      }
+      assert.ok(most <= 1, `${most}`); // the one that is made of the frame itself
+      sweep.end();
+    });
+
     it('rejects motion against the direction', async () => {
       const sweep = await Sweep.begin({ direction: 'left' });
       const codes = new Set();

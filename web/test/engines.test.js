@@ -8,6 +8,7 @@ import path from 'node:path';
 import { after, before, describe, it } from 'node:test';
 import { serve } from './browser.js';
 import { engines } from './engines.js';
+import { checkAllKinds, feedAllKinds } from './kinds.js';
 import { root } from './support.js';
 
 const video = readFileSync(path.join(root, 'samples/parking_pan.mp4')).toString('base64');
@@ -50,7 +51,7 @@ for (const [name, launch] of Object.entries(engines)) {
         // Firefox starts threads at most visits, not at all of them; the page goes on without then.
         for (let visits = 0; visits < 4 && (visits === 0 || await isThreaded() !== threads); ++visits) {
           await browser.visit(`${server.address}${threads ? '' : '?threads=no'}`);
-          await browser.run(until("document.body?.dataset.loaded === 'yes' && ['ready', 'trouble'].includes(document.body.dataset.state)", 120));
+          await browser.run(until("document.body?.dataset.loaded === 'yes' && document.body.dataset.state !== 'starting'", 120));
         }
         console.log(`# ${JSON.stringify(await browser.run(`return {
           isolated: crossOriginIsolated, secure: isSecureContext, camera: Boolean(navigator.mediaDevices?.getUserMedia),
@@ -76,6 +77,8 @@ for (const [name, launch] of Object.entries(engines)) {
         assert.equal(found.title, 'Panorama');
         assert.ok(found.width > 800 && found.height > 300, JSON.stringify(found));
         assert.ok(Number(found.frames) >= 140, found.frames);
+        await browser.run("document.getElementById('again').click();");
+        checkAllKinds(await browser.run(`return (${feedAllKinds})();`));
       });
     }
   });

@@ -10,6 +10,7 @@ import {
   axePath, cameraFile, desktop, frames, keyFrames, launch, open, phone, phoneLying, picture, pictureSize, resultReady,
   savedBytes, serve, state,
 } from './browser.js';
+import { checkAllKinds, feedAllKinds } from './kinds.js';
 import { root } from './support.js';
 
 async function findings(page) {
@@ -54,8 +55,12 @@ describe('with a camera', () => {
     await resultReady(page);
     await picture(page, 'phone-result');
     const cropped = pictureSize(await savedBytes(page));
+    const says = ({ width, height }) => page.$eval('#result-text', ({ textContent }) => textContent)
+      .then((text) => assert.ok(text.startsWith(`${width} × ${height}, from `), text));
+    await says(cropped);
     await page.click('#crop');
     const whole = pictureSize(await savedBytes(page));
+    await says(whole);
     assert.ok(whole.width > 960 * 1.2 && whole.height > 430, `${whole.width}x${whole.height}`);
     assert.ok(cropped.width <= whole.width && cropped.height < whole.height && cropped.width > 900);
     assert.equal(await page.evaluate(() => document.body.dataset.threads), 'true');
@@ -203,6 +208,60 @@ describe('with a camera', () => {
     await page.close();
   });
 
+  it('lets the picture be moved, zoomed and shared', async () => {
+    const page = await open(chromium.browser, server.address, phone, [() => {
+      navigator.canShare = ({ files }) => files[0].type === 'image/jpeg';
+      navigator.share = async ({ files: [file] }) => (window.shared = { name: file.name, size: file.size });
+    }]);
+    await sweepOnce(page, 3);
+    const place = async () => {
+      const [x, y, scale] = (await page.$eval('#picture', ({ style }) => style.transform)).match(/-?[\d.]+(?:e-?\d+)?/g).map(Number);
+      return { x, y, scale };
+    };
+    const fitted = await place();
+    const box = await (await page.$('#viewer')).boundingBox();
+    const [x, y] = [box.x + box.width / 2, box.y + box.height / 2];
+    await page.mouse.move(x, y);
+    await page.mouse.wheel({ deltaY: -600 });
+    await page.waitForFunction((before) => document.getElementById('picture').style.transform !== before, {},
+      `translate(${fitted.x}px, ${fitted.y}px) scale(${fitted.scale})`);
+    const zoomed = await place();
+    assert.ok(zoomed.scale > 2 * fitted.scale, JSON.stringify({ fitted, zoomed }));
+    await page.mouse.down();
+    await page.mouse.move(x + 50, y);
+    await page.mouse.up();
+    assert.ok(Math.abs((await place()).x - zoomed.x - 50) < 1);
+    await page.mouse.move(x, y);
+    await page.focus('#viewer');
+    await page.keyboard.press('ArrowRight');
+    assert.ok(Math.abs((await place()).x - zoomed.x + 10) < 1);
+    await page.keyboard.press('+');
+    assert.ok((await place()).scale > zoomed.scale);
+    for (let steps = 0; steps < 40; ++steps) {
+      await page.keyboard.press('ArrowRight');
+    }
+    const { naturalWidth } = await page.$eval('#picture', ({ naturalWidth: width }) => ({ naturalWidth: width }));
+    const end = await place();
+    assert.ok(Math.abs(end.x + naturalWidth * end.scale - box.width) < 1, 'it does not leave its frame');
+    await page.keyboard.press('0');
+    assert.deepEqual(await place(), fitted);
+    await page.click('#share');
+    const shared = await page.waitForFunction(() => window.shared);
+    const { name, size } = await shared.jsonValue();
+    assert.match(name, /^panorama-.*\.jpg$/);
+    assert.equal(size, (await savedBytes(page)).length);
+    assert.deepEqual(page.lines, []);
+    await page.close();
+  });
+
+  it('takes every kind of frame, and leaves it to its owner', async () => {
+    const page = await open(chromium.browser, server.address);
+    await state(page, 'ready');
+    checkAllKinds(await page.evaluate(feedAllKinds));
+    assert.deepEqual(page.lines, []);
+    await page.close();
+  });
+
   it('sweeps twenty times with flat memory', async () => {
     const page = await open(chromium.browser, server.address);
     const used = [];
@@ -221,11 +280,15 @@ describe('with a camera', () => {
     await page.close();
   });
 
-  it('works without a network after the first visit', async () => {
+  it('can be installed, and works without a network after the first visit', async () => {
     const page = await open(chromium.browser, server.address);
-    await page.evaluate(() => navigator.serviceWorker.ready);
+    await page.evaluate(() => navigator.serviceWorker.ready.then(() => undefined));
     await page.reload();
     await state(page, 'ready');
+    const session = await page.createCDPSession();
+    assert.deepEqual((await session.send('Page.getInstallabilityErrors')).installabilityErrors, []);
+    assert.deepEqual((await session.send('Page.getAppManifest')).errors, []);
+    await session.detach();
     await page.setOfflineMode(true);
     await page.reload();
     await sweepOnce(page, 1);
