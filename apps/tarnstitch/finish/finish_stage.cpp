@@ -33,7 +33,71 @@ std::vector<stage_library::key_frame> key_frames_of(const key_frame_collector& c
     return result;
 }
 
-void describe(const stage_library::finishing_result& result, finished_picture& finished)
+stage_library::crop cropping_of(finished_crop cut)
+{
+    switch (cut) {
+    case finished_crop::generous:
+        return stage_library::crop::automatic;
+    case finished_crop::none:
+        return stage_library::crop::none;
+    case finished_crop::full:
+        break;
+    }
+    return stage_library::crop::full;
+}
+
+bool is_missing(const stage_library::frame_report& frame)
+{
+    return frame.omitted == stage_library::left_out::unplaced || frame.omitted == stage_library::left_out::beyond;
+}
+
+/// The way from a point of the picture to the same one a full turn on; nought where the picture does not go around.
+cv::Point2d full_turn(const stage_library::finishing_result& result)
+{
+    const double turn = 2 * CV_PI * result.surface_scale;
+    switch (result.drawn_on) {
+    case stage_library::projection::cylinder:
+    case stage_library::projection::sphere:
+        return {turn, 0.0};
+    case stage_library::projection::turned_cylinder:
+        return {0.0, turn};
+    case stage_library::projection::plane:
+        break;
+    }
+    return {};
+}
+
+/// Part of a key frame that lies in the picture, by points spread evenly over it.
+double part_in_picture(const stage_library::finishing_result& result, int index, cv::Size frame)
+{
+    constexpr int points = 8;  // in each direction
+    const cv::Rect2d picture(-0.5, -0.5, result.picture.cols, result.picture.rows);
+    const cv::Point2d turn = full_turn(result);
+    int inside = 0;
+    for (int i = 0; i < points * points; ++i) {
+        const cv::Point2d pixel((i % points + 0.5) / points * frame.width - 0.5,
+                                (i / points + 0.5) / points * frame.height - 0.5);
+        const cv::Point2d point = result.picture_from_frame(index, pixel, frame);
+        inside += picture.contains(point) || picture.contains(point + turn) || picture.contains(point - turn) ? 1 : 0;
+    }
+    return static_cast<double>(inside) / (points * points);
+}
+
+/// What the crop has left of the key frames.
+crop_effect effect_of_crop(const stage_library::finishing_result& result, const key_frame_collector& collected)
+{
+    crop_effect effect;
+    for (std::size_t i = 0; i < result.frames.size(); ++i) {
+        if (!is_missing(result.frames[i])) {
+            const cv::Size frame = collected.pictures().size(collected.key_frames()[i].picture);
+            effect.parts_in_picture.push_back(part_in_picture(result, static_cast<int>(i), frame));
+        }
+    }
+    return effect;
+}
+
+void describe(const stage_library::finishing_result& result, const key_frame_collector& collected,
+              finished_picture& finished)
 {
     finished.motion = name_of(result.motion);
     finished.projection = name_of(result.drawn_on);
@@ -44,15 +108,13 @@ void describe(const stage_library::finishing_result& result, finished_picture& f
     finished.residual = result.residual;
     finished.placed_by_alignment = result.joined_by_alignment;
     finished.placed_by_live_motion = result.joined_by_live_motion;
-    const auto is_missing = [](const stage_library::frame_report& frame) {
-        return frame.omitted == stage_library::left_out::unplaced || frame.omitted == stage_library::left_out::beyond;
-    };
     for (const stage_library::frame_report& frame : result.frames) {
         finished.shown += frame.omitted == stage_library::left_out::no ? 1 : 0;
         if (is_missing(frame)) {
             finished.left_out.push_back(frame.number);
         }
     }
+    finished.cropped = effect_of_crop(result, collected);
     finished.reaches_the_end = !is_missing(result.frames.front()) && !is_missing(result.frames.back());
     if (result.viewers.known) {
         finished.view = {result.viewers.projection_type, result.viewers.full_size, result.viewers.cropped_area,
@@ -81,7 +143,7 @@ finished_picture finish_sweep(const key_frame_collector& collected, const option
     finish_display display;
     const stop_kind before = stop_asked_for();
     stage_library::finishing_options options;
-    options.cropping = asked.generous_crop ? stage_library::crop::automatic : stage_library::crop::full;
+    options.cropping = cropping_of(asked.cut_of_finished);
     options.progress = [&display, before](stage_library::stage now, double part) {
         constexpr int stages = 6;
         display.show(name_of(now), static_cast<int>(now) + 1, stages, part);
@@ -91,7 +153,7 @@ finished_picture finish_sweep(const key_frame_collector& collected, const option
     finished.stopped = result.outcome == stage_library::status::cancelled;
     if (result.outcome == stage_library::status::ok) {
         finished.picture = result.picture;
-        describe(result, finished);
+        describe(result, collected, finished);
     } else if (result.outcome == stage_library::status::no_key_frames) {
         finished.error = "no frame of the sweep could be taken";
     } else if (result.outcome == stage_library::status::unreadable) {
@@ -140,6 +202,9 @@ bool shows_more_than_a_frame(const finished_picture& finished, cv::Size size, cv
 std::vector<std::string> notes_on(const finished_picture& finished)
 {
     std::vector<std::string> notes;
+    if (std::string line = sentence_on(judge_finished(finished.cropped)); !line.empty()) {
+        notes.push_back(std::move(line));
+    }
     if (finished.pieces > 1) {
         notes.push_back("the library was begun " + std::to_string(finished.pieces)
                         + " times, and the finished picture joins the pieces");
