@@ -15,6 +15,7 @@
 #include "adjustment.h"
 #include "camera_model.h"
 #include "crop_choice.h"
+#include "crop_loss.h"
 #include "exposure.h"
 #include "frame_matching.h"
 #include "pair_graph.h"
@@ -177,11 +178,13 @@ private:
         result_.picture = picture_of(key_frames_[0]).clone();
         result_.mask = cv::Mat(result_.picture.size(), CV_8UC1, cv::Scalar(255));
         result_.frames[0].omitted = left_out::no;
+        result_.frames[0].part_in_picture = 1.0;
         const cv::Size size = result_.picture.size();
         surface_.cameras = cameras_;
         surface_.headings = {0.0};
         surface_.scale = std::max(size.width, size.height);
         area_ = cv::Rect(cv::Point(), size);
+        result_.lost.seen = area_;
     }
 
     void draw()
@@ -197,6 +200,10 @@ private:
         plan.drawings = draw_small(small_surface, frames_, result_.frames, progress_);
         if (plan.drawings.empty()) {
             throw std::runtime_error("No key frame can be drawn.");
+        }
+        std::vector<small_drawing> drawn = plan.drawings;
+        for (small_drawing& drawing : drawn) {
+            drawing.image.release();
         }
         leave_out_superfluous(plan.drawings, cameras_, frames_, result_.frames);
         plan.gains = balance_exposure(plan.drawings, progress_);
@@ -224,6 +231,7 @@ private:
         area_ = plan.area;
         result_.scale = plan.frame_scale;
         trim();
+        result_.lost = measure_cut(drawn, plan.owners, plan.small_scale, plan.surface, area_, result_.frames);
     }
 
     /// Of the largest key frame.
@@ -252,8 +260,7 @@ private:
     cv::Rect at_full_size(cv::Rect small, const picture_plan& plan) const
     {
         const double factor = 1.0 / plan.small_scale;
-        cv::Rect area(cv::Point(cvFloor(small.x * factor), cvFloor(small.y * factor)),
-                      cv::Point(cvCeil((small.br().x - 1) * factor) + 1, cvCeil((small.br().y - 1) * factor) + 1));
+        cv::Rect area = enlarged(small, factor);
         if (options_.cropping == crop::full) {
             std::vector<int> shown;
             for (const small_drawing& drawing : plan.drawings) {
@@ -262,13 +269,11 @@ private:
             area = exact_full_rectangle(area, plan.surface, shown, sizes_, cvCeil(2 * factor),
                                         [this] { progress_.at(stage::seams, 1.0); });
         }
-        const int turn = cvRound(2 * CV_PI * plan.surface.scale);
-        if (plan.surface.kind == projection::cylinder || plan.surface.kind == projection::sphere) {
-            if (area.width > turn) {
-                area = cv::Rect(-turn / 2, area.y, turn, area.height) & cv::Rect(area);
-            }
-        } else if (plan.surface.kind == projection::turned_cylinder && area.height > turn) {
-            area = cv::Rect(area.x, -turn / 2, area.width, turn) & cv::Rect(area);
+        const cv::Size turn = turn_of(plan.surface);
+        if (turn.width > 0 && area.width > turn.width) {
+            area = cv::Rect(-turn.width / 2, area.y, turn.width, area.height) & cv::Rect(area);
+        } else if (turn.height > 0 && area.height > turn.height) {
+            area = cv::Rect(area.x, -turn.height / 2, area.width, turn.height) & cv::Rect(area);
         }
         return area;
     }

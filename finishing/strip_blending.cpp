@@ -200,7 +200,7 @@ private:
         plan_.surface.pixels_of_frame(drawing.index, source.size(), part, pixels);
         const cv::Mat own = shown_part(pixels, source.size());
         cv::Mat image;
-        cv::remap(source, image, pixels, cv::noArray(), cv::INTER_LINEAR, cv::BORDER_REFLECT);
+        cv::remap(source, image, pixels, cv::noArray(), cv::INTER_CUBIC, cv::BORDER_REFLECT);
         progress_.at(stage::blending, part_done);
         apply_gains(plan_.gains[k], image, cv::Point2d(part.tl()) * plan_.small_scale - cv::Point2d(drawing.place.tl()),
                     plan_.small_scale);

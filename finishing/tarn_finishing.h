@@ -125,6 +125,23 @@ struct frame_report {
     double gain = 1.0;  ///< mean factor on brightness
     double residual =
         -1.0;  ///< median distance of its points from where the cameras say, % of its longer side; -1: none
+    /// Part of what the frame saw that lies within the picture, 0 to 1, whoever shows it there: 0 when the crop has left
+    /// nothing of it. -1 of frames that are not drawn anywhere (left_out::unplaced and beyond).
+    double part_in_picture = -1.0;
+};
+
+/// What the picture lacks of what was seen, because it is a rectangle. All nought with crop::none.
+struct cut_off {
+    /// Part of what was seen, of its area, 0 to 1.
+    double part = 0.0;
+    /// Parts of the sweep's length, 0 to 1, at the end where it begins and at the one where it stops. The length is that
+    /// of what was seen, along the axis of the picture along which the camera went farther. A camera that came back
+    /// began and stopped at the same end: then the first number is that of the left, or upper, end.
+    double at_beginning = 0.0;
+    double at_end = 0.0;
+    /// Around all that was seen, px of the picture: it begins left of the picture or above where its numbers are less
+    /// than nought. Never longer than a full turn.
+    cv::Rect seen;
 };
 
 /// What panorama viewers want to know (the GPano tags), where the projection is one that they know.
@@ -151,6 +168,7 @@ struct finishing_result {
     double vertical_field_of_view = 0.0;    ///< degrees
     double residual = -1.0;                 ///< median of all points' distances, % of a frame's longer side
     viewer_description viewers;
+    cut_off lost;  ///< to the crop
     std::vector<frame_report> frames;
     int pairs_compared = 0;
     int joined_by_alignment = 0;    ///< key frames placed so

@@ -25,7 +25,7 @@ for target in "${targets[@]}"; do
   corpus=$root/build/fuzz/corpus/$target
   mkdir -p "$corpus"
   longest=1500 # bytes; a video needs some for what is around its pictures
-  [[ $target != video_input ]] || longest=8000
+  [[ $target != video_input ]] || longest=10000
   say "Fuzzing $target for $seconds s"
   if ! nice build/fuzz/fuzz/fuzz_"$target" -max_total_time="$seconds" -max_len="$longest" -timeout=120 -rss_limit_mb=3000 \
     -print_final_stats=1 -artifact_prefix="$findings/$target-" "$corpus" "fuzz/corpus/$target" \

@@ -31,7 +31,15 @@ for name in tarnstitch-threads tarnstitch-single; do
 done
 cp build/web/wasm/tarnstitch-threads.worker.js "$package"
 {
-  printf 'This package contains, compiled into its .wasm and .js files, parts of these works.\n'
+  cat <<END
+This package contains, compiled into its .wasm and .js files, parts of these works, as Debian has them:
+${wasm_sources[*]}, and the libraries of emscripten $(emcc --version | sed -n '1s/.*) \([0-9.]*\).*/\1/p').
+
+OpenCV is changed in one place: arc tangents are computed as on other systems. The others are not changed. The source of
+each, of Eigen under the Mozilla Public License 2.0 among them, is had by \`apt-get source\` with the names and versions
+above. The files under a GPL or an LGPL that the texts name are no part of this package. Where a text refers to
+/usr/share/common-licenses/Apache-2.0, that is the file LICENSE.
+END
   for name in opencv eigen libjpeg-turbo zlib; do
     printf '\n\n======== %s\n\n' "$name"
     cat "$libraries/licences/$name"

@@ -6,25 +6,42 @@
 //
 // Prints the addresses, the phones' one also as a QR code. The certificate is made on the spot and kept with the
 // user's cache; a browser asks once whether to trust it. With --local the network is left alone.
-import { execFileSync } from 'node:child_process';
-import { createReadStream, existsSync, mkdirSync, readFileSync, statSync } from 'node:fs';
+import { execFileSync, spawnSync } from 'node:child_process';
+import { chmodSync, createReadStream, existsSync, mkdirSync, readFileSync, statSync } from 'node:fs';
 import { createServer } from 'node:http';
 import { createServer as createSecureServer } from 'node:https';
 import { homedir, networkInterfaces } from 'node:os';
 import path from 'node:path';
+import { pipeline } from 'node:stream';
 import { fileURLToPath } from 'node:url';
 import { qrCode } from './serve-qr.mjs';
 
 const here = path.dirname(fileURLToPath(import.meta.url));
-const argument = (name) => process.argv.includes(name);
-const portAt = process.argv.indexOf('--port');
-const port = portAt < 0 ? 8080 : Number(process.argv[portAt + 1]);
-const root = process.env.TARN_WEB_ROOT ?? path.join(here, '..', 'out', 'web', 'live');
+const root = path.resolve(process.env.TARN_WEB_ROOT ?? path.join(here, '..', 'out', 'web', 'live'));
+const portsApart = 363; // 8080 for this machine, 8443 for the phones
 
-if (argument('--help') || !Number.isInteger(port)) {
-  console.log('usage: web/serve [--port N] [--local]');
-  process.exit(argument('--help') ? 0 : 2);
+function options() {
+  const found = { port: 8080, isLocal: false };
+  for (let given = process.argv.slice(2); given.length > 0; given.shift()) {
+    if (given[0] === '--local') {
+      found.isLocal = true;
+    } else if (given[0] === '--port' && /^\d+$/.test(given[1])) {
+      found.port = Number(given[1]);
+      given.shift();
+    } else {
+      const asked = given[0] === '--help';
+      (asked ? console.log : console.error)('usage: web/serve [--port N] [--local]');
+      process.exit(asked ? 0 : 2);
+    }
+  }
+  if (found.port > 65535 - (found.isLocal ? 0 : portsApart)) {
+    console.error(`Port ${found.port} is too large.`);
+    process.exit(2);
+  }
+  return found;
 }
+
+const { port, isLocal } = options();
 if (!existsSync(path.join(root, 'index.html'))) {
   console.error('The page has not been built yet: run scripts/web.sh first.');
   process.exit(1);
@@ -43,23 +60,40 @@ const types = {
   '.webmanifest': 'application/manifest+json',
 };
 
-function answer(request, response) {
-  const { pathname } = new URL(request.url, 'http://localhost');
-  let name;
+const policy = [
+  "default-src 'self'",
+  "script-src 'self' 'wasm-unsafe-eval'",
+  "img-src 'self' blob:",
+  "media-src 'self' blob:",
+  "object-src 'none'",
+  "base-uri 'none'",
+  "form-action 'none'",
+  "frame-ancestors 'none'",
+].join('; ');
+
+/** @returns {{ file: string, size: number } | null} what a request names, if it is a file of the page */
+function fileOf(request) {
   try {
-    name = path.normalize(decodeURIComponent(pathname));
+    const name = path.normalize(decodeURIComponent(new URL(request.url, 'http://localhost').pathname));
+    const file = path.join(root, name.endsWith('/') ? `${name}index.html` : name);
+    const found = statSync(file);
+    return file.startsWith(root + path.sep) && found.isFile() ? { file, size: found.size } : null;
   } catch {
-    name = '/..';
+    return null; // no address, or no such file
   }
-  const file = path.join(root, name.endsWith('/') ? `${name}index.html` : name);
-  const found = file.startsWith(root + path.sep) && existsSync(file) && statSync(file).isFile();
+}
+
+function answer(request, response) {
+  const found = fileOf(request);
   if (!found || !['GET', 'HEAD'].includes(request.method)) {
-    response.writeHead(found ? 405 : 404, { 'Content-Type': 'text/plain' }).end(found ? 'Not allowed\n' : 'Not found\n');
+    response
+      .writeHead(found ? 405 : 404, { 'Content-Type': 'text/plain', 'X-Content-Type-Options': 'nosniff', ...(found ? { Allow: 'GET, HEAD' } : {}) })
+      .end(found ? 'Not allowed\n' : 'Not found\n');
     return;
   }
   response.writeHead(200, {
-    'Content-Type': types[path.extname(file)] ?? 'application/octet-stream',
-    'Content-Length': statSync(file).size,
+    'Content-Type': types[path.extname(found.file)] ?? 'application/octet-stream',
+    'Content-Length': found.size,
     'Cache-Control': 'no-cache',
     'X-Content-Type-Options': 'nosniff',
     'Referrer-Policy': 'no-referrer',
@@ -69,13 +103,12 @@ function answer(request, response) {
       : { 'Cross-Origin-Opener-Policy': 'same-origin', 'Cross-Origin-Embedder-Policy': 'require-corp' }),
     'Cross-Origin-Resource-Policy': 'same-origin',
     'Permissions-Policy': 'camera=(self), microphone=()',
-    'Content-Security-Policy':
-      "default-src 'self'; script-src 'self' 'wasm-unsafe-eval'; img-src 'self' blob: data:; media-src 'self' blob:; worker-src 'self'",
+    'Content-Security-Policy': policy,
   });
   if (request.method === 'HEAD') {
     response.end();
   } else {
-    createReadStream(file).pipe(response);
+    pipeline(createReadStream(found.file), response, () => {}); // who goes away in the middle is let go
   }
 }
 
@@ -101,11 +134,18 @@ function certificate(names) {
     }
   };
   if (!lasts()) {
-    execFileSync('openssl', [
+    const made = spawnSync('openssl', [
       'req', '-x509', '-newkey', 'ec', '-pkeyopt', 'ec_paramgen_curve:prime256v1', '-nodes', '-days', '365',
       '-subj', '/CN=TarnStitch live', '-addext', `subjectAltName=${names.map((name) => `IP:${name}`).join(',')}`,
+      '-addext', 'extendedKeyUsage=serverAuth',
       '-keyout', key, '-out', chain,
-    ], { stdio: 'ignore', umask: 0o077 });
+    ], { encoding: 'utf8' });
+    if (made.status !== 0) {
+      throw new Error(made.error?.code === 'ENOENT'
+        ? 'openssl is missing, which makes the certificate for phones. --local does without.'
+        : `openssl makes no certificate: ${made.stderr.trim().split('\n').at(-1)}`);
+    }
+    chmodSync(key, 0o600);
   }
   return { key: readFileSync(key), cert: readFileSync(chain) };
 }
@@ -120,9 +160,9 @@ function listen(server, on, host) {
 try {
   const local = await listen(createServer(answer), port, '127.0.0.1');
   console.log(`On this machine:  http://localhost:${local}/`);
-  const names = argument('--local') ? [] : addresses();
+  const names = isLocal ? [] : addresses();
   if (names.length > 0) {
-    const secure = await listen(createSecureServer(certificate(names), answer), port === 0 ? 0 : port + 363, '0.0.0.0');
+    const secure = await listen(createSecureServer(certificate(names), answer), port === 0 ? 0 : port + portsApart, '0.0.0.0');
     for (const name of names) {
       console.log(`On a phone:       https://${name}:${secure}/`);
     }
@@ -130,6 +170,6 @@ try {
     console.log(qrCode(`https://${names[0]}:${secure}/`));
   }
 } catch (error) {
-  console.error(error.code === 'EADDRINUSE' ? `Port ${port} is in use: try --port.` : `error: ${error.message}`);
+  console.error(error.code === 'EADDRINUSE' ? `Port ${error.port} is in use: try another by --port.` : `error: ${error.message}`);
   process.exit(1);
 }

@@ -21,7 +21,7 @@ java_packages=(default-jdk-headless junit5)
 python_packages=(python3 python3-numpy python3-opencv python3-pil python3-pytest mypy python3-pip python3-venv
   python3-matplotlib)
 # shellcheck disable=SC2034
-web_check_packages=(nodejs)
+web_check_packages=(nodejs openssl)
 # shellcheck disable=SC2034
 benchmark_packages=(libbenchmark-dev)
 # shellcheck disable=SC2034

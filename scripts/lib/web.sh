@@ -6,7 +6,8 @@
 # need_web_tests: the package and the page anew, the native host, and what comes from npm.
 # shellcheck disable=SC2154
 need_web_tests() {
-  need_packages "${build_packages[@]}" nodejs npm chromium ffmpeg openssl
+  need_packages "${build_packages[@]}" nodejs chromium ffmpeg openssl
+  command -v npm >/dev/null || need_packages npm # packages of Node from elsewhere bring it along
   scripts/web.sh
 
   say "Building the native host"

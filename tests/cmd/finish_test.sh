@@ -119,7 +119,7 @@ expect_equal "frames in the summary" 142 "$(sed -n '/"pieces": \[/,$p' long.json
 "$media" slide rising%d.png 24 480 240 30 1 20
 run 0 rising%d.png -o rising.png --finish --no-retry
 said=$(grep -F "the finished picture lacks both ends of the sweep: " stderr) || fail "nothing is said of what is lost"
-[[ $said =~ " key frames".*" lie outside its rectangle by more than half, and "([0-9]+)" % of what all of them show is cut off" ]] \
+[[ $said =~ " key frames".*" lie outside its rectangle by more than half, and "([0-9]+)" % of what was seen is cut off" ]] \
   || fail "another sentence: $said"
 ((BASH_REMATCH[1] > 25)) || fail "next to nothing is lost: $said"
 run 0 rising%d.png -o all.png --finish --no-retry --crop=none

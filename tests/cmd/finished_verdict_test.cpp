@@ -24,7 +24,9 @@ crop_effect effect_of(const std::string& frames)
 
 std::string said_of(const std::string& frames)
 {
-    return sentence_on(judge_finished(effect_of(frames)));
+    crop_effect effect = effect_of(frames);
+    effect.lost = 0.5;
+    return sentence_on(judge_finished(effect), effect);
 }
 
 }  // namespace
@@ -63,4 +65,18 @@ TEST(FinishedVerdict, SentenceHasTheNumbersAndWhatKeepsAll)
     EXPECT_NE(said_of("xx---xx").find("lacks a part of the sweep: 3 of 7 key frames lie"), std::string::npos);
     EXPECT_NE(said_of("-xx-xx").find("lacks an end of the sweep: 2 of 6 key frames, the first one among them, lie"),
               std::string::npos);
+}
+
+TEST(FinishedVerdict, LengthThatIsMissingAtTheEndsCountsToo)
+{
+    crop_effect effect = effect_of("xxxx");
+    effect.lost_at_begin = 0.12;
+    effect.lost_at_end = 0.07;
+    EXPECT_EQ(judge_finished(effect).how_good, grade::good);
+    effect.lost_at_end = 0.09;
+    effect.lost = 0.3;
+    EXPECT_EQ(judge_finished(effect).how_good, grade::flawed);
+    EXPECT_EQ(sentence_on(judge_finished(effect), effect),
+              "the finished picture lacks much of the sweep's ends: 12 % of its length at the beginning and 9 % at the end "
+              "are cut off, and 30 % of what was seen; --crop=none keeps it, with empty corners");
 }

@@ -13,6 +13,8 @@
 #include <opencv2/core.hpp>
 
 #include "frames_file.h"
+#include "host_error.h"
+#include "output_names.h"
 #include "progress.h"
 #include "report.h"
 #include "size_watch.h"
@@ -281,12 +283,20 @@ TEST(Progress, LineSaysTheSameAndWhatIsWaitedFor)
     EXPECT_EQ(progress_line(state), "frame 120 of 240, 0.0 frames/s, 2:00:00 left, 5 key frames, waiting for 2");
 }
 
-TEST(FramesFile, NameDecidesTheFormat)
+TEST(OutputNames, HaveEndingsThatCanBeWrittenInCapitalsToo)
 {
-    EXPECT_TRUE(is_frames_name("a.csv"));
-    EXPECT_TRUE(is_frames_name("a.JSONL"));
-    EXPECT_FALSE(is_frames_name("a.json"));
-    EXPECT_FALSE(is_frames_name("csv"));
+    const auto with_frames = [](const char* name) {
+        options asked;
+        asked.inputs = {"a.mp4"};
+        asked.frames = name;
+        return asked;
+    };
+    EXPECT_NO_THROW(check_output_names(with_frames("a.csv")));
+    EXPECT_NO_THROW(check_output_names(with_frames("a.JSONL")));
+    EXPECT_THROW(check_output_names(with_frames("a.json")), host_error);
+    EXPECT_THROW(check_output_names(with_frames("csv")), host_error);
+    EXPECT_TRUE(is_jpeg_name("a.b/C.JPeG"));
+    EXPECT_FALSE(is_jpeg_name("a.jpg/c"));
 }
 
 TEST(FramesFile, LinesAreInTheViewersOrientation)

@@ -47,6 +47,12 @@ does_nothing
 printf x >>slide/3.png
 does
 does_nothing
+# So are others with the same size and a time that somebody has set back.
+modified=$(stat -c %y slide/3.png)
+printf y | dd of=slide/3.png bs=1 seek=$(($(stat -c %s slide/3.png) - 1)) conv=notrunc status=none
+touch -d "$modified" slide/3.png
+does
+does_nothing
 cp slide/1.png kept.png
 printf x >>slide/1.png
 rm slide/1.png
@@ -72,7 +78,9 @@ for file in a.jpg p.png f.csv log kept/big_stitch.jpg; do
 done
 does_nothing
 
-# A record that is none, or another program's.
+# No record, one that is none, or another program's.
+rm out/a.jpg.json
+does
 for text in "" "{" "null" "[1]" '{"tarnstitch": 1}'; do
   echo "$text" >out/a.jpg.json
   does
@@ -83,6 +91,18 @@ sed -i 's/"ffmpeg": ".*"/"ffmpeg": "0.9.0"/' out/a.jpg.json
 does
 sed -i 's/"exit_code": 0/"exit_code": 1/' out/a.jpg.json
 does
+
+# A run that was ended leaves what it was to do to the next one.
+printf x >>slide/3.png
+start_held env --default-signal "$program" "${asked[@]}"
+kill -s TERM "$started"
+kill -s CONT "$started"
+code=0
+{ wait "$started" || code=$?; } 2>/dev/null # the shell tells of a termination
+expect_equal "exit code after SIGTERM" 143 $code
+expect_nothing_left
+does
+does_nothing
 
 # Moved together, outputs and record hold.
 mv out elsewhere

@@ -85,6 +85,41 @@ TEST(FinishingPicture, ThePictureShowsTheSceneAsItIs)
     EXPECT_LT(difference(picture, truth), 0.4 * difference(shifted, truth));
 }
 
+/// Standard deviation of what is finer than a pixel and a half, gray levels.
+double finest_detail(const cv::Mat& picture)
+{
+    cv::Mat gray;
+    cv::cvtColor(picture, gray, cv::COLOR_BGR2GRAY);
+    gray.convertTo(gray, CV_32F);
+    cv::Mat coarse;
+    cv::GaussianBlur(gray, coarse, {}, 1.5);
+    cv::Scalar mean;
+    cv::Scalar deviation;
+    cv::meanStdDev(gray - coarse, mean, deviation);
+    return deviation[0];
+}
+
+TEST(FinishingPicture, ThePictureIsAsSharpAsItsKeyFrames)
+{
+    // Drawn between pixels, each key frame by another part of one.
+    const rendered_sweep sweep = tarn::test::turn(small_frame, tarn::test::moving_right, 350.0, 2.0, 13);
+    const auto key_frames = key_frames_of(sweep, 4);
+    const finishing_result result = finish(key_frames);
+    ASSERT_EQ(result.outcome, status::ok) << result.explanation;
+    // Around the middle of a key frame the picture shows it as large as it was.
+    constexpr int side = 100;  // px
+    double of_frames = 0.0;
+    double of_picture = 0.0;
+    for (std::size_t i = 0; i < key_frames.size(); ++i) {
+        const cv::Point middle(small_frame.width / 2, small_frame.height / 2);
+        const cv::Point there = result.picture_from_frame(static_cast<int>(i), middle, small_frame);
+        const cv::Rect around(-side / 2, -side / 2, side, side);
+        of_frames += finest_detail(key_frames[i].image()(around + middle));
+        of_picture += finest_detail(result.picture(around + there));
+    }
+    EXPECT_GT(of_picture, 0.97 * of_frames);
+}
+
 TEST(FinishingPicture, ATurnIsRecognisedWithItsFocalLength)
 {
     const double focal = 350.0;

@@ -68,8 +68,6 @@ export class Camera {
       return troubleOf(error);
     }
     this.track.addEventListener('ended', () => this.onLost());
-    const { facingMode } = this.track.getSettings();
-    this.#video.classList.toggle('mirrored', facingMode === 'user');
     this.#video.srcObject = this.#stream;
     await this.#video.play().catch(() => {});
     return null;
@@ -79,7 +77,6 @@ export class Camera {
     this.#stream?.getTracks().forEach((track) => track.stop());
     this.#stream = null;
     this.#video.srcObject = null;
-    this.#video.classList.remove('mirrored');
   }
 
   async count() {
@@ -95,15 +92,12 @@ export class Camera {
   /** Brightness and colours as they are now, or by themselves again: of what the device lets us decide. */
   async lock(locked) {
     const abilities = this.track?.getCapabilities?.() ?? {};
-    const wanted = {};
-    for (const mode of ['exposureMode', 'whiteBalanceMode', 'focusMode']) {
-      const value = locked ? 'manual' : 'continuous';
-      if (abilities[mode]?.includes(value)) {
-        wanted[mode] = value;
-      }
-    }
-    if (Object.keys(wanted).length > 0) {
-      await this.track.applyConstraints({ advanced: [wanted] }).catch(() => {});
+    const value = locked ? 'manual' : 'continuous';
+    const advanced = ['exposureMode', 'whiteBalanceMode', 'focusMode']
+      .filter((mode) => abilities[mode]?.includes(value))
+      .map((mode) => ({ [mode]: value })); // one by one: a set of them is heeded as a whole, or not at all
+    if (advanced.length > 0) {
+      await this.track.applyConstraints({ advanced }).catch(() => {});
     }
   }
 }

@@ -5,6 +5,27 @@
 const flatWithin = 1.5; // degrees
 const shownWithin = 35; // degrees: beyond that the device is held on purpose
 
+const toRadians = Math.PI / 180;
+
+/**
+ * How far the screen is turned clockwise against the horizon.
+ * @param {number} beta         degrees, of a deviceorientation event
+ * @param {number} gamma        the same
+ * @param {number} screenAngle  degrees that the page is turned against the device, clockwise, as its user sees it
+ * @returns {number | null} degrees, -180 to 180; null for a device that lies flat: gravity tells nothing then
+ */
+export function tiltOf(beta, gamma, screenAngle) {
+  // The direction of gravity on the device's plane.
+  const x = Math.cos(beta * toRadians) * Math.sin(gamma * toRadians);
+  const y = Math.sin(beta * toRadians);
+  if (Math.hypot(x, y) < 0.3) {
+    return null;
+  }
+  // A page is turned clockwise when the device is turned counter-clockwise: together they are upright again.
+  const tilt = Math.atan2(x, y) / toRadians + screenAngle;
+  return ((((tilt + 180) % 360) + 360) % 360) - 180;
+}
+
 export class Level {
   #line;
   #asked = false;
@@ -29,16 +50,12 @@ export class Level {
     if (beta === null || gamma === null) {
       return;
     }
-    // The direction of gravity on the screen, from the device's attitude.
-    const toRadians = Math.PI / 180;
-    const x = Math.cos(beta * toRadians) * Math.sin(gamma * toRadians);
-    const y = Math.sin(beta * toRadians);
-    const screenAngle = window.screen.orientation?.angle ?? window.orientation ?? 0;
-    let tilt = Math.atan2(x, y) / toRadians - screenAngle;
-    tilt = ((((tilt + 180) % 360) + 360) % 360) - 180;
-    const lies = Math.hypot(x, y) < 0.3; // flat on a table: gravity tells nothing
-    this.#line.hidden = lies || Math.abs(tilt) > shownWithin;
-    this.#line.style.setProperty('--tilt', `${-tilt.toFixed(1)}deg`);
+    const tilt = tiltOf(beta, gamma, window.screen.orientation?.angle ?? window.orientation ?? 0);
+    this.#line.hidden = tilt === null || Math.abs(tilt) > shownWithin;
+    if (this.#line.hidden) {
+      return;
+    }
+    this.#line.style.setProperty('--tilt', `${(-tilt).toFixed(1)}deg`);
     this.#line.classList.toggle('flat', Math.abs(tilt) < flatWithin);
   }
 }

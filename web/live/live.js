@@ -6,6 +6,7 @@
 //                 ↘ trouble ↗
 import { Advice } from './advice.js';
 import { Camera, eachFrame, troubles } from './camera.js';
+import { forget, keepSmall, takeBack } from './kept.js';
 import { Level } from './level.js';
 import { Result } from './result.js';
 import { Strip } from './strip.js';
@@ -41,6 +42,7 @@ function enter(next) {
   shutter.disabled = !sweeping && next !== 'ready';
   shutter.setAttribute('aria-label', sweeping ? 'Finish the sweep' : 'Start the sweep');
   $('flip').disabled = sweeping;
+  $('file').disabled = sweeping;
 }
 
 function showTrouble(name) {
@@ -70,7 +72,8 @@ function showDirection() {
 }
 
 $('direction').addEventListener('click', () => {
-  direction = ways[(ways.indexOf(direction) + 1) % ways.length];
+  const shown = direction === 'any' ? knownDirection : direction;
+  direction = ways[(ways.indexOf(shown) + 1) % ways.length];
   if (sweep) {
     sweep.direction = direction;
   }
@@ -97,6 +100,19 @@ function showGhost(shown) {
   ghost.hidden = !shown;
 }
 
+// More than two thirds of the last frames dropped: the device cannot follow.
+const fewFrames = 30;
+const counted = { fed: 0, dropped: 0, isSlow: false };
+function isSlow() {
+  const fed = sweep.fedFrames - counted.fed;
+  if (fed >= fewFrames) {
+    counted.isSlow = (sweep.droppedFrames - counted.dropped) * 3 > fed * 2;
+    counted.fed = sweep.fedFrames;
+    counted.dropped = sweep.droppedFrames;
+  }
+  return counted.isSlow;
+}
+
 function adviceFor(answer) {
   if (answer.code !== 'normal') {
     return answer.code;
@@ -104,7 +120,7 @@ function adviceFor(answer) {
   if (!answer.taken) {
     return answer.whyNumber === 0 ? null : undefined; // not for long yet: what is shown stays
   }
-  return null;
+  return isSlow() ? 'slow' : null;
 }
 
 let inside = 0;
@@ -160,16 +176,21 @@ function hear(answer) {
   document.body.dataset.keyFrames = answer.keyFrames;
 }
 
-// The module has stopped or memory is short: the small picture is kept.
+// The module has stopped or memory is short: what there is by now is kept.
 function rescue(error) {
   leaveFinder();
-  const text = error?.problem === 'no-memory' || error?.problem === 'crashed'
-    ? 'Memory ran short. The small picture was kept.'
-    : `Something went wrong (${error?.message ?? error}). The small picture was kept.`;
-  sweep?.end();
-  sweep = null;
   enter('result');
-  result.keepSmall(strip.picture, text);
+  if (playsFile) {
+    closeFile();
+  }
+  const done = sweep;
+  sweep = null;
+  if (error?.problem === 'crashed') {
+    result.keepSmall(strip.picture, 'Memory ran short. The small picture was kept.');
+  } else {
+    const text = error?.problem === 'no-memory' ? 'Memory ran short.' : `Something went wrong (${error?.message ?? error}).`;
+    result.show(done, strip.picture, text);
+  }
 }
 
 function leaveFinder() {
@@ -183,10 +204,12 @@ function leaveFinder() {
 
 async function start() {
   const asked = ++turn;
+  forget();
   enter('sweeping');
   frameSize = null;
   knownDirection = 'any';
   showDirection();
+  Object.assign(counted, { fed: 0, dropped: 0, isSlow: false });
   strip.clear();
   candidates.forEach((canvas) => (canvas.width = 0));
   level.start();
@@ -200,7 +223,13 @@ async function start() {
     sweep = begun;
     document.body.dataset.threads = String(sweep.threads);
   } catch {
-    showTrouble('module');
+    if (asked === turn) {
+      leaveFinder();
+      if (playsFile) {
+        closeFile();
+      }
+      showTrouble('module');
+    }
     return false;
   }
   advice.say('Sweeping');
@@ -210,7 +239,10 @@ async function start() {
 async function finish() {
   if (!sweep) {
     leaveFinder();
-    enter('ready');
+    if (playsFile) {
+      closeFile();
+    }
+    openCamera();
     return;
   }
   leaveFinder();
@@ -236,6 +268,7 @@ shutter.addEventListener('click', async () => {
 });
 
 result.onAgain = () => {
+  forget();
   $('camera').inert = false;
   strip.clear();
   openCamera();
@@ -273,9 +306,12 @@ camera.onLost = () => {
 $('trouble-again').addEventListener('click', () => openCamera());
 $('trouble-file').addEventListener('click', () => $('file-input').click());
 $('flip').addEventListener('click', async () => {
+  enter('starting');
   const trouble = await camera.flip();
   if (trouble) {
     showTrouble(trouble);
+  } else {
+    enter('ready');
   }
 });
 
@@ -337,10 +373,11 @@ $('file-input').addEventListener('change', ({ target }) => {
   }
 });
 $('file').addEventListener('click', () => $('file-input').click());
+const isBusy = () => state === 'sweeping' || state === 'paused' || result.isSaving; // a sweep would be lost
 for (const type of ['dragenter', 'dragover']) {
   document.addEventListener(type, (event) => {
     event.preventDefault();
-    $('drop').hidden = false;
+    $('drop').hidden = isBusy();
   });
 }
 document.addEventListener('dragleave', (event) => {
@@ -352,23 +389,17 @@ document.addEventListener('drop', (event) => {
   event.preventDefault();
   $('drop').hidden = true;
   const file = event.dataTransfer?.files[0];
-  if (file) {
-    $('result').hidden = true;
+  if (file && !isBusy()) {
+    result.close();
     $('camera').inert = false;
     stitchFile(file);
   }
 });
 
 // Out of sight the camera gives no frames. The sweep waits, and the ghost shows where it goes on.
-const keptKey = 'tarnstitch-kept';
 function keepSmallPicture() {
-  const picture = strip.picture;
-  if (picture && (state === 'sweeping' || state === 'paused')) {
-    try {
-      sessionStorage.setItem(keptKey, picture.toDataURL('image/jpeg', 0.9));
-    } catch {
-      // No room for it: then there is nothing to give back.
-    }
+  if (state === 'sweeping' || state === 'paused' || result.isSaving) {
+    keepSmall(strip.picture);
   }
 }
 document.addEventListener('visibilitychange', () => {
@@ -379,7 +410,7 @@ document.addEventListener('visibilitychange', () => {
     }
   } else if (state === 'paused') {
     enter('sweeping');
-    sessionStorage.removeItem(keptKey);
+    forget();
     video.play().catch(() => {});
     if (sweep?.preview) {
       advice.set('hidden');
@@ -389,28 +420,41 @@ document.addEventListener('visibilitychange', () => {
 });
 addEventListener('pagehide', keepSmallPicture);
 
-function giveBack() {
-  const kept = sessionStorage.getItem(keptKey);
-  sessionStorage.removeItem(keptKey);
-  if (kept) {
+async function giveBack() {
+  const kept = await takeBack();
+  if (kept && state === 'starting') {
     enter('result');
-    $('camera').inert = true;
-    result.give(kept, 'The page was closed in mid-sweep. The small picture was kept.');
+    result.give(kept, kept.isSmall
+      ? 'The page was closed in mid-sweep. The small picture was kept.'
+      : 'The page was closed before. The panorama was kept.');
   }
-  return Boolean(kept);
+  return kept && state === 'result';
 }
 
 showDirection();
-if (!giveBack()) {
-  openCamera();
-}
+giveBack().then((given) => {
+  if (!given && state === 'starting') {
+    openCamera();
+  }
+});
 preload().then(
   ({ threads }) => {
     document.body.dataset.threads = String(threads);
     document.body.dataset.loaded = 'yes';
   },
-  (error) => showTrouble(/SIMD/.test(error.message) ? 'vectors' : 'module'),
+  (error) => showTrouble(error.problem === 'unsupported' ? 'vectors' : 'module'),
 );
+
+// A newer version of the page, which an earlier visit has fetched, takes over before anything has begun.
+async function keepOffline() {
+  const { serviceWorker } = navigator;
+  const { waiting } = await serviceWorker.register('sw.js');
+  const isIdle = () => !isBusy() && state !== 'result';
+  if (waiting && isIdle()) {
+    serviceWorker.addEventListener('controllerchange', () => isIdle() && location.reload(), { once: true });
+    waiting.postMessage('take over');
+  }
+}
 if ('serviceWorker' in navigator && window.isSecureContext) {
-  navigator.serviceWorker.register('sw.js').catch(() => {});
+  keepOffline().catch(() => {});
 }

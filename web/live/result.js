@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // The end of a sweep: the small picture at once, the panorama when it is done, and what one does with it.
+import { keepPanorama } from './kept.js';
 import { Viewer } from './viewer.js';
 
 const $ = (id) => document.getElementById(id);
@@ -18,13 +19,17 @@ export class Result {
   #urls = [];
   #cancel = null;
   onAgain = () => {};
+  isSaving = false;
 
   constructor(advice) {
     this.#advice = advice;
     new Viewer($('viewer'), this.#picture);
     // Behind the viewer, which fits a picture into its frame when it is there: not before is it shown.
     this.#picture.addEventListener('load', () => (this.#picture.style.visibility = 'visible'));
-    $('again').addEventListener('click', () => this.#close());
+    $('again').addEventListener('click', () => {
+      this.close();
+      this.onAgain();
+    });
     $('crop').addEventListener('click', () => {
       this.#isCropped = !this.#isCropped;
       this.#showBlob();
@@ -54,6 +59,10 @@ export class Result {
 
   #setReady(ready) {
     $('save').setAttribute('aria-disabled', String(!ready));
+    if (!ready) {
+      $('save').removeAttribute('href');
+    }
+    $('again').disabled = this.isSaving;
     $('crop').disabled = !ready || !this.#cropped;
     $('share').disabled = !ready;
     $('result').dataset.ready = String(ready);
@@ -87,18 +96,23 @@ export class Result {
     await navigator.share({ files: [file], title: 'Panorama' }).catch(() => {});
   }
 
-  /** @param {HTMLCanvasElement | null} small  the strip's picture */
-  async show(sweep, small) {
-    this.#open('Saving …', '');
+  /**
+   * @param {HTMLCanvasElement | null} small  the strip's picture
+   * @param {string} trouble  what ended the sweep, if it was not its user
+   */
+  async show(sweep, small, trouble = '') {
+    this.isSaving = true;
+    this.#cancel = new AbortController();
+    const { signal } = this.#cancel;
+    this.#open('Saving …', trouble);
+    $('saving').hidden = false;
+    $('saving-text').textContent = 'Saving …';
+    $('saving-bar').value = 0;
+    $('saving-cancel').disabled = false;
     const smallBlob = small ? await toBlob(small) : null;
     if (smallBlob) {
       this.#setPicture(this.#urlOf(smallBlob), true);
     }
-    $('saving').hidden = false;
-    $('saving-bar').value = 0;
-    $('saving-cancel').disabled = false;
-    this.#cancel = new AbortController();
-    const { signal } = this.#cancel;
     let panorama = null;
     let problem = '';
     try {
@@ -121,25 +135,29 @@ export class Result {
       problem = error.problem === 'crashed' || error.problem === 'no-memory' ? 'memory ran short' : error.message;
     }
     sweep.end();
+    this.isSaving = false;
     $('saving').hidden = true;
+    this.#setReady(false);
     if (panorama?.blob) {
       this.#whole = panorama.blob;
       this.#cropped = panorama.croppedBlob;
       this.#isCropped = Boolean(this.#cropped);
       this.#showBlob();
+      keepPanorama({ whole: this.#whole, cropped: this.#cropped });
       const size = `${panorama.width} × ${panorama.height}, from ${panorama.keyFrames} pictures`;
       const partly = signal.aborted
         ? 'It ends where it was stopped.'
         : `It is not the whole sweep: ${panorama.why ?? 'a part could not be joined'}.${panorama.help ? ` What helps: ${panorama.help}.` : ''}`;
-      this.#tell('Panorama', panorama.extent === 'whole' ? size : `${partly} ${size}`);
-      this.#advice.say(panorama.extent === 'whole' ? 'The panorama is ready' : partly);
+      const wrong = [trouble, panorama.extent === 'whole' ? '' : partly].filter(Boolean).join(' ');
+      this.#tell('Panorama', wrong ? `${wrong} ${size}` : size);
+      this.#advice.say(wrong || 'The panorama is ready');
     } else {
       const why = problem || panorama?.why || 'there was nothing to join';
-      await this.#small(smallBlob, `The large picture could not be made: ${why}.${panorama?.help ? ` What helps: ${panorama.help}.` : ''}`);
+      this.#small(smallBlob, `${trouble ? `${trouble} ` : ''}The large picture could not be made: ${why}.${panorama?.help ? ` What helps: ${panorama.help}.` : ''}`);
     }
   }
 
-  async #small(blob, text) {
+  #small(blob, text) {
     if (blob) {
       this.#whole = blob;
       this.#isCropped = false;
@@ -163,20 +181,19 @@ export class Result {
     }
   }
 
-  async give(url, text) {
-    const [kind, bytes] = url.split(',');
-    const type = kind.slice(5).split(';')[0];
-    this.#open('Small panorama', text);
-    this.#whole = new Blob([Uint8Array.from(atob(bytes), (letter) => letter.charCodeAt(0))], { type });
-    this.#isCropped = false;
+  /** What was kept when the page was closed. */
+  give({ whole, cropped, isSmall }, text) {
+    this.#open(isSmall ? 'Small panorama' : 'Panorama', text);
+    this.#whole = whole;
+    this.#cropped = cropped;
+    this.#isCropped = Boolean(cropped);
     this.#showBlob();
   }
 
-  #close() {
-    this.#cancel?.abort();
+  close() {
     $('result').hidden = true;
+    this.#picture.style.visibility = 'hidden';
     this.#picture.removeAttribute('src');
     this.#urls.splice(0).forEach((url) => URL.revokeObjectURL(url));
-    this.onAgain();
   }
 }

@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// The page without a network: everything is kept at the first visit, under the name of its version. It also says that
-// the page is isolated, which threads need, where the server that it came from does not.
+// The page without a network: everything is kept at the first visit, under the name of its version. A newer version is
+// fetched beside it and waits until a page begins that says so: the files of two versions never meet in one page. It
+// also says that the page is isolated, which threads need, where the server that it came from does not.
 
 const version = '@VERSION@'; // set when the page is put together
 const files = [/* @FILES@ */];
@@ -11,9 +12,14 @@ self.addEventListener('install', (event) => {
   event.waitUntil(
     caches
       .open(kept)
-      .then((cache) => cache.addAll(files.map((file) => new Request(file, { cache: 'reload' }))))
-      .then(() => self.skipWaiting()),
+      .then((cache) => cache.addAll(files.map((file) => new Request(file, { cache: 'reload' })))),
   );
+});
+
+self.addEventListener('message', ({ data }) => {
+  if (data === 'take over') {
+    self.skipWaiting();
+  }
 });
 
 self.addEventListener('activate', (event) => {

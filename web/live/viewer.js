@@ -47,6 +47,9 @@ export class Viewer {
   }
 
   fit() {
+    if (this.#picture.naturalWidth === 0) {
+      return; // until it is there
+    }
     this.#scale = this.#fitting;
     this.#x = (this.#frame.clientWidth - this.#picture.naturalWidth * this.#scale) / 2;
     this.#y = (this.#frame.clientHeight - this.#picture.naturalHeight * this.#scale) / 2;

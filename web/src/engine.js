@@ -7,6 +7,7 @@ import {
 } from './words.js';
 
 const errorNoMemory = 6;
+const mostBytes = 2 ** 31; // addresses have 32 bits
 const threadsOfLoops = 2; // more do not help at these sizes
 
 /** Crosses to the page as plain data; SweepError there. */
@@ -63,9 +64,10 @@ export class Engine {
 
   /** Storage for a frame of so many bytes, until the next call of anything. */
   frameStorage(bytes) {
+    this.#endsOpen = false; // whatever becomes of it, the frame before is overwritten
     if (bytes > this.#frameSize) {
       this.#c._free(this.#frame);
-      this.#frame = this.#c._malloc(bytes);
+      this.#frame = bytes < mostBytes ? this.#c._malloc(bytes) : 0;
       this.#frameSize = this.#frame ? bytes : 0;
       if (!this.#frame) {
         throw new EngineError('no-memory', `no memory for a frame of ${bytes} bytes`);
@@ -154,7 +156,10 @@ export class Engine {
     return this.threads ? 0 : this.#c._tarn_web_workers_queued();
   }
 
-  /** The preview with the outline of the frame taken last; its pixels only if they are new since the last call. */
+  /**
+   * The preview with the outline of the frame taken last; its pixels only if they are new since the last call.
+   * @returns null if there is none yet, or memory is short
+   */
   preview() {
     const { tarn_preview_info: info, tarn_image: image } = this.#layout;
     const atPicture = this.#scratch;
@@ -191,7 +196,7 @@ export class Engine {
     if (!rgba || !this.#c._tarn_web_rgba(atView, this.#upright ? 1 : 0, rgba)) {
       this.#c._free(rgba);
       this.#c._tarn_picture_free(picture);
-      return result;
+      return null; // memory is short: the one before stays
     }
     this.#c._tarn_web_inner_rectangle(0, atView, atRectangle);
     result.data = new Uint8ClampedArray(this.#memory.buffer, rgba, bytes).slice();
@@ -256,8 +261,14 @@ export class Engine {
     view = this.#view();
     const [x, y, width, height] = [0, 4, 8, 12].map((offset) => view.getInt32(atRectangle + offset, true));
     if (width > 0) {
-      result.crop = { x, y, width, height };
-      result.cropped = encode(atRectangle);
+      try {
+        result.cropped = encode(atRectangle);
+        result.crop = { x, y, width, height };
+      } catch (error) {
+        if (error.problem !== 'no-memory') {
+          throw error;
+        }
+      }
     }
     return result;
   }

@@ -159,7 +159,16 @@ export interface SweepOptions {
   upright?: boolean;
   /** Key frames that may be on their way into the panorama while a frame is taken: 3. They are what takes memory. */
   mostUnderWay?: number;
-  /** Ends the sweep. */
+  /** Ends the sweep, also while it is begun. */
+  signal?: AbortSignal;
+}
+
+export interface FeedOptions {
+  /** In place of the sweep's, for this frame. */
+  direction?: Direction;
+  /** Wait in line instead of being dropped, for a file. */
+  everyFrame?: boolean;
+  /** Takes a frame that waits back; of one that is inside by then, only the answer is not waited for. */
   signal?: AbortSignal;
 }
 
@@ -172,12 +181,15 @@ export interface FinishOptions {
   wait?: boolean;
 }
 
-/** One sweep of the camera. There is one at a time: beginning another ends the one before. */
+/**
+ * One sweep of the camera. There is one at a time: beginning another ends the one before, which rejects everything from
+ * then on with `over`.
+ */
 export declare class Sweep {
   private constructor();
   static begin(options?: SweepOptions): Promise<Sweep>;
 
-  /** May be changed between frames. */
+  /** May be changed between frames. @throws SweepError (bad-argument) if it is none */
   direction: Direction;
   /** Whether threads are at work. */
   readonly threads: boolean;
@@ -186,22 +198,26 @@ export declare class Sweep {
   /** As it was after the frame answered last; null before the first. */
   readonly preview: Preview | null;
   readonly isOver: boolean;
+  /** Dropped ones count, too. */
   readonly fedFrames: number;
   readonly droppedFrames: number;
 
   /**
-   * Registers one frame. All frames of a sweep should have one size.
-   * @param options.everyFrame  wait in line instead of being dropped, for a file
+   * Registers one frame. All frames of a sweep should have one size. The frame may be used again, closed or changed as
+   * soon as this has returned, but for an ImageBitmap and, where there is no VideoFrame, a video: these when it is answered.
    * @returns null if the frame was dropped for a newer one
    */
-  feed(frame: Frame, options?: { direction?: Direction; everyFrame?: boolean }): Promise<Answer | null>;
+  feed(frame: Frame, options?: FeedOptions): Promise<Answer | null>;
 
   status(): Promise<Status>;
 
-  /** May be called again. A frame that is fed after it goes on with the sweep. */
+  /**
+   * Waits for the frames that were fed before and for the key frames. May be called again. A frame that is fed after it
+   * goes on with the sweep.
+   */
   finish(options?: FinishOptions): Promise<Panorama>;
 
-  /** Ends the sweep for good. Does nothing if it is over. */
+  /** Ends the sweep for good; what waits is rejected with `over`. Does nothing if it is over. */
   end(): void;
 }
 
@@ -230,10 +246,10 @@ export interface Configuration {
 export declare function configure(configuration: Configuration): void;
 
 /** Loads the module, so that the first sweep begins at once. */
-export declare function preload(): Promise<{ threads: boolean; version: string }>;
+export declare function preload(options?: { signal?: AbortSignal }): Promise<{ threads: boolean; version: string }>;
 
 /** Bytes of WebAssembly memory; 0 before the module is loaded. */
 export declare function memoryInUse(): Promise<number>;
 
-/** Ends the sweep and the worker. The next sweep loads the module again. */
+/** Ends the sweep and the worker, also one that is being loaded. The next sweep loads the module again. */
 export declare function shutDown(): void;

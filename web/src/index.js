@@ -6,8 +6,13 @@ const isNode = typeof process === 'object' && Boolean(process.versions?.node) &&
 
 const longestStart = 3000; // ms
 const hangs = 'the browser does not start threads';
+const wasShutDown = 'the package was shut down';
+const directions = ['any', 'left', 'right', 'up', 'down'];
 const settings = { located: {}, threads: undefined, worker: undefined };
 let host = null; // the worker, once for all sweeps
+let starting = null; // the promise of it
+let opening = null; // the worker that is being loaded
+let ends = 0; // how often the package was shut down
 let current = null; // the sweep that has not ended
 
 export class SweepError extends Error {
@@ -15,6 +20,36 @@ export class SweepError extends Error {
     super(message);
     this.name = 'SweepError';
     this.problem = problem;
+  }
+}
+
+const isOver = () => new SweepError('over', 'the sweep is over');
+
+// The promise's outcome, or the signal's reason if that comes first.
+function unlessAborted(promise, signal, onAbort = () => {}) {
+  if (!signal) {
+    return promise;
+  }
+  return new Promise((resolve, reject) => {
+    const abort = () => {
+      onAbort();
+      reject(signal.reason);
+    };
+    signal.addEventListener('abort', abort, { once: true });
+    const settle = (finish) => (value) => {
+      signal.removeEventListener('abort', abort);
+      finish(value);
+    };
+    promise.then(settle(resolve), settle(reject));
+    if (signal.aborted) {
+      abort();
+    }
+  });
+}
+
+function checkDirection(direction) {
+  if (!directions.includes(direction)) {
+    throw new SweepError('bad-argument', `direction is ${JSON.stringify(direction)}, not one of ${directions.join(', ')}`);
   }
 }
 
@@ -116,12 +151,22 @@ class Host {
 }
 
 async function startWith(threads) {
-  const made = new Host(isNode && !settings.worker ? await startThread() : startWorker());
+  const begunAfter = ends;
+  let made = null;
   try {
+    made = new Host(isNode && !settings.worker ? await startThread() : startWorker());
+    if (begunAfter !== ends) {
+      throw new SweepError('crashed', wasShutDown);
+    }
+    opening = made;
     return { host: made, ...(await made.request('load', { located: settings.located, threads })) };
   } catch (error) {
-    made.fail(error.message);
-    throw error;
+    made?.fail(error.message);
+    throw error instanceof SweepError ? error : new SweepError('crashed', error.message);
+  } finally {
+    if (opening === made) {
+      opening = null;
+    }
   }
 }
 
@@ -141,20 +186,24 @@ async function start() {
   throw new SweepError('crashed', hangs);
 }
 
-let starting = null;
 function ready() {
   if (!host && !starting) {
-    starting = start().then(
+    const asked = start().then(
       (made) => {
-        starting = null;
-        host = made;
+        if (starting === asked) {
+          starting = null;
+          host = made;
+        }
         return made;
       },
       (error) => {
-        starting = null;
+        if (starting === asked) {
+          starting = null;
+        }
         throw error;
       },
     );
+    starting = asked;
   }
   return host ? Promise.resolve(host) : starting;
 }
@@ -179,8 +228,9 @@ export function configure({ locate, threads, worker } = {}) {
   }
 }
 
-export async function preload() {
-  const { threads, version } = await ready();
+export async function preload({ signal } = {}) {
+  signal?.throwIfAborted();
+  const { threads, version } = await unlessAborted(ready(), signal);
   return { threads, version };
 }
 
@@ -189,14 +239,26 @@ export async function memoryInUse() {
 }
 
 export function shutDown() {
+  ++ends;
   current?.end();
-  host?.host.fail('the package was shut down');
+  opening?.fail(wasShutDown);
+  host?.host.fail(wasShutDown);
   host = null;
+  starting = null;
 }
 
 // A camera's frame as something that a worker can be given. The page's own objects are left to it: what is closed
-// over there is a clone.
+// over there is a clone, and bytes are copied at once, since the frame may have to wait.
 async function portable(frame) {
+  try {
+    return await cloned(frame);
+  } catch (error) {
+    // What browsers say of a frame that is closed, or that the page may not read.
+    throw error instanceof SweepError ? error : new SweepError('bad-argument', error.message);
+  }
+}
+
+async function cloned(frame) {
   if (typeof HTMLVideoElement !== 'undefined' && frame instanceof HTMLVideoElement) {
     if (frame.readyState < 2 || frame.videoWidth === 0) {
       throw new SweepError('bad-argument', 'the video has no frame yet');
@@ -214,7 +276,11 @@ async function portable(frame) {
   }
   if (frame?.data && frame.width > 0 && frame.height > 0) {
     const { data, width, height, stride, format } = frame;
-    return { source: { data, width, height, stride, format }, transfer: [] };
+    const bytes = ArrayBuffer.isView(data)
+      ? new Uint8Array(data.buffer, data.byteOffset, data.byteLength)
+      : new Uint8Array(data);
+    const copy = bytes.slice();
+    return { source: { data: copy, width, height, stride, format }, transfer: [copy.buffer] };
   }
   throw new SweepError('bad-argument', 'a frame is a VideoFrame, an HTMLVideoElement, an ImageBitmap, an ImageData or raw pixels');
 }
@@ -226,13 +292,17 @@ export class Sweep {
   #mostUnderWay;
   #inside = false;
   #next = null; // the newest frame that waits, with what to tell whoever fed it
+  #line = []; // frames of which none may be lost
+  #unanswered = new Set(); // promises of all that feed has not answered yet
+  #finishes = new Set(); // what stops those under way
   #preview = null;
   #over = false;
+  #forgetSignal = () => {};
 
   droppedFrames = 0;
   fedFrames = 0;
 
-  constructor(token, { direction = 'any', upright = true, mostUnderWay = 3 }) {
+  constructor(token, { direction, upright, mostUnderWay }) {
     if (token !== begun) {
       throw new TypeError('a sweep is begun by Sweep.begin');
     }
@@ -242,18 +312,30 @@ export class Sweep {
     this.#mostUnderWay = mostUnderWay;
   }
 
-  static async begin(options = {}) {
-    options.signal?.throwIfAborted();
-    const { host: made, threads, version } = await ready();
-    options.signal?.throwIfAborted();
+  static async begin({ direction = 'any', upright = true, mostUnderWay = 3, signal } = {}) {
+    checkDirection(direction);
+    if (!(mostUnderWay >= 0)) {
+      throw new SweepError('bad-argument', `mostUnderWay is ${mostUnderWay}`);
+    }
+    signal?.throwIfAborted();
+    const { host: made, threads, version } = await unlessAborted(ready(), signal);
+    signal?.throwIfAborted();
     current?.end();
     begun.host = made;
-    const sweep = new Sweep(begun, options);
+    const sweep = new Sweep(begun, { direction, upright, mostUnderWay });
     sweep.threads = threads;
     sweep.version = version;
     current = sweep;
-    await made.request('begin', { upright: sweep.#upright });
-    options.signal?.addEventListener('abort', () => sweep.end(), { once: true });
+    const abort = () => sweep.end();
+    signal?.addEventListener('abort', abort, { once: true });
+    sweep.#forgetSignal = () => signal?.removeEventListener('abort', abort);
+    try {
+      await made.request('begin', { upright });
+    } catch (error) {
+      sweep.#learn(error);
+      throw error;
+    }
+    signal?.throwIfAborted();
     return sweep;
   }
 
@@ -262,6 +344,7 @@ export class Sweep {
   }
 
   set direction(value) {
+    checkDirection(value);
     this.#direction = value;
   }
 
@@ -273,16 +356,27 @@ export class Sweep {
     return this.#over;
   }
 
-  async feed(frame, { direction = this.#direction, everyFrame = false } = {}) {
+  feed(frame, options = {}) {
+    const answer = this.#take(frame, options);
+    this.#unanswered.add(answer);
+    const forget = () => this.#unanswered.delete(answer);
+    answer.then(forget, forget);
+    return answer;
+  }
+
+  async #take(frame, { direction = this.#direction, everyFrame = false, signal }) {
     this.#mustGoOn();
+    signal?.throwIfAborted();
+    checkDirection(direction);
     const { source, transfer } = await portable(frame);
-    if (this.#over) {
+    if (this.#over || signal?.aborted) {
       closeAll(transfer);
-      this.#mustGoOn();
+      throw this.#over ? isOver() : signal.reason;
     }
     ++this.fedFrames;
-    return new Promise((resolve, reject) => {
-      const waiting = { source, transfer, direction, resolve, reject };
+    const waiting = { source, transfer, direction };
+    const answer = new Promise((resolve, reject) => {
+      Object.assign(waiting, { resolve, reject });
       if (!this.#inside) {
         this.#send(waiting);
       } else if (everyFrame) {
@@ -292,9 +386,8 @@ export class Sweep {
         this.#next = waiting;
       }
     });
+    return unlessAborted(answer, signal, () => this.#takeBack(waiting));
   }
-
-  #line = []; // frames of which none may be lost
 
   #dropWaiting() {
     if (this.#next) {
@@ -303,6 +396,19 @@ export class Sweep {
       this.#next.resolve(null);
       this.#next = null;
     }
+  }
+
+  // A frame that is inside by now cannot be had back: only its answer is not waited for.
+  #takeBack(waiting) {
+    const at = this.#line.indexOf(waiting);
+    if (this.#next === waiting) {
+      this.#next = null;
+    } else if (at >= 0) {
+      this.#line.splice(at, 1);
+    } else {
+      return;
+    }
+    closeAll(waiting.transfer);
   }
 
   async #send({ source, transfer, direction, resolve, reject }) {
@@ -337,12 +443,22 @@ export class Sweep {
   async finish({ onProgress, signal, wait = true } = {}) {
     this.#mustGoOn();
     signal?.throwIfAborted();
+    const stop = new AbortController();
+    const abort = () => stop.abort(signal.reason);
+    signal?.addEventListener('abort', abort, { once: true });
+    this.#finishes.add(stop);
     let found;
     try {
-      found = await this.#host.request('finish', { wait }, [], { onProgress, signal });
+      // The frames that were fed before belong to it.
+      await unlessAborted(Promise.allSettled([...this.#unanswered]), stop.signal);
+      this.#mustGoOn();
+      found = await this.#host.request('finish', { wait }, [], { onProgress, signal: stop.signal });
     } catch (error) {
       this.#learn(error);
       throw error;
+    } finally {
+      signal?.removeEventListener('abort', abort);
+      this.#finishes.delete(stop);
     }
     const { jpeg, cropped, ...rest } = found;
     return {
@@ -356,27 +472,35 @@ export class Sweep {
     if (this.#over) {
       return;
     }
-    this.#over = true;
+    this.#setOver();
     this.#dropWaiting();
     for (const waiting of this.#line.splice(0)) {
       closeAll(waiting.transfer);
-      waiting.reject(new SweepError('over', 'the sweep is over'));
+      waiting.reject(isOver());
     }
-    if (current === this) {
-      current = null;
+    for (const stop of this.#finishes) {
+      stop.abort(isOver());
     }
     this.#host.request('end').catch(() => {});
   }
 
   #learn(error) {
     if (error?.problem === 'over' || error?.problem === 'crashed') {
-      this.#over = true;
+      this.#setOver();
+    }
+  }
+
+  #setOver() {
+    this.#over = true;
+    this.#forgetSignal();
+    if (current === this) {
+      current = null;
     }
   }
 
   #mustGoOn() {
     if (this.#over) {
-      throw new SweepError('over', 'the sweep is over');
+      throw isOver();
     }
   }
 }

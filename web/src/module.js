@@ -11,9 +11,12 @@ const files = {
   'tarnstitch-single.wasm': () => new URL('./tarnstitch-single.wasm', import.meta.url).href,
 };
 
-const pageSize = 65536;
 const initialPages = 512; // as the build says: 32 MB
 const mostPages = [16384, 8192, 4096]; // 1 GB; less where a device does not let us reserve it
+
+function unsupported(message) {
+  return Object.assign(new Error(message), { problem: 'unsupported' });
+}
 
 /** Whether memory may be shared here: what the build with threads needs. */
 export function canShareMemory() {
@@ -71,11 +74,11 @@ async function compile(url) {
  */
 export async function loadModule(located, wantThreads, onAbort, onStart) {
   if (!hasVectors()) {
-    throw new Error('This browser has no WebAssembly SIMD.');
+    throw unsupported('This browser has no WebAssembly SIMD.');
   }
   const memory = wantThreads !== false && canShareMemory() ? sharedMemory() : null;
   if (wantThreads === true && !memory) {
-    throw new Error('Threads need shared memory, which this page may not have.');
+    throw unsupported('Threads need shared memory, which this page may not have.');
   }
   const name = memory ? 'tarnstitch-threads' : 'tarnstitch-single';
   const locate = (file) => located[file] ?? files[file]?.() ?? file;
@@ -104,5 +107,5 @@ export async function loadModule(located, wantThreads, onAbort, onStart) {
     },
   });
   const own = memory ?? Object.values(instance.exports).find((item) => item instanceof WebAssembly.Memory);
-  return { exports: module, memory: own, threads: memory !== null, pageSize };
+  return { exports: module, memory: own, threads: memory !== null };
 }

@@ -16,6 +16,10 @@ function drawn(engine, source, width, height) {
     canvas = new OffscreenCanvas(width, height);
     context = canvas.getContext('2d', { willReadFrequently: true, alpha: false });
   }
+  if (!context) {
+    canvas = null;
+    throw new EngineError('no-memory', `no memory to draw a frame of ${width}x${height} pixels`);
+  }
   context.drawImage(source, 0, 0, width, height);
   const { data } = context.getImageData(0, 0, width, height);
   engine.frameStorage(data.length).set(data);
@@ -70,12 +74,12 @@ export async function fetchPixels(engine, source) {
   const perPixel = bytesPerPixel[format];
   const stride = source.stride || width * perPixel;
   const bytes = rawBytes(source.data);
-  if (!(perPixel > 0) || !(width > 0) || !(height > 0) || stride < width * perPixel
-      || bytes.length < stride * (height - 1) + width * perPixel) {
+  const used = stride * (height - 1) + width * perPixel;
+  const isLength = (value) => Number.isInteger(value) && value > 0 && value < 2 ** 31;
+  if (!(perPixel > 0) || ![width, height, stride].every(isLength) || stride < width * perPixel || bytes.length < used) {
     throw new EngineError('bad-argument',
       `${bytes.length} bytes are no ${width}x${height} pixels of ${format} with a stride of ${stride}`);
   }
-  const used = stride * (height - 1) + width * perPixel;
-  engine.frameStorage(stride * height).set(bytes.subarray(0, used));
+  engine.frameStorage(used).set(bytes.subarray(0, used));
   return { width, height, stride, format };
 }

@@ -8,7 +8,8 @@ import { fetchPixels } from './pixels.js';
 
 let port = globalThis;
 let engine = null;
-let abandoned = 0; // the finish that is not wanted any more
+let answered = 0; // the number of the last request that was
+const abandoned = new Set(); // finishes that are not wanted any more
 
 // A turn of the event loop, so that messages are heard. Unlike a timer's it is not slowed down when nested.
 const turns = new MessageChannel();
@@ -70,6 +71,9 @@ const commands = {
   async finish({ wait, id }) {
     let told = -1;
     for (;;) {
+      if (abandoned.has(id)) {
+        return null;
+      }
       const { keyFrames, underWay } = engine.status();
       if (keyFrames - underWay !== told) {
         told = keyFrames - underWay;
@@ -80,9 +84,6 @@ const commands = {
       }
       const moves = engine.letWorkersRun(0);
       await listen();
-      if (abandoned === id) {
-        return null;
-      }
       if (!moves) {
         break;
       }
@@ -118,6 +119,8 @@ async function serve({ id, command, ...request }) {
     const text = error instanceof Error ? error.message : `exception ${error}`;
     port.postMessage({ id, error: { problem: error?.problem ?? 'unexpected', message: text } });
   }
+  answered = id;
+  abandoned.delete(id);
   // Without threads a key frame's worker runs here, when the frame has been answered.
   if (engine?.workersQueued) {
     await listen();
@@ -127,7 +130,9 @@ async function serve({ id, command, ...request }) {
 
 function receive({ data }) {
   if (data?.command === 'abandon') {
-    abandoned = data.finish;
+    if (data.finish > answered) {
+      abandoned.add(data.finish);
+    }
   } else if (data?.command) {
     last = last.then(() => serve(data));
   }

@@ -3,10 +3,11 @@
 // What a user gets: the packed package in an empty project, as plain modules, in TypeScript, through a bundler.
 import assert from 'node:assert/strict';
 import { execFileSync } from 'node:child_process';
-import { mkdirSync, mkdtempSync, readFileSync, readdirSync, rmSync, writeFileSync } from 'node:fs';
+import { cpSync, mkdirSync, mkdtempSync, readFileSync, readdirSync, rmSync, symlinkSync, writeFileSync } from 'node:fs';
 import { tmpdir } from 'node:os';
 import path from 'node:path';
 import { after, before, describe, it } from 'node:test';
+import { launch, open, serve } from './browser.js';
 import { packageDirectory, rawFrames, samples, work } from './support.js';
 
 const project = mkdtempSync(path.join(tmpdir(), 'tarn-install-'));
@@ -50,8 +51,40 @@ describe('an empty project', () => {
   it('has types that hold under strict TypeScript', () => {
     writeFileSync(path.join(project, 'use.ts'), `
 import { Sweep, SweepError, configure, memoryInUse, preload, shutDown } from 'tarnstitch';
-import type { Answer, Frame, Panorama, Preview } from 'tarnstitch';
-configure({ locate: (file) => '/files/' + file, threads: 'auto' });
+import type {
+  Answer, Code, Configuration, Direction, FeedOptions, FinishOptions, Four, Frame, Panorama, Point, Preview, Problem,
+  RawPixels, Rectangle, Status, SweepOptions,
+} from 'tarnstitch';
+const configuration: Configuration = {
+  locate: (file) => new URL('/files/' + file, location.href),
+  threads: 'auto',
+  worker: () => new Worker('/files/worker.js', { type: 'module' }),
+};
+configure(configuration);
+const options: SweepOptions = { direction: 'left', upright: false, mostUnderWay: 2, signal: AbortSignal.timeout(1000) };
+const finishing: FinishOptions = { signal: AbortSignal.timeout(1000), wait: false };
+const pixels: RawPixels = { data: new ArrayBuffer(12), width: 1, height: 3, stride: 4, format: 'rgba' };
+export async function useAll(bitmap: ImageBitmap, videoFrame: VideoFrame, picture: ImageData): Promise<void> {
+  const sweep = await Sweep.begin(options);
+  const feeding: FeedOptions = { direction: 'up', everyFrame: true, signal: AbortSignal.timeout(10) };
+  for (const frame of [bitmap, videoFrame, picture, pixels]) await sweep.feed(frame, feeding);
+  const status: Status = await sweep.status();
+  const { code, direction, angles, overlap }: Answer = (await sweep.feed(picture))!;
+  const codes: Code[] = [code, 'lost'];
+  const directions: Direction[] = [direction, sweep.direction];
+  const four: Four<number> = angles;
+  const outline: Four<Point> | null | undefined = sweep.preview?.outline;
+  const { crop, why }: Panorama = await sweep.finish(finishing);
+  const area: Rectangle | null = crop;
+  console.log(status.underWay, overlap, codes, directions, four, outline?.[0].x, area?.width, why, sweep.threads,
+    sweep.version, sweep.isOver, sweep.fedFrames, sweep.droppedFrames);
+  sweep.end();
+  const problem: Problem = new SweepError('over', 'over').problem;
+  const { threads }: { threads: boolean } = await preload({ signal: AbortSignal.timeout(1) });
+  console.log(problem, threads);
+}
+// @ts-expect-error: begun by Sweep.begin alone
+new Sweep();
 const video: HTMLVideoElement = document.createElement('video');
 export async function use(frame: Frame): Promise<Blob | null> {
   await preload();
@@ -79,17 +112,48 @@ void Sweep.begin({ direction: 'sideways' });
     }
   });
 
-  it('goes through a bundler', () => {
+  it('goes through a bundler, and stitches in a browser', { timeout: 300000 }, async () => {
+    const { width, height } = samples.parking_pan;
     writeFileSync(path.join(project, 'entry.js'), `
 import { Sweep, configure } from 'tarnstitch';
 configure({ locate: (file) => './' + file, worker: () => new Worker('./worker.js', { type: 'module' }) });
-globalThis.Sweep = Sweep;
+export async function stitch() {
+  const frames = await (await fetch('./frames')).arrayBuffer();
+  const sweep = await Sweep.begin();
+  const size = ${width} * ${height} * 4;
+  for (let at = 0; at < 60 * size; at += size) {
+    const data = new Uint8ClampedArray(frames, at, size);
+    await sweep.feed(new ImageData(data, ${width}, ${height}), { everyFrame: true });
+  }
+  const { extent, width, blob } = await sweep.finish();
+  sweep.end();
+  return { extent, width, bytes: blob.size, threads: sweep.threads };
+}
 `);
     const out = path.join(project, 'site');
     mkdirSync(out);
-    run(path.join(work, 'node_modules/.bin/esbuild'), ['entry.js', '--bundle', '--format=esm',
-      '--platform=browser', '--external:node:*', `--outdir=${out}`]);
-    assert.match(readFileSync(path.join(out, 'entry.js'), 'utf8'), /Sweep = class|class Sweep/);
+    const bundle = (entry, name) => run(path.join(work, 'node_modules/.bin/esbuild'), [entry, '--bundle', '--minify',
+      '--format=esm', '--platform=browser', '--external:node:*', '--external:./node.js', `--outfile=${path.join(out, name)}`]);
+    const installed = path.join(project, 'node_modules/tarnstitch');
+    bundle('entry.js', 'entry.js');
+    bundle(path.join(installed, 'worker.js'), 'worker.js');
+    for (const name of readdirSync(installed).filter((file) => file.startsWith('tarnstitch-'))) {
+      cpSync(path.join(installed, name), path.join(out, name));
+    }
+    symlinkSync(rawFrames('parking_pan', false), path.join(out, 'frames'));
+    writeFileSync(path.join(out, 'index.html'), '<!doctype html><link rel="icon" href="data:,"><title>bundle</title>');
+    const server = await serve({ files: out });
+    const chromium = await launch();
+    try {
+      const page = await open(chromium.browser, server.address);
+      const result = await page.evaluate(async () => (await import('./entry.js')).stitch());
+      assert.equal(result.extent, 'whole');
+      assert.ok(result.width >= 426 && result.bytes > 10000, JSON.stringify(result));
+      assert.equal(result.threads, true);
+    } finally {
+      await chromium.close();
+      server.stop();
+    }
   });
 
   it('holds the files that it names, the notices, and nothing else', () => {
@@ -99,7 +163,15 @@ globalThis.Sweep = Sweep;
     for (const target of Object.values(exports).flatMap((entry) => (typeof entry === 'string' ? [entry] : Object.values(entry)))) {
       assert.ok(names.has(target.slice(2)), target);
     }
-    assert.ok(names.has('LICENSE') && names.has('THIRD-PARTY-NOTICES.txt') && names.has('README.md'));
+    const scripts = ['index', 'engine', 'module', 'node', 'node-thread', 'pixels', 'words', 'worker'].map((name) => `${name}.js`);
+    const builds = ['threads.js', 'threads.worker.js', 'threads.wasm', 'single.js', 'single.wasm'].map((name) => `tarnstitch-${name}`);
+    assert.deepEqual([...names].sort(), [
+      ...scripts, ...builds, 'index.d.ts', 'package.json', 'LICENSE', 'README.md', 'THIRD-PARTY-NOTICES.txt'].sort());
+    const notices = readFileSync(path.join(installed, 'THIRD-PARTY-NOTICES.txt'), 'utf8');
+    for (const text of [/^=+ opencv$/m, /^=+ eigen$/m, /Mozilla Public License Version 2.0/, /eigen3=3/, /^=+ libjpeg-turbo$/m,
+      /^=+ zlib$/m, /^=+ emscripten, musl, libc\+\+$/m, /Apache-2.0 with LLVM exception/]) {
+      assert.match(notices, text);
+    }
     for (const name of [...names].filter((file) => file.endsWith('.js'))) {
       assert.doesNotMatch(readFileSync(path.join(installed, name), 'utf8'), /\beval\(|new Function\(/, name);
     }

@@ -2,6 +2,8 @@
 //
 // The live page in Debian's Chromium, with a sample as its camera.
 import assert from 'node:assert/strict';
+import { cpSync, mkdtempSync, readFileSync, rmSync, writeFileSync } from 'node:fs';
+import { tmpdir } from 'node:os';
 import path from 'node:path';
 import { after, before, describe, it } from 'node:test';
 import {
@@ -160,6 +162,47 @@ describe('with a camera', () => {
     await page.close();
   });
 
+  it('gives the panorama back after a reload, until the next sweep', async () => {
+    const page = await open(chromium.browser, server.address);
+    await sweepOnce(page, 2);
+    const before = await savedBytes(page);
+    await page.waitForFunction(() => sessionStorage.getItem('tarnstitch-kept-name'));
+    await page.reload();
+    await resultReady(page);
+    assert.match(await page.$eval('#result-text', (text) => text.textContent), /panorama was kept/);
+    assert.ok(before.equals(await savedBytes(page)));
+    await page.click('#crop');
+    assert.equal(await page.$eval('#crop', (button) => button.getAttribute('aria-pressed')), 'false');
+    await page.click('#again');
+    await state(page, 'ready');
+    await page.reload();
+    await state(page, 'ready');
+    assert.deepEqual(page.lines, []);
+    await page.close();
+  });
+
+  it('turns the direction by a tap, against the one that is known as well', async () => {
+    const page = await open(chromium.browser, server.address);
+    await state(page, 'ready');
+    const way = () => page.$eval('#direction', ({ dataset }) => dataset.way);
+    assert.equal(await way(), 'any');
+    const seen = [];
+    for (let taps = 0; taps < 5; ++taps) {
+      await page.click('#direction');
+      seen.push(await way());
+    }
+    assert.deepEqual(seen, ['right', 'left', 'down', 'up', 'any']);
+    await page.click('#shutter');
+    await page.waitForFunction(() => document.getElementById('direction').dataset.way !== 'any', { timeout: 60000 });
+    const known = await way();
+    await page.click('#direction');
+    assert.notEqual(await way(), known);
+    await page.click('#shutter');
+    await resultReady(page);
+    assert.deepEqual(page.lines, []);
+    await page.close();
+  });
+
   it('sweeps twenty times with flat memory', async () => {
     const page = await open(chromium.browser, server.address);
     const used = [];
@@ -191,6 +234,49 @@ describe('with a camera', () => {
   });
 });
 
+describe('a newer version of the page', () => {
+  it('arrives by itself, whole, and not before a visit begins', async () => {
+    const copy = mkdtempSync(path.join(tmpdir(), 'tarn-version-'));
+    cpSync(path.join(root, 'out/web/live'), copy, { recursive: true });
+    const change = (name, from, to) => {
+      const file = path.join(copy, name);
+      const text = readFileSync(file, 'utf8');
+      assert.match(text, from);
+      writeFileSync(file, text.replace(from, to));
+    };
+    const server = await serve({ files: copy });
+    const chromium = await launch({ camera: cameraFile('parking_pan') });
+    try {
+      const page = await open(chromium.browser, server.address);
+      const title = () => page.evaluate(() => document.title);
+      await page.evaluate(() => navigator.serviceWorker.ready.then(() => undefined));
+      await page.reload();
+      await state(page, 'ready');
+      assert.equal(await title(), 'TarnStitch live');
+
+      change('index.html', /<title>.*<\/title>/, '<title>Newer</title>');
+      change('sw.js', /const version = '[^']*'/, "const version = 'newer'");
+      await page.reload(); // from what is kept, while the newer one is fetched
+      await state(page, 'ready');
+      assert.equal(await title(), 'TarnStitch live');
+      await page.waitForFunction(async () => Boolean((await navigator.serviceWorker.getRegistration())?.waiting), { timeout: 60000 });
+      await sweepOnce(page, 1);
+      assert.equal(await title(), 'TarnStitch live');
+      await page.click('#again');
+      await page.reload();
+      await page.waitForFunction(() => document.title === 'Newer', { timeout: 60000 });
+      await state(page, 'ready');
+      const kept = await page.evaluate(async () => (await caches.keys()).filter((name) => name.startsWith('tarnstitch-live-')));
+      assert.deepEqual(kept, ['tarnstitch-live-newer']);
+      assert.deepEqual(page.lines, []);
+    } finally {
+      await chromium.close();
+      server.stop();
+      rmSync(copy, { recursive: true });
+    }
+  });
+});
+
 describe('without isolation', () => {
   it('sweeps without threads', async () => {
     const server = await serve({ isolated: false });
@@ -219,9 +305,12 @@ describe('without a camera', () => {
     const chromium = await launch();
     try {
       const page = await open(chromium.browser, server.address);
+      await page.setBypassCSP(true);
+      await page.reload();
       await state(page, 'trouble');
       assert.match(await page.$eval('#trouble-title', (title) => title.textContent), /No camera found/);
       await picture(page, 'phone-no-camera');
+      assert.deepEqual(await findings(page), []);
       const input = await page.$('#file-input');
       await input.uploadFile(path.join(root, 'samples/parking_pan.mp4'));
       await resultReady(page);
@@ -240,6 +329,7 @@ describe('without a camera', () => {
       const page = await open(chromium.browser, server.address, phone);
       await state(page, 'trouble');
       assert.match(await page.$eval('#trouble-title', (title) => title.textContent), /refused/);
+      await picture(page, 'phone-refused');
       await page.click('#trouble-again');
       await state(page, 'trouble');
       assert.deepEqual(page.lines, []);

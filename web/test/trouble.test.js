@@ -39,15 +39,24 @@ function directCamera() {
   let fed = '';
   setInterval(() => {
     // On with the next step when the frame before has been answered.
-    if (document.body?.dataset.frames !== fed && film.width > film.height) {
+    if (document.body?.dataset.frames !== fed && film.width > film.height && !window.directed.isAway) {
       fed = document.body?.dataset.frames;
       at = Math.min(at + 6, wall.width - film.width);
     }
-    film.getContext('2d').drawImage(wall, -at, 0);
+    film.getContext('2d').drawImage(wall, window.directed.isAway ? -1900 : -at, 0);
   }, 30);
-  const stream = () => film.captureStream(30);
+  const stream = () => {
+    const made = film.captureStream(30);
+    const [track] = made.getVideoTracks();
+    const modes = ['continuous', 'manual'];
+    track.getCapabilities = () => ({ exposureMode: modes, whiteBalanceMode: modes, focusMode: ['continuous'] });
+    track.applyConstraints = async (constraints) => window.directed.locks.push(constraints);
+    return made;
+  };
   window.directed = {
     problem: null, // the name of the error that the next opening meets
+    isAway: false, // it looks at another part of the wall
+    locks: [], // what it was told of its brightness and colours
     turn() {
       [film.width, film.height] = [film.height, film.width];
     },
@@ -92,6 +101,72 @@ describe('a camera that is directed', () => {
       assert.deepEqual(page.lines, []);
       await page.close();
     }
+  });
+
+  it('is lost, and found again where the ghost shows it', async () => {
+    const page = await open(chromium.browser, server.address, phone, [directCamera]);
+    await state(page, 'ready');
+    await page.click('#shutter');
+    await keyFrames(page, 2);
+    const tilt = (beta, gamma) => page.evaluate((...values) => {
+      dispatchEvent(new DeviceOrientationEvent('deviceorientation', { alpha: 0, beta: values[0], gamma: values[1] }));
+      return document.getElementById('level').className;
+    }, beta, gamma);
+    assert.equal(await tilt(80, 0), 'flat');
+    assert.equal(await tilt(80, 40), '');
+    await page.evaluate(() => (window.directed.isAway = true));
+    await warns(page, /Lost/);
+    await page.waitForFunction(() => !document.getElementById('ghost').hidden);
+    await picture(page, 'phone-lost');
+    const shown = () => page.evaluate(() => document.getElementById('strip-picture').toDataURL());
+    const before = await shown();
+    const fed = await page.evaluate(() => document.body.dataset.frames);
+    await frames(page, Number(fed) + 5);
+    assert.equal(await shown(), before, 'the strip stands still');
+    await page.evaluate(() => (window.directed.isAway = false));
+    await page.waitForFunction(() => document.getElementById('ghost').hidden && document.getElementById('warning').hidden);
+    await keyFrames(page, 4);
+    await page.click('#shutter');
+    await resultReady(page);
+    assert.equal(await text(page, 'result-title'), 'Panorama');
+    assert.doesNotMatch(await text(page, 'result-text'), /not the whole/);
+    assert.ok(pictureSize(await savedBytes(page)).width > 700);
+    assert.deepEqual(page.lines, []);
+    await page.close();
+  });
+
+  it('keeps its brightness and colours while one sweeps', async () => {
+    const page = await open(chromium.browser, server.address, phone, [directCamera]);
+    await state(page, 'ready');
+    await page.click('#shutter');
+    await frames(page, 3);
+    await page.click('#shutter');
+    await resultReady(page);
+    assert.deepEqual(await page.evaluate(() => window.directed.locks), [
+      { advanced: [{ exposureMode: 'manual' }, { whiteBalanceMode: 'manual' }] },
+      { advanced: [{ exposureMode: 'continuous' }, { whiteBalanceMode: 'continuous' }, { focusMode: 'continuous' }] },
+    ]);
+    await page.close();
+  });
+
+  it('gives what there is when one does not want to wait', async () => {
+    const page = await open(chromium.browser, server.address, phone, [directCamera]);
+    await state(page, 'ready');
+    await page.click('#shutter');
+    await keyFrames(page, 4);
+    const isBusy = await page.evaluate(() => {
+      document.getElementById('shutter').click();
+      document.getElementById('saving-cancel').click();
+      return document.getElementById('again').disabled && !document.getElementById('saving').hidden;
+    });
+    assert.ok(isBusy);
+    await resultReady(page);
+    assert.match(await text(page, 'result-title'), /anorama$/);
+    assert.ok(pictureSize(await savedBytes(page)).width > 50);
+    await page.click('#again');
+    await state(page, 'ready');
+    assert.deepEqual(page.lines, []);
+    await page.close();
   });
 
   it('is turned in mid-sweep, and back', async () => {

@@ -51,53 +51,22 @@ bool is_missing(const stage_library::frame_report& frame)
     return frame.omitted == stage_library::left_out::unplaced || frame.omitted == stage_library::left_out::beyond;
 }
 
-/// The way from a point of the picture to the same one a full turn on; nought where the picture does not go around.
-cv::Point2d full_turn(const stage_library::finishing_result& result)
-{
-    const double turn = 2 * CV_PI * result.surface_scale;
-    switch (result.drawn_on) {
-    case stage_library::projection::cylinder:
-    case stage_library::projection::sphere:
-        return {turn, 0.0};
-    case stage_library::projection::turned_cylinder:
-        return {0.0, turn};
-    case stage_library::projection::plane:
-        break;
-    }
-    return {};
-}
-
-/// Part of a key frame that lies in the picture, by points spread evenly over it.
-double part_in_picture(const stage_library::finishing_result& result, int index, cv::Size frame)
-{
-    constexpr int points = 8;  // in each direction
-    const cv::Rect2d picture(-0.5, -0.5, result.picture.cols, result.picture.rows);
-    const cv::Point2d turn = full_turn(result);
-    int inside = 0;
-    for (int i = 0; i < points * points; ++i) {
-        const cv::Point2d pixel((i % points + 0.5) / points * frame.width - 0.5,
-                                (i / points + 0.5) / points * frame.height - 0.5);
-        const cv::Point2d point = result.picture_from_frame(index, pixel, frame);
-        inside += picture.contains(point) || picture.contains(point + turn) || picture.contains(point - turn) ? 1 : 0;
-    }
-    return static_cast<double>(inside) / (points * points);
-}
-
 /// What the crop has left of the key frames.
-crop_effect effect_of_crop(const stage_library::finishing_result& result, const key_frame_collector& collected)
+crop_effect effect_of_crop(const stage_library::finishing_result& result)
 {
     crop_effect effect;
-    for (std::size_t i = 0; i < result.frames.size(); ++i) {
-        if (!is_missing(result.frames[i])) {
-            const cv::Size frame = collected.pictures().size(collected.key_frames()[i].picture);
-            effect.parts_in_picture.push_back(part_in_picture(result, static_cast<int>(i), frame));
+    for (const stage_library::frame_report& frame : result.frames) {
+        if (!is_missing(frame)) {
+            effect.parts_in_picture.push_back(frame.part_in_picture);
         }
     }
+    effect.lost = result.lost.part;
+    effect.lost_at_begin = result.lost.at_beginning;
+    effect.lost_at_end = result.lost.at_end;
     return effect;
 }
 
-void describe(const stage_library::finishing_result& result, const key_frame_collector& collected,
-              finished_picture& finished)
+void describe(const stage_library::finishing_result& result, finished_picture& finished)
 {
     finished.motion = name_of(result.motion);
     finished.projection = name_of(result.drawn_on);
@@ -114,7 +83,7 @@ void describe(const stage_library::finishing_result& result, const key_frame_col
             finished.left_out.push_back(frame.number);
         }
     }
-    finished.cropped = effect_of_crop(result, collected);
+    finished.cropped = effect_of_crop(result);
     finished.reaches_the_end = !is_missing(result.frames.front()) && !is_missing(result.frames.back());
     if (result.viewers.known) {
         finished.view = {result.viewers.projection_type, result.viewers.full_size, result.viewers.cropped_area,
@@ -153,7 +122,7 @@ finished_picture finish_sweep(const key_frame_collector& collected, const option
     finished.stopped = result.outcome == stage_library::status::cancelled;
     if (result.outcome == stage_library::status::ok) {
         finished.picture = result.picture;
-        describe(result, collected, finished);
+        describe(result, finished);
     } else if (result.outcome == stage_library::status::no_key_frames) {
         finished.error = "no frame of the sweep could be taken";
     } else if (result.outcome == stage_library::status::unreadable) {
@@ -202,7 +171,7 @@ bool shows_more_than_a_frame(const finished_picture& finished, cv::Size size, cv
 std::vector<std::string> notes_on(const finished_picture& finished)
 {
     std::vector<std::string> notes;
-    if (std::string line = sentence_on(judge_finished(finished.cropped)); !line.empty()) {
+    if (std::string line = sentence_on(judge_finished(finished.cropped), finished.cropped); !line.empty()) {
         notes.push_back(std::move(line));
     }
     if (finished.pieces > 1) {

@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <cmath>
 #include <iterator>
-#include <numeric>
 
 namespace tarn::host {
 
@@ -14,6 +13,13 @@ namespace {
 
 constexpr double flawed_below = 0.9;  // part of the key frames
 constexpr double bad_below = 0.6;
+constexpr double most_of_length = 0.2;
+
+std::string percent(double part)
+{
+    constexpr double hundred = 100.0;
+    return std::to_string(std::lround(hundred * part)) + " %";
+}
 
 /// "the first 3 and the last one"; "" where both ends are there.
 std::string lost_ends(const finished_verdict& judged)
@@ -40,7 +46,6 @@ finished_verdict judge_finished(const crop_effect& cropped)
     const auto is_in_picture = [](double part_of_frame) { return part_of_frame >= 0.5; };
     judged.placed = static_cast<int>(parts.size());
     judged.in_picture = static_cast<int>(std::count_if(parts.begin(), parts.end(), is_in_picture));
-    judged.part_left = std::accumulate(parts.begin(), parts.end(), 0.0) / judged.placed;
     if (judged.in_picture > 0) {
         judged.lost_at_begin =
             static_cast<int>(std::distance(parts.begin(), std::find_if(parts.begin(), parts.end(), is_in_picture)));
@@ -50,16 +55,24 @@ finished_verdict judge_finished(const crop_effect& cropped)
     const double part = static_cast<double>(judged.in_picture) / judged.placed;
     if (part < flawed_below) {
         judged.how_good = part < bad_below ? grade::bad : grade::flawed;
+    } else if (cropped.lost_at_begin + cropped.lost_at_end >= most_of_length) {
+        judged.how_good = grade::flawed;
     }
     return judged;
 }
 
-std::string sentence_on(const finished_verdict& judged)
+std::string sentence_on(const finished_verdict& judged, const crop_effect& cropped)
 {
     if (judged.how_good == grade::good) {
         return "";
     }
+    const std::string remedy = "; --crop=none keeps it, with empty corners";
     const int lost = judged.placed - judged.in_picture;
+    if (static_cast<double>(judged.in_picture) / judged.placed >= flawed_below) {
+        return "the finished picture lacks much of the sweep's ends: " + percent(cropped.lost_at_begin)
+               + " of its length at the beginning and " + percent(cropped.lost_at_end) + " at the end are cut off, and "
+               + percent(cropped.lost) + " of what was seen" + remedy;
+    }
     const std::string ends = lost_ends(judged);
     const bool both = judged.lost_at_begin > 0 && judged.lost_at_end > 0;
     const std::string all = " of " + std::to_string(judged.placed) + " key frames";
@@ -67,11 +80,9 @@ std::string sentence_on(const finished_verdict& judged)
     if (!ends.empty()) {
         which = lost == judged.lost_at_begin + judged.lost_at_end ? ends + all : which + ", " + ends + " among them,";
     }
-    constexpr double hundred = 100.0;
     return std::string("the finished picture lacks ") + (ends.empty() ? "a part" : (both ? "both ends" : "an end"))
-           + " of the sweep: " + which + " lie outside its rectangle by more than half, and "
-           + std::to_string(std::lround(hundred * (1.0 - judged.part_left)))
-           + " % of what all of them show is cut off; --crop=none keeps it, with empty corners";
+           + " of the sweep: " + which + " lie outside its rectangle by more than half, and " + percent(cropped.lost)
+           + " of what was seen is cut off" + remedy;
 }
 
 }  // namespace tarn::host

@@ -31,12 +31,6 @@ public:
     /// A picture; empty when its file cannot be read.
     cv::Mat picture(std::size_t number) const;
 
-    /// A picture's size, px.
-    cv::Size size(std::size_t number) const
-    {
-        return entries_.at(number).size;
-    }
-
     /// Where a picture lies; "" when it is in memory.
     const std::string& file(std::size_t number) const
     {

@@ -5,13 +5,13 @@
 
 #include <algorithm>
 #include <array>
-#include <cctype>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <system_error>
 
 #include "host_error.h"
+#include "output_file.h"
 
 namespace fs = std::filesystem;
 
@@ -140,10 +140,7 @@ bool has_image_ending(const std::string& name)
     static constexpr std::array endings = {".jpg", ".jpeg", ".jpe",  ".jp2", ".png", ".bmp", ".dib",
                                            ".tif", ".tiff", ".webp", ".pbm", ".pgm", ".ppm", ".pnm",
                                            ".pxm", ".sr",   ".ras",  ".hdr", ".pic"};
-    std::string ending = fs::path(name).extension().string();
-    std::transform(ending.begin(), ending.end(), ending.begin(),
-                   [](unsigned char character) { return static_cast<char>(std::tolower(character)); });
-    return std::find(endings.begin(), endings.end(), ending) != endings.end();
+    return std::find(endings.begin(), endings.end(), small_ending_of(name)) != endings.end();
 }
 
 std::vector<std::string> images_in_directory(const std::string& directory)

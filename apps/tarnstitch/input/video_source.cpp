@@ -66,10 +66,10 @@ public:
             begin.time + static_cast<std::int64_t>(std::min(seconds, furthest) / av_q2d(file_->stream().time_base));
         if (const std::optional<int> before = file_->seek(target)) {
             decoder_->resume(*before);
+            is_ahead_ = false;
         } else {
-            skip_by_reading(target);
+            is_ahead_ = !skip_by_reading(target);
         }
-        is_ahead_ = false;
     }
 
     bool advance(frame_stamp& stamp) override
@@ -127,7 +127,9 @@ private:
 
     /// Goes to the last key picture before a time without the help of an index: all packets are read, and none before
     /// it decoded.
-    void skip_by_reading(std::int64_t target)
+    /// @returns false where times go back on the way, as they do between recordings that were put together: then only
+    ///          what lies before tells when a picture is shown, and nothing is skipped
+    bool skip_by_reading(std::int64_t target)
     {
         std::unique_ptr<media_file> anew = media_file::open(path_, max_pixels_);
         if (!anew) {
@@ -138,9 +140,16 @@ private:
         std::size_t size = 0;
         int before = 0;
         int pictures = 0;
+        std::int64_t last = AV_NOPTS_VALUE;
         media_handle<AVPacket> packet(av_packet_alloc());
         while (packet && anew->read(*packet)) {
             // What is decoded after the moment is shown after it. The first times may not be known.
+            if (packet->dts != AV_NOPTS_VALUE) {
+                if (last != AV_NOPTS_VALUE && packet->dts < last) {
+                    return false;
+                }
+                last = packet->dts;
+            }
             const bool past = packet->pts == AV_NOPTS_VALUE || (packet->dts != AV_NOPTS_VALUE && packet->dts > target);
             if (packet->pts <= target && packet->pts != AV_NOPTS_VALUE && (packet->flags & AV_PKT_FLAG_KEY) != 0) {
                 held.clear();
@@ -161,6 +170,7 @@ private:
         decoder_.emplace(*anew, max_pixels_);
         file_ = std::move(anew);
         decoder_->resume(before);
+        return true;
     }
 
     std::unique_ptr<media_file> file_;

@@ -5,11 +5,9 @@
 
 #include <algorithm>
 #include <array>
-#include <cctype>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
-#include <filesystem>
 #include <nlohmann/json.hpp>
 #include <utility>
 #include <vector>
@@ -19,14 +17,6 @@
 namespace tarn::host {
 
 namespace {
-
-bool has_ending(const std::string& path, const std::string& wanted)
-{
-    std::string ending = std::filesystem::path(path).extension().string();
-    std::transform(ending.begin(), ending.end(), ending.begin(),
-                   [](unsigned char character) { return static_cast<char>(std::tolower(character)); });
-    return ending == wanted;
-}
 
 /// A value of a line: text or a number, null for what there is none of.
 using named_value = std::pair<std::string, nlohmann::ordered_json>;
@@ -108,11 +98,6 @@ std::string as_csv(const nlohmann::ordered_json& value)
 
 }  // namespace
 
-bool is_frames_name(const std::string& path)
-{
-    return has_ending(path, ".csv") || has_ending(path, ".jsonl");
-}
-
 std::string csv_header(bool with_pieces)
 {
     frame_record frame;
@@ -143,7 +128,7 @@ std::string frame_as_json(const frame_record& frame, frame_turn turn)
 }
 
 frames_file::frames_file(const std::string& path, frame_turn turn, bool with_pieces)
-    : file_(path), turn_(turn), csv_(has_ending(path, ".csv")), piece_(with_pieces ? 1 : 0)
+    : file_(path), turn_(turn), csv_(small_ending_of(path) == ".csv"), piece_(with_pieces ? 1 : 0)
 {
     if (csv_) {
         file_.append(csv_header(with_pieces) + "\n");

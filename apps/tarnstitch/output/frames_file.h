@@ -12,9 +12,6 @@
 
 namespace tarn::host {
 
-/// Whether a name's ending is one of this file's formats, .csv or .jsonl, in small letters or capitals.
-bool is_frames_name(const std::string& path);
-
 /// A frame as one line without its end, in the viewer's orientation.
 std::string frame_as_csv(const frame_record& frame, frame_turn turn);
 std::string frame_as_json(const frame_record& frame, frame_turn turn);
@@ -26,6 +23,7 @@ std::string csv_header(bool with_pieces = false);
 /// Writes a sweep's frames as they come. The file is at its place only after finish().
 class frames_file : public sweep_observer {
 public:
+    /// @param path         ends in .csv, for comma-separated values, or else in .jsonl
     /// @param with_pieces  whether each frame tells its piece of the sweep
     /// @throws host_error (output_failed)
     frames_file(const std::string& path, frame_turn turn, bool with_pieces = false);

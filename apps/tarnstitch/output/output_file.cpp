@@ -3,6 +3,8 @@
 // Output files: the checks before, the temporary name, the rename.
 #include "output_file.h"
 
+#include <algorithm>
+#include <cctype>
 #include <cerrno>
 #include <cstdio>
 #include <fcntl.h>
@@ -253,6 +255,14 @@ std::string with_addition(const std::string& path, const std::string& addition)
 {
     const fs::path whole(path);
     return (whole.parent_path() / (whole.stem().string() + addition + whole.extension().string())).string();
+}
+
+std::string small_ending_of(const std::string& path)
+{
+    std::string ending = fs::path(path).extension().string();
+    std::transform(ending.begin(), ending.end(), ending.begin(),
+                   [](unsigned char character) { return static_cast<char>(std::tolower(character)); });
+    return ending;
 }
 
 std::string canonical_place(const std::string& path)

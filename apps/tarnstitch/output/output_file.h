@@ -45,6 +45,9 @@ private:
 /// `path` with `addition` before its ending: ("a/b.jpg", "-partial") gives "a/b-partial.jpg".
 std::string with_addition(const std::string& path, const std::string& addition);
 
+/// A name's ending in small letters: ".jpg" for "a/B.JPG"; "" without one.
+std::string small_ending_of(const std::string& path);
+
 /// The place of a file that is or is yet to be, without links and dots on the way to it.
 std::string canonical_place(const std::string& path);
 

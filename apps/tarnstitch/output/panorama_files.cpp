@@ -1,27 +1,24 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// The outputs of a sweep: names, checks, turning and cutting, writing.
+// The outputs of a sweep: checks, turning and cutting, writing.
 #include "panorama_files.h"
 
 #include <algorithm>
-#include <cctype>
 #include <cmath>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
-#include <regex>
+#include <new>
 #include <system_error>
 #include <utility>
 
 #include <opencv2/imgcodecs.hpp>
 
 #include "best_rectangle.h"
-#include "frame_source.h"
-#include "frames_file.h"
 #include "host_error.h"
 #include "output_file.h"
+#include "output_names.h"
 #include "report_pictures.h"
-#include "run_record.h"
 #include "scratch_directory.h"
 #include "working_directory.h"
 
@@ -30,30 +27,6 @@ namespace fs = std::filesystem;
 namespace tarn::host {
 
 namespace {
-
-std::string ending_of(const std::string& path)
-{
-    return fs::path(path).extension().string();
-}
-
-/// The same in small letters.
-std::string kind_of(const std::string& path)
-{
-    std::string ending = ending_of(path);
-    std::transform(ending.begin(), ending.end(), ending.begin(),
-                   [](unsigned char character) { return static_cast<char>(std::tolower(character)); });
-    return ending;
-}
-
-bool is_jpeg_name(const std::string& path)
-{
-    return kind_of(path) == ".jpg" || kind_of(path) == ".jpeg";
-}
-
-bool is_lossless_name(const std::string& path)
-{
-    return kind_of(path) == ".png" || kind_of(path) == ".tif" || kind_of(path) == ".tiff";
-}
 
 /// Encodes an image in the format that the ending of `path` names; empty when there is no such format, or it
 /// does not hold colour images of 8 bits.
@@ -66,11 +39,14 @@ std::vector<unsigned char> encoded(const std::string& path, const cv::Mat& image
         parameters = {cv::IMWRITE_JPEG_QUALITY, quality};
     }
     try {
-        const std::string ending = ending_of(path);
+        const std::string ending = small_ending_of(path);
         if (ending.empty() || !cv::imencode(ending, image, bytes, parameters)) {
             bytes.clear();
         }
-    } catch (const cv::Exception&) {
+    } catch (const cv::Exception& error) {
+        if (error.code == cv::Error::StsNoMem) {
+            throw std::bad_alloc();
+        }
         bytes.clear();
     }
     return bytes;
@@ -79,19 +55,6 @@ std::vector<unsigned char> encoded(const std::string& path, const cv::Mat& image
 [[noreturn]] void fail(const std::string& line)
 {
     throw host_error(exit_code::output_failed, line);
-}
-
-/// For a name that makes no sense, whatever the disk holds.
-[[noreturn]] void refuse(const std::string& line)
-{
-    throw host_error(exit_code::usage, line);
-}
-
-/// Whether the library names a key frame's working file so: "big_frame12.jpg".
-bool is_working_frame_name(const std::string& name)
-{
-    static const std::regex form("big_frame[0-9]+\\.jpg");
-    return std::regex_match(name, form);
 }
 
 /// Removes what an earlier run has kept, so that the files in the directory are of one sweep.
@@ -145,105 +108,20 @@ std::string note_on_crop(const std::string& name, const cv::Mat& panorama, int k
            + name + " has no larger rectangle without empty pixels";
 }
 
-std::string name_of_panorama(const options& asked)
-{
-    return asked.output.empty() ? name_of_input(asked.inputs.front()) + "-panorama.jpg" : asked.output;
-}
-
 }  // namespace
-
-bool is_working_name(const std::string& name)
-{
-    return name == panorama_file_name || is_working_frame_name(name);
-}
-
-std::string name_of_finished_picture(const options& asked)
-{
-    return asked.output.empty() ? name_of_input(asked.inputs.front()) + "-finished.jpg"
-                                : with_addition(asked.output, "-finished");
-}
-
-std::vector<named_output> named_outputs(const options& asked)
-{
-    const std::string panorama = asked.output.empty() ? "the panorama" : asked.as_written("--output");
-    const std::string panorama_file = name_of_panorama(asked);
-    std::vector<named_output> outputs = {{panorama, panorama_file},
-                                         {panorama + "'s -partial file", with_addition(panorama_file, "-partial")}};
-    if (!asked.preview.empty()) {
-        outputs.push_back({"--preview", asked.preview});
-        outputs.push_back({"--preview's -partial file", with_addition(asked.preview, "-partial")});
-    }
-    if (asked.finish) {
-        const std::string finished = name_of_finished_picture(asked);
-        outputs.push_back({"the finished picture", finished});
-        outputs.push_back({"the finished picture's -partial file", with_addition(finished, "-partial")});
-    }
-    if (!asked.frames.empty()) {
-        outputs.push_back({"--frames", asked.frames});
-    }
-    if (!asked.report.empty()) {
-        outputs.push_back({"--report", asked.report});
-    }
-    if (!asked.log.empty()) {
-        outputs.push_back({"--log", asked.log});
-    }
-    if (asked.skip_done) {
-        outputs.push_back({"the record of --skip-done", record_place(panorama_file)});
-    }
-    return outputs;
-}
 
 panorama_files::panorama_files(const options& asked)
     : asked_(asked), panorama_(name_of_panorama(asked)), partial_(with_addition(panorama_, "-partial")),
       partial_preview_(asked.preview.empty() ? "" : with_addition(asked.preview, "-partial")),
       finished_(name_of_finished_picture(asked)), partial_finished_(with_addition(finished_, "-partial"))
 {
-    if (!is_jpeg_name(panorama_) && !is_lossless_name(panorama_)) {
-        refuse("cannot write " + panorama_ + ": the panorama's name must end in .jpg, .jpeg, .png, .tif or .tiff");
+    check_output_names(asked);
+    if (!asked.preview.empty() && encoded(asked.preview, cv::Mat(2, 2, CV_8UC3, cv::Scalar::all(0))).empty()) {
+        const std::string ending = std::filesystem::path(asked.preview).extension().string();
+        throw host_error(exit_code::usage, "cannot write " + asked.preview + ": "
+                                               + (ending.empty() ? "its name has no ending, which would tell the format"
+                                                                 : ending + " is no image format that can be written"));
     }
-    if (!asked.preview.empty()) {
-        const cv::Mat small_image(2, 2, CV_8UC3, cv::Scalar::all(0));
-        if (encoded(asked.preview, small_image).empty()) {
-            const std::string ending = ending_of(asked.preview);
-            refuse("cannot write " + asked.preview + ": "
-                   + (ending.empty() ? "its name has no ending, which would tell the format"
-                                     : ending + " is no image format that can be written"));
-        }
-    }
-    if (!asked.frames.empty() && !is_frames_name(asked.frames)) {
-        refuse("cannot write " + asked.frames + ": the name of the file on frames must end in .csv or .jsonl");
-    }
-    if (!asked.report.empty() && kind_of(asked.report) != ".html" && kind_of(asked.report) != ".htm") {
-        refuse("cannot write " + asked.report + ": the name of the report must end in .html or .htm");
-    }
-    check_names();
-}
-
-void panorama_files::check_names() const
-{
-    const std::vector<named_output> outputs = named_outputs(asked_);
-    for (std::size_t i = 0; i < outputs.size(); ++i) {
-        for (std::size_t j = i + 1; j < outputs.size(); ++j) {
-            if (same_place(outputs[i].file, outputs[j].file)) {
-                throw host_error(exit_code::usage, outputs[i].what + " and " + outputs[j].what
-                                                       + " need different names, and both would be written to "
-                                                       + outputs[j].file);
-            }
-        }
-        const fs::path place = canonical_place(outputs[i].file);
-        if (!asked_.keep_work.empty() && is_working_name(place.filename().string())
-            && same_place(place.parent_path().string(), kept_directory())) {
-            throw host_error(exit_code::usage, outputs[i].what + " needs another name: in " + asked_.keep_work + ", "
-                                                   + place.filename().string()
-                                                   + " is the name of a working file that --keep-work puts there");
-        }
-    }
-}
-
-std::string panorama_files::kept_directory() const
-{
-    const fs::path directory(asked_.keep_work);
-    return (directory.has_filename() ? directory : directory.parent_path()).string();
 }
 
 std::vector<std::string> panorama_files::left_out_of_inputs() const
@@ -267,8 +145,8 @@ void panorama_files::check_against_inputs(const std::vector<std::string>& input_
         }
         // Where it is a link, its target counts, too.
         if (!asked_.keep_work.empty()
-            && (same_place(fs::absolute(file).parent_path(), kept_directory())
-                || same_place(fs::path(canonical_place(file)).parent_path(), kept_directory()))) {
+            && (same_place(fs::absolute(file).parent_path(), kept_directory(asked_))
+                || same_place(fs::path(canonical_place(file)).parent_path(), kept_directory(asked_)))) {
             fail("cannot keep working files in " + asked_.keep_work + ": the input's files are there");
         }
     }
@@ -292,7 +170,7 @@ void panorama_files::check_places() const
             fail("cannot keep working files in " + asked_.keep_work + ": it is not a directory");
         } else {
             // Not made before there is something to keep in it.
-            check_output_place(kept_directory());
+            check_output_place(kept_directory(asked_));
         }
     }
 }

@@ -35,22 +35,7 @@ struct written_files {
     std::vector<std::string> warnings;  ///< one line for each that falls short of what was asked for
 };
 
-/// Whether --keep-work may put a file of this name into its directory: "big_stitch.jpg", "big_frame12.jpg".
-bool is_working_name(const std::string& name);
-
-/// Where the finished picture goes, if it is asked for.
-std::string name_of_finished_picture(const options& asked);
-
-/// A file that a run may write.
-struct named_output {
-    std::string what;  ///< the option that asks for it, or what it is
-    std::string file;
-};
-
-/// All of them, but for the working files.
-std::vector<named_output> named_outputs(const options& asked);
-
-/// Names, checks and writes the outputs.
+/// Checks and writes the outputs.
 class panorama_files {
 public:
     /// Takes the names asked for and checks their endings.
@@ -94,9 +79,6 @@ private:
                         written_files& written) const;
     void write_preview(const sweep_result& result, bool whole, frame_turn turn, const output_metadata& metadata,
                        written_files& written) const;
-
-    void check_names() const;
-    std::string kept_directory() const;  ///< the directory for working files, without a "/" at its end
 
     const options& asked_;
     std::string panorama_;

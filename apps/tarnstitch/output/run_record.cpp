@@ -23,7 +23,7 @@ extern "C" {
 }
 
 #include "interruption.h"
-#include "panorama_files.h"
+#include "output_names.h"
 #include "scratch_directory.h"
 #include "summary.h"
 
@@ -84,11 +84,14 @@ file_identity seen(const std::string& what, const std::string& file)
         constexpr std::int64_t nanoseconds = 1'000'000'000;
         identity.bytes = status.st_size;
 #ifdef __APPLE__
-        const timespec& changed = status.st_mtimespec;
+        const timespec& modified = status.st_mtimespec;
+        const timespec& changed = status.st_ctimespec;
 #else
-        const timespec& changed = status.st_mtim;
+        const timespec& modified = status.st_mtim;
+        const timespec& changed = status.st_ctim;
 #endif
-        identity.modified = changed.tv_sec * nanoseconds + changed.tv_nsec;
+        identity.modified = modified.tv_sec * nanoseconds + modified.tv_nsec;
+        identity.changed = changed.tv_sec * nanoseconds + changed.tv_nsec;
     }
     return identity;
 }
@@ -118,7 +121,8 @@ bool is_same_input(const ordered_json& recorded, const std::vector<std::string>&
             return false;
         }
         // Under another name size and time prove nothing: archives and memory cards give many files the same.
-        const bool is_untouched = then.at("file") == files[i] && now.modified == then.at("modified");
+        const bool is_untouched =
+            then.at("file") == files[i] && now.modified == then.at("modified") && now.changed == then.at("changed");
         if (!is_untouched && digest_of(files[i]) != then.at("sha256")) {
             return false;
         }
@@ -239,11 +243,6 @@ std::vector<file_identity> outputs_of(const options& asked, const std::string& p
 file_identity identity_of_report(const std::string& file)
 {
     return read_through("report", file);
-}
-
-std::string record_place(const std::string& panorama)
-{
-    return panorama + ".json";
 }
 
 bool is_done(const options& asked, const std::string& panorama, const std::vector<std::string>& input_files,

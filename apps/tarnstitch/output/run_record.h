@@ -21,6 +21,7 @@ struct file_identity {
     std::string file;
     std::int64_t bytes = -1;    ///< negative for what has no content of its own: a camera, a pipe
     std::int64_t modified = 0;  ///< nanoseconds since the beginning of 1970
+    std::int64_t changed = 0;   ///< likewise, of the file or what is noted of it: nobody can set this one back
     std::string sha256 = {};    ///< in hexadecimal; "" if the content is not known
 };
 
@@ -63,12 +64,9 @@ std::vector<file_identity> outputs_of(const options& asked, const std::string& p
 /// The report, which comes after all other outputs, of which it tells.
 file_identity identity_of_report(const std::string& file);
 
-/// Where the record of a run lies: "river.jpg.json" for "river.jpg".
-std::string record_place(const std::string& panorama);
-
 /// Whether nothing is left to do: whether the record tells of a run to the end by this version of the program, with
 /// these options but for those that change no pixel, of the very input, and the outputs are still what it left. Of an
-/// input whose size and time are as they were it is not asked whether its content is.
+/// input whose size and times are as they were it is not asked whether its content is.
 /// @param input_files  that would be read
 /// @param record       is given the record's text, with "skipped" set, when the answer is yes
 bool is_done(const options& asked, const std::string& panorama, const std::vector<std::string>& input_files,

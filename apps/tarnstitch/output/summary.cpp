@@ -104,7 +104,9 @@ ordered_json finished_as_json(const run_summary& summary)
     const finished_verdict judged = judge_finished(finished.cropped);
     constexpr double digits = 1000.0;
     object["grade"] = key_of(judged.how_good);
-    object["part_left"] = std::round(judged.part_left * digits) / digits;
+    object["cut_off"] = {{"part", std::round(finished.cropped.lost * digits) / digits},
+                         {"at_begin", std::round(finished.cropped.lost_at_begin * digits) / digits},
+                         {"at_end", std::round(finished.cropped.lost_at_end * digits) / digits}};
     object["key_frames"] = {{"given", finished.key_frames},
                             {"shown", finished.shown},
                             {"in_picture", judged.in_picture},
@@ -179,6 +181,7 @@ ordered_json files_as_json(const std::vector<file_identity>& files)
         one["file"] = file.file;
         one["bytes"] = file.bytes < 0 ? ordered_json() : ordered_json(file.bytes);
         one["modified"] = file.bytes < 0 ? ordered_json() : ordered_json(file.modified);
+        one["changed"] = file.bytes < 0 ? ordered_json() : ordered_json(file.changed);
         one["sha256"] = text_or_null(file.sha256);
         all.push_back(one);
     }
