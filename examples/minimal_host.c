@@ -2,7 +2,7 @@
  *
  * A complete host in C: stitches the frames that standard input brings, one binary PPM after the other, into the JPEG
  * named by its argument. Of a video held upright, for instance, whose frames are laid on their side here as a sensor
- * would deliver them, and turned back in the panorama:
+ * would deliver them, and rotated back in the panorama:
  *
  *     ffmpeg -i VIDEO -vf transpose=cclock -f image2pipe -vcodec ppm - | minimal_host_c PANORAMA.jpg
  */

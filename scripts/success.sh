@@ -7,6 +7,7 @@
 # usage: success.sh [--data DIR]... [--only NAME]... [--again | --kept] [--without-hugin] [--limit SECONDS]
 #                   [--write]
 #   --data DIR       a folder with further photographs and clips, by the names that benchmarks/success/sweeps.py has
+#   --only NAME      that sweep; with --write the other rows of the table stay
 #   --kept           makes nothing, tells what is there
 #   --without-hugin  which takes longer than all others together
 #   --write          puts the table into docs/success.md and benchmarks/success/table.json, the thumbnails into

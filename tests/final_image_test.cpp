@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// The end of a sweep: waiting for the last worker and writing the finished panorama.
+// The end of a sweep: waiting for the last worker and writing the panorama.
 #include <filesystem>
 #include <functional>
 #include <string>

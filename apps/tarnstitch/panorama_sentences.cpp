@@ -96,8 +96,7 @@ std::string remedy_for(const verdict& judged, const verdict_context& context)
     if (context.finished_is_good.value_or(false)) {
         return judged.how_good == grade::nothing
                    ? "the finished picture shows more"
-                   : "the finished picture is made anew, without this; as a rectangle it may lack the ends of a sweep "
-                     "that rises or falls";
+                   : "the finished picture is made anew, without this";
     }
     if (is_about_shape && context.finishing_can_be_asked_for && judged.how_good != grade::nothing) {
         return judged.numbers.path == camera_path::turning

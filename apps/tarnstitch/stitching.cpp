@@ -255,7 +255,7 @@ exit_code stitch(const options& given)
     run_apart(asked, identities, summary);
     summary.seconds = std::chrono::duration<double>(clock::now() - begun).count();
     if (summary.result.frames > 0) {
-        note(summary_line(summary.result, summary.written, summary.lost, summary.seconds));
+        note(summary_line(summary.result, summary.written, summary.lost, summary.pieces, summary.seconds));
     }
     summary.peak_memory = peak_memory();
     const std::string& panorama = summary.written.panorama.file;

@@ -116,26 +116,28 @@ def write_page(rows, out, by):
 
 
 def write_sheet(rows, out, by, path):
-    """One picture of all thumbnails, a row for each sweep."""
+    """One picture of all thumbnails, a row for each sweep; the verdict stands right below what it is on."""
     width, height, label = 216, 74, 150
-    black = (20, 20, 20)
+    black, grey = (20, 20, 20), (130, 130, 130)
     sheet = [np.full((30, label + (len(by) + 1) * (width + 6), 3), 255, np.uint8)]
     for column, name in enumerate(["frames", *[HEADINGS[name] for name in by]]):
         at = (label + column * (width + 6), 20)
         cv2.putText(sheet[0], name, at, cv2.FONT_HERSHEY_SIMPLEX, 0.5, black, 1, cv2.LINE_AA)
     for row in rows:
-        strip = np.full((height + 22, sheet[0].shape[1], 3), 255, np.uint8)
+        strip = np.full((height + 34, sheet[0].shape[1], 3), 255, np.uint8)
+        strip[0] = 205
         for index, line in enumerate(row["sweep"].split("_", 1)):
-            cv2.putText(strip, line, (4, 22 + 18 * index), cv2.FONT_HERSHEY_SIMPLEX, 0.45, black, 1, cv2.LINE_AA)
+            cv2.putText(strip, line, (4, 24 + 18 * index), cv2.FONT_HERSHEY_SIMPLEX, 0.45, black, 1, cv2.LINE_AA)
         for column, name in enumerate(["frames", *by]):
-            x = label + column * (width + 6)
+            x, top, below = label + column * (width + 6), 8, 8
             thumbnail = out / row["sweep"] / f"{name}.jpg"
-            if name != "frames":
-                word = row["by"][name]["word"] if name in row["by"] else "not run"
-                colour = (0, 110, 0) if word == "whole" else (0, 0, 170)
-                cv2.putText(strip, word, (x, height + 16), cv2.FONT_HERSHEY_SIMPLEX, 0.42, colour, 1, cv2.LINE_AA)
             if thumbnail.exists():
                 small = fitted(cv2.imread(str(thumbnail)), width, height)
-                strip[: small.shape[0], x : x + small.shape[1]] = small
+                below = top + small.shape[0]
+                strip[top:below, x : x + small.shape[1]] = small
+            if name != "frames":
+                word = row["by"][name]["word"] if name in row["by"] else "not run"
+                colour = grey if word == "not run" else (0, 110, 0) if word == "whole" else (0, 0, 170)
+                cv2.putText(strip, word, (x, below + 16), cv2.FONT_HERSHEY_SIMPLEX, 0.42, colour, 1, cv2.LINE_AA)
         sheet.append(strip)
     cv2.imwrite(str(path), np.vstack(sheet), [cv2.IMWRITE_JPEG_QUALITY, 72])

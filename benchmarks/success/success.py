@@ -6,7 +6,8 @@
     success.py --program TARNSTITCH --samples DIR --out DIR --check FILE.json
 
 Each sweep's answers are kept in the folder of its name, and not made again without --again. --check makes the few
-sweeps that are short, of the repository's own material, and fails where one ends otherwise than the table says.
+sweeps that are short, of the repository's own material, and fails where one ends otherwise than the table says. With
+--only, the rows of other sweeps stay as they are in the table.
 """
 
 import argparse
@@ -195,7 +196,7 @@ def run(sweep, asked, rivals):
 
 
 def check(asked):
-    table = {row["sweep"]: row for row in json.loads(asked.check.read_text())["sweeps"]}
+    table = rows_of_table(asked.check)
     wrong = 0
     asked.again = True
     for sweep in (one for one in SWEEPS if one.in_ci):
@@ -209,6 +210,13 @@ def check(asked):
     return 1 if wrong else 0
 
 
+def rows_of_table(table):
+    """The rows that are in a table already, by their sweeps."""
+    if table is None or not table.exists():
+        return {}
+    return {row["sweep"]: row for row in json.loads(table.read_text())["sweeps"]}
+
+
 def main():
     asked = options()
     asked.out.mkdir(parents=True, exist_ok=True)
@@ -217,8 +225,10 @@ def main():
     rivals = ["PANORAMA", "SCANS"] + (["Hugin"] if makers.has_hugin() and not asked.without_hugin else [])
     rows = []
     missing = []
+    others = rows_of_table(asked.table) if asked.only else {}
     for sweep in SWEEPS:
         if asked.only and sweep.name not in asked.only:
+            rows += [others[sweep.name]] if sweep.name in others else []
             continue
         row = run(sweep, asked, rivals)
         if row is None:
@@ -234,8 +244,11 @@ def main():
         table = pages.as_markdown(rows, BY)
         place = r"(?s)(<!-- table -->\n).*(<!-- end -->)"
         asked.document.write_text(re.sub(place, lambda mark: mark[1] + table + mark[2], text))
-    if asked.sheet:
-        pages.write_sheet([row for row in rows if row["from_the_repository"]], asked.out, BY, asked.sheet)
+    own = [row for row in rows if row["from_the_repository"]]
+    if asked.sheet and all((asked.out / row["sweep"] / "frames.jpg").exists() for row in own):
+        pages.write_sheet(own, asked.out, BY, asked.sheet)
+    elif asked.sheet:
+        print(f"{asked.sheet} stays: not all thumbnails are in {asked.out}", file=sys.stderr)
     pages.write_page(rows, asked.out, BY)
     print(f"page: {asked.out / 'index.html'}")
     return 0

@@ -99,6 +99,13 @@ expect_said "stitching failed at frame"
 expect_said "the library was begun 2 times, and the finished picture joins the pieces"
 (($(width long-finished.jpg) > 13400)) || fail "the finished picture ends as well: $("$media" size long-finished.jpg)"
 
+# The summary line tells the part of the panorama from what came behind it. The frame of the break counts in both.
+line=$(tail -n 1 stderr)
+[[ $line =~ "; up to the break "([0-9]+)" frames, "([0-9]+)" taken (answers: ".*"; from there on "([0-9]+)" frames, "([0-9]+)" taken; finished " ]] \
+  || fail "the summary: $line"
+expect_equal "frames of both parts" 141 $((BASH_REMATCH[1] + BASH_REMATCH[3]))
+expect_equal "taken of both parts" 140 $((BASH_REMATCH[2] + BASH_REMATCH[4]))
+
 # All pieces are told of, apart from each other: the frame taken last, and the one refused, come again.
 expect_equal "last column" piece "$(head -n 1 long.csv | sed 's/.*,//')"
 expect_equal "pieces in the table" "1 2" "$(tail -n +2 long.csv | sed 's/.*,//' | uniq | paste -sd ' ')"
@@ -107,3 +114,18 @@ expect_equal "last frame" 140 "$(tail -n 1 long.csv | cut -d, -f1)"
 "$program" -q long -o long.jpg --finish --no-retry --json >long.json || true
 expect_equal "frames in the summary" 142 "$(sed -n '/"pieces": \[/,$p' long.json \
   | awk -F': ' '/"handed_over"/ { sum += $2 } END { print sum }')"
+
+# A sweep that rises: of the picture's rectangle it is said what is not in it, and uncut all of it is there.
+"$media" slide rising%d.png 24 480 240 30 1 20
+run 0 rising%d.png -o rising.png --finish --no-retry
+said=$(grep -F "the finished picture lacks both ends of the sweep: " stderr) || fail "nothing is said of what is lost"
+[[ $said =~ " key frames".*" lie outside its rectangle by more than half, and "([0-9]+)" % of what was seen is cut off" ]] \
+  || fail "another sentence: $said"
+((BASH_REMATCH[1] > 25)) || fail "next to nothing is lost: $said"
+run 0 rising%d.png -o all.png --finish --no-retry --crop=none
+! grep -qF "the finished picture lacks" stderr || fail "lost where nothing is cut"
+(($(width all-finished.png) > 480 + 23 * 30 - 8 && $(height all-finished.png) > 240 + 23 * 20 - 8)) \
+  || fail "not all: $("$media" size all-finished.png)"
+(($("$media" empty all-finished.png) > 0)) || fail "no empty corners"
+"$program" -q rising%d.png -o rising.png --finish --no-retry --json >rising.json
+grep -qE '"lost_at_begin": [1-9]' rising.json || fail "the summary does not tell of what is lost"

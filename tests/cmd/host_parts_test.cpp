@@ -511,7 +511,7 @@ TEST(Options, AllAreRead)
     EXPECT_EQ(all.quality, 80);
     EXPECT_TRUE(all.crop);
     EXPECT_TRUE(all.finish);
-    EXPECT_FALSE(all.generous_crop);
+    EXPECT_EQ(all.cut_of_finished, finished_crop::full);
     EXPECT_EQ(all.preview, "b.png");
     EXPECT_EQ(all.frames, "c.csv");
     EXPECT_EQ(all.keep_work, "d");
@@ -534,9 +534,11 @@ TEST(Options, WordsStandForWhatTheySay)
     EXPECT_EQ(parsed({"a.mp4", "--turn", "ccw"}).turn, turn_choice::counter_clockwise);
     EXPECT_EQ(parsed({"a.mp4", "--turn", "none"}).turn, turn_choice::none);
     EXPECT_TRUE(parsed({"a.mp4", "--crop=full"}).crop);
-    EXPECT_FALSE(parsed({"a.mp4", "--crop=full"}).generous_crop);
+    EXPECT_EQ(parsed({"a.mp4", "--crop=full"}).cut_of_finished, finished_crop::full);
     EXPECT_TRUE(parsed({"a.mp4", "--crop=auto"}).crop);
-    EXPECT_TRUE(parsed({"a.mp4", "--crop=auto"}).generous_crop);
+    EXPECT_EQ(parsed({"a.mp4", "--crop=auto"}).cut_of_finished, finished_crop::generous);
+    EXPECT_FALSE(parsed({"a.mp4", "--crop=none"}).crop);
+    EXPECT_EQ(parsed({"a.mp4", "--crop=none"}).cut_of_finished, finished_crop::none);
     EXPECT_EQ(parsed({"a.mp4", "--direction", "right"}).direction, camera_motion::right);
     EXPECT_EQ(parsed({"a.mp4", "--direction", "up"}).direction, camera_motion::up);
     EXPECT_EQ(parsed({"a.mp4", "--direction", "down"}).direction, camera_motion::down);
@@ -626,7 +628,7 @@ TEST(Options, MistakesAreSaidInASentenceByTheOptionsOwnName)
         {{"a.mp4", "-o", "a.jpg", "-o", "b.jpg"}, "-o is given more than once"},
         {{"a.mp4", "-o", "a.jpg", "--output=b.jpg"}, "--output is given more than once"},
         {{"a.mp4", "--step", "2", "--step", "2"}, "--step is given more than once"},
-        {{"a.mp4", "--crop=yes"}, "--crop is full or auto, not yes"},
+        {{"a.mp4", "--crop=yes"}, "--crop is full, auto or none, not yes"},
         {{"a.mp4", "--no-retry="}, "--no-retry takes no value"},
 
         {{"a.mp4", "--direction", "sideways"}, "--direction is right, left, up, down or none, not sideways"},

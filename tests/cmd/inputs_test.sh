@@ -87,7 +87,7 @@ expect_file gaps-panorama.jpg
 # stood there stays.
 echo kept >one.jpg
 run 1 slide/1.png -o one.jpg --preview one-preview.png
-expect_said "1 frame, 1 taken (1 normal); 1 key frame"
+expect_said "1 frame, 1 taken (answer: 1 normal); 1 key frame"
 expect_said "the panorama shows nothing beyond the first frame: there is no other one"
 expect_equal "earlier panorama" kept "$(cat one.jpg)"
 expect_equal "size of one picture" 480x360 "$("$media" size one-partial.jpg)"

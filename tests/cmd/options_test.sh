@@ -146,7 +146,10 @@ mv slide/8.png slide/10.png
 run 0 slide -o listed-directory.jpg
 run 0 slide/*.png -o listed.jpg
 cmp listed-directory.jpg listed.jpg
-expect_error 3 "each must be an image, and $video is none" slide/1.png "$video"
-expect_error 3 "there is no file none.png" slide/1.png none.png
+expect_error 3 "each must be an image, and $video is a video: name it alone" slide/1.png "$video"
+expect_error 3 "each must be an image, and slide is a directory: name it alone" slide/1.png slide
+expect_error 3 "there is no file none.png; if that is the panorama's name, it belongs behind -o" slide/1.png none.png
+expect_error 3 "there is no file none.png; if that is the panorama's name, it belongs behind -o" "$video" none.png
+expect_error 3 "2 videos are named, and a run takes one: run tarnstitch once for each" "$video" "$video"
 
 echo "passed"

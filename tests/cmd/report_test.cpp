@@ -61,16 +61,35 @@ TEST(Report, SummaryBeginsWithTheFileAndCountsFramesByCodeName)
     written_files written;
     written.panorama = {"a.jpg", {640, 480}};
     written.uncropped = {640, 480};
-    EXPECT_EQ(summary_line(result, written, {2, std::nullopt}, 1.26),
-              "a.jpg: 640x480; 12 frames, 9 taken, 2 unreadable (3 wrong way, 9 normal); 1 key frame; 1.3 s");
+    EXPECT_EQ(summary_line(result, written, {2, std::nullopt}, {}, 1.26),
+              "a.jpg: 640x480; 12 frames, 9 taken, 2 unreadable (answers: 3 wrong way, 9 normal); 1 key frame; 1.3 s");
     written.uncropped = {700, 500};
     written.preview = {"b.png", {300, 200}};
     written.finished = {"c.jpg", {600, 400}};
-    EXPECT_EQ(summary_line(result, written, {0, 7}, 1.26),
-              "a.jpg: 640x480 of 700x500; 12 frames, 9 taken, 7 dropped (3 wrong way, 9 normal); 1 key frame; finished "
+    EXPECT_EQ(summary_line(result, written, {0, 7}, {}, 1.26),
+              "a.jpg: 640x480 of 700x500; 12 frames, 9 taken, 7 dropped (answers: 3 wrong way, 9 normal); 1 key frame; "
+              "finished "
               "600x400 in c.jpg; preview 300x200 in b.png; 1.3 s");
-    EXPECT_NE(summary_line(result, written_files(), {0, 0}, 1.0).find(", 0 dropped ("), std::string::npos);
-    EXPECT_EQ(summary_line(result, written_files(), {}, 1.0).find("no panorama; 12 frames"), 0U);
+    EXPECT_NE(summary_line(result, written_files(), {0, 0}, {}, 1.0).find(", 0 dropped (answers: "), std::string::npos);
+    EXPECT_EQ(summary_line(result, written_files(), {}, {}, 1.0).find("no panorama; 12 frames"), 0U);
+}
+
+TEST(Report, SummaryTellsWhatCameBehindABreakApart)
+{
+    sweep_result result;
+    result.frames = 12;
+    result.taken = 11;
+    result.by_code[tarn::code_normal] = 11;
+    result.by_code[tarn::code_pipeline_failed] = 1;
+    result.key_frames = 3;
+    std::vector<sweep_piece> pieces = {piece_of(result), piece_of(result), piece_of(result)};
+    pieces[1].taken_before = pieces[2].taken_before = 1;  // and come again
+    EXPECT_EQ(summary_line(result, {}, {}, pieces, 1.0),
+              "no panorama; up to the break 12 frames, 11 taken (answers: 11 normal, 1 pipeline failed); 3 key frames; "
+              "from there on 22 frames, 20 taken; 1.0 s");
+    pieces.resize(1);
+    EXPECT_EQ(summary_line(result, {}, {}, pieces, 1.0),
+              "no panorama; 12 frames, 11 taken (answers: 11 normal, 1 pipeline failed); 3 key frames; 1.0 s");
 }
 
 TEST(Report, FramesAreSaidToBeReducedWhereTheyAre)

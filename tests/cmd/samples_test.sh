@@ -15,7 +15,7 @@ check() {
 
   # The names' counts add up to the number of frames.
   line=$(tail -n 1 stderr)
-  [[ $line =~ ^"tarnstitch: $name-panorama.jpg: "([0-9x]+)"; $frames frames, "[0-9]+" taken ("([^\)]*)"); "[0-9]+" key frames; preview "([0-9x]+)" in "$name.png"; "[0-9.]+" s"$ ]] \
+  [[ $line =~ ^"tarnstitch: $name-panorama.jpg: "([0-9x]+)"; $frames frames, "[0-9]+" taken (answers: "([^\)]*)"); "[0-9]+" key frames; preview "([0-9x]+)" in "$name.png"; "[0-9.]+" s"$ ]] \
     || fail "summary of $name: $line"
   sum=$(tr ',' '\n' <<<"${BASH_REMATCH[2]}" | awk '{ sum += $1 } END { print sum }')
   expect_equal "frames by code of $name" "$frames" "$sum"
@@ -62,9 +62,13 @@ expect_against() {
 expect_against "$samples/parking_pan.mp4" --step 5 --direction left
 expect_against "$samples/river_pan.mp4" --step 5 --direction right --turn none
 
-# A sweep that rises leaves little to --crop, which is said.
+# A sweep that rises leaves little to --crop, which is said; one that does not loses a hem.
 run 0 "$samples/river_pan.mp4" --step 5 --crop -o cropped.png
-expect_said "cropped.png is cropped to "
-expect_said " % of the panorama, which has no larger rectangle without empty pixels"
+said=$(grep -F "cropped.png has no larger rectangle without empty pixels" stderr) || fail "nothing is said of the crop"
+[[ $said =~ "--crop takes "([0-9]+)" % of what the panorama shows" ]] || fail "no number: $said"
+((BASH_REMATCH[1] > 50 && BASH_REMATCH[1] < 100)) || fail "another number: $said"
+"$media" slide level%d.png 8 480 360 30 1
+run 0 level%d.png --crop -o cropped.png
+! grep -qF -- "--crop takes" stderr || fail "a word on a hem"
 
 echo "passed"

@@ -102,15 +102,19 @@ cv::Mat textured(const cv::Size& size, int seed)
     return picture;
 }
 
-/// slide PATTERN COUNT WIDTH HEIGHT STEP SEED: a window that moves to the right over a textured picture.
+/// slide PATTERN COUNT WIDTH HEIGHT STEP SEED [RISE]: a window that moves to the right over a textured picture, and
+/// up by RISE pixels a step.
 void slide(const arguments& given)
 {
     const int count = std::stoi(given.at(1));
     const cv::Size window(std::stoi(given.at(2)), std::stoi(given.at(3)));
     const int step = std::stoi(given.at(4));
-    const cv::Mat picture = textured({window.width + step * (count - 1), window.height}, std::stoi(given.at(5)));
+    const int rise = given.size() > 6 ? std::stoi(given.at(6)) : 0;
+    const cv::Mat picture =
+        textured({window.width + step * (count - 1), window.height + rise * (count - 1)}, std::stoi(given.at(5)));
     for (int index = 0; index < count; ++index) {
-        write_image(numbered(given.at(0), index + 1), picture(cv::Rect(cv::Point(index * step, 0), window)));
+        const cv::Point at(index * step, (count - 1 - index) * rise);
+        write_image(numbered(given.at(0), index + 1), picture(cv::Rect(at, window)));
     }
 }
 

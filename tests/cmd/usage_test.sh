@@ -62,6 +62,11 @@ hint="(see tarnstitch --help)"
 expect_error 2 "there is no INPUT: a video, a camera, or images $hint"
 expect_error 2 "an INPUT needs a name, and one is empty $hint" ""
 
+# A word that belongs to the flag before it would be taken for an input.
+for word in auto full none; do
+  wrong "--crop and its word are joined by \"=\": --crop=$word $hint" --crop $word
+done
+
 # Unknown options, and what may have been meant.
 wrong "there is no option --ouput; do you mean --output? $hint" --ouput a.jpg
 wrong "there is no option --out; do you mean --output? $hint" --out a.jpg
@@ -70,13 +75,13 @@ wrong "there is no option -x (in -qx) $hint" -qx
 # Values that are missing, also where another option stands in their place.
 wrong "-o needs a value: -o FILE $hint" -o
 wrong "--turn needs a value: auto, ccw, cw or none $hint" --turn --crop
-wrong "--crop needs a value: full or auto $hint" --crop=
+wrong "--crop needs a value: full, auto or none $hint" --crop=
 wrong "a value follows -o without \"=\": -o out.jpg $hint" -o=out.jpg
 wrong "-o needs a name: -o FILE $hint" -o ""
 
 # Too many values.
 wrong "--output is given more than once $hint" -o a.jpg --output b.jpg
-wrong "--crop is full or auto, not yes $hint" --crop=yes
+wrong "--crop is full, auto or none, not yes $hint" --crop=yes
 
 # Bad choices, bad times, bad numbers.
 wrong "--direction is right, left, up, down or none, not sideways $hint" --direction sideways

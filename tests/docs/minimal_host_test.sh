@@ -20,8 +20,9 @@ fi
 # A JPEG begins with these two bytes.
 [[ $(head -c 2 "$work/panorama.jpg" | od -An -tx1 | tr -d ' \n') == ffd8 ]]
 
-if "$program" "$work/no_such_video.mp4" "$work/other.jpg" 2>/dev/null; then
+if "$program" "$work/no_such_video.mp4" "$work/other.jpg" 2>"$work/said"; then
   echo "a missing input was accepted"
   exit 1
 fi
+grep -qE "cannot be (opened|read)" "$work/said" || { echo "a missing input is not named:"; cat "$work/said"; exit 1; }
 [[ ! -e $work/other.jpg && ! -e $work/other.jpg.work ]]

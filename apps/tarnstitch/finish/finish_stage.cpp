@@ -33,6 +33,39 @@ std::vector<stage_library::key_frame> key_frames_of(const key_frame_collector& c
     return result;
 }
 
+stage_library::crop cropping_of(finished_crop cut)
+{
+    switch (cut) {
+    case finished_crop::generous:
+        return stage_library::crop::automatic;
+    case finished_crop::none:
+        return stage_library::crop::none;
+    case finished_crop::full:
+        break;
+    }
+    return stage_library::crop::full;
+}
+
+bool is_missing(const stage_library::frame_report& frame)
+{
+    return frame.omitted == stage_library::left_out::unplaced || frame.omitted == stage_library::left_out::beyond;
+}
+
+/// What the crop has left of the key frames.
+crop_effect effect_of_crop(const stage_library::finishing_result& result)
+{
+    crop_effect effect;
+    for (const stage_library::frame_report& frame : result.frames) {
+        if (!is_missing(frame)) {
+            effect.parts_in_picture.push_back(frame.part_in_picture);
+        }
+    }
+    effect.lost = result.lost.part;
+    effect.lost_at_begin = result.lost.at_beginning;
+    effect.lost_at_end = result.lost.at_end;
+    return effect;
+}
+
 void describe(const stage_library::finishing_result& result, finished_picture& finished)
 {
     finished.motion = name_of(result.motion);
@@ -44,15 +77,13 @@ void describe(const stage_library::finishing_result& result, finished_picture& f
     finished.residual = result.residual;
     finished.placed_by_alignment = result.joined_by_alignment;
     finished.placed_by_live_motion = result.joined_by_live_motion;
-    const auto is_missing = [](const stage_library::frame_report& frame) {
-        return frame.omitted == stage_library::left_out::unplaced || frame.omitted == stage_library::left_out::beyond;
-    };
     for (const stage_library::frame_report& frame : result.frames) {
         finished.shown += frame.omitted == stage_library::left_out::no ? 1 : 0;
         if (is_missing(frame)) {
             finished.left_out.push_back(frame.number);
         }
     }
+    finished.cropped = effect_of_crop(result);
     finished.reaches_the_end = !is_missing(result.frames.front()) && !is_missing(result.frames.back());
     if (result.viewers.known) {
         finished.view = {result.viewers.projection_type, result.viewers.full_size, result.viewers.cropped_area,
@@ -81,7 +112,7 @@ finished_picture finish_sweep(const key_frame_collector& collected, const option
     finish_display display;
     const stop_kind before = stop_asked_for();
     stage_library::finishing_options options;
-    options.cropping = asked.generous_crop ? stage_library::crop::automatic : stage_library::crop::full;
+    options.cropping = cropping_of(asked.cut_of_finished);
     options.progress = [&display, before](stage_library::stage now, double part) {
         constexpr int stages = 6;
         display.show(name_of(now), static_cast<int>(now) + 1, stages, part);
@@ -140,6 +171,9 @@ bool shows_more_than_a_frame(const finished_picture& finished, cv::Size size, cv
 std::vector<std::string> notes_on(const finished_picture& finished)
 {
     std::vector<std::string> notes;
+    if (std::string line = sentence_on(judge_finished(finished.cropped), finished.cropped); !line.empty()) {
+        notes.push_back(std::move(line));
+    }
     if (finished.pieces > 1) {
         notes.push_back("the library was begun " + std::to_string(finished.pieces)
                         + " times, and the finished picture joins the pieces");

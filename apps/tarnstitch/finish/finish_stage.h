@@ -8,6 +8,7 @@
 
 #include <opencv2/core.hpp>
 
+#include "finished_verdict.h"
 #include "host_error.h"
 #include "key_frame_collector.h"
 #include "options.h"
@@ -39,6 +40,7 @@ struct finished_picture {
     int placed_by_alignment = 0;  ///< by their pixels, beginning at their live motion
     int placed_by_live_motion = 0;
     std::vector<int> left_out;  ///< numbers of the frames that nothing joins with the others
+    crop_effect cropped;
     double seconds = 0.0;
 };
 

@@ -17,7 +17,18 @@ struct sweep_piece {
     int taken = 0;
     code_counts by_code;
     int key_frames = 0;
+    int taken_before = 0;  ///< of its frames, those that the piece before has taken, which come first
 };
+
+/// What came behind the first piece, without the frames that had been taken before.
+struct later_pieces {
+    int pieces = 0;
+    int frames = 0;
+    int taken = 0;
+};
+
+/// @param pieces  of one sweep; none where there is none
+later_pieces behind_first(const std::vector<sweep_piece>& pieces);
 
 /// Of a sweep's outcome, pictures aside.
 sweep_piece piece_of(const sweep_result& result);

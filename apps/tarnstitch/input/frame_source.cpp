@@ -17,6 +17,7 @@
 #include "host_error.h"
 #include "image_files.h"
 #include "image_source.h"
+#include "input_mistakes.h"
 #include "output_file.h"
 #include "video_source.h"
 
@@ -106,7 +107,7 @@ std::unique_ptr<frame_source> open_one(const std::string& input, const std::vect
         fail("cannot read " + input + ": " + error.message());
     }
     if (fs::is_directory(status)) {
-        return open_all(images_in_directory(input), left_out, max_pixels, "there are no images in " + input);
+        return open_all(images_in_directory(input), left_out, max_pixels, no_images_in(input));
     }
     if (fs::exists(status)) {
         return open_file(input, max_pixels);
@@ -143,16 +144,16 @@ std::unique_ptr<frame_source> open_frame_source(const std::vector<std::string>& 
     if (inputs.size() == 1) {
         return open_one(inputs.front(), left_out, max_pixels);
     }
+    std::error_code error;
     for (const std::string& input : inputs) {
-        std::error_code error;
-        const fs::file_status status = fs::status(input, error);
-        if (!fs::exists(status)) {
-            fail("there is no file " + input);
+        if (!fs::exists(fs::status(input, error))) {
+            fail(missing_among(inputs, input));
         }
+    }
+    for (const std::string& input : inputs) {
         check_readable(input);
-        if (fs::is_directory(status) || !is_image(input)) {
-            fail("of several inputs each must be an image, and " + input
-                 + " is none; the panorama's name belongs behind -o");
+        if (fs::is_directory(input, error) || !is_image(input)) {
+            fail(not_together(inputs, input));
         }
     }
     std::vector<std::string> files = inputs;

@@ -4,8 +4,10 @@
 #include "command_line.h"
 
 #include <algorithm>
+#include <filesystem>
 #include <numeric>
 #include <sstream>
+#include <system_error>
 
 namespace tarn::host {
 
@@ -79,6 +81,9 @@ public:
             const bool is_option =
                 argument.size() > 1 && argument[0] == '-' && (argument[1] < '0' || argument[1] > '9');
             if (!options_go_on || !is_option) {
+                if (options_go_on && place_ > 0) {
+                    complain_of_gap(arguments_[place_ - 1], argument);
+                }
                 options.push_back({&*inputs, "", argument});
             } else if (argument == "--") {
                 options_go_on = false;
@@ -104,6 +109,20 @@ private:
         complain(
             name + " needs a value: "
             + (row.kind == value_kind::words || row.value[0] == '\0' ? listed(row.choices) : name + " " + row.value));
+    }
+
+    /// Of a word that belongs to the flag before it, and would be taken for an input: "--crop auto".
+    void complain_of_gap(const std::string& flag, const std::string& word)
+    {
+        const option_row* const row = row_named(flag);
+        if (row == nullptr || takes_value(*row)) {
+            return;
+        }
+        const std::string words = " " + std::string(row->choices) + " ";
+        std::error_code error;
+        if (words.find(" " + word + " ") != std::string::npos && !std::filesystem::exists(word, error)) {
+            complain(flag + " and its word are joined by \"=\": " + flag + "=" + word);
+        }
     }
 
     void take_long(const std::string& argument)

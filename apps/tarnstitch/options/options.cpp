@@ -101,11 +101,14 @@ void read_word(const option_row& row, const std::string& name, const std::string
 /// A flag that may say how, behind a "=".
 void read_crop(const option_row& row, const std::string& name, const std::string& text, options& into)
 {
-    if (!text.empty() && text != "full" && text != "auto") {
+    if (text == "none") {
+        into.cut_of_finished = finished_crop::none;
+    } else if (text == "auto") {
+        into.cut_of_finished = finished_crop::generous;
+    } else if (!text.empty() && text != "full") {
         fail(name + " is " + listed(row.choices) + ", not " + text);
     }
-    into.crop = true;
-    into.generous_crop = text == "auto";
+    into.crop = text != "none";
 }
 
 void read_input(const option_row&, const std::string&, const std::string& text, options& into)
@@ -172,10 +175,11 @@ const std::vector<option_row>& option_table()
          read_path<&options::output>},
         {outputs, "--quality", "N", value_kind::text, "", "quality of a JPEG panorama, 1 to 100 (default: 95)",
          read_number<&options::quality, 1, most_quality>},
-        {outputs, "--crop", "", value_kind::none, "full auto",
+        {outputs, "--crop", "", value_kind::none, "full auto none",
          "cut the panorama to the largest upright rectangle without empty\n"
-         "(wholly black) pixels. The finished picture is always cut so; with\n"
-         "--crop=auto it may take in thin empty corners, which are filled",
+         "(wholly black) pixels. The finished picture is cut so in any case, but\n"
+         "with --crop=auto it may take in thin empty corners, which are filled,\n"
+         "and with --crop=none neither is cut",
          read_crop},
         {outputs, "--finish", "", value_kind::none, "",
          "write the finished picture as well: one projection, one brightness, a\n"

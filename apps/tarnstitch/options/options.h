@@ -13,21 +13,28 @@
 
 namespace tarn::host {
 
+/// To what the finished picture is cut.
+enum class finished_crop {
+    full,      ///< a rectangle without empty pixels
+    generous,  ///< one that may take in thin empty corners
+    none,      ///< nothing: all that was seen
+};
+
 /// What the command line asks for.
 struct options {
     std::vector<std::string> inputs;
     frame_selection selection;
     int max_pixels = 100'000'000;  ///< that a picture of the input may have
 
-    std::string output;          ///< "" for the name made from the input's
-    int quality = 0;             ///< of a JPEG panorama, 1 to 100; 0 for the library's own
-    bool crop = false;           ///< cut the panorama to the largest rectangle without empty pixels
-    bool finish = false;         ///< make the finished picture as well
-    bool generous_crop = false;  ///< which may take in thin empty corners
-    std::string preview;         ///< "" for none
-    std::string frames;          ///< the file that tells of each frame; "" for none
-    std::string report;          ///< the page that tells of the sweep; "" for none
-    std::string keep_work;       ///< the directory for the working files; "" for none
+    std::string output;   ///< "" for the name made from the input's
+    int quality = 0;      ///< of a JPEG panorama, 1 to 100; 0 for the library's own
+    bool crop = false;    ///< cut the panorama to the largest rectangle without empty pixels
+    bool finish = false;  ///< make the finished picture as well
+    finished_crop cut_of_finished = finished_crop::full;
+    std::string preview;    ///< "" for none
+    std::string frames;     ///< the file that tells of each frame; "" for none
+    std::string report;     ///< the page that tells of the sweep; "" for none
+    std::string keep_work;  ///< the directory for the working files; "" for none
     bool json_summary = false;
     bool skip_done = false;  ///< nothing is done where an earlier run has done the same
     std::string log;         ///< the file for the library's log lines; "" for none

@@ -4,7 +4,7 @@
 #include "panorama_files.h"
 
 #include <algorithm>
-#include <cstdint>
+#include <cmath>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -85,6 +85,23 @@ bool write_noting(const std::string& path, std::vector<unsigned char> bytes, con
         written.errors.emplace_back(error.what());
         return false;
     }
+}
+
+/// That --crop takes much of what a panorama shows; "" while it does not.
+/// @param kept  px
+std::string note_on_crop(const std::string& name, const cv::Mat& panorama, int kept)
+{
+    constexpr double noticed = 0.25;
+    constexpr double percent = 100.0;
+    cv::Mat empty;
+    cv::inRange(panorama, cv::Scalar(0, 0, 0), cv::Scalar(0, 0, 0), empty);
+    const auto shown = static_cast<double>(panorama.total()) - cv::countNonZero(empty);
+    const double lost = 1.0 - kept / shown;
+    if (lost <= noticed) {
+        return "";
+    }
+    return "--crop takes " + std::to_string(std::lround(percent * lost)) + " % of what the panorama shows, since "
+           + name + " has no larger rectangle without empty pixels";
 }
 
 }  // namespace
@@ -178,13 +195,8 @@ void panorama_files::write_panorama(const sweep_result& result, bool whole, fram
         if (best.empty()) {
             written.warnings.push_back(name + " is not cropped: all of it is empty");
         } else {
-            constexpr int percent = 100;
-            constexpr int surprisingly_few = 25;
-            const auto kept = static_cast<int>(std::int64_t{percent} * best.area() / image.size().area());
-            if (kept < surprisingly_few) {
-                written.warnings.push_back(name + " is cropped to " + std::to_string(kept)
-                                           + " % of the panorama, which has no larger rectangle without "
-                                             "empty pixels");
+            if (const std::string line = note_on_crop(name, image, best.area()); !line.empty()) {
+                written.warnings.push_back(line);
             }
             image = image(best);
         }

@@ -101,8 +101,17 @@ ordered_json finished_as_json(const run_summary& summary)
     object["residual_percent"] = finished.residual < 0.0 ? ordered_json() : ordered_json(finished.residual);
     object["viewer_tags"] = !finished.view.projection.empty();
     object["pieces"] = finished.pieces;
+    const finished_verdict judged = judge_finished(finished.cropped);
+    constexpr double digits = 1000.0;
+    object["grade"] = key_of(judged.how_good);
+    object["cut_off"] = {{"part", std::round(finished.cropped.lost * digits) / digits},
+                         {"at_begin", std::round(finished.cropped.lost_at_begin * digits) / digits},
+                         {"at_end", std::round(finished.cropped.lost_at_end * digits) / digits}};
     object["key_frames"] = {{"given", finished.key_frames},
                             {"shown", finished.shown},
+                            {"in_picture", judged.in_picture},
+                            {"lost_at_begin", judged.lost_at_begin},
+                            {"lost_at_end", judged.lost_at_end},
                             {"placed_by_alignment", finished.placed_by_alignment},
                             {"placed_by_live_motion", finished.placed_by_live_motion},
                             {"left_out", finished.left_out}};

@@ -34,7 +34,8 @@ const char* words_for(exit_code code)
 
 run_verdict verdict_of(const run_summary& summary)
 {
-    const std::string line = summary_line(summary.result, summary.written, summary.lost, summary.seconds);
+    const std::string line =
+        summary_line(summary.result, summary.written, summary.lost, summary.pieces, summary.seconds);
     run_verdict verdict;
     verdict.outcome = words_for(summary.code);
     verdict.is_good = summary.code == exit_code::done;

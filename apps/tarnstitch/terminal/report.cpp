@@ -182,21 +182,23 @@ std::string note_on_size(int side)
 }
 
 std::string summary_line(const sweep_result& result, const written_files& written, const lost_frames& lost,
-                         double seconds)
+                         const std::vector<sweep_piece>& pieces, double seconds)
 {
     std::string line = "no panorama";
     if (!written.panorama.file.empty()) {
         line = written.panorama.file + ": " + shown(written.panorama.size);
         line += written.uncropped != written.panorama.size ? " of " + shown(written.uncropped) : "";
     }
-    line += "; " + counted(result.frames, "frame", "frames") + ", " + std::to_string(result.taken) + " taken";
+    const later_pieces later = behind_first(pieces);
+    line += later.pieces > 0 ? "; up to the break " : "; ";
+    line += counted(result.frames, "frame", "frames") + ", " + std::to_string(result.taken) + " taken";
     if (lost.unreadable > 0) {
         line += ", " + std::to_string(lost.unreadable) + " unreadable";
     }
     if (lost.dropped) {
         line += ", " + std::to_string(*lost.dropped) + " dropped";
     }
-    const char* separator = " (";
+    const char* separator = result.frames > 1 ? " (answers: " : " (answer: ";
     for (int code = highest_code; code >= lowest_code; --code) {
         const auto met = static_cast<answer_code>(code);
         if (result.by_code[met] > 0) {
@@ -205,6 +207,10 @@ std::string summary_line(const sweep_result& result, const written_files& writte
         }
     }
     line += (result.frames > 0 ? "); " : "; ") + counted(result.key_frames, "key frame", "key frames");
+    if (later.pieces > 0) {
+        line += "; from there on " + counted(later.frames, "frame", "frames") + ", " + std::to_string(later.taken)
+                + " taken";
+    }
     if (!written.finished.file.empty()) {
         line += "; finished " + shown(written.finished.size) + " in " + written.finished.file;
     }

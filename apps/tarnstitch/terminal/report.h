@@ -11,6 +11,7 @@
 #include "panorama_files.h"
 #include "panorama_verdict.h"
 #include "sweep.h"
+#include "sweep_pieces.h"
 
 namespace tarn::host {
 
@@ -58,8 +59,10 @@ struct lost_frames {
     std::optional<int> dropped = std::nullopt;  ///< because the library was busy; nothing where none can be
 };
 
-/// One line on a sweep: the panorama and its size, frames by code, key frames, the other pictures, time.
+/// One line on a sweep: the panorama and its size, frames taken, answers by code, key frames, what came behind a break
+/// for the finished picture, the other pictures, time.
+/// @param pieces  of the sweep; the first is the one that `result` is of
 std::string summary_line(const sweep_result& result, const written_files& written, const lost_frames& lost,
-                         double seconds);
+                         const std::vector<sweep_piece>& pieces, double seconds);
 
 }  // namespace tarn::host
