@@ -262,24 +262,6 @@ describe('with a camera', () => {
     await page.close();
   });
 
-  it('sweeps twenty times with flat memory', async () => {
-    const page = await open(chromium.browser, server.address);
-    const used = [];
-    for (let sweep = 0; sweep < 20; ++sweep) {
-      // The first is the longest: how much the others need at most depends on the moments at which workers meet.
-      await sweepOnce(page, sweep === 0 ? 7 : 2);
-      used.push(await page.evaluate(async () => {
-        const { memoryInUse } = await import('./tarnstitch/index.js');
-        return memoryInUse();
-      }));
-      await page.click('#again');
-    }
-    console.log(`# MB after each sweep: ${used.map((bytes) => Math.round(bytes / 1048576)).join(' ')}`);
-    // It grows by a fifth at a time, once perhaps as it gets fragmented. A frame lost in each sweep would be more.
-    assert.ok(used.at(-1) <= used[0] * 1.3, used.join(' '));
-    await page.close();
-  });
-
   it('can be installed, and works without a network after the first visit', async () => {
     const page = await open(chromium.browser, server.address);
     await page.evaluate(() => navigator.serviceWorker.ready.then(() => undefined));
