@@ -76,7 +76,8 @@ TEST(FinishedVerdict, LengthThatIsMissingAtTheEndsCountsToo)
     effect.lost_at_end = 0.09;
     effect.lost = 0.3;
     EXPECT_EQ(judge_finished(effect).how_good, grade::flawed);
-    EXPECT_EQ(sentence_on(judge_finished(effect), effect),
-              "the finished picture lacks much of the sweep's ends: 12 % of its length at the beginning and 9 % at the end "
-              "are cut off, and 30 % of what was seen; --crop=none keeps it, with empty corners");
+    EXPECT_EQ(
+        sentence_on(judge_finished(effect), effect),
+        "the finished picture lacks much of the sweep's ends: 12 % of its length at the beginning and 9 % at the end "
+        "are cut off, and 30 % of what was seen; --crop=none keeps it, with empty corners");
 }
