@@ -94,9 +94,8 @@ std::string remedy_for(const verdict& judged, const verdict_context& context)
         return one == fault::stretched || one == fault::sheared || one == fault::mostly_empty;
     });
     if (context.finished_is_good.value_or(false)) {
-        return judged.how_good == grade::nothing
-                   ? "the finished picture shows more"
-                   : "the finished picture is made anew, without this";
+        return judged.how_good == grade::nothing ? "the finished picture shows more"
+                                                 : "the finished picture is made anew, without this";
     }
     if (is_about_shape && context.finishing_can_be_asked_for && judged.how_good != grade::nothing) {
         return judged.numbers.path == camera_path::turning

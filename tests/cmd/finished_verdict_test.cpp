@@ -59,7 +59,7 @@ TEST(FinishedVerdict, SentenceHasTheNumbersAndWhatKeepsAll)
     EXPECT_EQ(
         said_of("-xxxx---"),
         "the finished picture lacks both ends of the sweep: the first one and the last 3 of 8 key frames lie outside "
-        "its rectangle by more than half, and 50 % of what all of them show is cut off; --crop=none keeps it, with "
+        "its rectangle by more than half, and 50 % of what was seen is cut off; --crop=none keeps it, with "
         "empty corners");
     EXPECT_NE(said_of("xxxx---").find("lacks an end of the sweep: the last 3 of 7 key frames lie"), std::string::npos);
     EXPECT_NE(said_of("xx---xx").find("lacks a part of the sweep: 3 of 7 key frames lie"), std::string::npos);
@@ -76,7 +76,8 @@ TEST(FinishedVerdict, LengthThatIsMissingAtTheEndsCountsToo)
     effect.lost_at_end = 0.09;
     effect.lost = 0.3;
     EXPECT_EQ(judge_finished(effect).how_good, grade::flawed);
-    EXPECT_EQ(sentence_on(judge_finished(effect), effect),
-              "the finished picture lacks much of the sweep's ends: 12 % of its length at the beginning and 9 % at the end "
-              "are cut off, and 30 % of what was seen; --crop=none keeps it, with empty corners");
+    EXPECT_EQ(
+        sentence_on(judge_finished(effect), effect),
+        "the finished picture lacks much of the sweep's ends: 12 % of its length at the beginning and 9 % at the end "
+        "are cut off, and 30 % of what was seen; --crop=none keeps it, with empty corners");
 }
