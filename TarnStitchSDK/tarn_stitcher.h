@@ -87,8 +87,8 @@ public:
     std::vector<float> last_scales = std::vector<float>(4, 1.0f);   ///< side ratios of the last measured frame
     std::string last_stitch_image_path;                             ///< unused
     stitch_data last_check_data;                                    ///< the tracking reference
-    std::string big_stitch_image_path;  ///< path of the panorama; "" until it is written
-    std::string test_image_path;        ///< unused; the host reads the global of the same name
+    std::string big_stitch_image_path;                              ///< path of the panorama; "" until it is written
+    std::string test_image_path;  ///< unused; the host reads the global of the same name
 
     /// Starts a new sweep in the directory `input_path` (with a trailing "/"; "" for none): resets everything
     /// that workers share, so that workers of an earlier sweep end without trace, and empties the directory if

@@ -49,7 +49,7 @@ bool has_video_ending(const std::string& name)
 
 std::string no_images_in(const std::string& directory)
 {
-    const std::string line = "there are no images in " + directory;
+    std::string line = "there are no images in " + directory;
     const std::vector<std::string> videos = videos_in(directory);
     if (videos.empty()) {
         return line;
@@ -62,7 +62,7 @@ std::string no_images_in(const std::string& directory)
 
 std::string missing_among(const std::vector<std::string>& inputs, const std::string& missing)
 {
-    const std::string line = "there is no file " + missing;
+    std::string line = "there is no file " + missing;
     return missing == inputs.back() && has_image_ending(missing)
                ? line + "; if that is the panorama's name, it belongs behind -o"
                : line;
