@@ -448,6 +448,15 @@ async function renew() {
   }
 }
 
+// Keeps the page for visits without a network. What that takes of the processors would cost a sweep frames: it waits
+// until there is none.
+async function keepForOffline() {
+  do {
+    await new Promise((resolve) => setTimeout(resolve, 2000));
+  } while (isBusy());
+  await navigator.serviceWorker?.register('sw.js');
+}
+
 renew().catch(() => {});
 preload()
   .then(
@@ -458,5 +467,5 @@ preload()
     (error) => showTrouble(error.problem === 'unsupported' ? 'vectors' : 'module'),
   )
   // Not before: a page that gets its service worker while its own worker is loaded loses that one in Firefox.
-  .then(() => navigator.serviceWorker?.register('sw.js'))
+  .then(keepForOffline)
   .catch(() => {});
