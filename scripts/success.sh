@@ -4,11 +4,12 @@
 # The table of success (docs/success.md): who makes a whole panorama of which sweep, TarnStitch, OpenCV's stitcher or
 # Hugin. Builds tarnstitch after installing what is missing, renders the sweeps, runs all, and writes the page of
 # thumbnails out/success/index.html. What is there from an earlier run is kept; --again makes it anew.
-# usage: success.sh [--data DIR]... [--only NAME]... [--again | --kept] [--without-hugin] [--limit SECONDS]
+# usage: success.sh [--data DIR]... [--only NAME]... [--again | --kept] [--ours] [--without-hugin] [--limit SECONDS]
 #                   [--write]
 #   --data DIR       a folder with further photographs and clips, by the names that benchmarks/success/sweeps.py has
 #   --only NAME      that sweep; with --write the other rows of the table stay
 #   --kept           makes nothing, tells what is there
+#   --ours           makes anew what TarnStitch makes; what others made stays as it is in the table
 #   --without-hugin  which takes longer than all others together
 #   --write          puts the table into docs/success.md and benchmarks/success/table.json, the thumbnails into
 #                    docs/images/success.jpg

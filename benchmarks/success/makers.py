@@ -74,7 +74,7 @@ class Limited:
 
 
 def tarnstitch(program, inputs, folder, limit):
-    """The live panorama, as a camera's one try gives it, and the finished picture, as the program makes it."""
+    """The live panorama, as a camera's one try gives it, and the finished picture, cut to a rectangle and not."""
     runner = Limited(limit)
     frames = folder / "frames.csv"
     common = [program, *inputs, "--json", "--quiet"]
@@ -92,8 +92,11 @@ def tarnstitch(program, inputs, folder, limit):
     more_frames = folder / "frames-of-finished.csv"
     runner.run([*common, "--finish", "-o", folder / "second.jpg", "--frames", more_frames])
     finished = Made(picture_of(folder, "second-finished"), runner.used, runner.remark)
+    runner = Limited(limit)
+    runner.run([*common, "--finish", "--crop=none", "-o", folder / "third.jpg"])
+    uncut = Made(picture_of(folder, "third-finished"), runner.used, runner.remark)
     # Where the live try broke, the program goes on: the others are given what it had then.
-    return live, finished, max(key_frames_of(frames), key_frames_of(more_frames), key=lambda numbers: numbers[-1:])
+    return live, finished, uncut, max(key_frames_of(frames), key_frames_of(more_frames), key=lambda numbers: numbers[-1:])
 
 
 def picture_of(folder, stem):

@@ -12,6 +12,7 @@ THUMBNAIL = (300, 110)  # at most
 HEADINGS = {
     "live": "live panorama",
     "finished": "finished",
+    "uncut": "finished, not cut",
     "PANORAMA": "OpenCV PANORAMA",
     "SCANS": "OpenCV SCANS",
     "Hugin": "Hugin",

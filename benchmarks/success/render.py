@@ -197,12 +197,16 @@ def render(recipe, photo, path: pathlib.Path):
     return truth
 
 
+def read_truth(path):
+    """From a rendered video's ground truth, by frame: from its pixels to those of the photograph, and its gain."""
+    rows = [[float(value) for value in line.split(",")] for line in path.read_text().splitlines()[1:]]
+    return [np.array(row[1:10]).reshape(3, 3) for row in rows], [row[10] for row in rows]
+
+
 def arcade(samples: pathlib.Path):
     """The one photograph that comes with the repository: the arcade that hall_slide.mp4 goes along, put together by its
     ground truth."""
-    rows = [line.split(",") for line in (samples / "hall_slide.gt.csv").read_text().splitlines()[1:]]
-    truth = [np.array([float(value) for value in row[1:10]]).reshape(3, 3) for row in rows]
-    gains = [float(row[10]) for row in rows]
+    truth, gains = read_truth(samples / "hall_slide.gt.csv")
     video = cv2.VideoCapture(str(samples / "hall_slide.mp4"))
     frames = []
     while True:

@@ -2,12 +2,12 @@
 """The table of success: who makes a whole panorama of which sweep.
 
     success.py --program TARNSTITCH --samples DIR --out DIR [--data DIR]... [--only NAME]... [--limit SECONDS]
-               [--again | --kept] [--table FILE.json] [--document FILE.md] [--sheet FILE.jpg]
+               [--again | --kept] [--ours] [--table FILE.json] [--document FILE.md] [--sheet FILE.jpg]
     success.py --program TARNSTITCH --samples DIR --out DIR --check FILE.json
 
 Each sweep's answers are kept in the folder of its name, and not made again without --again. --check makes the few
 sweeps that are short, of the repository's own material, and fails where one ends otherwise than the table says. With
---only, the rows of other sweeps stay as they are in the table.
+--only, the rows of other sweeps stay as they are in the table; with --ours, what others than TarnStitch made.
 """
 
 import argparse
@@ -26,11 +26,11 @@ import cv2
 import makers
 import pages
 from judge import LOOKED_FOR, Judge
-from render import arcade, beyond, render
+from render import arcade, beyond, read_truth, render
 from sweeps import SWEEPS
 
 cv2.setNumThreads(1)
-BY = ("live", "finished", "PANORAMA", "SCANS", "Hugin")
+BY = ("live", "finished", "uncut", "PANORAMA", "SCANS", "Hugin")
 
 
 def options():
@@ -43,6 +43,7 @@ def options():
     parser.add_argument("--limit", type=float, default=60, help="seconds of a processor for each picture")
     parser.add_argument("--without-hugin", action="store_true", help="which takes longer than all others together")
     parser.add_argument("--again", action="store_true", help="make what is there already, too")
+    parser.add_argument("--ours", action="store_true", help="make anew what TarnStitch makes, keep the others' pictures")
     parser.add_argument("--kept", action="store_true", help="make nothing, tell what is there")
     parser.add_argument("--table", type=pathlib.Path, help="writes the table as JSON")
     parser.add_argument("--document", type=pathlib.Path, help="puts the table into a document, between its marks")
@@ -64,7 +65,10 @@ def material(sweep, asked, folder):
     """The sweep's files and its truth, which is None of what was filmed; None where something is missing."""
     if sweep.recipe is None:
         names = found(sweep.source, [asked.samples, *asked.data])
-        return (contained(names, folder), None) if names else None
+        if not names:
+            return None
+        beside = names[0].with_suffix(".gt.csv")
+        return contained(names, folder), read_truth(beside)[0] if beside.exists() else None
     if sweep.recipe.photo == "arcade":
         photo = the_arcade(asked.samples)
     else:
@@ -108,8 +112,10 @@ def evenly(count, chosen=LOOKED_FOR):
 
 
 def made_by_all(asked, files, folder, rivals):
-    live, finished, key_frames = makers.tarnstitch(asked.program, files, folder, asked.limit)
-    result = {"live": live, "finished": finished}
+    live, finished, uncut, key_frames = makers.tarnstitch(asked.program, files, folder, asked.limit)
+    result = {"live": live, "finished": finished, "uncut": uncut}
+    if not rivals:
+        return result
     count = read_frames(files, [])[1]
     if len(files) > 1:
         key_frames = list(range(count))
@@ -141,20 +147,22 @@ def comes_with_the_repository(sweep, asked):
     return sweep.recipe.photo == "arcade" if sweep.recipe else (asked.samples / sweep.source).is_file()
 
 
-def run(sweep, asked, rivals):
-    """The row of one sweep; None where its material is missing."""
+def run(sweep, asked, rivals, earlier=None):
+    """The row of one sweep, with what others made by an earlier row; None where its material is missing."""
     folder = asked.out / sweep.name
     kept = folder / "row.json"
-    if kept.exists() and not asked.again:
+    if kept.exists() and not asked.again and not asked.ours:
         return json.loads(kept.read_text())
     if asked.kept:
         return None
-    shutil.rmtree(folder, ignore_errors=True)
-    folder.mkdir(parents=True)
+    if earlier is None:
+        shutil.rmtree(folder, ignore_errors=True)
+    folder.mkdir(parents=True, exist_ok=True)
     begun = time.monotonic()
     given = material(sweep, asked, folder)
     if given is None:
-        folder.rmdir()
+        if not kept.exists():
+            folder.rmdir()
         return None
     files, truth = given
     made = made_by_all(asked, files, folder, rivals)
@@ -171,7 +179,7 @@ def run(sweep, asked, rivals):
         "size": [width, height],
         "frames": count,
         "live": made["live"].answers,
-        "by": {},
+        "by": dict(earlier["by"]) if earlier else {},
     }
     shown = [frames[number] for number in (numbers[0], numbers[len(numbers) // 2], numbers[-1])]
     pages.write_thumbnail(shown, folder / "frames.jpg")
@@ -187,8 +195,9 @@ def run(sweep, asked, rivals):
         if picture is not None:
             pages.write_thumbnail([picture], folder / f"{name}.jpg")
     for name in folder.iterdir():
-        if name.suffix in (".png", ".mp4", ".avi", ".pto", ".csv") or name.name.startswith(("panorama", "second")):
+        if name.suffix in (".png", ".mp4", ".avi", ".pto", ".csv") or name.name.startswith(("panorama", "second", "third")):
             name.unlink()
+    row["by"] = {name: row["by"][name] for name in BY if name in row["by"]}
     kept.write_text(json.dumps(row, indent=1) + "\n")
     words = ", ".join(f"{name} {one['word']}" for name, one in row["by"].items())
     print(f"{sweep.name}: {words}; {time.monotonic() - begun:.0f} s", flush=True)
@@ -225,12 +234,13 @@ def main():
     rivals = ["PANORAMA", "SCANS"] + (["Hugin"] if makers.has_hugin() and not asked.without_hugin else [])
     rows = []
     missing = []
-    others = rows_of_table(asked.table) if asked.only else {}
+    others = rows_of_table(asked.table) if asked.only or asked.ours else {}
     for sweep in SWEEPS:
         if asked.only and sweep.name not in asked.only:
             rows += [others[sweep.name]] if sweep.name in others else []
             continue
-        row = run(sweep, asked, rivals)
+        earlier = others.get(sweep.name) if asked.ours else None
+        row = run(sweep, asked, () if earlier else rivals, earlier)
         if row is None:
             missing.append(sweep.name)
         else:
