@@ -17,6 +17,7 @@
 
 #include <opencv2/core/utility.hpp>
 
+#include "allocation.h"
 #include "conclusion.h"
 #include "finish_stage.h"
 #include "frame_source.h"
@@ -240,6 +241,7 @@ void run_apart(const options& asked, input_identities& identities, run_summary& 
 exit_code stitch(const options& given)
 {
     const clock::time_point begun = clock::now();
+    keep_freed_blocks();
     const options asked = with_numbers(given);
     cv::setNumThreads(asked.threads);
     silence_media_logs();
