@@ -79,8 +79,8 @@ int write_images(const std::string& path, const fs::path& directory)
     cv::VideoCapture video(path);
     cv::Mat frame;
     for (int i = 0; video.read(frame); ++i) {
-        char name[] = "frame0000.png";
-        std::snprintf(name, sizeof name, "frame%04d.png", i % 10000);
+        char name[24];  // for any number
+        std::snprintf(name, sizeof name, "frame%04d.png", i);
         if (i % 2 == 0 && !cv::imwrite((directory / name).string(), frame)) {
             return EXIT_FAILURE;
         }
