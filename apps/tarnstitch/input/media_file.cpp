@@ -307,12 +307,16 @@ std::optional<int> media_file::seek(std::int64_t time)
 {
     constexpr int most_tries = 8;  // a key picture is decoded before it is shown, by a few pictures
     std::int64_t from = time;
+    const int listed = avformat_index_get_entries_count(stream_);
     for (int i = 0; has_list_of_pictures() && i < most_tries; ++i) {
         media_handle<AVPacket> packet(made(av_packet_alloc()));
         put_back_.clear();
         if (av_seek_frame(context_.get(), stream_->index, from, AVSEEK_FLAG_BACKWARD) < 0 || !read(*packet)
             || packet->pts == AV_NOPTS_VALUE || (packet->flags & AV_PKT_FLAG_KEY) == 0) {
             return std::nullopt;
+        }
+        if (avformat_index_get_entries_count(stream_) != listed) {
+            return std::nullopt;  // it grows with the fragments that are met: not all that lies before is in it
         }
         if (packet->pts > time) {
             from = packet->dts - 1;

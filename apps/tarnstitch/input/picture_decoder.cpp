@@ -59,8 +59,9 @@ bool picture_decoder::is_shown(const AVPacket& packet) const
 
 bool picture_decoder::counts_by_packets() const
 {
-    static constexpr std::array codecs = {AV_CODEC_ID_H264, AV_CODEC_ID_HEVC,  AV_CODEC_ID_VP8,    AV_CODEC_ID_VP9,
-                                          AV_CODEC_ID_AV1,  AV_CODEC_ID_MJPEG, AV_CODEC_ID_DVVIDEO};
+    static constexpr std::array codecs = {AV_CODEC_ID_H264,    AV_CODEC_ID_HEVC,   AV_CODEC_ID_VP8,
+                                          AV_CODEC_ID_VP9,     AV_CODEC_ID_AV1,    AV_CODEC_ID_MJPEG,
+                                          AV_CODEC_ID_DVVIDEO, AV_CODEC_ID_PRORES, AV_CODEC_ID_DNXHD};
     // An interlaced picture may come in two packets, one for each half.
     return std::find(codecs.begin(), codecs.end(), context_->codec_id) != codecs.end()
            && (context_->field_order == AV_FIELD_UNKNOWN || context_->field_order == AV_FIELD_PROGRESSIVE);

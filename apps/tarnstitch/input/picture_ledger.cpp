@@ -67,6 +67,8 @@ picture_ledger::entry picture_ledger::take(std::int64_t serial, bool key)
     } else if (last_trouble_ >= 0) {
         number_ += absent;
         missing_ += absent;
+    } else {
+        uncounted_ += absent;
     }
     number_ += repeats + 1;
     if (key && serial > last_trouble_) {
@@ -92,6 +94,7 @@ void picture_ledger::resume(int before)
 {
     finish();
     missing_ = 0;
+    uncounted_ = 0;
     repeats_at_end_ = 0;
     last_trouble_ = -1;
     last_decoded_ = no_time;

@@ -64,6 +64,13 @@ public:
         return missing_;
     }
 
+    /// Pictures that were entered and neither came nor are missing, so that none of the others' numbers counts them: those
+    /// at a file's beginning that need others before it.
+    int uncounted() const
+    {
+        return uncounted_;
+    }
+
     /// Repeats behind the last picture, once finished.
     int repeats_at_end() const
     {
@@ -97,6 +104,7 @@ private:
     int number_ = 0;
     int entered_ = 0;
     int missing_ = 0;
+    int uncounted_ = 0;
     int repeats_at_end_ = 0;
     bool resuming_ = false;
 };

@@ -57,24 +57,30 @@ public:
             return;
         }
         is_ahead_ = true;
-        const picture_ledger::entry begin = decoder_->place();
-        if (begin.time == picture_ledger::no_time || !decoder_->counts_by_packets()) {
+        const std::int64_t begin = decoder_->place().time;
+        if (begin == picture_ledger::no_time || !decoder_->counts_by_packets()) {
             return;
         }
+        const bool begins_with_key = is_key(decoder_->picture());
         constexpr double furthest = 1e9;  // s, beyond all recordings
         const auto target =
-            begin.time + static_cast<std::int64_t>(std::min(seconds, furthest) / av_q2d(file_->stream().time_base));
-        if (const std::optional<int> before = file_->seek(target)) {
-            decoder_->resume(*before);
-        } else if (!skip_by_reading(target)) {
+            begin + static_cast<std::int64_t>(std::min(seconds, furthest) / av_q2d(file_->stream().time_base));
+        const bool is_there = go_to_key_picture();
+        const std::int64_t key = decoder_->place().time;
+        const int not_shown = is_there ? decoder_->ledger().uncounted() + leading_pictures(key) : 0;
+        const bool is_cut = !begins_with_key || not_shown > 0;
+        if (const std::optional<int> before = is_there ? file_->seek(target) : std::nullopt) {
+            decoder_->resume(std::max(0, *before - not_shown));
+        } else if (!is_there || !skip_by_reading(target, not_shown)) {
+            begin_anew();
             return;
         }
-        // Behind a key picture that is damaged there may be none, though there are from the beginning.
-        if (decoder_->next(*file_) && is_key(decoder_->picture())) {
+        // Behind a key picture that is damaged there may be none, though there are from the beginning. And at the first
+        // one of a recording that was cut, what is not shown would be counted.
+        if (decoder_->next(*file_) && is_key(decoder_->picture()) && (!is_cut || decoder_->place().time > key)) {
             take_place();
         } else {
-            open_anew();
-            is_ahead_ = advance(first);
+            begin_anew();
         }
     }
 
@@ -109,14 +115,55 @@ public:
     }
 
 private:
+    /// Goes on to the first key picture. Recordings that were cut begin with pictures that need others before them.
+    /// @returns false when there is none for long
+    bool go_to_key_picture()
+    {
+        constexpr int most = 1000;  // further than key pictures are apart
+        for (int i = 0; !is_key(decoder_->picture()); ++i) {
+            if (i == most || !decoder_->next(*file_)) {
+                return false;
+            }
+        }
+        return true;
+    }
+
+    /// How many of the pictures that come next in the file would be shown before the first key picture: they need others
+    /// before it, and are not shown.
+    int leading_pictures(std::int64_t key)
+    {
+        constexpr int most = 64;  // more than any decoder can put into another order
+        std::deque<media_handle<AVPacket>> next;
+        int leading = 0;
+        for (int i = 0; i < most; ++i) {
+            media_handle<AVPacket> packet(av_packet_alloc());
+            if (!packet || !file_->read(*packet)) {
+                break;
+            }
+            // One without any time is left from before the beginning, where a file has been cut.
+            const std::int64_t time = packet->pts != AV_NOPTS_VALUE ? packet->pts : packet->dts;
+            leading += time < key && decoder_->is_shown(*packet) ? 1 : 0;
+            // What is decoded after it is shown after it.
+            const bool past = packet->dts != AV_NOPTS_VALUE && packet->dts > key;
+            next.push_back(std::move(packet));
+            if (past) {
+                break;
+            }
+        }
+        for (; !next.empty(); next.pop_back()) {
+            file_->put_back(std::move(next.back()));
+        }
+        return leading;
+    }
+
     void take_place()
     {
         stamp_ = {decoder_->place().number, seconds_of(decoder_->place())};
         number_ = stamp_.number;
     }
 
-    /// Goes back to the beginning.
-    void open_anew()
+    /// Goes back to the beginning, and to the first picture.
+    void begin_anew()
     {
         std::unique_ptr<media_file> anew = opened_anew();
         decoder_.emplace(*anew, max_pixels_);
@@ -124,6 +171,8 @@ private:
         first_.reset();
         number_ = 0;
         is_ahead_ = false;
+        frame_stamp first;
+        is_ahead_ = advance(first);
     }
 
     std::unique_ptr<media_file> opened_anew() const
@@ -158,9 +207,10 @@ private:
 
     /// Goes to the last key picture before a time without the help of an index: all packets are read, and none before
     /// it decoded.
+    /// @param not_shown  pictures in the file before that are not shown
     /// @returns false where times go back on the way, as they do between recordings that were put together: then only
     ///          what lies before tells when a picture is shown, and nothing is skipped
-    bool skip_by_reading(std::int64_t target)
+    bool skip_by_reading(std::int64_t target, int not_shown)
     {
         std::unique_ptr<media_file> anew = opened_anew();
         constexpr std::size_t most_held = std::size_t{256} << 20;  // bytes, far more than lie between two key pictures
@@ -178,7 +228,7 @@ private:
                 }
                 last = packet->dts;
             }
-            const bool past = packet->pts == AV_NOPTS_VALUE || (packet->dts != AV_NOPTS_VALUE && packet->dts > target);
+            const bool past = packet->dts != AV_NOPTS_VALUE && (packet->pts == AV_NOPTS_VALUE || packet->dts > target);
             if (packet->pts <= target && packet->pts != AV_NOPTS_VALUE && (packet->flags & AV_PKT_FLAG_KEY) != 0) {
                 held.clear();
                 size = 0;
@@ -197,7 +247,7 @@ private:
         }
         decoder_.emplace(*anew, max_pixels_);
         file_ = std::move(anew);
-        decoder_->resume(before);
+        decoder_->resume(std::max(0, before - not_shown));
         return true;
     }
 
