@@ -124,6 +124,19 @@ expect_said "8 frames, 8 taken"
 run 0 other -o c.jpg --skip-done
 expect_said "nothing to do"
 
+# Among the images that it is made of a panorama is known by its record, and no image for another one's.
+mkdir inside
+cp slide/?.png inside
+inside=(inside -o inside/pan.png --preview inside/small.png --skip-done)
+run 0 "${inside[@]}"
+expect_said "8 frames, 8 taken"
+run 0 "${inside[@]}"
+expect_said "nothing to do"
+run 0 "${inside[@]}" --crop
+expect_said "8 frames, 8 taken"
+cp slide/1.png inside/pan.png
+expect_error 4 "cannot write inside/pan.png: it is one of the input's files" "${inside[@]}"
+
 # A run that fails leaves no record, and the one of an earlier run as it was.
 run 4 slide -o full.jpg --skip-done --log /dev/full
 expect_no_file full.jpg.json

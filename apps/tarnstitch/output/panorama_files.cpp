@@ -18,6 +18,7 @@
 #include "output_file.h"
 #include "output_names.h"
 #include "report_pictures.h"
+#include "run_record.h"
 #include "scratch_directory.h"
 #include "working_directory.h"
 
@@ -122,9 +123,13 @@ panorama_files::panorama_files(const options& asked)
 
 std::vector<std::string> panorama_files::left_out_of_inputs() const
 {
-    // Only a name that nobody gave is one that nobody thinks of.
-    return asked_.output.empty() ? std::vector<std::string>{panorama_, partial_, finished_, partial_finished_}
-                                 : std::vector<std::string>();
+    std::vector<std::string> left_out =
+        asked_.skip_done ? outputs_of_earlier_run(asked_, panorama_) : std::vector<std::string>();
+    // Else only a name that nobody gave is one that nobody thinks of.
+    if (asked_.output.empty()) {
+        left_out.insert(left_out.end(), {panorama_, partial_, finished_, partial_finished_});
+    }
+    return left_out;
 }
 
 void panorama_files::check_against_inputs(const std::vector<std::string>& input_files) const

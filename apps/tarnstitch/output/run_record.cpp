@@ -131,14 +131,25 @@ bool is_same_input(const ordered_json& recorded, const std::vector<std::string>&
 }
 
 /// Outputs may have been moved together with their record: it is their content that counts.
+bool is_same(const ordered_json& then, const file_identity& now)
+{
+    return !now.sha256.empty() && then.at("what") == now.what && then.at("sha256") == now.sha256;
+}
+
 bool are_same_outputs(const ordered_json& recorded, const std::vector<file_identity>& outputs)
 {
-    return recorded.size() == outputs.size()
-           && std::equal(outputs.begin(), outputs.end(), recorded.begin(),
-                         [](const file_identity& now, const ordered_json& then) {
-                             return !now.sha256.empty() && then.at("what") == now.what
-                                    && then.at("sha256") == now.sha256;
-                         });
+    return recorded.size() == outputs.size() && std::equal(recorded.begin(), recorded.end(), outputs.begin(), is_same);
+}
+
+/// The record beside a panorama; null if there is none. @throws ordered_json::exception for one that cannot be read
+ordered_json record_of(const std::string& panorama)
+{
+    const std::string place = record_place(panorama);
+    if (seen("", place).bytes < 0) {
+        return nullptr;
+    }
+    std::ifstream file(place, std::ios::binary);
+    return ordered_json::parse(file);
 }
 
 /// The outputs that a run to the end leaves.
@@ -245,16 +256,32 @@ file_identity identity_of_report(const std::string& file)
     return read_through("report", file);
 }
 
+std::vector<std::string> outputs_of_earlier_run(const options& asked, const std::string& panorama)
+{
+    std::vector<std::string> outputs;
+    try {
+        const ordered_json recorded = record_of(panorama);
+        for (const file_identity& now :
+             recorded.is_null() ? std::vector<file_identity>() : all_outputs(asked, panorama)) {
+            const ordered_json& then = recorded.at("outputs");
+            if (std::any_of(then.begin(), then.end(), [&now](const ordered_json& one) { return is_same(one, now); })) {
+                outputs.push_back(now.file);
+            }
+        }
+    } catch (const ordered_json::exception&) {
+        outputs.clear();  // it is not one of ours
+    }
+    return outputs;
+}
+
 bool is_done(const options& asked, const std::string& panorama, const std::vector<std::string>& input_files,
              std::string& record)
 {
-    const std::string place = record_place(panorama);
-    if (seen("", place).bytes < 0) {
-        return false;
-    }
     try {
-        std::ifstream file(place, std::ios::binary);
-        ordered_json recorded = ordered_json::parse(file);
+        ordered_json recorded = record_of(panorama);
+        if (recorded.is_null()) {
+            return false;
+        }
         const ordered_json versions = versions_as_json();
         const bool of_this =
             std::all_of(versions.items().begin(), versions.items().end(),
