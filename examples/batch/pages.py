@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 # SPDX-License-Identifier: Apache-2.0
 """A page of summaries that tarnstitch has written, NAME.summary.json beside the outputs of the sweep: all sweeps, with
-thumbnails that lead to their reports.
+thumbnails that lead to their reports. In NAME, %7B and %7D are braces.
 
 usage: pages.py SUMMARY...
 """
@@ -36,16 +36,18 @@ def page(title, body):
 
 def read(path):
     with open(path, encoding="utf-8") as file:
-        return os.path.basename(path)[: -len(ENDING)], json.load(file)
+        name = os.path.basename(path)[: -len(ENDING)].replace("%7B", "{").replace("%7D", "}")
+        return name, json.load(file)
 
 
 def index(paths):
     body, done = "", 0
-    for name, summary in map(read, paths):
+    for path in paths:
+        name, summary = read(path)
         done += summary["outcome"] == "done"
         thumbnail = summary["preview"] or summary["panorama"]
         # A sweep that could not even be read has no report, and its summary says all.
-        target = link(summary.get("report") or name + ENDING)
+        target = link(summary.get("report") or path)
         body += "<figure>\n" + f'<a href="{target}">'
         body += f'<img src="{link(thumbnail["file"])}" alt="">' if thumbnail else "no panorama"
         said = "" if summary["outcome"] == "done" else f' <span class="failed">{text(summary["error"])}</span>'
