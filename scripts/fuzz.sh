@@ -25,9 +25,13 @@ for target in "${targets[@]}"; do
   corpus=$root/build/fuzz/corpus/$target
   mkdir -p "$corpus"
   longest=1500 # bytes; a video needs some for what is around its pictures
-  [[ $target != video_input ]] || longest=10000
+  memory=3000 # MB
+  if [[ $target == video_input ]]; then
+    longest=10000
+    memory=1000 # small files, and pictures of a quarter of a million pixels at most
+  fi
   say "Fuzzing $target for $seconds s"
-  if ! nice build/fuzz/fuzz/fuzz_"$target" -max_total_time="$seconds" -max_len="$longest" -timeout=120 -rss_limit_mb=3000 \
+  if ! nice build/fuzz/fuzz/fuzz_"$target" -max_total_time="$seconds" -max_len="$longest" -timeout=120 -rss_limit_mb="$memory" \
     -print_final_stats=1 -artifact_prefix="$findings/$target-" "$corpus" "fuzz/corpus/$target" \
     >"$findings/$target.log" 2>&1; then
     failed+=("$target")

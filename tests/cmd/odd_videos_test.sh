@@ -50,16 +50,68 @@ expect_equal "frames and times behind --start" "$(awk -F, 'NR > 1 && $2 >= 1.8 {
 "$media" same small.jpg redirected.jpg
 
 # What a file says of its tables is not believed: no memory is taken for what it has not.
+
+# put FILE PLACE NUMBER...: writes numbers of 32 bits into a file.
+put() {
+  local file=$1 place=$2 number
+  shift 2
+  for number in "$@"; do
+    # shellcheck disable=SC2059 # the format is the bytes
+    printf "$(printf '\\x%02x' $((number >> 24 & 255)) $((number >> 16 & 255)) $((number >> 8 & 255)) $((number & 255)))"
+  done | dd of="$file" bs=1 seek="$place" conv=notrunc status=none
+}
+
+# places FILE BOX: where the content of each box of that name begins.
+places() {
+  LC_ALL=C grep -obUa "$2" "$1" | while IFS=: read -r place _; do echo $((place + 4)); done
+}
+
+# expect_little_memory WHAT COMMAND...: the program ends in an ordinary way, and took no more than some tables.
+expect_little_memory() {
+  local what=$1 code=0 peak
+  shift
+  "$@" -o wrong.jpg --json >summary.json 2>stderr || code=$?
+  [[ $code -eq 0 || $code -eq 1 || $code -eq 3 ]] || fail "exit code $code with $what"
+  peak=$(grep -oP '"peak_memory_bytes": \K[0-9]+' summary.json)
+  ((peak < most_memory)) || fail "$((peak >> 20)) MiB for $what"
+}
+most_memory=400000000 # bytes; sanitizers need more, and are not what is asked here
+! grep -qa -e __asan_init -e __tsan_init "$program" || most_memory=1500000000
+
 for table in stsz stts stsc stco ctts stss; do
   cp "$samples/parking_pan.mp4" wrong.mp4
-  place=$(($(LC_ALL=C grep -obUa $table wrong.mp4 | head -n 1 | cut -d: -f1) + 8))
+  place=$(($(places wrong.mp4 $table | head -n 1) + 4))
   [[ $table != stsz ]] || place=$((place + 4))
-  printf '\x7f\xff\xff\xff' | dd of=wrong.mp4 bs=1 seek=$place conv=notrunc status=none
-  code=0
-  "$program" wrong.mp4 -o wrong.jpg --json >summary.json 2>stderr || code=$?
-  [[ $code -eq 0 || $code -eq 1 || $code -eq 3 ]] || fail "exit code $code with more entries in $table than the file has"
-  (($(grep -oP '"peak_memory_bytes": \K[0-9]+' summary.json) < 1500000000)) || fail "memory for what $table says"
+  put wrong.mp4 $place 0x7fffffff
+  expect_little_memory "more entries in $table than the file has" "$program" wrong.mp4
 done
+
+# Tables that agree with each other: samples of one byte each, all in one chunk, all shown equally long.
+claim() {
+  local file=$1 count=$2 place
+  for place in $(places "$file" stsz); do put "$file" $((place + 4)) 1 "$count"; done
+  for place in $(places "$file" stsc); do put "$file" $((place + 12)) "$count"; done
+  for place in $(places "$file" stts); do put "$file" $((place + 8)) "$count"; done
+}
+cp "$samples/parking_pan.mp4" agreed.mp4
+claim agreed.mp4 40000000
+expect_little_memory "tables that agree" "$program" agreed.mp4
+tracks=()
+for ((i = 0; i < 20; ++i)); do tracks+=(-map 0:v); done
+"${ffmpeg[@]}" -i "$samples/parking_pan.mp4" "${tracks[@]}" -c copy -frames:v 8 tracks.mp4
+claim tracks.mp4 2000000
+expect_little_memory "tables of 20 tracks" "$program" tracks.mp4
+
+# Fragments whose samples are all alike need no field for each of them. A file is looked through when it is opened, and
+# refused; from a pipe what comes before is read.
+"${ffmpeg[@]}" -framerate 5 -i slide/%d.png -c:v libx264 -g 4 -pix_fmt yuv420p -movflags frag_keyframe+empty_moov \
+  fragments.mp4
+put fragments.mp4 "$(places fragments.mp4 trun | tail -n 1)" 0 40000000
+expect_error 3 "fragments.mp4 claims more tracks or pictures than are believed of a file of its size" fragments.mp4
+expect_little_memory "a fragment of a file" "$program" fragments.mp4
+# shellcheck disable=SC2016 # for the other shell
+expect_little_memory "a fragment from a pipe" bash -c 'cat fragments.mp4 | "$0" /dev/stdin "$@"' "$program"
+expect_said "4 frames, 4 taken"
 expect_nothing_left
 
 echo "passed"

@@ -12,7 +12,9 @@ extern "C" {
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <cmath>
+#include <cstddef>
 #include <cstring>
 #include <new>
 #include <utility>
@@ -79,6 +81,26 @@ bool find_streams(AVFormatContext& context, int max_pixels)
     return found;
 }
 
+/// Whether it makes tables of what a file claims not only when it is opened, but also while it is read.
+bool has_fragments(const AVInputFormat& format)
+{
+    return av_match_name("mov", format.name) != 0;
+}
+
+/// Pixels of the largest pictures that are to be decoded. Only where the tables of the file would profit from more are
+/// the sizes believed that it tells in advance.
+std::int64_t most_expected(const AVFormatContext& context, int max_pixels)
+{
+    std::int64_t most = 0;
+    for (unsigned i = 0; i < context.nb_streams; ++i) {
+        const AVCodecParameters& content = *context.streams[i]->codecpar;
+        if (content.codec_type == AVMEDIA_TYPE_VIDEO) {
+            most = std::max(most, std::int64_t{content.width} * content.height);
+        }
+    }
+    return has_fragments(*context.iformat) ? std::min<std::int64_t>(most, max_pixels) : max_pixels;
+}
+
 /// The stream that a player shows: pictures on a cover are none.
 AVStream* shown_stream(AVFormatContext& context)
 {
@@ -127,7 +149,8 @@ std::unique_ptr<media_file> media_file::open(const std::string& file, int max_pi
     if (avio_open2(&io, url.c_str(), AVIO_FLAG_READ, nullptr, only_files.get()) < 0) {
         return nullptr;
     }
-    auto opened = std::unique_ptr<media_file>(new media_file);
+    const std::size_t for_tables = memory_for_tables(avio_size(io));
+    auto opened = std::unique_ptr<media_file>(new media_file(for_tables));
     opened->io_.reset(io);
     // Without its name: a name must not make a format of a content that does not show one.
     const AVInputFormat* format = nullptr;
@@ -148,19 +171,30 @@ std::unique_ptr<media_file> media_file::open(const std::string& file, int max_pi
         return nullptr;
     }
 
+    constexpr int most_streams = 32;  // some cameras record a dozen; each has tables of its own
     AVFormatContext* context = made(avformat_alloc_context());
     context->pb = io;
+    context->max_streams = most_streams;
     // Also for what a format might open by itself.
     context->protocol_whitelist = made(av_strdup("file"));
     context->format_whitelist = made(av_strdup(formats));
-    if (avformat_open_input(&context, url.c_str(), format, nullptr) < 0) {
+    const int result = avformat_open_input(&context, url.c_str(), format, nullptr);
+    if (result == AVERROR(ENOMEM)) {
+        fail(file + " claims more tracks or pictures than are believed of a file of its size");
+    }
+    if (result < 0) {
         return nullptr;
     }
     opened->context_.reset(context);
     opened->has_index_ = context->nb_streams > 0 && avformat_index_get_entries_count(context->streams[0]) > 0;
+    const auto make_room = [&] {
+        opened->memory_.set(std::max(for_tables, memory_for_pictures(most_expected(*context, max_pixels))));
+    };
+    make_room();
     if (!find_streams(*context, max_pixels)) {
         return nullptr;
     }
+    make_room();  // the pictures themselves may be of another size
     opened->stream_ = shown_stream(*context);
     if (opened->stream_ == nullptr) {
         return nullptr;

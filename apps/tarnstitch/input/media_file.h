@@ -6,6 +6,7 @@
 // behind them record, and is the only file that is opened: formats that name others, playlists for one, are refused.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <deque>
 #include <memory>
@@ -13,6 +14,7 @@
 #include <string>
 
 #include "media_handles.h"
+#include "media_memory.h"
 #include "picture_conversion.h"
 
 namespace tarn::host {
@@ -58,11 +60,15 @@ public:
     std::optional<int> seek(std::int64_t time);
 
 private:
-    media_file() = default;
+    explicit media_file(std::size_t memory) : memory_(memory)
+    {
+    }
+
     bool has_list_of_pictures() const;
     bool read_from_file(AVPacket& packet);
     void put_repeats_back(std::int64_t end);
 
+    media_memory_limit memory_;     ///< also of those who decode the packets
     media_handle<AVIOContext> io_;  ///< outlives the context that reads by it
     media_handle<AVFormatContext> context_;
     AVStream* stream_ = nullptr;  ///< the context's
