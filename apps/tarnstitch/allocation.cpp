@@ -36,8 +36,10 @@ void keep_freed_blocks()
     }
     constexpr int largest_kept = 16 << 20;  // bytes of a block: pictures of the live path, layers of a key frame
     constexpr int most_unused = 512 << 20;  // bytes at the end of the heap
-    mallopt(M_MMAP_THRESHOLD, largest_kept);
-    mallopt(M_TRIM_THRESHOLD, most_unused);
+    // Where addresses have 32 bits the first is refused, and the second alone would do harm.
+    if (mallopt(M_MMAP_THRESHOLD, largest_kept) != 0) {
+        mallopt(M_TRIM_THRESHOLD, most_unused);
+    }
 #endif
 }
 

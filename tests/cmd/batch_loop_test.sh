@@ -15,6 +15,7 @@ engine=$!
 wait_in_the_middle
 kill -s TERM -- "-$engine"
 { wait "$engine" || true; } 2>/dev/null # the shell tells of it
+while kill -0 -- "-$engine" 2>/dev/null; do :; done # nor must the program that it ran live any more
 release_the_middle
 keep_state
 expect_no_file panoramas/sweep3.jpg

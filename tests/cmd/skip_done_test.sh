@@ -134,6 +134,11 @@ run 0 "${inside[@]}"
 expect_said "nothing to do"
 run 0 "${inside[@]}" --crop
 expect_said "8 frames, 8 taken"
+run 0 inside -o inside/pan.png --preview elsewhere.png --skip-done # knows the first preview, too
+expect_said "8 frames, 8 taken"
+rm inside/small.png
+(cd inside && run 0 . -o pan.png --preview ../elsewhere.png --skip-done && expect_said "nothing to do")
+run 0 "${inside[@]}"
 cp slide/1.png inside/pan.png
 expect_error 4 "cannot write inside/pan.png: it is one of the input's files" "${inside[@]}"
 

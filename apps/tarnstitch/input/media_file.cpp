@@ -39,6 +39,12 @@ constexpr const char* lists = "hls,applehttp,concat,dash,imf,sdp,rtsp,image2,web
     throw host_error(exit_code::input_failed, line);
 }
 
+/// Of one whose tables would take more memory than it may.
+[[noreturn]] void fail_for_claims(const std::string& file)
+{
+    fail(file + " claims more tracks or pictures than are believed of a file of its size");
+}
+
 template <typename Handle>
 Handle* made(Handle* handle)
 {
@@ -151,6 +157,7 @@ std::unique_ptr<media_file> media_file::open(const std::string& file, int max_pi
     }
     const std::size_t for_tables = memory_for_tables(avio_size(io));
     auto opened = std::unique_ptr<media_file>(new media_file(for_tables));
+    opened->name_ = file;
     opened->io_.reset(io);
     // Without its name: a name must not make a format of a content that does not show one.
     const AVInputFormat* format = nullptr;
@@ -180,7 +187,7 @@ std::unique_ptr<media_file> media_file::open(const std::string& file, int max_pi
     context->format_whitelist = made(av_strdup(formats));
     const int result = avformat_open_input(&context, url.c_str(), format, nullptr);
     if (result == AVERROR(ENOMEM)) {
-        fail(file + " claims more tracks or pictures than are believed of a file of its size");
+        fail_for_claims(file);
     }
     if (result < 0) {
         return nullptr;
@@ -309,11 +316,15 @@ bool media_file::read(AVPacket& packet)
 
 bool media_file::read_from_file(AVPacket& packet)
 {
-    while (av_read_frame(context_.get(), &packet) >= 0) {
+    int result = 0;
+    while ((result = av_read_frame(context_.get(), &packet)) >= 0) {
         if (packet.stream_index == stream_->index) {
             return true;
         }
         av_packet_unref(&packet);
+    }
+    if (result == AVERROR(ENOMEM)) {
+        fail_for_claims(name_);
     }
     return false;
 }

@@ -48,6 +48,7 @@ public:
     /// Goes on to the next packet of the stream. One without content stands where the picture before is to be shown
     /// once more, in a file whose pictures have numbers and no times.
     /// @returns false at the end of the file, or of what can be read of it
+    /// @throws host_error (input_failed) where it goes on with tables that claim more than a file of its size can have
     bool read(AVPacket& packet);
 
     /// Makes a packet the next one that read() gives, before those that were put back earlier.
@@ -68,6 +69,7 @@ private:
     bool read_from_file(AVPacket& packet);
     void put_repeats_back(std::int64_t end);
 
+    std::string name_;
     media_memory_limit memory_;     ///< also of those who decode the packets
     media_handle<AVIOContext> io_;  ///< outlives the context that reads by it
     media_handle<AVFormatContext> context_;

@@ -66,16 +66,17 @@ void media_memory_limit::set(std::size_t bytes)
 
 std::size_t memory_for_tables(std::int64_t file_size)
 {
-    // An entry takes 24 bytes, so these are 170,000 and, where the size is not known, 700,000 pictures; 6 hours.
+    // An entry takes 24 bytes. Small files may have one for each of their bytes, as fragments have for each sample of sound;
+    // up to a size that is some hours of pictures. In larger ones 12 bytes for each are far less than there are.
     constexpr std::size_t least = 4 * mebibyte;
-    constexpr std::size_t of_unknown = 16 * mebibyte;
-    // Allows a picture for every 12 bytes, fewer than it takes together with its own entries in the file.
+    constexpr std::size_t most_by_entry = 64 * mebibyte;
+    constexpr std::size_t entry = 24;
     constexpr std::size_t times_size = 2;
     if (file_size <= 0) {
-        return of_unknown;
+        return most_by_entry;
     }
-    const std::int64_t size = std::min<std::int64_t>(file_size, default_of_ffmpeg);
-    return std::clamp(times_size * static_cast<std::size_t>(size), least, default_of_ffmpeg);
+    const auto size = static_cast<std::size_t>(std::min<std::int64_t>(file_size, default_of_ffmpeg));
+    return std::clamp(std::max(times_size * size, std::min(entry * size, most_by_entry)), least, default_of_ffmpeg);
 }
 
 std::size_t memory_for_pictures(std::int64_t pixels)

@@ -124,7 +124,7 @@ panorama_files::panorama_files(const options& asked)
 std::vector<std::string> panorama_files::left_out_of_inputs() const
 {
     std::vector<std::string> left_out =
-        asked_.skip_done ? outputs_of_earlier_run(asked_, panorama_) : std::vector<std::string>();
+        asked_.skip_done ? outputs_of_earlier_run(panorama_) : std::vector<std::string>();
     // Else only a name that nobody gave is one that nobody thinks of.
     if (asked_.output.empty()) {
         left_out.insert(left_out.end(), {panorama_, partial_, finished_, partial_finished_});

@@ -256,16 +256,19 @@ file_identity identity_of_report(const std::string& file)
     return read_through("report", file);
 }
 
-std::vector<std::string> outputs_of_earlier_run(const options& asked, const std::string& panorama)
+std::vector<std::string> outputs_of_earlier_run(const std::string& panorama)
 {
     std::vector<std::string> outputs;
     try {
         const ordered_json recorded = record_of(panorama);
-        for (const file_identity& now :
-             recorded.is_null() ? std::vector<file_identity>() : all_outputs(asked, panorama)) {
-            const ordered_json& then = recorded.at("outputs");
-            if (std::any_of(then.begin(), then.end(), [&now](const ordered_json& one) { return is_same(one, now); })) {
-                outputs.push_back(now.file);
+        for (const ordered_json& one : recorded.is_null() ? ordered_json::array() : recorded.at("outputs")) {
+            const std::string file = one.at("file");
+            // They may have been moved together, or be seen from another directory now.
+            const std::string beside = (fs::path(panorama).parent_path() / fs::path(file).filename()).string();
+            for (const std::string& place : {file, beside}) {
+                if (const std::string digest = digest_of(place); !digest.empty() && one.at("sha256") == digest) {
+                    outputs.push_back(place);
+                }
             }
         }
     } catch (const ordered_json::exception&) {

@@ -64,9 +64,8 @@ std::vector<file_identity> outputs_of(const options& asked, const std::string& p
 /// The report, which comes after all other outputs, of which it tells.
 file_identity identity_of_report(const std::string& file);
 
-/// Those of the outputs asked for that an earlier run with --skip-done has left where they are, by its record and their
-/// content.
-std::vector<std::string> outputs_of_earlier_run(const options& asked, const std::string& panorama);
+/// What an earlier run with --skip-done has left and still is what its record, beside the panorama, tells.
+std::vector<std::string> outputs_of_earlier_run(const std::string& panorama);
 
 /// Whether nothing is left to do: whether the record tells of a run to the end by this version of the program, with
 /// these options but for those that change no pixel, of the very input, and the outputs are still what it left. Of an
